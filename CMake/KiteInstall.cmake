@@ -1,0 +1,11 @@
+# Installs the library, its headers and a package file, so that a host says find_package(Kite).
+
+include(CMakePackageConfigHelpers)
+
+install(TARGETS kite EXPORT KiteTargets FILE_SET HEADERS)
+install(EXPORT KiteTargets NAMESPACE Kite:: FILE KiteTargets.cmake DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Kite)
+configure_package_config_file(CMake/KiteConfig.cmake.in KiteConfig.cmake
+                              INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Kite)
+write_basic_package_version_file(KiteConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KiteConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/KiteConfigVersion.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Kite)

@@ -1,0 +1,44 @@
+# What every target of the project is compiled with.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+find_program(KITE_CCACHE ccache)
+if(KITE_CCACHE AND PROJECT_IS_TOP_LEVEL)
+  # Precompiled headers and checkouts in other folders find what was compiled before.
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros CCACHE_NOHASHDIR=1
+                                  CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} ${KITE_CCACHE})
+endif()
+
+option(KITE_WARNINGS_AS_ERRORS "Treat warnings as errors" OFF)
+option(KITE_COVERAGE "Measure line coverage" OFF)
+set(KITE_SANITIZERS "" CACHE STRING "Comma-separated sanitizers, such as address,undefined")
+
+add_library(kite_options INTERFACE)
+target_compile_options(kite_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
+                                              -Wnon-virtual-dtor -Woverloaded-virtual -fstack-protector-strong
+                                              $<$<BOOL:${KITE_WARNINGS_AS_ERRORS}>:-Werror>)
+target_link_options(kite_options INTERFACE -Wl,-z,relro,-z,now)
+if(KITE_SANITIZERS)
+  target_compile_options(kite_options INTERFACE -fsanitize=${KITE_SANITIZERS} -fno-sanitize-recover=all
+                                                -fno-omit-frame-pointer)
+  target_link_options(kite_options INTERFACE -fsanitize=${KITE_SANITIZERS})
+else()
+  target_compile_definitions(kite_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+endif()
+if(KITE_COVERAGE)
+  target_compile_options(kite_options INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(kite_options INTERFACE --coverage)
+endif()
+
+# kite_floor(NAME FOLDER): the object library kite_NAME of all sources in FOLDER.
+function(kite_floor name folder)
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${folder}/*.cpp ${folder}/*.h)
+  add_library(kite_${name} OBJECT ${sources})
+  target_include_directories(kite_${name} PUBLIC ${PROJECT_SOURCE_DIR}/Include ${PROJECT_SOURCE_DIR}/Sources)
+  target_link_libraries(kite_${name} PRIVATE kite_options)
+  set_target_properties(kite_${name} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON LINKER_LANGUAGE CXX)
+endfunction()

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <Kite/Base/Export.h>
+
+#include <array>
+#include <compare>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kite {
+
+/// A universally unique identifier (RFC 9562).
+struct KITE_EXPORT UUID {
+  std::array<std::uint8_t, 16> bytes{};
+
+  /// Reads the 36-character form with hyphens, in either case.
+  static std::optional<UUID> parse(std::string_view text);
+
+  /// The canonical form used everywhere: 36 characters, upper case, with hyphens.
+  std::string text() const;
+
+  friend constexpr auto operator<=>(const UUID&, const UUID&) = default;
+};
+
+}  // namespace kite

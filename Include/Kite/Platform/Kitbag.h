@@ -1,0 +1,19 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace kite {
+
+enum class DistributionChannel { debug, testFlight, appStore };
+
+/// What the application's bundle says of it.
+struct Kitbag {
+  std::optional<std::string> appVersion;
+  std::optional<std::string> bundleVersion;
+  DistributionChannel distributionChannel = DistributionChannel::debug;
+
+  friend bool operator==(const Kitbag&, const Kitbag&) = default;
+};
+
+}  // namespace kite

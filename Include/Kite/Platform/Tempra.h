@@ -1,0 +1,45 @@
+#pragma once
+
+#include <Kite/Base/Date.h>
+
+#include <chrono>
+#include <functional>
+
+/// Scheduling: timers, serial queues, the clock.
+namespace kite::Tempra {
+
+using Block = std::function<void()>;
+using Cancel = std::function<void()>;
+using Duration = std::chrono::duration<double>;
+
+/// Runs blocks again and again. Any thread may call it.
+class Scheduler {
+ public:
+  virtual ~Scheduler() = default;
+
+  /// Runs `block` after `firstDelay` and then every `period`, one run at a time, on a thread of the
+  /// scheduler's.
+  ///
+  /// A late run is not made up for by a burst. The returned function stops further runs; it may be
+  /// called more than once, from any thread and from within the block, and never waits for a run
+  /// that is under way. Dropping it stops nothing.
+  [[nodiscard]] virtual Cancel schedule(Duration firstDelay, Duration period, Block block) = 0;
+};
+
+/// Runs blocks one at a time, in the order in which they were submitted.
+class Queue {
+ public:
+  /// Never waits for a block that is running; blocks not yet begun may be dropped.
+  virtual ~Queue() = default;
+
+  /// Takes the block and returns at once. Any thread may call it, a running block too. The block
+  /// must not throw.
+  virtual void run(Block block) = 0;
+};
+
+/// The clock that sessions are measured by.
+struct TimeProvider {
+  std::function<Date()> now;
+};
+
+}  // namespace kite::Tempra

@@ -1,0 +1,19 @@
+#include <Kite/BackgroundChecker.h>
+
+#include <utility>
+
+namespace kite {
+
+BackgroundChecker BackgroundChecker::uiApplication(std::shared_ptr<Application> application,
+                                                   std::shared_ptr<MainThread> mainThread) {
+  return {[application = std::move(application), mainThread = std::move(mainThread)] {
+    const auto readState = [&application] { return application->applicationState(); };
+    return kite::mainThread(*mainThread, readState) == ApplicationState::background;
+  }};
+}
+
+BackgroundChecker BackgroundChecker::noBackground() {
+  return {[] { return false; }};
+}
+
+}  // namespace kite

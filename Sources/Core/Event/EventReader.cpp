@@ -1,0 +1,98 @@
+#include "Core/Event/EventReader.h"
+
+#include "Core/Event/TextScanner.h"
+#include "Values/JSONDecoder.h"
+
+#include <simdjson.h>
+
+#include <utility>
+
+namespace kite {
+
+/// What a parser can tell of a text without its values being built.
+class EventReader::Checker {
+ public:
+  /// Whether the text is one JSON object of so many members, nested no deeper than
+  /// what encodes.
+  bool isObject(std::string_view text, std::size_t members) {
+    if (!parse(text)) return false;
+    simdjson::dom::object object;
+    return _root.get_object().get(object) == simdjson::SUCCESS && object.size() == members;
+  }
+  /// Whether all identifiers of the user are strings, in the text just checked.
+  bool hasStringIds() const {
+    simdjson::dom::object ids;
+    if (_root["user"]["ids"].get(ids) != simdjson::SUCCESS) return false;
+    for (const auto& id : ids) {
+      if (!id.value.is_string()) return false;
+    }
+    return true;
+  }
+
+ private:
+  bool parse(std::string_view text) {
+    if (!makeRoom(text.size())) return false;
+    text.copy(_padded.data(), text.size());
+    constexpr bool isPadded = false;
+    return _parser.parse(_padded.data(), text.size(), isPadded).get(_root) == simdjson::SUCCESS;
+  }
+  bool makeRoom(std::size_t size) {
+    if (_padded.size() >= size + simdjson::SIMDJSON_PADDING) return true;
+    const std::size_t room = 2 * size + simdjson::SIMDJSON_PADDING;
+    // The parser does not count an empty innermost container, and refuses the very depth given.
+    if (_parser.allocate(room, maximumEncodedDepth) != simdjson::SUCCESS) return false;
+    _padded.resize(room);
+    return true;
+  }
+
+  simdjson::dom::parser _parser;
+  simdjson::dom::element _root;
+  std::string _padded;
+};
+
+EventReader::EventReader() : _checker(std::make_unique<Checker>()) {}
+EventReader::~EventReader() = default;
+
+EventHandle EventReader::read(std::string_view text) {
+  if (auto kept = keepText(text)) return kept;
+  return decode(text);
+}
+
+EventHandle EventReader::decode(std::string_view text) {
+  const auto json = decodeJSON(text);
+  const auto event = json ? decodeStoredEvent(*json) : std::nullopt;
+  return event ? _encoder.encode(*event) : nullptr;
+}
+
+EventHandle EventReader::keepText(std::string_view text) {
+  TextScanner scan(text);
+  EventText::HeadLayout head{};
+  if (!scan.skip(R"({"type":)") || !scan.skipPlainString() || !scan.skip(R"(,"id":)"))
+    return nullptr;
+  head.idBegin = scan.position() + 1;
+  if (!scan.skipPlainString()) return nullptr;
+  head.idEnd = scan.position() - 1;
+  if (!scan.skip(R"(,"timestamp":)") || !scan.skipNumber()) return nullptr;
+  head.stampBegin = scan.position();
+  const bool isStamped = scan.skip(R"(,"request_timestamp":)");
+  if (isStamped && !scan.skipNumber()) return nullptr;
+  head.stampEnd = scan.position();
+
+  const bool isKnownUser = _userText && scan.skip(*_userText);
+  if (!isKnownUser && !scan.skipUser()) return nullptr;
+  const std::size_t dataBegin = scan.position();
+  if (!scan.skip(R"(,"data":{)") || text.back() != '}') return nullptr;
+  if (!_checker->isObject(text, isStamped ? 7 : 6)) return nullptr;
+  if (!isKnownUser) {
+    if (!_checker->hasStringIds()) return nullptr;
+    const auto userText = text.substr(head.stampEnd, dataBegin - head.stampEnd);
+    _userText = std::make_shared<const std::string>(userText);
+  }
+
+  std::string ownText;
+  ownText.reserve(head.stampEnd + text.size() - dataBegin);
+  ownText.append(text, 0, head.stampEnd).append(text, dataBegin);
+  return std::make_shared<const PendingEvent>(std::move(ownText), head, _userText);
+}
+
+}  // namespace kite

@@ -1,0 +1,78 @@
+#include "Core/Event/EventText.h"
+
+#include <initializer_list>
+#include <utility>
+
+namespace kite::EventText {
+namespace {
+
+using Failed = std::optional<EncodingError>;
+
+Failed within(std::initializer_list<const char*> path, Failed error) {
+  if (error) error->codingPath.insert(error->codingPath.begin(), path.begin(), path.end());
+  return error;
+}
+
+std::uint32_t position(const std::string& out, std::size_t begin) {
+  return static_cast<std::uint32_t>(out.size() - begin);
+}
+
+void appendIds(std::string& out, const User& user) {
+  char separator = '{';
+  for (const auto& [name, id] : user.ids) {
+    out += separator;
+    appendJSONString(out, name);
+    out += ':';
+    appendJSONString(out, id);
+    separator = ',';
+  }
+  out += user.ids.empty() ? "{}" : "}";
+}
+
+}  // namespace
+
+Failed appendHead(std::string& out, const StoredEvent& event, HeadLayout& layout) {
+  const std::size_t begin = out.size();
+  out += R"({"type":)";
+  appendJSONString(out, event.type.rawValue());
+  out += R"(,"id":)";
+  layout.idBegin = position(out, begin) + 1;
+  appendJSONString(out, event.id);
+  layout.idEnd = position(out, begin) - 1;
+  out += R"(,"timestamp":)";
+  if (auto error = appendJSON(out, event.timestamp)) return within({"timestamp"}, std::move(error));
+  layout.stampBegin = position(out, begin);
+  if (event.requestTimestamp) {
+    if (auto error = appendRequestTimestamp(out, *event.requestTimestamp)) return error;
+  }
+  layout.stampEnd = position(out, begin);
+  return std::nullopt;
+}
+
+Failed appendRequestTimestamp(std::string& out, double seconds) {
+  out += R"(,"request_timestamp":)";
+  return within({"request_timestamp"}, appendJSON(out, seconds));
+}
+
+Failed appendUser(std::string& out, const std::string& app, const User& user) {
+  constexpr int eventAndUser = 2;
+  out += R"(,"app":)";
+  appendJSONString(out, app);
+  out += R"(,"user":{"info":)";
+  if (auto error = appendJSON(out, user.info, eventAndUser))
+    return within({"user", "info"}, std::move(error));
+  out += R"(,"ids":)";
+  appendIds(out, user);
+  out += '}';
+  return std::nullopt;
+}
+
+Failed appendData(std::string& out, const JSONValue::Object& data) {
+  constexpr int event = 1;
+  out += R"(,"data":)";
+  if (auto error = appendJSON(out, data, event)) return within({"data"}, std::move(error));
+  out += '}';
+  return std::nullopt;
+}
+
+}  // namespace kite::EventText

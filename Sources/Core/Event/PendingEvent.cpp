@@ -1,0 +1,65 @@
+#include "Core/Event/PendingEvent.h"
+
+#include "Values/JSONDecoder.h"
+
+#include <cmath>
+#include <utility>
+
+namespace kite {
+
+PendingEvent::PendingEvent(std::string ownText, EventText::HeadLayout head, SharedText userText)
+    : _ownText(std::move(ownText)), _userText(std::move(userText)), _head(head) {
+  _ownText.shrink_to_fit();
+}
+
+PendingEvent::PendingEvent(StoredEvent event, EncodingError error)
+    : _failed(new Failed{std::move(event), std::move(error)}) {}
+
+std::optional<std::string_view> PendingEvent::plainId() const {
+  if (_failed) return _failed->event.id;
+  const auto written =
+      std::string_view(_ownText).substr(_head.idBegin, _head.idEnd - _head.idBegin);
+  const bool hasEscapes = written.find('\\') != std::string_view::npos;
+  return hasEscapes ? std::nullopt : std::optional(written);
+}
+
+std::string PendingEvent::id() const {
+  const auto plain = plainId();
+  return plain ? std::string(*plain) : event().id;
+}
+
+bool PendingEvent::hasId(std::string_view id) const {
+  const auto plain = plainId();
+  return plain ? *plain == id : event().id == id;
+}
+
+void PendingEvent::appendTo(std::string& text) const {
+  if (_failed) return;
+  text.append(_ownText, 0, _head.stampEnd);
+  text += *_userText;
+  text.append(_ownText, _head.stampEnd);
+}
+
+std::optional<EncodingError> PendingEvent::appendStamped(std::string& out,
+                                                         double requestTimestamp) const {
+  if (_failed || !std::isfinite(requestTimestamp)) {
+    StoredEvent stamped = event();
+    stamped.requestTimestamp = requestTimestamp;
+    return appendJSON(out, stamped);
+  }
+  out.append(_ownText, 0, _head.stampBegin);
+  auto error = EventText::appendRequestTimestamp(out, requestTimestamp);
+  out += *_userText;
+  out.append(_ownText, _head.stampEnd);
+  return error;
+}
+
+StoredEvent PendingEvent::event() const {
+  if (_failed) return _failed->event;
+  std::string text;
+  text.reserve(size());
+  appendTo(text);
+  return *decodeStoredEvent(*decodeJSON(text));
+}
+
+}  // namespace kite

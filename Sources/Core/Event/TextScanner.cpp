@@ -1,0 +1,52 @@
+#include "Core/Event/TextScanner.h"
+
+namespace kite {
+
+bool TextScanner::skip(std::string_view literal) {
+  if (_text.substr(_position, literal.size()) != literal) return false;
+  _position += literal.size();
+  return true;
+}
+
+bool TextScanner::skipPlainString() {
+  const std::size_t begin = _position;
+  return skipString() && _position > begin + 2 &&
+         _text.substr(begin, _position - begin).find('\\') == std::string_view::npos;
+}
+
+bool TextScanner::skipString() {
+  if (!skip("\"")) return false;
+  while ((_position = _text.find_first_of("\"\\", _position)) != std::string_view::npos) {
+    if (_text[_position] == '"') return skip("\"");
+    _position += 2;
+  }
+  return false;
+}
+
+bool TextScanner::skipNumber() {
+  const std::size_t begin = _position;
+  _position = _text.find_first_not_of("+-.0123456789eE", begin);
+  return _position != std::string_view::npos && _position > begin;
+}
+
+bool TextScanner::skipObject() {
+  if (_text.substr(_position, 1) != "{") return false;
+  std::size_t depth = 0;
+  while ((_position = _text.find_first_of("\"{}", _position)) != std::string_view::npos) {
+    if (_text[_position] == '"') {
+      if (!skipString()) return false;
+      continue;
+    }
+    depth = _text[_position] == '{' ? depth + 1 : depth - 1;
+    ++_position;
+    if (depth == 0) return true;
+  }
+  return false;
+}
+
+bool TextScanner::skipUser() {
+  return skip(R"(,"app":)") && skipString() && skip(R"(,"user":{"info":)") && skipObject() &&
+         skip(R"(,"ids":)") && skipObject() && skip("}");
+}
+
+}  // namespace kite

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Core/Event/KiteEvent.h"
+
+#include <utility>
+
+namespace kite {
+
+class UserAction {
+ public:
+  struct Payload {
+    UUID id;
+    double timestamp;
+    std::string actionKind;
+    JSONValue::Object actionInfo;
+    std::optional<double> secondsFromSessionStart;
+    std::optional<UUID> sessionId;
+    UUID processId;
+    std::optional<UUID> lastForegroundSessionId;
+    bool isBackgroundEvent;
+
+    JSONValue::Object data() const&;
+    JSONValue::Object data() &&;
+
+    friend bool operator==(const Payload&, const Payload&) = default;
+  };
+
+  UserAction(Payload payload, Shared<User> user);
+
+  EventType type() const { return EventType::Case::userAction; }
+  std::string id() const { return _payload.id.text(); }
+  double timestamp() const { return _payload.timestamp; }
+  std::optional<double> requestTimestamp() const { return std::nullopt; }
+  const Shared<User>& user() const { return _user; }
+  JSONValue::Object data() const& { return _payload.data(); }
+  JSONValue::Object data() && { return std::move(_payload).data(); }
+
+ private:
+  Payload _payload;
+  Shared<User> _user;
+};
+
+static_assert(KiteEvent<UserAction>);
+
+}  // namespace kite

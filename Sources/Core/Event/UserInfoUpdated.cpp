@@ -1,0 +1,24 @@
+#include "Core/Event/UserInfoUpdated.h"
+
+#include <utility>
+
+namespace kite {
+namespace {
+
+JSONValue arrayOf(const std::vector<std::string>& keys) {
+  return JSONValue::Array(keys.begin(), keys.end());
+}
+
+}  // namespace
+
+JSONValue::Object UserInfoUpdated::Payload::data() const {
+  return {{"old_user_info", oldUserInfo},
+          {"new_user_info", newUserInfo},
+          {"updated_keys", arrayOf(updatedKeys)},
+          {"lost_keys", arrayOf(lostKeys)}};
+}
+
+UserInfoUpdated::UserInfoUpdated(Payload payload, Shared<User> user)
+    : _payload(std::move(payload)), _user(std::move(user)) {}
+
+}  // namespace kite

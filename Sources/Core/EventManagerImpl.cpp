@@ -1,0 +1,80 @@
+#include "Core/EventManagerImpl.h"
+
+#include "Core/Event/ExperimentSegmentsReceived.h"
+#include "Core/Event/StoredEvent.h"
+#include "Core/EventStorage.h"
+#include "Core/UserInfo.h"
+
+#include <utility>
+
+namespace kite {
+
+std::map<std::string, std::string, std::less<>> allIds(const Usher::Ids& ids) {
+  std::map<std::string, std::string, std::less<>> values;
+  for (const auto& [name, id] : ids) values.emplace_hint(values.end(), name, id.value);
+  return values;
+}
+
+void EventManagerImpl::start(EventManagerDependencies dependencies) {
+  _dependencies.set(std::move(dependencies));
+  _isEnabled = true;
+}
+
+Shared<User> EventManagerImpl::kiteUser() { return user(*_dependencies.get()); }
+
+Shared<User> EventManagerImpl::user(const EventManagerDependencies& dependencies) {
+  const auto info = UserInfoStore::userInfo(*dependencies.secretsStorage);
+  const auto ids = dependencies.idProvider->ids();
+  return _knownUser.with([&](auto& known) {
+    if (!known || known->info != info || known->ids != ids)
+      known.emplace(KnownUser{info, ids, User{.info = info->data, .ids = allIds(*ids)}});
+    return known->user;
+  });
+}
+
+template <class MakeEvent>
+void EventManagerImpl::track(MakeEvent makeEvent) {
+  if (!_isEnabled) return;
+  const auto dependencies = _dependencies.get();
+  dependencies->storage->insert(
+      StoredEvent::from(makeEvent(*dependencies, user(*dependencies)), dependencies->lumoID));
+}
+
+void EventManagerImpl::trackInstallEvent(InstallPayload payload) {
+  track([&](const auto& dependencies, const auto& user) {
+    return InstallEvent(std::move(payload), user, dependencies.storefrontProvider());
+  });
+}
+
+void EventManagerImpl::trackSession(SessionSubtype session) {
+  track([&](const auto& dependencies, const auto& user) {
+    return SessionEvent(std::move(session), user, dependencies.storefrontProvider());
+  });
+}
+
+void EventManagerImpl::trackUserInfoUpdated(UserInfoUpdated::Payload payload) {
+  track([&](const auto&, const auto& user) { return UserInfoUpdated(std::move(payload), user); });
+}
+
+void EventManagerImpl::trackUserAction(UserAction::Payload payload) {
+  track([&](const auto&, const auto& user) { return UserAction(std::move(payload), user); });
+}
+
+void EventManagerImpl::trackCustomEvent(std::string table, CustomEvent::Payload payload) {
+  track([&](const auto&, const auto& user) {
+    return CustomEvent(std::move(table), std::move(payload), user);
+  });
+}
+
+void EventManagerImpl::trackDebugEvent(DebugEvent::Payload payload) {
+  track([&](const auto&, const auto& user) { return DebugEvent(std::move(payload), user); });
+}
+
+void EventManagerImpl::trackExperimentSegmentsReceived() {
+  track([](const auto& dependencies, const auto& user) {
+    return ExperimentSegmentsReceived(dependencies.uuidGenerator().text(),
+                                      dependencies.now().secondsSince1970, user);
+  });
+}
+
+}  // namespace kite

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "Base/Guarded.h"
+#include "Base/Started.h"
+#include "Core/EventManager.h"
+
+#include <atomic>
+#include <concepts>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kite {
+
+struct UserInfo;
+
+/// Every identifier of the user, reduced to its value.
+std::map<std::string, std::string, std::less<>> allIds(const Usher::Ids& ids);
+
+/// Disabled until it is started. Any thread may call it.
+class EventManagerImpl final : public EventManager {
+ public:
+  bool isEnabled() const override { return _isEnabled; }
+  void setEnabled(bool value) override { _isEnabled = value; }
+  void start(EventManagerDependencies dependencies) override;
+  Shared<User> kiteUser() override;
+  void trackInstallEvent(InstallPayload payload) override;
+  void trackSession(SessionSubtype session) override;
+  void trackUserInfoUpdated(UserInfoUpdated::Payload payload) override;
+  void trackUserAction(UserAction::Payload payload) override;
+  void trackCustomEvent(std::string table, CustomEvent::Payload payload) override;
+  void trackDebugEvent(DebugEvent::Payload payload) override;
+  void trackExperimentSegmentsReceived() override;
+
+ private:
+  /// The user and what it was made of. While neither part changes events share one user, which is
+  /// then encoded once for all of them.
+  struct KnownUser {
+    std::shared_ptr<const UserInfo> info;
+    std::shared_ptr<const Usher::Ids> ids;
+    Shared<User> user;
+  };
+
+  template <class MakeEvent>
+  void track(MakeEvent makeEvent);
+  Shared<User> user(const EventManagerDependencies& dependencies);
+
+  Started<EventManagerDependencies> _dependencies{"Call start before using the event manager",
+                                                  {"EventManagerImpl", "", 14}};
+  std::atomic<bool> _isEnabled = false;
+  Guarded<std::optional<KnownUser>> _knownUser;
+};
+
+static_assert(std::default_initializable<EventManagerImpl>);
+
+}  // namespace kite

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "Base/Guarded.h"
+#include "Base/Started.h"
+#include "Core/Event/EventEncoder.h"
+#include "Core/EventStorage.h"
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <type_traits>
+
+namespace kite {
+
+/// In the foreground changes are written by the next run of a timer, in the background at once:
+/// there the process may end at any moment. A session's end writes too. Nothing is written on
+/// destruction.
+class EventStorageImpl final : public EventStorage,
+                               public std::enable_shared_from_this<EventStorageImpl> {
+ public:
+  static constexpr std::string_view pendingEventsKey = "kite_pending_events";
+  static constexpr Tempra::Duration syncInterval{10};
+
+  EventStorageImpl() = default;
+  ~EventStorageImpl() override;
+  EventStorageImpl(const EventStorageImpl&) = delete;
+  EventStorageImpl& operator=(const EventStorageImpl&) = delete;
+
+  void start(EventStorageDependencies dependencies) override;
+  EventList pendingEvents() const override { return _pendingEvents.copy(); }
+  void insert(StoredEvent event) override;
+  void removeEvents(std::set<std::string> ids) override;
+
+  /// Whether the events in memory differ from what was last written.
+  bool isDirty() const { return _isDirty; }
+
+  /// Stops the timer; empty when there is none.
+  Tempra::Cancel cancellable() const { return _cancellable.copy(); }
+  void setCancellable(Tempra::Cancel cancel) { _cancellable.set(std::move(cancel)); }
+
+  void onSessionStart();
+  void onSessionEnd();
+
+ private:
+  void load();
+  void startTimer();
+  void addObservers(const SessionListener& sessionListener);
+  void timerFired();
+
+  // On `eventStorageQueue` only.
+  void updateMemoryPendingEvents(EventList events);
+  void alignMemoryAndDisk();
+  void storePendingEvents(const EventList& events);
+
+  Started<EventStorageDependencies> _dependencies{"Call start before using the EventStorage",
+                                                  {"EventStorage", "", 84}};
+  Guarded<EventList> _pendingEvents;
+  std::atomic<bool> _isDirty{false};
+  std::atomic<bool> _isWriteDue{false};  // the last write failed
+  Guarded<std::optional<CancelToken>> _sessionStartToken;
+  Guarded<std::optional<CancelToken>> _sessionEndToken;
+  Guarded<Tempra::Cancel> _cancellable;
+
+  // On `eventStorageQueue` only, once started.
+  EventEncoder _encoder;
+  std::optional<EventList> _savedEvents;  // what the store holds, when that is known
+};
+
+static_assert(std::is_default_constructible_v<EventStorageImpl>);
+
+}  // namespace kite

@@ -1,0 +1,129 @@
+#include "Base/Weakly.h"
+#include "Core/ChangedKeys.h"
+#include "Core/KiteState.h"
+#include "Core/StartupUserInfo.h"
+#include "Core/UserInfo.h"
+#include "Core/UserInfoKeys.h"
+#include "Values/DynamicConversion.h"
+
+#include <mutex>
+#include <utility>
+
+namespace kite {
+
+using namespace UserInfoKeys;
+
+namespace {
+
+JSONValue::Array textArray(const std::vector<std::string>& texts) {
+  return JSONValue::Array(texts.begin(), texts.end());
+}
+
+JSONValue::Object attributionObject(const AttributionClient::Details& details) {
+  JSONValue::Object::Entries entries;
+  for (const auto& [name, object] : details) {
+    if (auto value = toJSONValue(&object)) entries.emplace_back(name, *std::move(value));
+  }
+  return JSONValue::Object::fromUnsorted(std::move(entries));
+}
+
+}  // namespace
+
+void KiteState::configureUserInfo() {
+  const auto bundle = dependencies.get();
+  UserInfoStore::deleteDeviceName(*bundle->secretsStorage);
+  UserInfoStore::ensureBundleVersionIsString(*bundle->secretsStorage);
+  auto info = startupUserInfo({.locale = bundle->locale,
+                               .appVersion = bundle->currentAppVersion,
+                               .bundleVersion = bundle->bundleVersion,
+                               .timeZone = bundle->timeZone,
+                               .device = *bundle->device,
+                               .libraryShortVersion = bundle->libraryShortVersion,
+                               .now = system.now()});
+  updateUserInfo(info);
+  requestAttribution(std::move(info));
+}
+
+// The reply repeats the whole start-up info beside "search_ads": a host may have changed one of its
+// keys meanwhile, and the start-up value then counts again.
+void KiteState::requestAttribution(JSONValue::Object startupInfo) {
+  dependencies->attributionClient.requestAttributionDetails(weakly(
+      weak_from_this(),
+      [info = std::move(startupInfo)](KiteState& self,
+                                      const std::optional<AttributionClient::Details>& details,
+                                      const std::optional<std::string>& /*error*/) {
+        if (!details) return;
+        self.updateUserInfo(
+            info.merged({{std::string(searchAdsKey), attributionObject(*details)}}));
+      }));
+}
+
+JSONValue::Object KiteState::userInfo() {
+  return UserInfoStore::userInfo(*dependencies->secretsStorage)->data;
+}
+
+std::optional<JSONValue> KiteState::monetizationField() {
+  const auto info = UserInfoStore::userInfo(*dependencies->secretsStorage);
+  const JSONValue* field = info->data.at(monetizationUserInfoKey);
+  return field ? std::optional(*field) : std::nullopt;
+}
+
+// While the facade is disabled only experiment segments pass, on purpose.
+bool KiteState::mayUpdate(const JSONValue::Object& newData) const {
+  return enabled || newData.contains(experimentUserInfoKey);
+}
+
+void KiteState::updateUserInfo(const JSONValue::Object& newData) {
+  const auto bundle = dependencies.get();
+  if (!mayUpdate(newData)) return;
+  const auto before = UserInfoStore::userInfo(*bundle->secretsStorage);
+  const auto after = UserInfoStore::updateUserInfo(*bundle->secretsStorage, newData);
+  trackUserInfoUpdated(before->data, after, newData);
+}
+
+void KiteState::trackUserInfoUpdated(const JSONValue::Object& oldUserInfo,
+                                     const JSONValue::Object& newUserInfo,
+                                     const JSONValue::Object& newData) {
+  if (!mayUpdate(newData)) return;
+  auto changed = extractChangedKeysFromDictionaries(oldUserInfo, newUserInfo, newData);
+  if (changed.updatedKeys.empty() && changed.lostKeys.empty()) return;
+  eventManager->trackUserInfoUpdated({.oldUserInfo = oldUserInfo,
+                                      .newUserInfo = newUserInfo,
+                                      .updatedKeys = std::move(changed.updatedKeys),
+                                      .lostKeys = changed.lostKeys,
+                                      .id = system.randomUUID(),
+                                      .timestamp = system.now().secondsSince1970});
+  if (changed.lostKeys.empty()) return;
+  eventManager->trackDebugEvent(
+      {.id = system.randomUUID(),
+       .timestamp = system.now().secondsSince1970,
+       .severity = Severity::warning,
+       .message = "UserInfoUpdated_LostKeys",
+       .category = "kite_automatic",
+       .domain = std::nullopt,
+       .code = std::nullopt,
+       .type = std::nullopt,
+       .description = std::nullopt,
+       .info = {{"lost_keys", textArray(changed.lostKeys)}},
+       .file = facadeSourcePath,
+       .function = "trackUserInfoUpdated(oldUserInfo:newUserInfo:newData:eventManager:)",
+       .line = 864});
+}
+
+void KiteState::monetizationFieldsDidChange(const JSONValue::Object& newValue) {
+  const auto stored = monetizationField();
+  if (!enabled) return;
+  const JSONValue::Object* fields = stored ? stored->object() : nullptr;
+  updateUserInfo(
+      {{std::string(monetizationUserInfoKey), fields ? fields->merged(newValue) : newValue}});
+}
+
+void KiteState::boolUserInfoDidChange(std::string_view key, bool newValue) {
+  const auto info = UserInfoStore::userInfo(*dependencies->secretsStorage);
+  if (!enabled) return;
+  const JSONValue* stored = info->data.at(key);
+  if (stored && stored->boolean() && *stored->boolean() == newValue) return;
+  updateUserInfo({{std::string(key), newValue}});
+}
+
+}  // namespace kite

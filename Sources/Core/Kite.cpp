@@ -1,0 +1,276 @@
+#include <Kite/KiteManagerImpl.h>
+
+#include "Core/APIManager/KiteAPIManagerImpl.h"
+#include "Core/EventManagerImpl.h"
+#include "Core/EventStorageImpl.h"
+#include "Core/InstallManagerImpl.h"
+#include "Core/KiteState.h"
+#include "Core/SessionManagerImpl.h"
+#include "Core/SynchronizationManagerImpl.h"
+#include "Core/UserInfoKeys.h"
+#include "Values/UTF8.h"
+
+#include <utility>
+
+namespace kite {
+
+KiteState::KiteState(System givenSystem)
+    : system(std::move(givenSystem)),
+      apiManager(std::make_shared<KiteAPIManagerImpl>(system)),
+      eventStorage(std::make_shared<EventStorageImpl>()),
+      eventManager(std::make_shared<EventManagerImpl>()),
+      installManager(std::make_shared<InstallManagerImpl>(system)),
+      sessionManager(std::make_shared<SessionManagerImpl>(system)),
+      synchronizationManager(std::make_shared<SynchronizationManagerImpl>(system)),
+      trackingConsent(TrackingConsentManager::live()) {}
+
+void KiteState::start(KiteDependencies bundle) {
+  dependencies.set(std::move(bundle));
+  _currentProcessId.set(dependencies->uuidProvider());
+  enabled = true;
+  startAPIManager();
+  startEventStorage();
+  startEventManager();
+  configureUserInfo();
+  startInstallManager();
+  startSessionManager();
+  startSynchronizationManager();
+  trackingConsent._start(dependencies->kvStorage);
+}
+
+void KiteState::startAPIManager() {
+  const auto bundle = dependencies.get();
+  apiManager->start({.baseURL = bundle->baseURL,
+                     .secondaryURLs = bundle->secondaryURLs,
+                     .urlSession = KiteURLSession::live(bundle->urlSession),
+                     .kvStorage = bundle->kvStorage,
+                     .isTestEnvironment = bundle->isTestEnvironment,
+                     .lumoID = bundle->lumoID,
+                     .kiteVersion = bundle->kiteVersion,
+                     .wicketKey = bundle->wicketKey,
+                     .clientId = bundle->idProvider->userDefaultsId().value,
+                     .whisker = bundle->whisker->scoped({"kite"})});
+}
+
+void KiteState::startEventStorage() {
+  const auto bundle = dependencies.get();
+  eventStorage->start({.backgroundChecker = bundle->backgroundChecker,
+                       .scheduler = bundle->scheduler,
+                       .eventStorageQueue = bundle->eventStorageQueue,
+                       .kvStorage = bundle->kvStorage,
+                       .sessionListener = bundle->sessionListener});
+}
+
+void KiteState::startEventManager() {
+  const auto bundle = dependencies.get();
+  eventManager->start({.storage = eventStorage,
+                       .idProvider = bundle->idProvider,
+                       .secretsStorage = bundle->secretsStorage,
+                       .lumoID = bundle->lumoID,
+                       .storefrontProvider = bundle->storefrontProvider,
+                       .now = system.now,
+                       .uuidGenerator = system.randomUUID});
+}
+
+void KiteState::startInstallManager() {
+  const auto bundle = dependencies.get();
+  installManager->start({.kvStorage = bundle->kvStorage,
+                         .secretsStorage = bundle->secretsStorage,
+                         .idProvider = bundle->idProvider,
+                         .currentAppVersion = bundle->currentAppVersion,
+                         .currentBundleVersion = bundle->bundleVersion,
+                         .eventManager = eventManager,
+                         .installedBeforeKite = bundle->installedBeforeKite,
+                         .fileManager = bundle->fileManager,
+                         .now = system.now});
+}
+
+void KiteState::startSessionManager() {
+  const auto bundle = dependencies.get();
+  sessionManager->start({.backgroundChecker = bundle->backgroundChecker,
+                         .eventManager = eventManager,
+                         .isProduction = !bundle->isTestEnvironment,
+                         .kvStorage = bundle->kvStorage,
+                         .scheduler = bundle->scheduler,
+                         .timeProvider = bundle->timeProvider,
+                         .uuidProvider = bundle->uuidProvider,
+                         .sessionListener = bundle->sessionListener});
+}
+
+void KiteState::startSynchronizationManager() {
+  const auto bundle = dependencies.get();
+  synchronizationManager->start({.storage = eventStorage,
+                                 .sessionListener = bundle->sessionListener,
+                                 .backgroundTaskScheduler = bundle->backgroundTaskScheduler,
+                                 .apiManager = apiManager,
+                                 .scheduler = bundle->scheduler,
+                                 .syncQueue = bundle->syncQueue,
+                                 .syncOnSessionEnd = bundle->syncOnSessionEnd});
+}
+
+UserAction::Payload KiteState::prepareUserActionData(UserActionArguments arguments) {
+  const bool inBackground = arguments.appIsInBackground;
+  const auto session =
+      inBackground ? sessionManager->lastForegroundSession() : sessionManager->currentSession();
+  UserAction::Payload payload{.id = system.randomUUID(),
+                              .timestamp = system.now().secondsSince1970,
+                              .actionKind = std::string(arguments.name),
+                              .actionInfo = std::move(arguments.data),
+                              .secondsFromSessionStart = std::nullopt,
+                              .sessionId = std::nullopt,
+                              .processId = arguments.processId,
+                              .lastForegroundSessionId = std::nullopt,
+                              .isBackgroundEvent = inBackground};
+  if (inBackground) {
+    payload.lastForegroundSessionId = session->id;
+  } else {
+    payload.secondsFromSessionStart = arguments.now - session->startDate;
+    payload.sessionId = session->id;
+  }
+  return payload;
+}
+
+void KiteState::trackDebugEvent(DebugEventArguments arguments) {
+  eventManager->trackDebugEvent({.id = system.randomUUID(),
+                                 .timestamp = system.now().secondsSince1970,
+                                 .severity = arguments.severity,
+                                 .message = std::move(arguments.message),
+                                 .category = std::move(arguments.category),
+                                 .domain = std::move(arguments.domain),
+                                 .code = std::move(arguments.code),
+                                 .type = std::move(arguments.type),
+                                 .description = std::move(arguments.description),
+                                 .info = toJSONObject(std::move(arguments.info)),
+                                 .file = arguments.where.file,
+                                 .function = arguments.where.function,
+                                 .line = arguments.where.line});
+}
+
+KiteManagerImpl::KiteManagerImpl(System system)
+    : _state(std::make_shared<KiteState>(std::move(system))) {}
+
+KiteManagerImpl::~KiteManagerImpl() = default;
+
+KiteData KiteManagerImpl::sessionDataKiteValue() {
+  return toKiteValue(_state->sessionManager->currentSession()->sessionData);
+}
+
+KiteData KiteManagerImpl::userInfoKiteValue() { return toKiteValue(_state->userInfo()); }
+
+std::optional<double> KiteManagerImpl::firstInstallTimestamp() {
+  const auto fromSecrets = _state->installManager->ssInfo().firstInstallTimestamp;
+  return fromSecrets ? fromSecrets : _state->installManager->kvInfo().firstInstallTimestamp;
+}
+
+std::string KiteManagerImpl::keychainId() {
+  return _state->dependencies->idProvider->keychainId().value;
+}
+
+std::string KiteManagerImpl::userDefaultsId() {
+  return _state->dependencies->idProvider->userDefaultsId().value;
+}
+
+UUID KiteManagerImpl::currentSessionId() { return _state->sessionManager->currentSession()->id; }
+
+UUID KiteManagerImpl::currentProcessId() { return _state->_currentProcessId.get(); }
+
+bool KiteManagerImpl::installedBeforeKite() { return _state->dependencies->installedBeforeKite; }
+
+void KiteManagerImpl::start(KiteDependencies dependencies) {
+  _state->start(std::move(dependencies));
+}
+
+void KiteManagerImpl::addSessionData(std::string_view key, const KiteValue& value) {
+  if (!_state->enabled) return;
+  _state->sessionManager->addSessionData(value.toJSONValue(), repairedUTF8(key));
+}
+
+void KiteManagerImpl::updateSessionData(KiteData data) {
+  const auto session = _state->sessionManager->currentSession();
+  if (!_state->enabled) return;
+  _state->sessionManager->updateSessionData(
+      session->sessionData.merged(toJSONObject(std::move(data))));
+}
+
+void KiteManagerImpl::addUserInfo(std::string_view key, const KiteValue& value) {
+  _state->dependencies.get();
+  if (!_state->enabled) return;
+  _state->updateUserInfo({{repairedUTF8(key), value.toJSONValue()}});
+}
+
+void KiteManagerImpl::updateUserInfo(KiteData data) {
+  _state->updateUserInfo(toJSONObject(std::move(data)));
+}
+
+void KiteManagerImpl::trackUserAction(std::string_view name, KiteData data) {
+  const Date now = _state->system.now();
+  if (!_state->enabled || !_state->trackingConsent._canTrackUserAction(name)) return;
+  const bool inBackground = _state->dependencies->backgroundChecker.isInBackground();
+  _state->eventManager->trackUserAction(
+      _state->prepareUserActionData({.name = name,
+                                     .data = toJSONObject(std::move(data)),
+                                     .now = now,
+                                     .processId = _state->_currentProcessId.get(),
+                                     .appIsInBackground = inBackground}));
+}
+
+// Custom events are rows of the foreground: in the background the call is dropped without a trace.
+void KiteManagerImpl::trackCustomEvent(std::string_view table, KiteData data) {
+  if (!_state->enabled || _state->dependencies->backgroundChecker.isInBackground()) return;
+  _state->eventManager->trackCustomEvent(repairedUTF8(table),
+                                         {.data = toJSONObject(std::move(data)),
+                                          .id = _state->system.randomUUID(),
+                                          .timestamp = _state->system.now().secondsSince1970});
+}
+
+void KiteManagerImpl::trackLog(std::string_view name, Severity severity, KiteData data) {
+  if (!_state->enabled) return;
+  _state->trackDebugEvent({.severity = severity,
+                           .message = std::string(name),
+                           .category = "track_log_legacy",
+                           .info = std::move(data),
+                           .where = {facadeSourcePath, "trackLog(name:severity:data:)", 618}});
+}
+
+void KiteManagerImpl::trackDebugEvent(DebugEventArguments arguments) {
+  if (_state->enabled) _state->trackDebugEvent(std::move(arguments));
+}
+
+void KiteManagerImpl::trackExperimentSegmentsReceived(
+    const std::map<std::string, std::int64_t>& segments) {
+  JSONValue::Object::Entries entries;
+  for (const auto& [name, segment] : segments) entries.emplace_back(repairedUTF8(name), segment);
+  _state->updateUserInfo({{std::string(UserInfoKeys::experimentUserInfoKey),
+                           JSONValue::Object::fromUnsorted(std::move(entries))}});
+  _state->eventManager->trackExperimentSegmentsReceived();
+}
+
+void KiteManagerImpl::monetizationFieldsDidChange(KiteData newValue) {
+  _state->monetizationFieldsDidChange(toJSONObject(std::move(newValue)));
+}
+
+void KiteManagerImpl::isBaselineUserDidChange(bool newValue) {
+  _state->boolUserInfoDidChange(UserInfoKeys::isBaselineKey, newValue);
+}
+
+void KiteManagerImpl::isFreeUserDidChange(bool newValue) {
+  _state->boolUserInfoDidChange(UserInfoKeys::isFreeKey, newValue);
+}
+
+void KiteManagerImpl::setAnalyticsTrackingConsent(bool value) {
+  _state->trackingConsent._setAnalyticsTrackingConsent(value);
+}
+
+void KiteManagerImpl::setProfilingTrackingConsent(bool value) {
+  _state->trackingConsent._setProfilingTrackingConsent(value);
+}
+
+void KiteManagerImpl::addTechnicalEvents(const std::set<std::string>& names) {
+  _state->trackingConsent._addTechnicalEvents(names);
+}
+
+void KiteManagerImpl::addProfilingOnlyEvents(const std::set<std::string>& names) {
+  _state->trackingConsent._addProfilingOnlyEvents(names);
+}
+
+}  // namespace kite

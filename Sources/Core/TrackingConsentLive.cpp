@@ -1,0 +1,100 @@
+#include <Kite/Base/FatalError.h>
+
+#include "Base/Guarded.h"
+#include "Core/Event/TechnicalEvents.h"
+#include "Core/TrackingConsent.h"
+#include "Core/TypedStorage.h"
+
+#include <mutex>
+#include <utility>
+
+namespace kite {
+
+JSONValue JSONCoding<TrackingConsent>::encode(const TrackingConsent& consent) {
+  return JSONValue::Object{{"analytics", consent.analytics}, {"profiling", consent.profiling}};
+}
+
+std::optional<TrackingConsent> JSONCoding<TrackingConsent>::decode(const JSONValue& json) {
+  RecordReader reader(json);
+  return reader.whole(TrackingConsent{.analytics = reader.required<bool>("analytics"),
+                                      .profiling = reader.required<bool>("profiling")});
+}
+
+namespace {
+
+constexpr Larder::Key<TrackingConsent> trackingConsentKey{"kite_tracking_consent"};
+
+using Names = std::set<std::string, std::less<>>;
+
+Names technicalNames() {
+  Names names;
+  for (const auto event : allTechnicalEvents) names.emplace(rawValue(event));
+  return names;
+}
+
+/// The state behind the functions of one live manager and its copies.
+class LiveConsent {
+ public:
+  void start(std::shared_ptr<Larder::KVStorage> storage) {
+    const std::scoped_lock changing(_changing);
+    const auto stored = load(*storage, trackingConsentKey);
+    _state.with([&](State& state) { state.consent = stored ? *stored : TrackingConsent{}; });
+    _storage = std::move(storage);
+  }
+
+  bool canTrackUserAction(std::string_view name) {
+    return _state.with([&](const State& state) {
+      if (!state.consent) return false;
+      if (state.technical.contains(name)) return true;
+      if (state.profilingOnly.contains(name)) return state.consent->profiling;
+      return state.consent->analytics || state.consent->profiling;
+    });
+  }
+
+  void set(bool TrackingConsent::*which, bool value) {
+    const std::scoped_lock changing(_changing);
+    if (!_storage)
+      fatalError("TrackingConsentManager not started yet", {"Kite/TrackingConsent+Live", "", 0});
+    const auto changed = _state.with([&](State& state) {
+      (*state.consent).*which = value;
+      return *state.consent;
+    });
+    save(*_storage, trackingConsentKey, changed);
+  }
+
+  void addTechnicalEvents(const std::set<std::string>& names) {
+    _state.with([&](State& state) { state.technical.insert(names.begin(), names.end()); });
+  }
+  void addProfilingOnlyEvents(const std::set<std::string>& names) {
+    _state.with([&](State& state) { state.profilingOnly.insert(names.begin(), names.end()); });
+  }
+
+ private:
+  struct State {
+    std::optional<TrackingConsent> consent;  // unknown until started
+    Names technical = technicalNames();
+    Names profilingOnly;
+  };
+
+  std::mutex _changing;  // keeps writes in the order of the changes; readers do not wait for them
+  std::shared_ptr<Larder::KVStorage> _storage;
+  Guarded<State> _state;
+};
+
+}  // namespace
+
+TrackingConsentManager TrackingConsentManager::live() {
+  const auto live = std::make_shared<LiveConsent>();
+  return {
+      ._start = [live](auto storage) { live->start(std::move(storage)); },
+      ._canTrackUserAction = [live](auto name) { return live->canTrackUserAction(name); },
+      ._setAnalyticsTrackingConsent =
+          [live](bool value) { live->set(&TrackingConsent::analytics, value); },
+      ._setProfilingTrackingConsent =
+          [live](bool value) { live->set(&TrackingConsent::profiling, value); },
+      ._addTechnicalEvents = [live](const auto& names) { live->addTechnicalEvents(names); },
+      ._addProfilingOnlyEvents = [live](const auto& names) { live->addProfilingOnlyEvents(names); },
+  };
+}
+
+}  // namespace kite

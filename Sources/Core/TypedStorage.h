@@ -1,0 +1,38 @@
+#pragma once
+
+#include <Kite/Platform/Larder.h>
+
+#include "Core/JSONCoding.h"
+#include "Values/JSONDecoder.h"
+#include "Values/JSONEncoder.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+namespace kite {
+
+/// The record under `key`, or null when there is none or it does not decode. The same object until
+/// its bytes change.
+template <class T>
+std::shared_ptr<const T> load(const Larder::Storage& storage, Larder::Key<T> key) {
+  const auto stored = storage.read(key.name);
+  if (!stored) return nullptr;
+  return stored->template decoded<T>([](std::string_view text) {
+    const auto json = decodeJSON(text);
+    return json ? JSONCoding<T>::decode(*json) : std::optional<T>();
+  });
+}
+
+/// Stores the record. One that has no JSON form is silently not stored, and the old one stays.
+template <class T>
+void save(Larder::Storage& storage, Larder::Key<T> key, const std::type_identity_t<T>& record) {
+  std::string text;
+  if (appendJSON(text, JSONCoding<T>::encode(record))) return;
+  storage.write(key.name, Data{std::move(text)});
+}
+
+}  // namespace kite

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <Kite/Platform/URLSession.h>
+
+#include <curl/curl.h>
+
+#include <array>
+#include <cstddef>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kite::Linux {
+
+/// A request, and whom to tell how it went.
+struct Exchange {
+  URLRequest request;
+  URLSession::Completion completion;
+
+  void fail(std::string description) const { completion({}, {}, TransportError{description}); }
+};
+
+/// One exchange on its way through libcurl. Stays where it is: libcurl points into it.
+class CurlTransfer {
+ public:
+  explicit CurlTransfer(Exchange exchange);
+  CurlTransfer(const CurlTransfer&) = delete;
+  CurlTransfer& operator=(const CurlTransfer&) = delete;
+
+  /// Makes the handle ready to be performed; what is wrong with the request, if anything is.
+  std::optional<std::string> prepare(const std::optional<std::filesystem::path>& caFile);
+
+  CURL* handle() const { return _handle.get(); }
+  const Exchange& exchange() const { return _exchange; }
+
+  /// Tells the outcome of the performed handle.
+  void finish(CURLcode outcome);
+
+ private:
+  template <class Value>
+  void set(CURLoption option, Value value);
+  void setSecurity(const std::optional<std::filesystem::path>& caFile);
+  void setMethodAndBody();
+  void setHeaderFields();
+  void setLimits();
+  void addHeaderLine(const std::string& line);
+
+  bool take(std::size_t& counter, std::size_t size, std::size_t limit, const char* complaint);
+  static std::size_t receiveBody(char* bytes, std::size_t, std::size_t size, void* self);
+  static std::size_t receiveHeader(char* bytes, std::size_t, std::size_t size, void* self);
+
+  URLResponse response() const;
+  std::string describe(CURLcode outcome) const;
+
+  Exchange _exchange;
+  std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> _headerLines;
+  std::array<char, CURL_ERROR_SIZE> _detail{};
+  std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> _handle;
+  CURLcode _setUp = CURLE_OK;
+  std::string _body;
+  std::size_t _bodySize = 0;
+  std::size_t _headerSize = 0;
+  std::string _complaint;  ///< why we stopped the transfer ourselves
+};
+
+}  // namespace kite::Linux

@@ -1,0 +1,88 @@
+#include <Kite/Platform/Lockwork.h>
+
+#include "Linux/OpenSSL.h"
+
+#include <openssl/core_names.h>
+#include <openssl/evp.h>
+#include <openssl/params.h>
+
+#include <array>
+#include <cstring>
+
+namespace kite::Lockwork {
+namespace {
+
+// Looked up once and kept: the look-up costs more than the code of a short message.
+EVP_MAC* hmacImplementation() {
+  static EVP_MAC* const implementation = [] {
+    Linux::prepareOpenSSL();
+    return EVP_MAC_fetch(nullptr, "HMAC", nullptr);
+  }();
+  return implementation;
+}
+
+const char* digestName(Algorithm algorithm) {
+  return algorithm == Algorithm::sha256 ? "SHA256" : "SHA512";
+}
+
+constexpr auto digitPairs = [] {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::array<char, 512> pairs{};
+  for (std::size_t byte = 0; byte < 256; ++byte) {
+    pairs[2 * byte] = digits[byte >> 4];
+    pairs[2 * byte + 1] = digits[byte & 15];
+  }
+  return pairs;
+}();
+
+}  // namespace
+
+struct HMAC::Context {
+  Context(Algorithm algorithm, std::string_view key) : mac(EVP_MAC_CTX_new(hmacImplementation())) {
+    std::array<char, 8> digest{};
+    std::strcpy(digest.data(), digestName(algorithm));
+    const std::array<OSSL_PARAM, 2> parameters{
+        OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest.data(), 0),
+        OSSL_PARAM_construct_end()};
+    // A null key would mean "the key of before", an empty one is a key like any other.
+    const char* const bytes = key.empty() ? "" : key.data();
+    isUsable = mac && EVP_MAC_init(mac, reinterpret_cast<const unsigned char*>(bytes), key.size(),
+                                   parameters.data());
+  }
+  Context(const Context&) = delete;
+  Context& operator=(const Context&) = delete;
+  ~Context() { EVP_MAC_CTX_free(mac); }
+
+  EVP_MAC_CTX* const mac;
+  bool isUsable = false;
+};
+
+HMAC::HMAC(Algorithm algorithm, std::string_view key)
+    : _context(std::make_unique<Context>(algorithm, key)) {}
+HMAC::~HMAC() = default;
+
+void HMAC::update(std::string_view piece) {
+  if (_context->isUsable)
+    _context->isUsable = EVP_MAC_update(
+        _context->mac, reinterpret_cast<const unsigned char*>(piece.data()), piece.size());
+}
+
+Data HMAC::finish() {
+  std::array<unsigned char, EVP_MAX_MD_SIZE> code;
+  std::size_t size = 0;
+  if (!_context->isUsable || !EVP_MAC_final(_context->mac, code.data(), &size, code.size()))
+    return {};
+  return {std::string(reinterpret_cast<const char*>(code.data()), size)};
+}
+
+std::string hexadecimal(std::string_view bytes) {
+  std::string text(2 * bytes.size(), '\0');
+  char* out = text.data();
+  for (const char byte : bytes) {
+    std::memcpy(out, &digitPairs[2 * std::size_t{static_cast<unsigned char>(byte)}], 2);
+    out += 2;
+  }
+  return text;
+}
+
+}  // namespace kite::Lockwork

@@ -1,0 +1,173 @@
+#include "Linux/Storage/CachedStore.h"
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace kite::Linux {
+
+CachedStore::CachedStore(std::unique_ptr<StoreFile> file, Codec codec, System system)
+    : _codec(std::move(codec)),
+      _system(std::move(system)),
+      _process(::getpid()),
+      _file(std::move(file)),
+      _trouble(_system, _file->name().title) {
+  load();
+}
+
+CachedStore::~CachedStore() {
+  if (_process != ::getpid()) _file->abandon();
+}
+
+void CachedStore::load() {
+  RowStore::Entries entries;
+  if (_file->rows().entries(entries) == Outcome::damaged && _file->isWritable()) {
+    _file->beginAfresh(_system);
+    entries = {};
+    _file->rows().entries(entries);
+  }
+  for (auto& [key, saved] : entries.undamaged) {
+    if (auto value = _codec.decode(key, saved)) {
+      _image.emplace(std::move(key), *std::move(value));
+    } else {
+      ++entries.damaged;
+    }
+  }
+  if (entries.damaged != 0)
+    _system.print("[KITE] Damaged values in the " + _file->name().title + ": " +
+                  std::to_string(entries.damaged));
+}
+
+std::optional<CachedStore::Value> CachedStore::find(std::string_view key) const {
+  const std::scoped_lock guard(_imageMutex);
+  const auto found = _image.find(key);
+  return found == _image.end() ? std::nullopt : std::optional(found->second);
+}
+
+CachedStore::Image CachedStore::all() const {
+  const std::scoped_lock guard(_imageMutex);
+  return _image;
+}
+
+std::shared_ptr<const Larder::StoredValue> CachedStore::list(std::string_view key) {
+  if (_process != ::getpid()) return nullptr;
+  const std::scoped_lock writing(_writing);
+  RowStore::Rows rows;
+  auto outcome = _file->rows().rows(key, rows);
+  if (outcome == Outcome::damaged && _file->isWritable()) {
+    recover();
+    rows = {};
+    outcome = _file->rows().rows(key, rows);
+  }
+  if (outcome != Outcome::done)
+    _system.print("[KITE] A list in the " + _file->name().title +
+                  " cannot be read to its end: " + _file->rows().message());
+  const auto value = find(key);
+  if (!value || !std::holds_alternative<List>(*value)) return nullptr;
+  if (!rows.damaged.empty()) dropRows(key, rows.damaged);
+  return std::make_shared<const Larder::StoredValue>(std::move(rows.undamaged));
+}
+
+// Their ordinals must be free for new rows.
+void CachedStore::dropRows(std::string_view key, const std::vector<std::uint64_t>& ordinals) {
+  _system.print("[KITE] Damaged elements were dropped from a list in the " + _file->name().title +
+                ": " + std::to_string(ordinals.size()));
+  if (!mayWrite()) return;
+  Larder::ListEdit edit;
+  for (const auto ordinal : ordinals) edit.removed.push_back({ordinal, ordinal + 1});
+  _file->rows().edit(key, edit);
+}
+
+void CachedStore::set(std::string_view key, Value value) {
+  const std::scoped_lock writing(_writing);
+  {
+    const std::scoped_lock guard(_imageMutex);
+    _image.insert_or_assign(std::string(key), std::move(value));
+  }
+  save(key);
+}
+
+void CachedStore::remove(std::string_view key) {
+  const std::scoped_lock writing(_writing);
+  {
+    const std::scoped_lock guard(_imageMutex);
+    const auto found = _image.find(key);
+    if (found == _image.end()) return;
+    _image.erase(found);
+  }
+  save(key);
+}
+
+bool CachedStore::edit(std::string_view key, const Larder::ListEdit& edit) {
+  const std::scoped_lock writing(_writing);
+  if (!mayWrite()) return false;
+  saveAll();
+  if (_unsaved.contains(key)) return false;
+  auto outcome = _file->rows().edit(key, edit);
+  if (outcome == Outcome::damaged) {
+    recover();
+    outcome = _file->rows().edit(key, edit);
+  }
+  report(outcome);
+  if (outcome != Outcome::done) return false;
+  const std::scoped_lock guard(_imageMutex);
+  _image.insert_or_assign(std::string(key), List{});
+  return true;
+}
+
+bool CachedStore::mayWrite() const { return _process == ::getpid() && _file->isWritable(); }
+
+void CachedStore::save(std::string_view key) {
+  if (!mayWrite()) return;
+  _unsaved.emplace(key);
+  saveAll();
+}
+
+void CachedStore::saveAll() {
+  if (_unsaved.empty()) return;
+  auto outcome = Outcome::done;
+  while (!_unsaved.empty() && outcome == Outcome::done) {
+    const auto next = _unsaved.begin();
+    outcome = saveOne(*next);
+    if (outcome == Outcome::damaged) {
+      recover();
+      outcome = saveOne(*_unsaved.begin());
+    }
+    if (outcome == Outcome::done) _unsaved.erase(_unsaved.begin());
+  }
+  report(outcome);
+}
+
+Outcome CachedStore::saveOne(const std::string& key) {
+  const auto value = find(key);
+  if (!value) return _file->rows().remove(key);
+  if (std::holds_alternative<List>(*value)) return Outcome::done;
+  const auto saved = _codec.encode(key, *value);
+  return saved ? _file->rows().put(key, *saved) : Outcome::failed;
+}
+
+// The file is damaged. What memory holds is saved anew, lists are what could be read of them.
+void CachedStore::recover() {
+  _file->beginAfresh(_system);
+  RowStore::Entries entries;
+  _file->rows().entries(entries);
+  std::set<std::string, std::less<>> lists;
+  for (const auto& [key, saved] : entries.undamaged)
+    if (saved.kind == ValueKind::list) lists.insert(key);
+  const std::scoped_lock guard(_imageMutex);
+  std::erase_if(_image, [&](const auto& item) {
+    return std::holds_alternative<List>(item.second) && !lists.contains(item.first);
+  });
+  for (const auto& [key, value] : _image)
+    if (!std::holds_alternative<List>(value)) _unsaved.insert(key);
+}
+
+void CachedStore::report(Outcome outcome) {
+  if (outcome == Outcome::done) {
+    _trouble.isOver();
+  } else {
+    _trouble.goesOn(_file->rows().message());
+  }
+}
+
+}  // namespace kite::Linux

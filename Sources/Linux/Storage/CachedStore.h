@@ -1,0 +1,77 @@
+#pragma once
+
+#include <Kite/Platform/Larder.h>
+#include <Kite/Platform/System.h>
+
+#include "Linux/Storage/StoreFile.h"
+#include "Linux/Storage/TroubleReport.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <variant>
+
+namespace kite::Linux {
+
+/// A store's values in memory, and every change of them on the disk. Any thread.
+///
+/// Lists stay on the disk: memory knows only that they exist. A reader of any other value never
+/// waits for the disk. In a child made by `fork` nothing reaches the disk.
+class CachedStore {
+ public:
+  struct List {};
+  using Value = std::variant<std::shared_ptr<const Larder::StoredValue>, List, double,
+                             std::shared_ptr<const DynamicValue::Dictionary>>;
+
+  /// The form that values have in the file. `encode` gives nothing when it fails, `decode` for
+  /// bytes that are no value.
+  struct Codec {
+    std::function<std::optional<SavedValue>(std::string_view key, const Value& value)> encode;
+    std::function<std::optional<Value>(std::string_view key, const SavedValue& saved)> decode;
+  };
+
+  CachedStore(std::unique_ptr<StoreFile> file, Codec codec, System system);
+  ~CachedStore();
+  CachedStore(const CachedStore&) = delete;
+  CachedStore& operator=(const CachedStore&) = delete;
+
+  std::optional<Value> find(std::string_view key) const;
+  std::map<std::string, Value, std::less<>> all() const;
+  /// Null when the key holds no list.
+  std::shared_ptr<const Larder::StoredValue> list(std::string_view key);
+
+  void set(std::string_view key, Value value);
+  void remove(std::string_view key);
+  bool edit(std::string_view key, const Larder::ListEdit& edit);
+
+ private:
+  using Image = std::map<std::string, Value, std::less<>>;
+
+  void load();
+  bool mayWrite() const;
+  void save(std::string_view key);
+  void saveAll();
+  Outcome saveOne(const std::string& key);
+  void dropRows(std::string_view key, const std::vector<std::uint64_t>& ordinals);
+  void recover();
+  void report(Outcome outcome);
+
+  Codec _codec;
+  System _system;
+  int _process;
+
+  mutable std::mutex _imageMutex;  // guards _image; a leaf, never held during I/O
+  Image _image;
+
+  std::mutex _writing;  // guards all below, and the order of changes
+  std::unique_ptr<StoreFile> _file;
+  std::set<std::string, std::less<>> _unsaved;
+  TroubleReport _trouble;
+};
+
+}  // namespace kite::Linux

@@ -1,0 +1,114 @@
+#include "Linux/Storage/Database.h"
+
+#include <sqlite3.h>
+
+namespace kite::Linux {
+
+namespace {
+
+Outcome outcome(int code) {
+  switch (code & 0xFF) {
+    case SQLITE_OK:
+    case SQLITE_ROW:
+    case SQLITE_DONE:
+      return Outcome::done;
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+      return Outcome::damaged;
+    default:
+      return Outcome::failed;
+  }
+}
+
+// Readers beside the owner hold locks for moments only.
+constexpr int busyMilliseconds = 100;
+
+}  // namespace
+
+void Statement::Finalizer::operator()(sqlite3_stmt* statement) const {
+  sqlite3_finalize(statement);
+}
+
+Statement::Statement(sqlite3* database, const char* sql) {
+  sqlite3_stmt* statement = nullptr;
+  _code = sqlite3_prepare_v3(database, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+  _statement.reset(statement);
+}
+
+Statement& Statement::bind(int parameter, std::string_view text) {
+  sqlite3_bind_text64(_statement.get(), parameter + 1, text.data() ? text.data() : "", text.size(),
+                      SQLITE_STATIC, SQLITE_UTF8);
+  return *this;
+}
+
+Statement& Statement::bindBytes(int parameter, std::string_view bytes) {
+  sqlite3_bind_blob64(_statement.get(), parameter + 1, bytes.data() ? bytes.data() : "",
+                      bytes.size(), SQLITE_STATIC);
+  return *this;
+}
+
+Statement& Statement::bind(int parameter, std::int64_t number) {
+  sqlite3_bind_int64(_statement.get(), parameter + 1, number);
+  return *this;
+}
+
+Outcome Statement::run() {
+  step();
+  return rewind();
+}
+
+bool Statement::step() {
+  if (!_statement) return false;
+  _code = sqlite3_step(_statement.get());
+  return _code == SQLITE_ROW;
+}
+
+Outcome Statement::rewind() {
+  const auto result = outcome(_code);
+  if (_statement) sqlite3_reset(_statement.get());
+  return result;
+}
+
+std::string_view Statement::text(int column) const {
+  const auto* bytes = static_cast<const char*>(sqlite3_column_blob(_statement.get(), column));
+  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(_statement.get(), column));
+  return bytes ? std::string_view(bytes, size) : std::string_view();
+}
+
+std::int64_t Statement::number(int column) const {
+  return sqlite3_column_int64(_statement.get(), column);
+}
+
+std::unique_ptr<Database> Database::open(const std::filesystem::path& file, Access access) {
+  const int mode = access == Access::readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
+  const auto name = file.empty() ? ":memory:" : file.string();
+  sqlite3* handle = nullptr;
+  const int code = sqlite3_open_v2(name.c_str(), &handle,
+                                   mode | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW, nullptr);
+  std::unique_ptr<Database> database(new Database(handle));
+  if (code != SQLITE_OK) return nullptr;
+  sqlite3_busy_timeout(handle, busyMilliseconds);
+  return database;
+}
+
+Outcome Database::execute(const char* sql) {
+  return outcome(sqlite3_exec(_handle.get(), sql, nullptr, nullptr, nullptr));
+}
+
+Outcome Database::number(const char* sql, std::int64_t& result) {
+  return prepare(sql).forEachRow([&](const Statement& row) { result = row.number(0); });
+}
+
+std::string Database::message() const { return sqlite3_errmsg(_handle.get()); }
+
+bool Database::hasChanged() const { return sqlite3_changes(_handle.get()) > 0; }
+
+void Database::abandon() { static_cast<void>(_handle.release()); }
+
+void Database::rollBack() {
+  if (!sqlite3_get_autocommit(_handle.get())) execute("ROLLBACK");
+}
+
+void Database::Closer::operator()(sqlite3* database) const { sqlite3_close_v2(database); }
+
+}  // namespace kite::Linux

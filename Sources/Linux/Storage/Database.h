@@ -1,0 +1,98 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace kite::Linux {
+
+/// What became of a database operation, reduced to what makes a difference.
+enum class Outcome {
+  done,
+  failed,  ///< the disk is full, the file is busy, …: it may work another time
+  damaged  ///< the file is not, or no longer, a database that can be read
+};
+
+/// A prepared statement, used again and again. Parameters and columns count from 0.
+///
+/// Bound bytes are not copied; they must live until the statement is run or rewound.
+class Statement {
+ public:
+  Statement(sqlite3* database, const char* sql);
+
+  Statement& bind(int parameter, std::string_view text);
+  Statement& bindBytes(int parameter, std::string_view bytes);
+  Statement& bind(int parameter, std::int64_t number);
+
+  /// Runs a statement that has no rows.
+  Outcome run();
+  /// Runs a statement and hands every row to `body(*this)`, until there are no more.
+  template <class Body>
+  Outcome forEachRow(Body body) {
+    while (step()) body(std::as_const(*this));
+    return rewind();
+  }
+
+  std::string_view text(int column) const;
+  std::int64_t number(int column) const;
+
+ private:
+  struct Finalizer {
+    void operator()(sqlite3_stmt* statement) const;
+  };
+
+  bool step();
+  Outcome rewind();
+
+  std::unique_ptr<sqlite3_stmt, Finalizer> _statement;
+  int _code = 0;
+};
+
+/// An open SQLite database. One thread at a time.
+class Database {
+ public:
+  enum class Access { readOnly, readWrite };
+
+  /// Opens a file that exists, or "" for a database in memory; null when SQLite cannot open it.
+  static std::unique_ptr<Database> open(const std::filesystem::path& file, Access access);
+
+  Outcome execute(const char* sql);
+  Statement prepare(const char* sql) { return {_handle.get(), sql}; }
+  /// The first column of the first row.
+  Outcome number(const char* sql, std::int64_t& result);
+
+  /// Runs `body() -> Outcome` as one transaction, which is undone unless all of it is done.
+  template <class Body>
+  Outcome transaction(Body body) {
+    auto outcome = execute("BEGIN IMMEDIATE");
+    if (outcome == Outcome::done) outcome = body();
+    if (outcome == Outcome::done) outcome = execute("COMMIT");
+    if (outcome != Outcome::done) rollBack();
+    return outcome;
+  }
+
+  /// Whether the last statement that was run inserted, changed or deleted a row.
+  bool hasChanged() const;
+  /// Why the last operation failed, for a person.
+  std::string message() const;
+
+  /// Leaves the file to another process: nothing is written, locks are not touched.
+  void abandon();
+
+ private:
+  struct Closer {
+    void operator()(sqlite3* database) const;
+  };
+  explicit Database(sqlite3* handle) : _handle(handle) {}
+  void rollBack();
+
+  std::unique_ptr<sqlite3, Closer> _handle;
+};
+
+}  // namespace kite::Linux

@@ -1,0 +1,37 @@
+#include "Linux/Storage/MasterKeyFile.h"
+
+#include <openssl/crypto.h>
+
+#include <optional>
+#include <string>
+
+namespace kite::Linux {
+
+namespace {
+
+constexpr const char* fileName = "master.key";
+
+}  // namespace
+
+std::shared_ptr<const MasterKey> readMasterKey(const PrivateFolder& folder) {
+  if (folder.fault(fileName)) return nullptr;
+  auto bytes = readFile(folder.path() / fileName, MasterKey::size);
+  if (!bytes) return nullptr;
+  auto key = MasterKey::fromBytes(*bytes);
+  OPENSSL_cleanse(bytes->data(), bytes->size());
+  return key;
+}
+
+std::shared_ptr<const MasterKey> readOrMakeMasterKey(const PrivateFolder& folder,
+                                                     const System& system) {
+  if (auto key = readMasterKey(folder)) return key;
+  if (folder.exists(fileName)) {
+    const auto aside = std::string(fileName) + ".unusable-" + system.randomUUID().text();
+    if (!folder.rename(fileName, aside)) return nullptr;
+    system.print("[KITE] The key of the secrets store is unusable: it was set aside as " + aside);
+  }
+  auto key = MasterKey::random();
+  return key && folder.replaceFile(fileName, key->bytes()) ? key : nullptr;
+}
+
+}  // namespace kite::Linux

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <Kite/Platform/System.h>
+
+#include "Linux/Storage/PrivateFolder.h"
+#include "Linux/Storage/Seal.h"
+
+#include <memory>
+
+namespace kite::Linux {
+
+/// The key in the folder's file "master.key"; null when there is none that can be read.
+std::shared_ptr<const MasterKey> readMasterKey(const PrivateFolder& folder);
+
+/// The same; when there is none it is made. A file that holds no key is set aside. Null when a new
+/// key cannot be kept.
+std::shared_ptr<const MasterKey> readOrMakeMasterKey(const PrivateFolder& folder,
+                                                     const System& system);
+
+}  // namespace kite::Linux

@@ -1,0 +1,122 @@
+#include "Linux/Storage/PrivateFolder.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <system_error>
+
+namespace kite::Linux {
+
+namespace {
+
+constexpr mode_t folderMode = 0700;
+constexpr mode_t fileMode = 0600;
+constexpr mode_t othersMay = 0077;
+
+std::string because(const std::filesystem::path& path) {
+  return path.string() + ": " + std::system_category().message(errno);
+}
+
+bool makePath(const std::filesystem::path& path) {
+  if (path.empty() || ::mkdir(path.c_str(), folderMode) == 0 || errno == EEXIST) return true;
+  if (errno != ENOENT || !path.has_relative_path()) return false;
+  if (!makePath(path.parent_path())) return false;
+  return ::mkdir(path.c_str(), folderMode) == 0 || errno == EEXIST;
+}
+
+bool writeAll(const FileDescriptor& file, std::string_view contents) {
+  while (!contents.empty()) {
+    const auto written = ::write(file.get(), contents.data(), contents.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    contents.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+}  // namespace
+
+Result<PrivateFolder, std::string> PrivateFolder::open(const std::filesystem::path& given,
+                                                       bool make) {
+  const auto path = given.has_filename() ? given : given.parent_path();
+  if (make && !makePath(path)) return Failure{because(path)};
+  FileDescriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  struct stat status {};
+  if (!folder || ::fstat(folder.get(), &status) != 0) return Failure{because(path)};
+  if (status.st_uid != ::geteuid()) return Failure{path.string() + " belongs to another user"};
+  if (make && (status.st_mode & othersMay) != 0) ::fchmod(folder.get(), folderMode);
+  std::error_code error;
+  auto real = std::filesystem::canonical(path, error);
+  if (error) return Failure{path.string() + ": " + error.message()};
+  return PrivateFolder(std::move(real), std::move(folder));
+}
+
+std::optional<std::string> PrivateFolder::fault(const std::string& name) const {
+  struct stat status {};
+  if (::fstatat(_folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+    return because(_path / name);
+  const auto refused = [&](const char* reason) { return (_path / name).string() + reason; };
+  if (S_ISLNK(status.st_mode)) return refused(" is a symbolic link");
+  if (!S_ISREG(status.st_mode)) return refused(" is not a plain file");
+  if (status.st_uid != ::geteuid()) return refused(" belongs to another user");
+  if (status.st_nlink > 1) return refused(" is also reachable under another name");
+  return std::nullopt;
+}
+
+std::optional<std::string> PrivateFolder::make(const std::string& name) const {
+  const FileDescriptor made(::openat(_folder.get(), name.c_str(),
+                                     O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
+  if (!made && errno != EEXIST) return because(_path / name);
+  auto reason = fault(name);
+  if (!reason) ::fchmodat(_folder.get(), name.c_str(), fileMode, 0);
+  return reason;
+}
+
+Result<FileDescriptor, std::string> PrivateFolder::openFile(const std::string& name) const {
+  if (auto reason = make(name)) return Failure{*std::move(reason)};
+  FileDescriptor file(::openat(_folder.get(), name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+  if (!file) return Failure{because(_path / name)};
+  return file;
+}
+
+bool PrivateFolder::replaceFile(const std::string& name, std::string_view contents) const {
+  const auto fresh = name + ".new";
+  ::unlinkat(_folder.get(), fresh.c_str(), 0);
+  const auto file = openFile(fresh);
+  if (!file || !writeAll(*file, contents) || ::fsync(file->get()) != 0) return false;
+  if (!rename(fresh, name)) return false;
+  synchronize();
+  return true;
+}
+
+bool PrivateFolder::exists(const std::string& name) const {
+  return ::faccessat(_folder.get(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool PrivateFolder::rename(const std::string& from, const std::string& to) const {
+  return ::renameat(_folder.get(), from.c_str(), _folder.get(), to.c_str()) == 0;
+}
+
+void PrivateFolder::synchronize() const { ::fsync(_folder.get()); }
+
+std::optional<std::string> readAll(const FileDescriptor& file, std::size_t limit) {
+  std::string contents;
+  char piece[4096];
+  for (;;) {
+    const auto count = ::read(file.get(), piece, sizeof piece);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0 || contents.size() + static_cast<std::size_t>(count) > limit) return std::nullopt;
+    if (count == 0) return contents;
+    contents.append(piece, static_cast<std::size_t>(count));
+  }
+}
+
+std::optional<std::string> readFile(const std::filesystem::path& file, std::size_t limit) {
+  const FileDescriptor open(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  return open ? readAll(open, limit) : std::nullopt;
+}
+
+}  // namespace kite::Linux

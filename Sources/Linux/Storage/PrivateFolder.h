@@ -1,0 +1,53 @@
+#pragma once
+
+#include <Kite/Base/Result.h>
+
+#include "Linux/Storage/FileDescriptor.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kite::Linux {
+
+/// A folder that nobody but this user can look into, with files of the same kind.
+///
+/// Links and what belongs to other users are refused: whoever could put them there could read or
+/// redirect what is written. Errors are one line for a person.
+class PrivateFolder {
+ public:
+  /// With `make`, whatever is missing of the path is made.
+  static Result<PrivateFolder, std::string> open(const std::filesystem::path& path, bool make);
+
+  /// Free of symbolic links.
+  const std::filesystem::path& path() const { return _path; }
+
+  /// Why a file must not be used, or nothing.
+  std::optional<std::string> fault(const std::string& name) const;
+  /// Makes the file unless it exists; says why it must not be used, or nothing.
+  std::optional<std::string> make(const std::string& name) const;
+  /// Opens a file for reading and writing, after making it when it is missing.
+  Result<FileDescriptor, std::string> openFile(const std::string& name) const;
+
+  /// Puts a file with these contents in place, whole or not at all, and on the disk before it
+  /// returns.
+  bool replaceFile(const std::string& name, std::string_view contents) const;
+  bool exists(const std::string& name) const;
+  bool rename(const std::string& from, const std::string& to) const;
+  /// Makes changes of the folder itself survive a power failure.
+  void synchronize() const;
+
+ private:
+  PrivateFolder(std::filesystem::path path, FileDescriptor folder)
+      : _path(std::move(path)), _folder(std::move(folder)) {}
+
+  std::filesystem::path _path;
+  FileDescriptor _folder;
+};
+
+/// The whole of a file; nothing when it cannot be read or is longer than `limit`.
+std::optional<std::string> readAll(const FileDescriptor& file, std::size_t limit);
+std::optional<std::string> readFile(const std::filesystem::path& file, std::size_t limit);
+
+}  // namespace kite::Linux

@@ -1,0 +1,208 @@
+#include "Linux/Storage/RowStore.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace kite::Linux {
+
+namespace {
+
+constexpr const char* tables =
+    "PRAGMA page_size=8192;"  // a few events to a page
+    "PRAGMA journal_mode=WAL;"
+    "BEGIN IMMEDIATE;"
+    "CREATE TABLE entries(key TEXT PRIMARY KEY, kind INTEGER NOT NULL, bytes BLOB NOT NULL,"
+    " crc INTEGER NOT NULL);"
+    "CREATE TABLE list_rows(key TEXT NOT NULL, ordinal INTEGER NOT NULL, bytes BLOB NOT NULL,"
+    " crc INTEGER NOT NULL, PRIMARY KEY(key, ordinal));"
+    "PRAGMA application_id=1265202277;"  // "Kite"
+    "PRAGMA user_version=1;"
+    "COMMIT;";
+constexpr std::int64_t applicationID = 1265202277;
+constexpr std::int64_t formatVersion = 1;
+
+constexpr auto largestOrdinal =
+    static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+
+std::int64_t asNumber(std::uint64_t ordinal) {
+  return static_cast<std::int64_t>(std::min(ordinal, largestOrdinal));
+}
+
+// Over the key and the place as well, so that bytes in the wrong row are noticed.
+std::int64_t checksum(std::string_view key, std::int64_t place, std::string_view bytes) {
+  const auto add = [](uLong crc, const void* data, std::size_t size) {
+    return crc32_z(crc, static_cast<const Bytef*>(data), size);
+  };
+  auto crc = add(0, key.data(), key.size());
+  crc = add(crc, &place, sizeof place);
+  if (!bytes.empty()) crc = add(crc, bytes.data(), bytes.size());
+  return static_cast<std::int64_t>(crc);
+}
+
+Outcome worse(Outcome first, Outcome second) { return first == Outcome::done ? second : first; }
+
+struct Identity {
+  std::int64_t application = 0;
+  std::int64_t version = 0;
+  std::int64_t tables = 0;
+
+  bool isStore() const { return application == applicationID && version == formatVersion; }
+  bool isEmptyFile() const { return application == 0 && version == 0 && tables == 0; }
+};
+
+Outcome identify(Database& database, Identity& identity) {
+  auto outcome = database.number("SELECT count(*) FROM sqlite_schema", identity.tables);
+  outcome = worse(outcome, database.number("PRAGMA application_id", identity.application));
+  return worse(outcome, database.number("PRAGMA user_version", identity.version));
+}
+
+}  // namespace
+
+Outcome RowStore::open(std::unique_ptr<Database> database, Durability durability,
+                       std::unique_ptr<RowStore>& store) {
+  Identity identity;
+  auto outcome = identify(*database, identity);
+  if (outcome == Outcome::done && identity.isEmptyFile()) {
+    outcome = database->execute(tables);
+  } else if (outcome == Outcome::done && !identity.isStore()) {
+    outcome = Outcome::damaged;
+  }
+  if (outcome != Outcome::done) return outcome;
+  database->execute(durability == Durability::surviveCrash ? "PRAGMA synchronous=NORMAL"
+                                                           : "PRAGMA synchronous=FULL");
+  store.reset(new RowStore(std::move(database)));
+  return Outcome::done;
+}
+
+Outcome RowStore::openForReading(std::unique_ptr<Database> database,
+                                 std::unique_ptr<RowStore>& store) {
+  Identity identity;
+  const auto outcome = identify(*database, identity);
+  if (outcome != Outcome::done) return outcome;
+  if (!identity.isStore()) return Outcome::damaged;
+  store.reset(new RowStore(std::move(database)));
+  return Outcome::done;
+}
+
+RowStore::RowStore(std::unique_ptr<Database> database)
+    : _database(std::move(database)),
+      _putValue(_database->prepare("INSERT INTO entries VALUES(?,?,?,?) ON CONFLICT(key) DO UPDATE "
+                                   "SET kind=excluded.kind, bytes=excluded.bytes, "
+                                   "crc=excluded.crc WHERE kind<>2 OR excluded.kind<>2")),
+      _removeValue(_database->prepare("DELETE FROM entries WHERE key=?")),
+      _insertRow(_database->prepare("INSERT INTO list_rows VALUES(?,?,?,?)")),
+      _removeRows(_database->prepare("DELETE FROM list_rows WHERE key=?")),
+      _removeRange(
+          _database->prepare("DELETE FROM list_rows WHERE key=? AND ordinal>=? AND ordinal<?")),
+      _selectRows(_database->prepare(
+          "SELECT ordinal, bytes, crc FROM list_rows WHERE key=? ORDER BY ordinal")) {}
+
+Outcome RowStore::entries(Entries& entries) {
+  auto select = _database->prepare("SELECT key, kind, bytes, crc FROM entries");
+  return select.forEachRow([&](const Statement& row) {
+    const auto kind = row.number(1);
+    const bool isList = kind == static_cast<std::int64_t>(ValueKind::list);
+    if (!isList && row.number(3) != checksum(row.text(0), kind, row.text(2))) {
+      ++entries.damaged;
+      return;
+    }
+    entries.undamaged.push_back(
+        {std::string(row.text(0)), {static_cast<ValueKind>(kind), std::string(row.text(2))}});
+  });
+}
+
+Outcome RowStore::rows(std::string_view key, Rows& rows) {
+  return _selectRows.bind(0, key).forEachRow([&](const Statement& row) {
+    const auto ordinal = row.number(0);
+    if (row.number(2) == checksum(key, ordinal, row.text(1))) {
+      rows.undamaged.push_back({static_cast<std::uint64_t>(ordinal), std::string(row.text(1))});
+    } else {
+      rows.damaged.push_back(static_cast<std::uint64_t>(ordinal));
+    }
+  });
+}
+
+Outcome RowStore::put(std::string_view key, const SavedValue& value) {
+  return _database->transaction(
+      [&] { return worse(_removeRows.bind(0, key).run(), putValue(key, value)); });
+}
+
+Outcome RowStore::putValue(std::string_view key, const SavedValue& value) {
+  const auto kind = static_cast<std::int64_t>(value.kind);
+  return _putValue.bind(0, key)
+      .bind(1, kind)
+      .bindBytes(2, value.bytes)
+      .bind(3, checksum(key, kind, value.bytes))
+      .run();
+}
+
+Outcome RowStore::remove(std::string_view key) {
+  return _database->transaction(
+      [&] { return worse(_removeRows.bind(0, key).run(), _removeValue.bind(0, key).run()); });
+}
+
+Outcome RowStore::edit(std::string_view key, const Larder::ListEdit& edit) {
+  return _database->transaction([&] { return edited(key, edit); });
+}
+
+Outcome RowStore::edited(std::string_view key, const Larder::ListEdit& edit) {
+  auto outcome = putValue(key, {ValueKind::list, ""});
+  if (edit.replacesAll) outcome = worse(outcome, _removeRows.bind(0, key).run());
+  for (const auto& range : edit.removed) {
+    if (outcome != Outcome::done) return outcome;
+    outcome =
+        _removeRange.bind(0, key).bind(1, asNumber(range.first)).bind(2, asNumber(range.end)).run();
+  }
+  for (const auto& row : edit.appended) {
+    if (outcome != Outcome::done) return outcome;
+    _scratch.clear();
+    row.segment->appendTo(_scratch);
+    outcome = insertRow(key, asNumber(row.ordinal), _scratch);
+  }
+  return outcome;
+}
+
+Outcome RowStore::insertRow(std::string_view key, std::int64_t ordinal, std::string_view bytes) {
+  return _insertRow.bind(0, key)
+      .bind(1, ordinal)
+      .bindBytes(2, bytes)
+      .bind(3, checksum(key, ordinal, bytes))
+      .run();
+}
+
+Outcome RowStore::salvage(RowStore& other, std::size_t& recovered) {
+  return _database->transaction([&] {
+    Entries entries;
+    other.entries(entries);
+    auto outcome = Outcome::done;
+    for (const auto& [key, value] : entries.undamaged)
+      outcome = worse(outcome, putValue(key, value));
+    recovered = entries.undamaged.size();
+    // What lies behind a page that cannot be read is reached from the other end.
+    for (const auto* query : {"SELECT * FROM list_rows NOT INDEXED ORDER BY rowid",
+                              "SELECT * FROM list_rows NOT INDEXED ORDER BY rowid DESC"})
+      outcome = worse(outcome, salvageRows(*other._database, query, recovered));
+    return outcome;
+  });
+}
+
+Outcome RowStore::salvageRows(Database& other, const char* query, std::size_t& recovered) {
+  auto insert = _database->prepare("INSERT OR IGNORE INTO list_rows VALUES(?,?,?,?)");
+  auto outcome = Outcome::done;
+  other.prepare(query).forEachRow([&](const Statement& row) {
+    const auto key = row.text(0);
+    const auto ordinal = row.number(1);
+    const auto bytes = row.text(2);
+    if (row.number(3) != checksum(key, ordinal, bytes)) return;
+    outcome = worse(outcome, putValue(key, {ValueKind::list, ""}));
+    insert.bind(0, key).bind(1, ordinal).bindBytes(2, bytes).bind(3, row.number(3));
+    outcome = worse(outcome, insert.run());
+    if (_database->hasChanged()) ++recovered;
+  });
+  return outcome;
+}
+
+}  // namespace kite::Linux

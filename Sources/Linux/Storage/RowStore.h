@@ -1,0 +1,78 @@
+#pragma once
+
+#include <Kite/Platform/Larder.h>
+
+#include "Linux/Storage/Database.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kite::Linux {
+
+/// What a saved value is; kept in the file, so the numbers stay.
+enum class ValueKind : std::int64_t { data = 1, list = 2, number = 3, dictionary = 4 };
+
+struct SavedValue {
+  ValueKind kind;
+  std::string bytes;  ///< empty for a list, whose elements are rows
+};
+
+/// The tables of a store: one row per value and, of lists, one per element, each with a checksum.
+/// One thread at a time.
+class RowStore {
+ public:
+  using StoredRow = Larder::StoredValue::StoredRow;
+
+  struct Entry {
+    std::string key;
+    SavedValue value;
+  };
+  struct Entries {
+    std::vector<Entry> undamaged;
+    std::size_t damaged = 0;
+  };
+  struct Rows {
+    std::vector<StoredRow> undamaged;
+    std::vector<std::uint64_t> damaged;
+  };
+
+  enum class Durability { surviveCrash, survivePowerFailure };
+
+  /// Takes an open database over; an empty one gets the tables. `damaged` when it is not a store.
+  static Outcome open(std::unique_ptr<Database> database, Durability durability,
+                      std::unique_ptr<RowStore>& store);
+  static Outcome openForReading(std::unique_ptr<Database> database,
+                                std::unique_ptr<RowStore>& store);
+
+  /// Of a file that breaks off, what could be read until then.
+  Outcome entries(Entries& entries);
+  Outcome rows(std::string_view key, Rows& rows);
+
+  Outcome put(std::string_view key, const SavedValue& value);
+  Outcome remove(std::string_view key);
+  Outcome edit(std::string_view key, const Larder::ListEdit& edit);
+  /// Takes over whatever can still be read from another store; counts it.
+  Outcome salvage(RowStore& other, std::size_t& recovered);
+
+  std::string message() const { return _database->message(); }
+  void abandon() { _database->abandon(); }
+
+ private:
+  explicit RowStore(std::unique_ptr<Database> database);
+
+  Outcome putValue(std::string_view key, const SavedValue& value);
+  Outcome edited(std::string_view key, const Larder::ListEdit& edit);
+  Outcome insertRow(std::string_view key, std::int64_t ordinal, std::string_view bytes);
+  Outcome salvageRows(Database& other, const char* query, std::size_t& recovered);
+
+  std::unique_ptr<Database> _database;
+  Statement _putValue, _removeValue, _insertRow, _removeRows, _removeRange, _selectRows;
+  std::string _scratch;
+};
+
+}  // namespace kite::Linux

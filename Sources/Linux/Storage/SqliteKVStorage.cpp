@@ -1,0 +1,119 @@
+#include "Linux/Storage/SqliteKVStorage.h"
+
+#include <Kite/Linux/LinuxPlatform.h>
+#include <Kite/Platform/LegacyArchive.h>
+
+#include "Linux/PropertyList/PropertyList.h"
+
+#include <bit>
+#include <cstdint>
+#include <utility>
+
+namespace kite::Linux {
+
+namespace {
+
+using Stored = std::shared_ptr<const Larder::StoredValue>;
+using Dictionary = std::shared_ptr<const DynamicValue::Dictionary>;
+using Value = CachedStore::Value;
+
+// Eight bytes, little-endian, so that every number survives, NaN too.
+std::string bytesOf(double number) {
+  auto bits = std::bit_cast<std::uint64_t>(number);
+  std::string bytes;
+  for (int i = 0; i < 8; ++i, bits >>= 8) bytes += static_cast<char>(bits & 0xFF);
+  return bytes;
+}
+
+std::optional<Value> numberFrom(const std::string& bytes) {
+  if (bytes.size() != 8) return std::nullopt;
+  std::uint64_t bits = 0;
+  for (int i = 7; i >= 0; --i)
+    bits = bits << 8 | static_cast<unsigned char>(bytes[static_cast<std::size_t>(i)]);
+  return std::bit_cast<double>(bits);
+}
+
+std::optional<Value> dictionaryFrom(const std::string& bytes) {
+  auto dictionary = LegacyArchive::propertyListDictionary(bytes);
+  if (!dictionary) return std::nullopt;
+  return std::make_shared<const DynamicValue::Dictionary>(*std::move(dictionary));
+}
+
+std::optional<SavedValue> encode(std::string_view, const Value& value) {
+  if (const auto* stored = std::get_if<Stored>(&value))
+    return SavedValue{ValueKind::data, (*stored)->data().bytes};
+  if (const auto* number = std::get_if<double>(&value))
+    return SavedValue{ValueKind::number, bytesOf(*number)};
+  if (const auto* dictionary = std::get_if<Dictionary>(&value))
+    return SavedValue{ValueKind::dictionary, PropertyList::write(**dictionary)};
+  return std::nullopt;
+}
+
+std::optional<Value> decode(std::string_view, const SavedValue& saved) {
+  switch (saved.kind) {
+    case ValueKind::data:
+      return std::make_shared<const Larder::StoredValue>(Data{saved.bytes});
+    case ValueKind::list:
+      return CachedStore::List{};
+    case ValueKind::number:
+      return numberFrom(saved.bytes);
+    case ValueKind::dictionary:
+      return dictionaryFrom(saved.bytes);
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+SqliteKVStorage::SqliteKVStorage(std::unique_ptr<StoreFile> file, System system)
+    : _values(std::make_unique<CachedStore>(std::move(file),
+                                            CachedStore::Codec{.encode = encode, .decode = decode},
+                                            std::move(system))) {}
+
+Stored SqliteKVStorage::read(std::string_view key) const {
+  const auto value = _values->find(key);
+  if (!value) return nullptr;
+  if (std::holds_alternative<CachedStore::List>(*value)) return _values->list(key);
+  const auto* stored = std::get_if<Stored>(&*value);
+  return stored ? *stored : nullptr;
+}
+
+void SqliteKVStorage::write(std::string_view key, Data data) {
+  _values->set(key, std::make_shared<const Larder::StoredValue>(std::move(data)));
+}
+
+void SqliteKVStorage::remove(std::string_view key) { _values->remove(key); }
+
+bool SqliteKVStorage::edit(std::string_view key, const Larder::ListEdit& edit) {
+  return _values->edit(key, edit);
+}
+
+std::optional<double> SqliteKVStorage::readNumber(std::string_view key) const {
+  const auto value = _values->find(key);
+  const auto* number = value ? std::get_if<double>(&*value) : nullptr;
+  return number ? std::optional(*number) : std::nullopt;
+}
+
+void SqliteKVStorage::writeNumber(std::string_view key, double number) {
+  _values->set(key, number);
+}
+
+std::optional<DynamicValue::Dictionary> SqliteKVStorage::readDictionary(
+    std::string_view key) const {
+  const auto value = _values->find(key);
+  const auto* dictionary = value ? std::get_if<Dictionary>(&*value) : nullptr;
+  return dictionary ? std::optional(**dictionary) : std::nullopt;
+}
+
+void SqliteKVStorage::writeDictionary(std::string_view key,
+                                      const DynamicValue::Dictionary& dictionary) {
+  _values->set(key, std::make_shared<const DynamicValue::Dictionary>(dictionary));
+}
+
+std::shared_ptr<Larder::KVStorage> sqliteKVStorage(const std::filesystem::path& folder,
+                                                   const System& system) {
+  return std::make_shared<SqliteKVStorage>(
+      StoreFile::ownOrInMemory(folder, keyValueStoreName(), system), system);
+}
+
+}  // namespace kite::Linux

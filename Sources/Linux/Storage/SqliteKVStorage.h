@@ -1,0 +1,32 @@
+#pragma once
+
+#include <Kite/Platform/Larder.h>
+#include <Kite/Platform/System.h>
+
+#include "Linux/Storage/CachedStore.h"
+
+#include <memory>
+
+namespace kite::Linux {
+
+/// A key-value store in a database file.
+class SqliteKVStorage final : public Larder::KVStorage {
+ public:
+  SqliteKVStorage(std::unique_ptr<StoreFile> file, System system);
+
+  std::shared_ptr<const Larder::StoredValue> read(std::string_view key) const override;
+  void write(std::string_view key, Data data) override;
+  void remove(std::string_view key) override;
+  bool edit(std::string_view key, const Larder::ListEdit& edit) override;
+  std::optional<double> readNumber(std::string_view key) const override;
+  void writeNumber(std::string_view key, double number) override;
+  std::optional<DynamicValue::Dictionary> readDictionary(std::string_view key) const override;
+  void writeDictionary(std::string_view key, const DynamicValue::Dictionary& dictionary) override;
+
+  CachedStore& values() const { return *_values; }
+
+ private:
+  std::unique_ptr<CachedStore> _values;
+};
+
+}  // namespace kite::Linux

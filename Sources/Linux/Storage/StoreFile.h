@@ -1,0 +1,73 @@
+#pragma once
+
+#include <Kite/Base/Result.h>
+#include <Kite/Platform/System.h>
+
+#include "Linux/Storage/PrivateFolder.h"
+#include "Linux/Storage/RowStore.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kite::Linux {
+
+struct StoreName {
+  std::string file;
+  std::string title;  ///< for console lines
+  RowStore::Durability durability;
+};
+
+inline StoreName keyValueStoreName() {
+  return {"kv.sqlite", "key-value store", RowStore::Durability::surviveCrash};
+}
+inline StoreName secretsStoreName() {
+  return {"secrets.sqlite", "secrets store", RowStore::Durability::survivePowerFailure};
+}
+
+/// The database file of a store, or one in memory that stands in for it. One thread at a time.
+class StoreFile {
+ public:
+  using Opened = Result<std::unique_ptr<StoreFile>, std::string>;
+
+  /// Makes this process the owner of the store in `folder`, which is made when it is missing. What
+  /// is there but is no store is set aside. The error is one line for a person.
+  static Opened own(const std::filesystem::path& folder, StoreName name, const System& system);
+  /// When that fails the console learns why, and the store lives in memory.
+  static std::unique_ptr<StoreFile> ownOrInMemory(const std::filesystem::path& folder,
+                                                  const StoreName& name, const System& system);
+  /// For reading beside the owner.
+  static Opened inspect(const std::filesystem::path& folder, StoreName name);
+  static std::unique_ptr<StoreFile> inMemory(StoreName name);
+
+  RowStore& rows() { return *_rows; }
+  const StoreName& name() const { return _name; }
+  bool isWritable() const { return _access == Database::Access::readWrite; }
+  /// Where the store lives; null when that is nowhere but in memory.
+  const PrivateFolder* folder() const { return _folder ? &*_folder : nullptr; }
+
+  /// Renames a file that turned out to be damaged and begins a new one with what can be read of it.
+  /// Goes on in memory when even that cannot be done.
+  void beginAfresh(const System& system);
+
+  /// For a forked child, whose parent goes on using the file: leaves it alone for good.
+  void abandon() { _rows->abandon(); }
+
+ private:
+  StoreFile(StoreName name, Database::Access access) : _name(std::move(name)), _access(access) {}
+
+  std::optional<std::string> lock();
+  Outcome openRows();
+  std::filesystem::path path() const { return _folder->path() / _name.file; }
+  std::string freeName(Date now) const;
+  bool setAside(const std::string& newName);
+  void moveToMemory();
+
+  StoreName _name;
+  Database::Access _access;
+  std::optional<PrivateFolder> _folder;
+  FileDescriptor _lock;
+  std::unique_ptr<RowStore> _rows;
+};
+
+}  // namespace kite::Linux

@@ -1,0 +1,63 @@
+#include <Kite/Linux/LinuxPlatform.h>
+
+#include "Linux/Storage/MasterKeyFile.h"
+#include "Linux/Storage/SealedSecretsStorage.h"
+#include "Linux/Storage/SqliteKVStorage.h"
+
+#include <utility>
+
+namespace kite::Linux {
+
+namespace {
+
+StoreEntry::Kind kindOf(const CachedStore::Value& value) {
+  constexpr StoreEntry::Kind kinds[] = {StoreEntry::Kind::data, StoreEntry::Kind::list,
+                                        StoreEntry::Kind::number, StoreEntry::Kind::dictionary};
+  return kinds[value.index()];
+}
+
+template <class Store>
+class Inspector final : public StoreInspector {
+ public:
+  explicit Inspector(std::shared_ptr<Store> store) : _store(std::move(store)) {}
+
+  std::vector<StoreEntry> entries() const override {
+    std::vector<StoreEntry> entries;
+    for (const auto& [key, value] : _store->values().all()) entries.push_back({key, kindOf(value)});
+    return entries;
+  }
+  std::shared_ptr<Larder::Storage> storage() const override { return _store; }
+  std::shared_ptr<Larder::KVStorage> keyValues() const override {
+    if constexpr (std::is_base_of_v<Larder::KVStorage, Store>) return _store;
+    return nullptr;
+  }
+
+ private:
+  std::shared_ptr<Store> _store;
+};
+
+using Inspection = Result<std::shared_ptr<StoreInspector>, std::string>;
+
+template <class Store>
+Inspection inspection(std::shared_ptr<Store> store) {
+  return std::shared_ptr<StoreInspector>(std::make_shared<Inspector<Store>>(std::move(store)));
+}
+
+}  // namespace
+
+Inspection inspectStore(const std::filesystem::path& folder, StoreKind kind, bool forWriting) {
+  const auto& system = System::live();
+  const auto name = kind == StoreKind::keyValues ? keyValueStoreName() : secretsStoreName();
+  auto file = forWriting ? StoreFile::own(folder, name, system) : StoreFile::inspect(folder, name);
+  if (!file) return Failure{file.error()};
+  const auto* place = (*file)->folder();
+  if (!place) return Failure{folder.string() + " holds a damaged store"};
+  if (kind == StoreKind::keyValues)
+    return inspection(std::make_shared<SqliteKVStorage>(*std::move(file), system));
+  auto key = forWriting ? readOrMakeMasterKey(*place, system) : readMasterKey(*place);
+  if (!key) return Failure{folder.string() + " holds no key to the secrets"};
+  return inspection(
+      std::make_shared<SealedSecretsStorage>(*std::move(file), std::move(key), system));
+}
+
+}  // namespace kite::Linux

@@ -1,0 +1,104 @@
+#include "Linux/Usher.h"
+
+#include "Linux/Storage/PrivateFolder.h"
+#include "Values/JSONDecoder.h"
+
+#include <algorithm>
+#include <mutex>
+#include <utility>
+
+namespace kite::Usher {
+
+namespace {
+
+constexpr std::string_view userDefaultsName = "userdefault_id";
+constexpr std::string_view keychainName = "keychain_id";
+constexpr std::string_view notBackuppableName = "not_backupable_id";
+constexpr std::string_view vendorName = "idfv";
+constexpr std::string_view advertisingName = "idfa";
+
+Id generated(const System& system) {
+  return {system.randomUUID().text(), CreationType::justGenerated};
+}
+
+std::optional<Id> read(std::string_view text) {
+  const auto uuid = UUID::parse(text);
+  return uuid ? std::optional(Id{uuid->text(), CreationType::readFromFile}) : std::nullopt;
+}
+
+std::optional<Id> read(const Larder::Storage& storage, Larder::Key<UUID> key) {
+  const auto stored = storage.read(key.name);
+  const auto json = stored ? decodeJSON(stored->data().bytes) : std::nullopt;
+  const auto* text = json ? json->string() : nullptr;
+  return text ? read(*text) : std::nullopt;
+}
+
+Id readOrMake(Larder::Storage& storage, Larder::Key<UUID> key, const System& system) {
+  if (auto id = read(storage, key)) return *std::move(id);
+  auto id = generated(system);
+  storage.write(key.name, Data{'"' + id.value + '"'});
+  return id;
+}
+
+// An identifier that cannot be kept is none: it would be another one tomorrow.
+std::optional<Id> readOrMakeFile(const std::string& path, const System& system) {
+  const std::string name(notBackuppableName);
+  constexpr std::size_t longest = 64;
+  const auto folder = Linux::PrivateFolder::open(path, /*make=*/true);
+  if (!folder) return std::nullopt;
+  if (folder->exists(name)) {
+    if (folder->fault(name)) return std::nullopt;
+    const auto text = Linux::readFile(folder->path() / name, longest);
+    if (auto id = text ? read(*text) : std::nullopt) return id;
+  }
+  auto id = generated(system);
+  return folder->replaceFile(name, id.value) ? std::optional(std::move(id)) : std::nullopt;
+}
+
+}  // namespace
+
+void Manager::start(UsherDependencies given) {
+  State state{.kept = {}, .provided = std::move(given.customIdentifiers)};
+  state.kept.emplace(userDefaultsName, readOrMake(*given.kvstorage, userDefaultsIdKey, _system));
+  {
+    const std::scoped_lock monitor(*given.secretsStorage);
+    state.kept.emplace(keychainName, readOrMake(*given.secretsStorage, keychainIdKey, _system));
+  }
+  if (const auto folder = given.notBackuppableIdFolderProvider())
+    if (auto id = readOrMakeFile(*folder, _system))
+      state.kept.emplace(notBackuppableName, *std::move(id));
+  // A host that knows these two better says so among its own identifiers.
+  state.provided.emplace(advertisingName, std::move(given.idfaProvider));
+  state.provided.emplace(vendorName, given.identifierForVendorProvider->identifierForVendor);
+  std::erase_if(state.provided,
+                [&](const auto& item) { return state.kept.contains(item.first) || !item.second; });
+  _state.set(std::move(state));
+}
+
+std::shared_ptr<const Ids> Manager::ids() const {
+  const auto state = _state.get();
+  Values values;
+  for (const auto& [name, provider] : state->provided)
+    if (auto value = provider()) values.emplace_back(name, *std::move(value));
+  return _ids.with([&](std::shared_ptr<const Ids>& known) {
+    if (known && isCurrent(*known, *state, values)) return known;
+    auto ids = state->kept;
+    for (auto& [name, value] : values) ids.emplace(name, Id{std::move(value)});
+    known = std::make_shared<const Ids>(std::move(ids));
+    return known;
+  });
+}
+
+// Kept identifiers change at a new start only, and not even then in their own run.
+bool Manager::isCurrent(const Ids& ids, const State& state, const Values& values) {
+  return ids.size() == state.kept.size() + values.size() &&
+         std::all_of(values.begin(), values.end(), [&](const auto& item) {
+           const auto found = ids.find(item.first);
+           return found != ids.end() && found->second.value == item.second;
+         });
+}
+
+Id Manager::userDefaultsId() const { return _state->kept.find(userDefaultsName)->second; }
+Id Manager::keychainId() const { return _state->kept.find(keychainName)->second; }
+
+}  // namespace kite::Usher

@@ -1,0 +1,296 @@
+#include <Kite/Linux/LinuxPlatform.h>
+
+#include "Support/FakeSystem.h"
+#include "Support/InMemoryKVStorage.h"
+#include "Support/TemporaryFolder.h"
+#include "Support/TextSegment.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kite::test {
+namespace {
+
+using Larder::ListEdit;
+
+class InMemory {
+ public:
+  std::shared_ptr<Larder::KVStorage> storage() const { return _storage; }
+  void restart() { _storage->restart(); }
+
+ private:
+  std::shared_ptr<InMemoryKVStorage> _storage = std::make_shared<InMemoryKVStorage>();
+};
+
+class OnDisk {
+ public:
+  std::shared_ptr<Larder::KVStorage> storage() const { return _storage; }
+  void restart() {
+    _storage.reset();
+    _storage = open();
+  }
+
+ private:
+  std::shared_ptr<Larder::KVStorage> open() const {
+    return Linux::sqliteKVStorage(_folder.path(), _system.system());
+  }
+
+  TemporaryFolder _folder;
+  FakeSystem _system;
+  std::shared_ptr<Larder::KVStorage> _storage = open();
+};
+
+template <class Setting>
+class KVStorageContract : public testing::Test {
+ protected:
+  Larder::KVStorage& storage() { return *setting.storage(); }
+  /// The bytes under `key` now and at the next start; "different" when these are not the same.
+  std::string text(const char* key) {
+    const auto now = textNow(key);
+    setting.restart();
+    return textNow(key) == now ? now : "different";
+  }
+  std::vector<std::uint64_t> ordinals(const char* key) {
+    std::vector<std::uint64_t> ordinals;
+    const auto value = storage().read(key);
+    if (value && value->rows())
+      for (const auto& row : *value->rows()) ordinals.push_back(row.ordinal);
+    return ordinals;
+  }
+  bool append(const char* key, std::vector<Larder::Row> rows) {
+    return storage().edit(key, {.replacesAll = false, .removed = {}, .appended = std::move(rows)});
+  }
+
+  Setting setting;
+
+ private:
+  std::string textNow(const char* key) {
+    const auto value = storage().read(key);
+    return value ? value->data().bytes : "absent";
+  }
+};
+
+using Settings = testing::Types<InMemory, OnDisk>;
+TYPED_TEST_SUITE(KVStorageContract, Settings);
+
+TYPED_TEST(KVStorageContract, hasNothingUnderAKeyThatWasNeverWritten) {
+  EXPECT_EQ(this->storage().read("k"), nullptr);
+  EXPECT_EQ(this->storage().readNumber("k"), std::nullopt);
+  EXPECT_EQ(this->storage().readDictionary("k"), std::nullopt);
+}
+
+TYPED_TEST(KVStorageContract, keepsAnyBytes) {
+  const std::string bytes("\0\xFF\"text\n", 8);
+  this->storage().write("k", {bytes});
+  EXPECT_EQ(this->text("k"), bytes);
+}
+
+TYPED_TEST(KVStorageContract, keepsAnEmptyValue) {
+  this->storage().write("k", {""});
+  EXPECT_EQ(this->text("k"), "");
+}
+
+TYPED_TEST(KVStorageContract, replacesTheValueAtTheNextWrite) {
+  this->storage().write("k", {"first"});
+  this->storage().write("k", {"second"});
+  EXPECT_EQ(this->text("k"), "second");
+}
+
+TYPED_TEST(KVStorageContract, keepsKeysApart) {
+  this->storage().write("a", {"1"});
+  this->storage().write("b", {"2"});
+  this->storage().write("", {"3"});
+  EXPECT_EQ(this->text("a"), "1");
+  EXPECT_EQ(this->text("b"), "2");
+  EXPECT_EQ(this->text(""), "3");
+}
+
+TYPED_TEST(KVStorageContract, forgetsARemovedKey) {
+  this->storage().write("k", {"1"});
+  this->storage().remove("k");
+  EXPECT_EQ(this->text("k"), "absent");
+}
+
+TYPED_TEST(KVStorageContract, ignoresTheRemovalOfAnAbsentKey) {
+  this->storage().write("k", {"1"});
+  this->storage().remove("other");
+  EXPECT_EQ(this->text("k"), "1");
+}
+
+TYPED_TEST(KVStorageContract, givesTheSameObjectUntilTheValueChanges) {
+  this->storage().write("k", {"1"});
+  const auto first = this->storage().read("k");
+  EXPECT_EQ(this->storage().read("k"), first);
+  this->storage().write("k", {"2"});
+  EXPECT_NE(this->storage().read("k"), first);
+  EXPECT_EQ(first->data().bytes, "1");
+}
+
+TYPED_TEST(KVStorageContract, keepsNumbersExactly) {
+  for (const double number : {0.0, -1.5, 0.1, 1e300, std::numeric_limits<double>::infinity()}) {
+    this->storage().writeNumber("n", number);
+    this->setting.restart();
+    EXPECT_EQ(this->storage().readNumber("n"), number);
+  }
+}
+
+TYPED_TEST(KVStorageContract, keepsANumberThatIsNone) {
+  this->storage().writeNumber("n", std::numeric_limits<double>::quiet_NaN());
+  this->setting.restart();
+  const auto number = this->storage().readNumber("n");
+  ASSERT_TRUE(number.has_value());
+  EXPECT_NE(*number, *number);
+}
+
+TYPED_TEST(KVStorageContract, doesNotMixNativeValuesWithBytes) {
+  this->storage().writeNumber("n", 5);
+  this->storage().writeDictionary("d", {});
+  this->storage().write("b", {"5"});
+  EXPECT_EQ(this->storage().read("n"), nullptr);
+  EXPECT_EQ(this->storage().read("d"), nullptr);
+  EXPECT_EQ(this->storage().readNumber("b"), std::nullopt);
+  EXPECT_EQ(this->storage().readNumber("d"), std::nullopt);
+  EXPECT_EQ(this->storage().readDictionary("n"), std::nullopt);
+  EXPECT_EQ(this->storage().readDictionary("b"), std::nullopt);
+}
+
+TYPED_TEST(KVStorageContract, aWriteOfAnotherKindReplacesTheValue) {
+  this->storage().writeNumber("k", 5);
+  this->storage().write("k", {"bytes"});
+  EXPECT_EQ(this->storage().readNumber("k"), std::nullopt);
+  EXPECT_EQ(this->text("k"), "bytes");
+  this->storage().writeNumber("k", 6);
+  this->setting.restart();
+  EXPECT_EQ(this->storage().read("k"), nullptr);
+  EXPECT_EQ(this->storage().readNumber("k"), 6);
+}
+
+TYPED_TEST(KVStorageContract, keepsDictionariesOfPropertyListValues) {
+  const DynamicValue::Dictionary dictionary{
+      {"true", true},
+      {"false", false},
+      {"one", 1},
+      {"negative", std::int64_t{-5'000'000'000}},
+      {"large", std::numeric_limits<std::uint64_t>::max()},
+      {"real", 2.0},
+      {"text", "na\xC3\xAFve \xF0\x9F\x99\x82"},
+      {"date", Date{1.25}},
+      {"distant", Date{1e11}},
+      {"data", Data{std::string("\0\x01\xFF", 3)}},
+      {"array", DynamicValue::Array{1, "two", DynamicValue::Array{}}},
+      {"nested", DynamicValue::Dictionary{{"inner", DynamicValue::Dictionary{}}}},
+  };
+  this->storage().writeDictionary("d", dictionary);
+  this->setting.restart();
+  EXPECT_EQ(this->storage().readDictionary("d"), dictionary);
+}
+
+TYPED_TEST(KVStorageContract, anEditMakesAList) {
+  EXPECT_TRUE(this->append("l", {row(1, "{\"a\":1}"), row(2, "2")}));
+  EXPECT_EQ(this->text("l"), "[{\"a\":1},2]");
+  EXPECT_EQ(this->ordinals("l"), (std::vector<std::uint64_t>{1, 2}));
+}
+
+TYPED_TEST(KVStorageContract, anEmptyEditMakesAnEmptyList) {
+  EXPECT_TRUE(this->storage().edit("l", ListEdit{}));
+  EXPECT_EQ(this->text("l"), "[]");
+  ASSERT_NE(this->storage().read("l"), nullptr);
+  EXPECT_NE(this->storage().read("l")->rows(), nullptr);
+}
+
+TYPED_TEST(KVStorageContract, bytesAreNoList) {
+  this->storage().write("k", {"[1]"});
+  EXPECT_EQ(this->storage().read("k")->rows(), nullptr);
+}
+
+TYPED_TEST(KVStorageContract, anEditAppendsBehindWhatStays) {
+  this->append("l", {row(1, "1"), row(2, "2")});
+  this->append("l", {row(5, "5")});
+  EXPECT_EQ(this->text("l"), "[1,2,5]");
+}
+
+TYPED_TEST(KVStorageContract, anEditRemovesRangesThatExcludeTheirEnd) {
+  this->append("l", {row(1, "1"), row(2, "2"), row(3, "3"), row(4, "4"), row(5, "5")});
+  EXPECT_TRUE(this->storage().edit(
+      "l", {.replacesAll = false, .removed = {{1, 3}, {4, 5}}, .appended = {row(6, "6")}}));
+  EXPECT_EQ(this->text("l"), "[3,5,6]");
+}
+
+TYPED_TEST(KVStorageContract, anEditIgnoresTheRemovalOfWhatIsNotThere) {
+  this->append("l", {row(3, "3")});
+  EXPECT_TRUE(this->storage().edit(
+      "l", {.replacesAll = false,
+            .removed = {{0, 3}, {4, std::numeric_limits<std::uint64_t>::max()}},
+            .appended = {}}));
+  EXPECT_EQ(this->text("l"), "[3]");
+}
+
+TYPED_TEST(KVStorageContract, anEditThatReplacesAllBeginsFromNothing) {
+  this->append("l", {row(1, "1"), row(2, "2")});
+  EXPECT_TRUE(
+      this->storage().edit("l", {.replacesAll = true, .removed = {}, .appended = {row(1, "9")}}));
+  EXPECT_EQ(this->text("l"), "[9]");
+}
+
+TYPED_TEST(KVStorageContract, anEditOfBytesBeginsFromNothing) {
+  this->storage().write("l", {"[7,8]"});
+  EXPECT_TRUE(this->append("l", {row(1, "1")}));
+  EXPECT_EQ(this->text("l"), "[1]");
+}
+
+TYPED_TEST(KVStorageContract, aWriteReplacesAListWhole) {
+  this->append("l", {row(1, "1")});
+  this->storage().write("l", {"[2]"});
+  EXPECT_EQ(this->text("l"), "[2]");
+  EXPECT_EQ(this->storage().read("l")->rows(), nullptr);
+  EXPECT_TRUE(this->append("l", {row(1, "3")}));
+  EXPECT_EQ(this->text("l"), "[3]");
+}
+
+TYPED_TEST(KVStorageContract, aRemovedListLeavesNoRows) {
+  this->append("l", {row(1, "1")});
+  this->storage().remove("l");
+  EXPECT_EQ(this->text("l"), "absent");
+  this->append("l", {row(2, "2")});
+  EXPECT_EQ(this->text("l"), "[2]");
+}
+
+TYPED_TEST(KVStorageContract, listsDoNotTouchEachOther) {
+  this->append("a", {row(1, "1")});
+  this->append("b", {row(1, "2")});
+  this->storage().edit("a", {.replacesAll = true, .removed = {}, .appended = {}});
+  EXPECT_EQ(this->text("a"), "[]");
+  EXPECT_EQ(this->text("b"), "[2]");
+}
+
+TYPED_TEST(KVStorageContract, aValueThatWasReadStaysAsItWas) {
+  this->append("l", {row(1, "1")});
+  const auto before = this->storage().read("l");
+  this->append("l", {row(2, "2")});
+  EXPECT_EQ(before->data().bytes, "[1]");
+}
+
+TYPED_TEST(KVStorageContract, takesWritesFromManyThreads) {
+  constexpr int threads = 4, writes = 50;
+  std::vector<std::thread> workers;
+  for (int worker = 0; worker < threads; ++worker)
+    workers.emplace_back([&storage = this->storage(), worker] {
+      const auto key = "k" + std::to_string(worker);
+      for (int i = 1; i <= writes; ++i) {
+        storage.write(key, {std::to_string(i)});
+        storage.read("k0");
+        storage.writeNumber("n", i);
+      }
+    });
+  for (auto& worker : workers) worker.join();
+  for (int worker = 0; worker < threads; ++worker)
+    EXPECT_EQ(this->text(("k" + std::to_string(worker)).c_str()), "50");
+}
+
+}  // namespace
+}  // namespace kite::test

@@ -1,0 +1,141 @@
+#include "Core/Event/PendingEvent.h"
+
+#include "Support/Events.h"
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+
+namespace kite::test {
+namespace {
+
+using testing::ElementsAre;
+
+struct Stamped {
+  std::string text;
+  std::optional<EncodingError> error;
+};
+
+Stamped stamped(const PendingEvent& event, double requestTimestamp) {
+  Stamped result;
+  result.error = event.appendStamped(result.text, requestTimestamp);
+  return result;
+}
+
+std::string encoded(const StoredEvent& event) {
+  std::string text;
+  EXPECT_EQ(appendJSON(text, event), std::nullopt);
+  return text;
+}
+
+TEST(PendingEventTests, itsStoredFormIsTheEventsText) {
+  EXPECT_EQ(storedText(*pending(anEvent("E-1"))), textOfAnEvent("E-1"));
+  EXPECT_EQ(pending(anEvent("E-1"))->size(), textOfAnEvent("E-1").size());
+}
+
+TEST(PendingEventTests, itsWireFormIsTheTextOfTheStampedEvent) {
+  auto event = anEvent("E-1");
+  const auto wire = stamped(*pending(event), 20.25);
+  event.requestTimestamp = 20.25;
+  EXPECT_EQ(wire.error, std::nullopt);
+  EXPECT_EQ(wire.text, encoded(event));
+}
+
+TEST(PendingEventTests, aRequestTimestampOfItsOwnIsStoredAndReplacedOnTheWire) {
+  auto event = anEvent("E-1");
+  event.requestTimestamp = 7;
+  const auto handle = pending(event);
+  EXPECT_EQ(storedText(*handle), encoded(event));
+  event.requestTimestamp = 20.25;
+  EXPECT_EQ(stamped(*handle, 20.25).text, encoded(event));
+}
+
+TEST(PendingEventTests, givesItsIdentifierBack) {
+  for (const char* id : {"E-1", "", "a\"b\\c\n", "\xC3\xA9"}) {
+    const auto handle = pending(anEvent(id));
+    EXPECT_EQ(handle->id(), id);
+    EXPECT_TRUE(handle->hasId(id));
+    EXPECT_FALSE(handle->hasId("other"));
+  }
+}
+
+TEST(PendingEventTests, doesNotTakeTheWrittenFormOfAnIdentifierForTheIdentifier) {
+  EXPECT_FALSE(pending(anEvent("a\"b"))->hasId(R"(a\"b)"));
+}
+
+TEST(PendingEventTests, decodesToTheEventThatItWasMadeOf) {
+  EXPECT_EQ(pending(anEvent("E-1"))->event(), anEvent("E-1"));
+}
+
+TEST(PendingEventTests, anEventThatDoesNotEncodeIsKeptWithTheReason) {
+  const auto handle = pending(anUnencodableEvent("E-1"));
+  ASSERT_NE(handle->encodingError(), nullptr);
+  EXPECT_THAT(handle->encodingError()->codingPath, ElementsAre("data", "action_info", "price"));
+  EXPECT_EQ(handle->id(), "E-1");
+  EXPECT_EQ(handle->event().app, "trail-maps");
+  EXPECT_EQ(storedText(*handle), "");
+  EXPECT_EQ(handle->size(), 0U);
+}
+
+TEST(PendingEventTests, anEventThatDoesNotEncodeHasNoWireFormEither) {
+  const auto wire = stamped(*pending(anUnencodableEvent("E-1")), 20);
+  ASSERT_TRUE(wire.error);
+  EXPECT_THAT(wire.error->codingPath, ElementsAre("data", "action_info", "price"));
+}
+
+TEST(PendingEventTests, anEventWhoseOwnRequestTimestampDoesNotEncodeCanStillBeSent) {
+  auto event = anEvent("E-1");
+  event.requestTimestamp = std::nan("");
+  const auto handle = pending(event);
+  EXPECT_NE(handle->encodingError(), nullptr);
+  const auto wire = stamped(*handle, 20);
+  event.requestTimestamp = 20;
+  EXPECT_EQ(wire.error, std::nullopt);
+  EXPECT_EQ(wire.text, encoded(event));
+}
+
+TEST(PendingEventTests, aRequestTimeThatIsNotFiniteFailsThere) {
+  const auto wire = stamped(*pending(anEvent("E-1")), std::nan(""));
+  ASSERT_TRUE(wire.error);
+  EXPECT_THAT(wire.error->codingPath, ElementsAre("request_timestamp"));
+}
+
+TEST(EventEncoderTests, encodesTheBlockOfOneUserOnce) {
+  EventEncoder encoder;
+  const auto user = aUser();
+  const auto first = encoder.encode(anEvent("E-1", user));
+  const auto second = encoder.encode(anEvent("E-2", user));
+  EXPECT_TRUE(first->sharesUserTextWith(*second));
+}
+
+TEST(EventEncoderTests, anotherUserOrApplicationHasABlockOfItsOwn) {
+  EventEncoder encoder;
+  const auto user = aUser();
+  const auto first = encoder.encode(anEvent("E-1", user));
+  EXPECT_EQ(storedText(*encoder.encode(anEvent("E-2", aUser("AU")))),
+            storedText(*pending(anEvent("E-2", aUser("AU")))));
+  auto otherApp = anEvent("E-3", user);
+  otherApp.app = "other";
+  const auto third = encoder.encode(otherApp);
+  EXPECT_EQ(storedText(*third), encoded(otherApp));
+  EXPECT_FALSE(first->sharesUserTextWith(*third));
+}
+
+TEST(EventEncoderTests, aUserThatDoesNotEncodeFailsEachOfItsEvents) {
+  EventEncoder encoder;
+  const Shared<User> user = User{.info = {{"score", std::nan("")}}, .ids = {}};
+  for (const char* id : {"E-1", "E-2"}) {
+    const auto handle = encoder.encode(anEvent(id, user));
+    ASSERT_NE(handle->encodingError(), nullptr);
+    EXPECT_THAT(handle->encodingError()->codingPath, ElementsAre("user", "info", "score"));
+  }
+}
+
+TEST(EventEncoderTests, goesOnAfterAnEventThatDoesNotEncode) {
+  EventEncoder encoder;
+  encoder.encode(anUnencodableEvent("E-1"));
+  EXPECT_EQ(storedText(*encoder.encode(anEvent("E-2"))), textOfAnEvent("E-2"));
+}
+
+}  // namespace
+}  // namespace kite::test

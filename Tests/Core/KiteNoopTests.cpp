@@ -1,0 +1,48 @@
+#include <Kite/Kite.h>
+
+#include <gtest/gtest.h>
+
+namespace kite {
+namespace {
+
+TEST(KiteNoopTests, bothIdentifiersAreTheSamePlaceholder) {
+  KiteNoop noop = KiteManager::noop();
+  EXPECT_EQ(noop.currentSessionId(), noop.currentProcessId());
+  EXPECT_EQ(noop.currentSessionId(), UUID::parse("123e4567-e89b-12d3-a456-426614174000"));
+}
+
+TEST(KiteNoopTests, everyReadGivesItsPlaceholder) {
+  KiteNoop noop;
+  EXPECT_TRUE(noop.sessionDataKiteValue().empty());
+  EXPECT_TRUE(noop.userInfoKiteValue().empty());
+  EXPECT_EQ(noop.firstInstallTimestamp(), std::nullopt);
+  EXPECT_EQ(noop.keychainId(), "");
+  EXPECT_EQ(noop.userDefaultsId(), "");
+  EXPECT_FALSE(noop.installedBeforeKite());
+}
+
+TEST(KiteNoopTests, noOperationOfAFacadeThatNeverStartedFailsOrRecords) {
+  KiteNoop noop;
+  KiteManager& kite = noop;
+  kite.addSessionData("a", 1);
+  kite.updateSessionData({{"a", 1}});
+  kite.addUserInfo("a", 1);
+  kite.updateUserInfo({{"a", 1}});
+  kite.trackUserAction("a", {{"tooLarge", std::uint64_t(-1)}});
+  kite.trackCustomEvent("Session", {});
+  kite.trackLog("a", Severity::error, {});
+  kite.trackDebugEvent({.severity = Severity::error, .message = "m", .category = "c"});
+  kite.trackExperimentSegmentsReceived({{"a", 1}});
+  kite.monetizationFieldsDidChange({});
+  kite.isBaselineUserDidChange(true);
+  kite.isFreeUserDidChange(true);
+  kite.setAnalyticsTrackingConsent(false);
+  kite.setProfilingTrackingConsent(false);
+  kite.addTechnicalEvents({"a"});
+  kite.addProfilingOnlyEvents({"a"});
+  EXPECT_TRUE(kite.sessionDataKiteValue().empty());
+  EXPECT_TRUE(kite.userInfoKiteValue().empty());
+}
+
+}  // namespace
+}  // namespace kite

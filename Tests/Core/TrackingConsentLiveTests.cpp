@@ -1,0 +1,166 @@
+#include "Core/TrackingConsent.h"
+
+#include "Support/CatchFatalErrors.h"
+#include "Support/InMemoryKVStorage.h"
+#include "Support/ParsedJSON.h"
+
+#include <gmock/gmock.h>
+
+#include <thread>
+
+namespace kite::test {
+namespace {
+
+constexpr auto key = "kite_tracking_consent";
+
+class TrackingConsentLiveTests : public testing::Test {
+ protected:
+  std::shared_ptr<InMemoryKVStorage> keyValues = std::make_shared<InMemoryKVStorage>();
+  TrackingConsentManager consent = TrackingConsentManager::live();
+
+  void start() { consent._start(keyValues); }
+  bool allows(std::string_view name) { return consent._canTrackUserAction(name); }
+  void set(bool analytics, bool profiling) {
+    consent._setAnalyticsTrackingConsent(analytics);
+    consent._setProfilingTrackingConsent(profiling);
+  }
+};
+
+TEST_F(TrackingConsentLiveTests, beforeStartEveryNameIsRefused) {
+  EXPECT_FALSE(allows("buy"));
+  EXPECT_FALSE(allows("privacy_settings_updated"));
+  EXPECT_FALSE(allows("asa_attribution"));
+}
+
+TEST_F(TrackingConsentLiveTests, aFreshStoreAllowsEveryNameAndStaysEmpty) {
+  start();
+  EXPECT_TRUE(allows("buy"));
+  EXPECT_TRUE(allows("privacy_settings_updated"));
+  EXPECT_EQ(keyValues->writes(), 0);
+}
+
+TEST_F(TrackingConsentLiveTests, eitherConsentSufficesForAnOrdinaryName) {
+  start();
+  set(false, true);
+  EXPECT_TRUE(allows("buy"));
+  set(true, false);
+  EXPECT_TRUE(allows("buy"));
+}
+
+TEST_F(TrackingConsentLiveTests, withoutAnyConsentOnlyTechnicalNamesPass) {
+  start();
+  set(false, false);
+  EXPECT_FALSE(allows("buy"));
+  EXPECT_TRUE(allows("privacy_settings_updated"));
+  EXPECT_TRUE(allows("asa_attribution"));
+  EXPECT_FALSE(allows("PRIVACY_SETTINGS_UPDATED"));
+}
+
+TEST_F(TrackingConsentLiveTests, aProfilingOnlyNameNeedsTheProfilingConsent) {
+  start();
+  consent._addProfilingOnlyEvents({"profile"});
+  set(true, false);
+  EXPECT_FALSE(allows("profile"));
+  EXPECT_TRUE(allows("buy"));
+  set(false, true);
+  EXPECT_TRUE(allows("profile"));
+}
+
+TEST_F(TrackingConsentLiveTests, aProfilingOnlyNameThatIsTechnicalTooPassesAnyway) {
+  start();
+  consent._addTechnicalEvents({"both"});
+  consent._addProfilingOnlyEvents({"both"});
+  set(false, false);
+  EXPECT_TRUE(allows("both"));
+}
+
+TEST_F(TrackingConsentLiveTests, addedTechnicalNamesJoinTheBuiltInOnes) {
+  start();
+  consent._addTechnicalEvents({"a"});
+  consent._addTechnicalEvents({"b"});
+  set(false, false);
+  EXPECT_TRUE(allows("a"));
+  EXPECT_TRUE(allows("b"));
+  EXPECT_TRUE(allows("asa_attribution"));
+}
+
+TEST_F(TrackingConsentLiveTests, namesMayBeAddedBeforeStartAndAreNeverStored) {
+  consent._addTechnicalEvents({"technical"});
+  consent._addProfilingOnlyEvents({"profile"});
+  start();
+  EXPECT_EQ(keyValues->writes(), 0);
+  set(true, false);
+  EXPECT_TRUE(allows("technical"));
+  EXPECT_FALSE(allows("profile"));
+}
+
+TEST_F(TrackingConsentLiveTests, aSetterStoresBothConsents) {
+  start();
+  consent._setAnalyticsTrackingConsent(false);
+  EXPECT_EQ(parsed(keyValues->text(key)), parsed(R"({"analytics": false, "profiling": true})"));
+  consent._setProfilingTrackingConsent(false);
+  EXPECT_EQ(parsed(keyValues->text(key)), parsed(R"({"analytics": false, "profiling": false})"));
+  consent._setAnalyticsTrackingConsent(true);
+  EXPECT_EQ(parsed(keyValues->text(key)), parsed(R"({"analytics": true, "profiling": false})"));
+}
+
+TEST_F(TrackingConsentLiveTests, aStoredConsentIsReadAtStart) {
+  keyValues->put(key, R"({"analytics": false, "profiling": false})");
+  start();
+  EXPECT_FALSE(allows("buy"));
+}
+
+TEST_F(TrackingConsentLiveTests, aStoredRecordThatDoesNotDecodeGrantsBoth) {
+  keyValues->put(key, R"({"analytics": false})");
+  start();
+  consent._addProfilingOnlyEvents({"profile"});
+  EXPECT_TRUE(allows("profile"));
+  EXPECT_TRUE(allows("buy"));
+  EXPECT_EQ(keyValues->text(key), R"({"analytics": false})");
+}
+
+TEST_F(TrackingConsentLiveTests, aSetterBeforeStartStopsTheProcess) {
+  EXPECT_FATAL(consent._setAnalyticsTrackingConsent(true),
+               "TrackingConsentManager not started yet");
+  EXPECT_FATAL(consent._setProfilingTrackingConsent(true),
+               "TrackingConsentManager not started yet");
+}
+
+TEST_F(TrackingConsentLiveTests, aSetterBeforeStartIsReportedFromItsFixedPlace) {
+  const auto raised = fatalErrorOf([&] { consent._setAnalyticsTrackingConsent(true); });
+  ASSERT_TRUE(raised);
+  EXPECT_STREQ(raised->where.file, "Kite/TrackingConsent+Live");
+}
+
+TEST_F(TrackingConsentLiveTests, copiesShareTheirState) {
+  const auto copy = consent;
+  start();
+  copy._setAnalyticsTrackingConsent(false);
+  copy._setProfilingTrackingConsent(false);
+  EXPECT_FALSE(allows("buy"));
+}
+
+TEST_F(TrackingConsentLiveTests, liveManagersAreIndependent) {
+  start();
+  set(false, false);
+  const auto other = TrackingConsentManager::live();
+  other._start(std::make_shared<InMemoryKVStorage>());
+  EXPECT_TRUE(other._canTrackUserAction("buy"));
+}
+
+TEST_F(TrackingConsentLiveTests, theStoredConsentIsTheLastOneWhoeverSetIt) {
+  start();
+  std::thread analytics([&] {
+    for (int i = 0; i < 200; ++i) consent._setAnalyticsTrackingConsent(i % 2 == 0);
+  });
+  std::thread profiling([&] {
+    for (int i = 0; i < 200; ++i) consent._setProfilingTrackingConsent(i % 2 == 0);
+  });
+  for (int i = 0; i < 200; ++i) EXPECT_TRUE(allows("asa_attribution"));
+  analytics.join();
+  profiling.join();
+  EXPECT_EQ(parsed(keyValues->text(key)), parsed(R"({"analytics": false, "profiling": false})"));
+}
+
+}  // namespace
+}  // namespace kite::test

@@ -1,0 +1,62 @@
+#include "Core/TypedStorage.h"
+
+#include "Core/TrackingConsent.h"
+#include "Core/UserInfo.h"
+#include "Support/InMemoryKVStorage.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace kite::test {
+namespace {
+
+constexpr Larder::Key<TrackingConsent> key{"consent"};
+
+class TypedStorageTests : public testing::Test {
+ protected:
+  InMemoryKVStorage storage;
+};
+
+TEST_F(TypedStorageTests, loadsWhatWasSaved) {
+  save(storage, key, {.analytics = false, .profiling = true});
+  ASSERT_TRUE(load(storage, key));
+  EXPECT_EQ(*load(storage, key), (TrackingConsent{.analytics = false, .profiling = true}));
+}
+
+TEST_F(TypedStorageTests, anAbsentKeyHoldsNothing) { EXPECT_EQ(load(storage, key), nullptr); }
+
+TEST_F(TypedStorageTests, textThatIsNotJSONHoldsNothing) {
+  storage.put("consent", "{");
+  EXPECT_EQ(load(storage, key), nullptr);
+}
+
+TEST_F(TypedStorageTests, aRecordOfAnotherShapeHoldsNothing) {
+  storage.put("consent", R"({"analytics": 1, "profiling": true})");
+  EXPECT_EQ(load(storage, key), nullptr);
+}
+
+TEST_F(TypedStorageTests, aNativeNumberHoldsNothing) {
+  storage.writeNumber("consent", 1);
+  EXPECT_EQ(load(storage, key), nullptr);
+}
+
+TEST_F(TypedStorageTests, anUnchangedRecordIsDecodedOnce) {
+  save(storage, key, {});
+  const auto first = load(storage, key);
+  EXPECT_EQ(load(storage, key), first);
+  save(storage, key, {});
+  EXPECT_NE(load(storage, key), first);
+}
+
+TEST_F(TypedStorageTests, aRecordThatDoesNotEncodeLeavesTheOldOne) {
+  constexpr Larder::Key<UserInfo> info{"info"};
+  save(storage, info, {.data = {{"a", 1}}});
+  const auto writes = storage.writes();
+  save(storage, info, {.data = {{"a", std::numeric_limits<double>::quiet_NaN()}}});
+  EXPECT_EQ(storage.writes(), writes);
+  EXPECT_EQ(storage.text("info"), R"({"data":{"a":1}})");
+}
+
+}  // namespace
+}  // namespace kite::test

@@ -1,0 +1,292 @@
+#include "Core/UserInfo.h"
+
+#include "Support/CatchFatalErrors.h"
+#include "Support/InMemorySecretsStorage.h"
+#include "Support/KeyedArchive.h"
+#include "Support/ParsedJSON.h"
+
+#include <gmock/gmock.h>
+
+#include <limits>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace kite::test {
+namespace {
+
+using Object = JSONValue::Object;
+using testing::IsEmpty;
+
+constexpr auto key = "Kite-User-Info";
+constexpr auto legacyKey = "USUserInfo";
+
+class UserInfoTests : public testing::Test {
+ protected:
+  InMemorySecretsStorage secrets;
+
+  void store(std::string_view data) { secrets.put(key, R"({"data": )" + std::string(data) + "}"); }
+  Object stored() { return *parsedObject(secrets.text(key)).at("data")->object(); }
+};
+
+TEST_F(UserInfoTests, isStoredAsAnObjectWithItsDataUnderOneKey) {
+  UserInfoStore::updateUserInfo(secrets, {{"a", 1}});
+  EXPECT_EQ(secrets.text(key), R"({"data":{"a":1}})");
+}
+
+TEST_F(UserInfoTests, isReadFromItsKey) {
+  store(R"({"a": 1, "b": null})");
+  EXPECT_EQ(UserInfoStore::userInfo(secrets)->data, (Object{{"a", 1}, {"b", nullptr}}));
+}
+
+TEST_F(UserInfoTests, isTheSameObjectUntilItChanges) {
+  store(R"({"a": 1})");
+  const auto first = UserInfoStore::userInfo(secrets);
+  EXPECT_EQ(UserInfoStore::userInfo(secrets), first);
+  UserInfoStore::updateUserInfo(secrets, {{"a", 2}});
+  EXPECT_NE(UserInfoStore::userInfo(secrets), first);
+}
+
+TEST_F(UserInfoTests, isTheSameObjectFromTheMigrationOn) {
+  EXPECT_EQ(UserInfoStore::userInfo(secrets), UserInfoStore::userInfo(secrets));
+}
+
+TEST_F(UserInfoTests, anUpdateWinsKeyByKeyAndKeepsTheOthers) {
+  store(R"({"app_version": "1.0", "country": "NZ"})");
+  const auto result = UserInfoStore::updateUserInfo(secrets, {{"app_version", "2.0"}});
+  EXPECT_EQ(result, (Object{{"app_version", "2.0"}, {"country", "NZ"}}));
+  EXPECT_EQ(stored(), result);
+}
+
+TEST_F(UserInfoTests, anUpdateReplacesAnObjectWhole) {
+  store(R"({"monetization": {"plan": "a", "trial": true}})");
+  UserInfoStore::updateUserInfo(secrets, {{"monetization", Object{{"plan", "b"}}}});
+  EXPECT_EQ(stored(), parsedObject(R"({"monetization": {"plan": "b"}})"));
+}
+
+TEST_F(UserInfoTests, anUpdateKeepsNulls) {
+  EXPECT_EQ(UserInfoStore::updateUserInfo(secrets, {{"a", nullptr}}), (Object{{"a", nullptr}}));
+}
+
+TEST_F(UserInfoTests, anUpdateThatDoesNotEncodeAnswersWhatIsStored) {
+  store(R"({"a": 1})");
+  const auto infinite = std::numeric_limits<double>::infinity();
+  EXPECT_EQ(UserInfoStore::updateUserInfo(secrets, {{"a", infinite}}), (Object{{"a", 1}}));
+  EXPECT_EQ(stored(), (Object{{"a", 1}}));
+}
+
+TEST_F(UserInfoTests, deletesOneKey) {
+  store(R"({"a": 1, "b": 2})");
+  UserInfoStore::deleteKey(secrets, "a");
+  EXPECT_EQ(stored(), (Object{{"b", 2}}));
+}
+
+TEST_F(UserInfoTests, deletingAnUnknownKeyKeepsTheRest) {
+  store(R"({"b": 2})");
+  UserInfoStore::deleteKey(secrets, "a");
+  EXPECT_EQ(stored(), (Object{{"b", 2}}));
+}
+
+TEST_F(UserInfoTests, deletingTheDeviceNameLeavesTheDevicesOtherMembers) {
+  store(R"({"device_name": "Ann's phone", "device": {"name": "Ann's phone", "model": "Phone"}})");
+  UserInfoStore::deleteDeviceName(secrets);
+  EXPECT_EQ(stored(), parsedObject(R"({"device": {"model": "Phone"}})"));
+}
+
+TEST_F(UserInfoTests, aDeviceThatIsNoObjectIsLeftAlone) {
+  store(R"({"device_name": "Ann's phone", "device": "name"})");
+  UserInfoStore::deleteDeviceName(secrets);
+  EXPECT_EQ(stored(), parsedObject(R"({"device": "name"})"));
+}
+
+TEST_F(UserInfoTests, deletingTheDeviceNameWithoutADeviceAddsNone) {
+  store(R"({"a": 1})");
+  UserInfoStore::deleteDeviceName(secrets);
+  EXPECT_EQ(stored(), (Object{{"a", 1}}));
+}
+
+TEST_F(UserInfoTests, anIntegralBundleVersionBecomesItsDecimalText) {
+  store(R"({"bundle_version": 120, "a": 1})");
+  UserInfoStore::ensureBundleVersionIsString(secrets);
+  EXPECT_EQ(stored(), (Object{{"bundle_version", "120"}, {"a", 1}}));
+  store(R"({"bundle_version": -9223372036854775808})");
+  UserInfoStore::ensureBundleVersionIsString(secrets);
+  EXPECT_EQ(stored(), (Object{{"bundle_version", "-9223372036854775808"}}));
+}
+
+class RealBundleVersions : public UserInfoTests {
+ protected:
+  std::string repaired(const std::string& number) {
+    store(R"({"bundle_version": )" + number + "}");
+    UserInfoStore::ensureBundleVersionIsString(secrets);
+    return *stored().at("bundle_version")->string();
+  }
+};
+
+TEST_F(RealBundleVersions, becomeTheShortestTextThatReadsBackAsTheSameNumber) {
+  EXPECT_EQ(repaired("12.5"), "12.5");
+  EXPECT_EQ(repaired("0.1"), "0.1");
+  EXPECT_EQ(repaired("-3.25"), "-3.25");
+  EXPECT_EQ(std::stod(repaired("1.7976931348623157e308")), 1.7976931348623157e308);
+  EXPECT_EQ(std::stod(repaired("2.5e-300")), 2.5e-300);
+}
+
+TEST_F(RealBundleVersions, keepATrailingPointZeroWhenTheyAreIntegral) {
+  EXPECT_EQ(repaired("12.0"), "12.0");
+  EXPECT_EQ(repaired("100000.0"), "100000.0");
+  EXPECT_EQ(repaired("0.0"), "0.0");
+}
+
+TEST_F(UserInfoTests, aBundleVersionThatIsNoNumberIsLeftAloneWithoutAWrite) {
+  for (const auto* data : {R"({"bundle_version": "120"})", R"({"bundle_version": true})",
+                           R"({"bundle_version": null})", R"({"a": 1})"}) {
+    store(data);
+    UserInfoStore::ensureBundleVersionIsString(secrets);
+    EXPECT_EQ(stored(), parsedObject(data));
+  }
+  EXPECT_EQ(secrets.writes(), 0);
+}
+
+TEST_F(UserInfoTests, itsOperationsMayBeNestedInALockOfTheCallers) {
+  const std::scoped_lock guard(secrets);
+  UserInfoStore::updateUserInfo(secrets, {{"a", 1}, {"b", 2}});
+  UserInfoStore::deleteKey(secrets, "b");
+  EXPECT_EQ(UserInfoStore::userInfo(secrets)->data, (Object{{"a", 1}}));
+}
+
+TEST_F(UserInfoTests, updatesOfSeveralThreadsAreAllKept) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([this, i] {
+      for (int round = 0; round < 50; ++round) {
+        const auto name = std::to_string(i) + "-" + std::to_string(round);
+        UserInfoStore::updateUserInfo(secrets, {{name, round}});
+      }
+    });
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(stored().size(), 200U);
+}
+
+TEST_F(UserInfoTests, withoutAnyLegacyDataAnEmptyUserInfoIsStored) {
+  EXPECT_THAT(UserInfoStore::userInfo(secrets)->data, IsEmpty());
+  EXPECT_EQ(secrets.text(key), R"({"data":{}})");
+}
+
+class UserInfoMigration : public UserInfoTests {
+ protected:
+  void leave(const std::vector<ArchivedEntry>& entries) {
+    secrets.put(legacyKey, keyedArchive(entries));
+  }
+  Object migrated(const std::vector<ArchivedEntry>& entries) {
+    leave(entries);
+    return UserInfoStore::userInfo(secrets)->data;
+  }
+};
+
+TEST_F(UserInfoMigration, gathersFlatExperimentsUnderOneKey) {
+  EXPECT_EQ(migrated({{"experiment_color", "<string>red</string>"},
+                      {"experiment_size", "<integer>3</integer>"},
+                      {"age", "<integer>42</integer>"}}),
+            parsedObject(R"({"experiment": {"color": "red", "size": 3}, "age": 42})"));
+}
+
+TEST_F(UserInfoMigration, storesItsResultAndLeavesTheLegacyEntryInPlace) {
+  leave({{"age", "<integer>42</integer>"}});
+  const auto archive = secrets.text(legacyKey);
+  UserInfoStore::userInfo(secrets);
+  EXPECT_EQ(secrets.text(key), R"({"data":{"age":42}})");
+  EXPECT_EQ(secrets.text(legacyKey), archive);
+}
+
+TEST_F(UserInfoMigration, happensOnce) {
+  leave({{"age", "<integer>42</integer>"}});
+  UserInfoStore::userInfo(secrets);
+  leave({{"age", "<integer>43</integer>"}});
+  EXPECT_EQ(UserInfoStore::userInfo(secrets)->data, (Object{{"age", 42}}));
+}
+
+TEST_F(UserInfoMigration, replacesARecordThatDoesNotDecode) {
+  secrets.put(key, R"({"data": 1})");
+  EXPECT_EQ(migrated({{"age", "<integer>42</integer>"}}), (Object{{"age", 42}}));
+  EXPECT_EQ(secrets.text(key), R"({"data":{"age":42}})");
+}
+
+TEST_F(UserInfoMigration, precedesTheFirstUpdate) {
+  leave({{"age", "<integer>42</integer>"}});
+  EXPECT_EQ(UserInfoStore::updateUserInfo(secrets, {{"a", 1}}), (Object{{"age", 42}, {"a", 1}}));
+}
+
+TEST_F(UserInfoMigration, keepsTheKindsOfTheArchivedObjects) {
+  EXPECT_EQ(migrated({{"flag", "<true/>"},
+                      {"one", "<integer>1</integer>"},
+                      {"half", "<real>0.5</real>"},
+                      {"name", "<string>Ann</string>"}}),
+            parsedObject(R"({"flag": true, "one": 1, "half": 0.5, "name": "Ann"})"));
+}
+
+TEST_F(UserInfoMigration, anExperimentReplacesAPlainOneThatCameBeforeAndIsNoObject) {
+  EXPECT_EQ(
+      migrated({{"experiment", "<string>x</string>"}, {"experiment_a", "<integer>1</integer>"}}),
+      parsedObject(R"({"experiment": {"a": 1}})"));
+}
+
+TEST_F(UserInfoMigration, aPlainExperimentThatComesAfterReplacesTheGatheredOnes) {
+  EXPECT_EQ(
+      migrated({{"experiment_a", "<integer>1</integer>"}, {"experiment", "<string>x</string>"}}),
+      parsedObject(R"({"experiment": "x"})"));
+}
+
+TEST_F(UserInfoMigration, aLaterExperimentOfOneNameReplacesTheEarlierOne) {
+  EXPECT_EQ(migrated({{"experiment_a", "<integer>1</integer>"},
+                      {"experiment_a", "<integer>2</integer>"}}),
+            parsedObject(R"({"experiment": {"a": 2}})"));
+}
+
+TEST_F(UserInfoMigration, aKeyThatOnlyResemblesAnExperimentIsAPlainOne) {
+  EXPECT_EQ(migrated({{"Experiment_a", "<integer>1</integer>"},
+                      {"experimental", "<integer>2</integer>"},
+                      {"my_experiment_a", "<integer>3</integer>"}}),
+            parsedObject(R"({"Experiment_a": 1, "experimental": 2, "my_experiment_a": 3})"));
+}
+
+TEST_F(UserInfoMigration, aBarePrefixNamesTheExperimentWithoutAName) {
+  EXPECT_EQ(migrated({{"experiment_", "<integer>1</integer>"}}),
+            parsedObject(R"({"experiment": {"": 1}})"));
+}
+
+TEST_F(UserInfoMigration, whatIsNoArchiveOfADictionaryReadsAsEmpty) {
+  secrets.put(legacyKey, "no archive");
+  EXPECT_THAT(UserInfoStore::keychainStoredInformation(secrets), IsEmpty());
+  EXPECT_THAT(UserInfoStore::userInfo(secrets)->data, IsEmpty());
+}
+
+TEST_F(UserInfoMigration, withoutALegacyEntryThereIsNoStoredInformation) {
+  EXPECT_THAT(UserInfoStore::keychainStoredInformation(secrets), IsEmpty());
+}
+
+TEST_F(UserInfoMigration, aLegacyValueWithoutAJSONFormStopsTheProcess) {
+  leave({{"blob", "<data>AAEC</data>"}});
+  EXPECT_FATAL(UserInfoStore::userInfo(secrets), "User Info Migration failed");
+  EXPECT_FALSE(secrets.contains(key));
+}
+
+TEST_F(UserInfoMigration, theStoreIsUnlockedAfterAFatalError) {
+  leave({{"blob", "<data>AAEC</data>"}});
+  EXPECT_FATAL(UserInfoStore::userInfo(secrets), "User Info Migration failed");
+  std::thread other([this] { const std::scoped_lock guard(secrets); });
+  other.join();
+}
+
+TEST_F(UserInfoMigration, itsResultIsUsableEvenIfItCannotBeStored) {
+  secrets.failWrites(true);
+  EXPECT_EQ(migrated({{"age", "<integer>42</integer>"}}), (Object{{"age", 42}}));
+}
+
+TEST_F(UserInfoMigration, aResultThatDoesNotEncodeIsUsedAllTheSame) {
+  const auto data = migrated({{"limit", "<real>inf</real>"}});
+  EXPECT_FALSE(secrets.contains(key));
+  EXPECT_TRUE(data.contains("limit"));
+}
+
+}  // namespace
+}  // namespace kite::test

@@ -1,0 +1,200 @@
+#include <Kite/Platform/LegacyArchive.h>
+
+#include "Support/KeyedArchive.h"
+#include "Support/KeyedArchiveWriter.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace kite::test {
+namespace {
+
+using Dictionary = DynamicValue::Dictionary;
+using LegacyArchive::unarchiveDictionary;
+
+class KeyedArchiveTests : public testing::Test {
+ protected:
+  /// What a dictionary with this object under "k" reads as, or "absent".
+  DynamicValue readBack(KeyedArchiveWriter::Reference object) {
+    const auto root = archive.dictionary({{archive.text("k"), object}});
+    const auto fromBinary = unarchiveDictionary(archive.binary(root));
+    const auto fromXML = unarchiveDictionary(archive.xml(root));
+    EXPECT_EQ(fromBinary, fromXML);
+    return fromBinary && fromBinary->size() == 1 ? fromBinary->front().value : "absent";
+  }
+
+  KeyedArchiveWriter archive;
+};
+
+TEST_F(KeyedArchiveTests, readsAnEmptyDictionary) {
+  EXPECT_EQ(unarchiveDictionary(archive.binary(archive.dictionary({}))), Dictionary{});
+}
+
+TEST_F(KeyedArchiveTests, keepsTheOrderOfEntries) {
+  const auto root = archive.dictionary(
+      {{archive.text("z"), archive.integer(1)}, {archive.text("a"), archive.integer(2)}});
+  EXPECT_EQ(unarchiveDictionary(archive.binary(root)), (Dictionary{{"z", 1}, {"a", 2}}));
+}
+
+TEST_F(KeyedArchiveTests, readsPlainValues) {
+  EXPECT_EQ(readBack(archive.text("text")), "text");
+  EXPECT_EQ(readBack(archive.text("na\xC3\xAFve \xF0\x9F\x99\x82")),
+            "na\xC3\xAFve \xF0\x9F\x99\x82");
+  EXPECT_EQ(readBack(archive.integer(70'000)), 70'000);
+  EXPECT_EQ(readBack(archive.integer(static_cast<std::uint64_t>(-3))), -3);
+  EXPECT_EQ(readBack(archive.real(1.5)), 1.5);
+  EXPECT_EQ(readBack(archive.data("bytes")), Data{"bytes"});
+}
+
+TEST_F(KeyedArchiveTests, keepsBooleansApartFromNumbers) {
+  EXPECT_EQ(readBack(archive.boolean(true)), true);
+  EXPECT_EQ(readBack(archive.boolean(false)), false);
+  EXPECT_EQ(readBack(archive.integer(1)), 1);
+}
+
+TEST_F(KeyedArchiveTests, readsTheNullReferenceAndTheNullObjectAlike) {
+  EXPECT_EQ(readBack(0), DynamicValue::NullObject{});
+  EXPECT_EQ(readBack(archive.instance("NSNull", {})), DynamicValue::NullObject{});
+}
+
+TEST_F(KeyedArchiveTests, readsInstancesOfValueClasses) {
+  EXPECT_EQ(readBack(archive.date(12.5)), Date::sinceReferenceDate(12.5));
+  EXPECT_EQ(
+      readBack(archive.instance("NSMutableString", {{"NS.string", plist_new_string("changing")}})),
+      "changing");
+  EXPECT_EQ(
+      readBack(archive.instance("NSMutableData", {{"NS.data", plist_new_data("changing", 8)}})),
+      Data{"changing"});
+}
+
+TEST_F(KeyedArchiveTests, readsNestedCollections) {
+  const auto inner = archive.array({archive.integer(1), archive.text("two")}, "NSMutableArray");
+  const auto outer = archive.dictionary({{archive.text("list"), inner}}, "NSMutableDictionary");
+  EXPECT_EQ(readBack(outer), (Dictionary{{"list", DynamicValue::Array{1, "two"}}}));
+}
+
+TEST_F(KeyedArchiveTests, readsSharedObjectsInEveryPlace) {
+  const auto shared = archive.text("shared");
+  EXPECT_EQ(readBack(archive.array({shared, shared})), (DynamicValue::Array{"shared", "shared"}));
+}
+
+TEST_F(KeyedArchiveTests, keepsKeysThatAreNoStrings) {
+  const auto root = archive.dictionary({{archive.integer(5), archive.text("five")}});
+  EXPECT_EQ(unarchiveDictionary(archive.binary(root)), (Dictionary{{5, "five"}}));
+}
+
+TEST_F(KeyedArchiveTests, remembersObjectsOfOtherClassesByName) {
+  EXPECT_EQ(readBack(archive.instance("NSUUID", {{"NS.uuidbytes", plist_new_data("0", 1)}})),
+            DynamicValue::Opaque{"NSUUID"});
+  EXPECT_EQ(readBack(archive.instance("NSURL", {})), DynamicValue::Opaque{"NSURL"});
+}
+
+TEST_F(KeyedArchiveTests, readsXMLWrittenByHand) {
+  EXPECT_EQ(unarchiveDictionary(keyedArchive({{"Last-App-Version", "<string>1.0</string>"},
+                                              {"Install-Timestamp", "<real>1500000000.5</real>"},
+                                              {"Installed-Before-Kite", "<true/>"}})),
+            (Dictionary{{"Last-App-Version", "1.0"},
+                        {"Install-Timestamp", 1500000000.5},
+                        {"Installed-Before-Kite", true}}));
+}
+
+TEST_F(KeyedArchiveTests, refusesARootThatIsNoDictionary) {
+  EXPECT_EQ(unarchiveDictionary(archive.binary(archive.array({}))), std::nullopt);
+  EXPECT_EQ(unarchiveDictionary(archive.binary(archive.text("k"))), std::nullopt);
+  EXPECT_EQ(unarchiveDictionary(archive.binary(0)), std::nullopt);
+}
+
+TEST_F(KeyedArchiveTests, refusesAPropertyListThatIsNoArchive) {
+  const Plist list(plist_new_dict());
+  plist_dict_set_item(list.get(), "Last-App-Version", plist_new_string("1.0"));
+  EXPECT_EQ(unarchiveDictionary(binaryDocument(list.get())), std::nullopt);
+  EXPECT_EQ(unarchiveDictionary(""), std::nullopt);
+  EXPECT_EQ(unarchiveDictionary("not an archive"), std::nullopt);
+}
+
+TEST_F(KeyedArchiveTests, refusesReferencesToObjectsThatAreNotThere) {
+  const auto key = archive.text("k");
+  EXPECT_EQ(unarchiveDictionary(archive.binary(archive.dictionary({{key, 999}}))), std::nullopt);
+  EXPECT_EQ(unarchiveDictionary(archive.binary(999)), std::nullopt);
+}
+
+TEST_F(KeyedArchiveTests, refusesADictionaryWithMoreKeysThanValues) {
+  const auto key = archive.text("k");
+  const auto root =
+      archive.instance("NSDictionary", {{"NS.keys", KeyedArchiveWriter::references({key, key})},
+                                        {"NS.objects", KeyedArchiveWriter::references({key})}});
+  EXPECT_EQ(unarchiveDictionary(archive.binary(root)), std::nullopt);
+}
+
+TEST_F(KeyedArchiveTests, refusesInstancesWithContentsOfAnotherKind) {
+  const auto key = archive.text("k");
+  const auto reads = [&](KeyedArchiveWriter::Reference object) {
+    return unarchiveDictionary(archive.binary(archive.dictionary({{key, object}}))).has_value();
+  };
+  EXPECT_FALSE(reads(archive.instance("NSArray", {{"NS.objects", plist_new_string("no")}})));
+  EXPECT_FALSE(reads(archive.instance("NSArray", {})));
+  EXPECT_FALSE(reads(archive.instance("NSDate", {{"NS.time", plist_new_string("no")}})));
+  EXPECT_FALSE(reads(archive.instance("NSString", {{"NS.string", plist_new_uint(1)}})));
+  EXPECT_FALSE(reads(archive.instance("NSData", {})));
+  EXPECT_TRUE(reads(key));
+}
+
+TEST_F(KeyedArchiveTests, refusesAnObjectThatContainsItself) {
+  // The array is the third object: null, then its class, then itself.
+  const auto cycle = archive.array({2});
+  ASSERT_EQ(cycle, 2u);
+  const auto root = archive.dictionary({{archive.text("k"), cycle}});
+  EXPECT_EQ(unarchiveDictionary(archive.binary(root)), std::nullopt);
+}
+
+TEST_F(KeyedArchiveTests, refusesACycleThatBranches) {
+  const auto cycle = archive.array({2, 2, 2, 2});
+  const auto root = archive.dictionary({{archive.text("k"), cycle}});
+  EXPECT_EQ(unarchiveDictionary(archive.binary(root)), std::nullopt);
+}
+
+TEST_F(KeyedArchiveTests, refusesToExpandSharedObjectsWithoutBounds) {
+  auto bomb = archive.text("boom");
+  for (int level = 0; level < 40; ++level) bomb = archive.array({bomb, bomb});
+  const auto root = archive.dictionary({{archive.text("k"), bomb}});
+  EXPECT_EQ(unarchiveDictionary(archive.binary(root)), std::nullopt);
+}
+
+TEST_F(KeyedArchiveTests, readsNestingUpToTheLimitOnly) {
+  const auto nested = [](int depth) {
+    KeyedArchiveWriter writer;
+    auto object = writer.text("deep");
+    for (int level = 0; level < depth; ++level) object = writer.array({object});
+    return unarchiveDictionary(writer.binary(writer.dictionary({{writer.text("k"), object}})));
+  };
+  EXPECT_TRUE(nested(510).has_value());
+  EXPECT_FALSE(nested(511).has_value());
+}
+
+TEST_F(KeyedArchiveTests, anArchiveCutOffAnywhereReadsAsNothing) {
+  const auto root = archive.dictionary({{archive.text("k"), archive.array({archive.real(1)})}});
+  for (const auto& whole : {archive.binary(root), archive.xml(root)}) {
+    ASSERT_TRUE(unarchiveDictionary(whole).has_value());
+    const auto end = whole.find_last_not_of('\n') + 1;
+    for (std::size_t size = 0; size < end; ++size)
+      EXPECT_EQ(unarchiveDictionary(whole.substr(0, size)), std::nullopt) << size;
+  }
+}
+
+TEST_F(KeyedArchiveTests, survivesAnyChangedByte) {
+  const auto root = archive.dictionary({{archive.text("key"), archive.data("data")},
+                                        {archive.text("list"), archive.array({archive.real(1)})}});
+  const auto whole = archive.binary(root);
+  int readable = 0;
+  for (std::size_t place = 0; place < whole.size(); ++place)
+    for (const int bit : {0, 3, 7}) {
+      auto changed = whole;
+      changed[place] = static_cast<char>(changed[place] ^ (1 << bit));
+      if (unarchiveDictionary(changed)) ++readable;
+    }
+  EXPECT_LT(readable, static_cast<int>(3 * whole.size()));
+}
+
+}  // namespace
+}  // namespace kite::test

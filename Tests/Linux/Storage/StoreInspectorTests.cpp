@@ -1,0 +1,169 @@
+#include <Kite/Linux/LinuxPlatform.h>
+
+#include "Support/FakeSystem.h"
+#include "Support/TemporaryFolder.h"
+#include "Support/TextSegment.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kite::test {
+namespace {
+
+using Linux::inspectStore;
+using Linux::StoreEntry;
+using Linux::StoreKind;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Pair;
+
+class StoreInspectorTests : public testing::Test {
+ protected:
+  std::shared_ptr<Larder::KVStorage> host() {
+    return Linux::sqliteKVStorage(folder, system.system());
+  }
+  std::shared_ptr<Larder::SecretsStorage> secretHost() {
+    return Linux::sealedSecretsStorage(folder, system.system());
+  }
+  static std::vector<std::pair<std::string, StoreEntry::Kind>> entries(
+      const Linux::StoreInspector& inspector) {
+    std::vector<std::pair<std::string, StoreEntry::Kind>> entries;
+    for (const auto& entry : inspector.entries()) entries.emplace_back(entry.key, entry.kind);
+    return entries;
+  }
+  std::vector<std::string> files() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(temporary.path()))
+      names.push_back(entry.path().filename());
+    return names;
+  }
+
+  TemporaryFolder temporary;
+  std::filesystem::path folder = temporary.path() / "store";
+  FakeSystem system;
+};
+
+TEST_F(StoreInspectorTests, readsBesideALiveHost) {
+  const auto storage = host();
+  storage->write("data", {"bytes"});
+  storage->writeNumber("number", 1.5);
+  storage->writeDictionary("dictionary", {{"k", 1}});
+  storage->edit("list",
+                {.replacesAll = true, .removed = {}, .appended = {row(1, "1"), row(2, "2")}});
+  const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
+  ASSERT_TRUE(inspector) << inspector.error();
+  EXPECT_THAT(entries(**inspector), ElementsAre(Pair("data", StoreEntry::Kind::data),
+                                                Pair("dictionary", StoreEntry::Kind::dictionary),
+                                                Pair("list", StoreEntry::Kind::list),
+                                                Pair("number", StoreEntry::Kind::number)));
+  const auto values = (*inspector)->keyValues();
+  EXPECT_EQ(values->read("data")->data().bytes, "bytes");
+  EXPECT_EQ(values->read("list")->data().bytes, "[1,2]");
+  EXPECT_EQ(values->readNumber("number"), 1.5);
+  EXPECT_EQ(values->readDictionary("dictionary"), (DynamicValue::Dictionary{{"k", 1}}));
+  EXPECT_EQ((*inspector)->storage(), values);
+}
+
+TEST_F(StoreInspectorTests, aHostGoesOnWritingBesideAReader) {
+  const auto storage = host();
+  storage->write("k", {"1"});
+  const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
+  storage->write("k", {"2"});
+  const auto later = inspectStore(folder, StoreKind::keyValues, false);
+  EXPECT_EQ((*later)->storage()->read("k")->data().bytes, "2");
+  EXPECT_THAT(system.lines(), IsEmpty());
+}
+
+TEST_F(StoreInspectorTests, readsAStoreThatNobodyOwns) {
+  host()->write("k", {"1"});
+  const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
+  ASSERT_TRUE(inspector) << inspector.error();
+  EXPECT_EQ((*inspector)->storage()->read("k")->data().bytes, "1");
+}
+
+TEST_F(StoreInspectorTests, aReaderChangesNothing) {
+  host()->write("k", {"1"});
+  {
+    const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
+    (*inspector)->storage()->write("k", {"2"});
+    (*inspector)->storage()->remove("other");
+    EXPECT_FALSE((*inspector)->keyValues()->edit("l", {}));
+  }
+  EXPECT_EQ(host()->read("k")->data().bytes, "1");
+}
+
+TEST_F(StoreInspectorTests, aReaderDoesNotKeepAHostOut) {
+  host()->write("k", {"1"});
+  const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
+  host()->write("k", {"2"});
+  EXPECT_THAT(system.lines(), IsEmpty());
+}
+
+TEST_F(StoreInspectorTests, readsSecretsBesideALiveHost) {
+  const auto storage = secretHost();
+  storage->write("k", {"1"});
+  const auto inspector = inspectStore(folder, StoreKind::secrets, false);
+  ASSERT_TRUE(inspector) << inspector.error();
+  EXPECT_THAT(entries(**inspector), ElementsAre(Pair("k", StoreEntry::Kind::data)));
+  EXPECT_EQ((*inspector)->storage()->read("k")->data().bytes, "1");
+  EXPECT_EQ((*inspector)->keyValues(), nullptr);
+}
+
+TEST_F(StoreInspectorTests, writesWhatAHostReadsLater) {
+  {
+    const auto values = inspectStore(folder, StoreKind::keyValues, true);
+    ASSERT_TRUE(values) << values.error();
+    (*values)->keyValues()->writeDictionary("d", {{"k", true}});
+    const auto secrets = inspectStore(folder, StoreKind::secrets, true);
+    ASSERT_TRUE(secrets) << secrets.error();
+    (*secrets)->storage()->write("s", {"archive"});
+  }
+  EXPECT_EQ(host()->readDictionary("d"), (DynamicValue::Dictionary{{"k", true}}));
+  EXPECT_EQ(secretHost()->read("s")->data().bytes, "archive");
+}
+
+TEST_F(StoreInspectorTests, refusesToWriteBesideALiveHost) {
+  const auto storage = host();
+  const auto secrets = secretHost();
+  const auto inspector = inspectStore(folder, StoreKind::keyValues, true);
+  ASSERT_FALSE(inspector);
+  EXPECT_EQ(inspector.error(), (folder / "kv.sqlite").string() + " is in use by another process");
+  EXPECT_FALSE(inspectStore(folder, StoreKind::secrets, true));
+}
+
+TEST_F(StoreInspectorTests, saysThatThereIsNoStoreAndMakesNone) {
+  const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
+  ASSERT_FALSE(inspector);
+  EXPECT_EQ(inspector.error(), folder.string() + ": No such file or directory");
+  EXPECT_THAT(files(), IsEmpty());
+  std::filesystem::create_directory(folder);
+  EXPECT_EQ(inspectStore(folder, StoreKind::secrets, false).error(),
+            (folder / "secrets.sqlite").string() + ": No such file or directory");
+  EXPECT_TRUE(std::filesystem::is_empty(folder));
+}
+
+TEST_F(StoreInspectorTests, saysThatAFileIsNoStoreAndLeavesItThere) {
+  std::filesystem::create_directory(folder);
+  std::ofstream(folder / "kv.sqlite") << std::string(5000, 'x');
+  const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
+  ASSERT_FALSE(inspector);
+  EXPECT_EQ(inspector.error(), (folder / "kv.sqlite").string() + " is damaged or no store");
+  EXPECT_EQ(std::filesystem::file_size(folder / "kv.sqlite"), 5000u);
+}
+
+TEST_F(StoreInspectorTests, saysThatTheKeyToTheSecretsIsMissing) {
+  secretHost()->write("k", {"1"});
+  std::filesystem::remove(folder / "master.key");
+  const auto inspector = inspectStore(folder, StoreKind::secrets, false);
+  ASSERT_FALSE(inspector);
+  EXPECT_THAT(inspector.error(), HasSubstr("holds no key to the secrets"));
+}
+
+}  // namespace
+}  // namespace kite::test

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "Core/Event/EventEncoder.h"
+#include "Core/Event/EventList.h"
+#include "Core/Event/StoredEvent.h"
+
+#include <limits>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kite::test {
+
+inline Shared<User> aUser(std::string country = "NZ") {
+  return User{.info = {{"country", std::move(country)}}, .ids = {{"user_id", "U-1"}}};
+}
+
+inline StoredEvent anEvent(std::string id, Shared<User> user = aUser()) {
+  return {.type = EventType::Case::userAction,
+          .id = std::move(id),
+          .timestamp = 12.5,
+          .requestTimestamp = std::nullopt,
+          .app = "trail-maps",
+          .user = std::move(user),
+          .data = {{"action_info", JSONValue::Object{{"price", 9.5}}}, {"action_kind", "buy"}}};
+}
+
+/// The stored form of `anEvent(id)`.
+inline std::string textOfAnEvent(const std::string& id) {
+  return R"({"type":"UserAction","id":")" + id +
+         R"(","timestamp":12.5,"app":"trail-maps","user":{"info":{"country":"NZ"},)"
+         R"("ids":{"user_id":"U-1"}},"data":{"action_info":{"price":9.5},"action_kind":"buy"}})";
+}
+
+/// An event whose price, and nothing else, has no JSON text.
+inline StoredEvent anUnencodableEvent(std::string id) {
+  auto event = anEvent(std::move(id));
+  const double price = std::numeric_limits<double>::quiet_NaN();
+  event.data.insertOrAssign("action_info", JSONValue::Object{{"price", price}});
+  return event;
+}
+
+inline EventHandle pending(const StoredEvent& event) { return EventEncoder().encode(event); }
+
+inline std::string storedText(const Larder::Segment& segment) {
+  std::string text;
+  segment.appendTo(text);
+  return text;
+}
+
+inline EventBatch all(const EventList& events) { return events.first(events.size()); }
+
+inline std::vector<std::string> idsOf(const EventBatch& batch) {
+  std::vector<std::string> ids;
+  for (const auto& event : batch) ids.push_back(event->id());
+  return ids;
+}
+inline std::vector<std::string> idsOf(const EventList& events) { return idsOf(all(events)); }
+
+}  // namespace kite::test

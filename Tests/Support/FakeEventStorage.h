@@ -1,0 +1,37 @@
+#pragma once
+
+#include "Core/EventStorage.h"
+
+#include <mutex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kite::test {
+
+/// Remembers the records that it was given, at once and in order. Any thread.
+class FakeEventStorage final : public EventStorage {
+ public:
+  void start(EventStorageDependencies) override {}
+  EventList pendingEvents() const override { return {}; }
+  void insert(StoredEvent event) override {
+    const std::scoped_lock guard(_mutex);
+    _inserted.push_back(std::move(event));
+  }
+  void removeEvents(std::set<std::string> ids) override {
+    const std::scoped_lock guard(_mutex);
+    std::erase_if(_inserted, [&](const StoredEvent& event) { return ids.contains(event.id); });
+  }
+
+  std::vector<StoredEvent> inserted() const {
+    const std::scoped_lock guard(_mutex);
+    return _inserted;
+  }
+
+ private:
+  mutable std::mutex _mutex;
+  std::vector<StoredEvent> _inserted;
+};
+
+}  // namespace kite::test

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <Kite/Platform/Larder.h>
+
+#include "Support/InMemoryTable.h"
+
+#include <utility>
+
+namespace kite::test {
+
+/// A key-value store without a disk.
+class InMemoryKVStorage final : public Larder::KVStorage {
+ public:
+  std::shared_ptr<const Larder::StoredValue> read(std::string_view key) const override {
+    return _table.find<InMemoryTable::Stored>(key).value_or(nullptr);
+  }
+  void write(std::string_view key, Data data) override {
+    _table.set(key, std::make_shared<const Larder::StoredValue>(std::move(data)));
+  }
+  void remove(std::string_view key) override { _table.remove(key); }
+  bool edit(std::string_view key, const Larder::ListEdit& edit) override {
+    return _table.edit(key, edit);
+  }
+
+  std::optional<double> readNumber(std::string_view key) const override {
+    return _table.find<double>(key);
+  }
+  void writeNumber(std::string_view key, double number) override { _table.set(key, number); }
+  std::optional<DynamicValue::Dictionary> readDictionary(std::string_view key) const override {
+    return _table.find<DynamicValue::Dictionary>(key);
+  }
+  void writeDictionary(std::string_view key, const DynamicValue::Dictionary& dictionary) override {
+    _table.set(key, dictionary);
+  }
+
+  bool contains(std::string_view key) const { return _table.contains(key); }
+  /// The bytes under `key`, of a list its whole array; "" when there are none.
+  std::string text(std::string_view key) const { return _table.text(key); }
+  /// Leaves bytes as an earlier run would have; not counted as a write.
+  void put(std::string_view key, std::string text) { _table.put(key, std::move(text)); }
+  /// How many calls tried to change something.
+  int writes() const { return _table.writes(); }
+  /// From now on the disk is full: values change for readers only, and edits are refused.
+  void failWrites(bool failing) { _table.failWrites(failing); }
+  /// What the next run of the application finds: that which had been saved.
+  void restart() { _table.restart(); }
+
+ private:
+  InMemoryTable _table;
+};
+
+}  // namespace kite::test

@@ -1,0 +1,62 @@
+#include "Collector/Intake.h"
+
+#include "Collector/JSONText.h"
+
+#include <fmt/format.h>
+
+namespace kite::tool {
+namespace {
+
+Outcome outcome(const ReceivedRequest& request, int status, std::string body) {
+  return {
+      .reply = {.status = status,
+                .headers = {{"Content-Type", "application/json"}},
+                .body = std::move(body)},
+      .report = {.method = request.method, .path = std::string(request.path()), .status = status}};
+}
+
+Outcome databaseFailure(const ReceivedRequest& request, const std::string& error) {
+  return refuse(request, {.status = 500, .code = 0, .message = "the database failed: " + error});
+}
+
+Outcome accept(const ReceivedRequest& request, double delta, const Stored& stored) {
+  Outcome result = outcome(request, 200,
+                           fmt::format(R"({{"delta":{},"last_event_timestamp":{}}})",
+                                       realJSON(delta), realJSON(stored.newestTimestamp)));
+  result.report.newEvents = stored.newEvents;
+  result.report.duplicates = stored.duplicates;
+  return result;
+}
+
+}  // namespace
+
+Outcome refuse(const ReceivedRequest& request, const Refusal& refusal) {
+  Outcome result = outcome(request, refusal.status,
+                           fmt::format(R"({{"error_code":{},"message":{}}})", refusal.code,
+                                       quotedJSON(refusal.message)));
+  result.report.errorCode = refusal.code;
+  result.report.message = refusal.message;
+  return result;
+}
+
+Outcome Intake::receive(const ReceivedRequest& request, double now) {
+  const auto sender = authenticate(request, _key, now);
+  if (!sender) return refuse(request, sender.error());
+  const auto seen = _database->hasSeen(sender->requestID);
+  if (!seen) return databaseFailure(request, seen.error());
+  if (*seen) return refuse(request, replayed("the request id was used before"));
+  return receive(request, *sender, now);
+}
+
+Outcome Intake::receive(const ReceivedRequest& request, const Sender& sender, double now) {
+  auto batch = unpack(request, sender);
+  if (!batch) {
+    const auto error = _database->remember(sender, batch.error(), now);
+    return error ? databaseFailure(request, *error) : refuse(request, batch.error());
+  }
+  const double delta = now - batch->requestTimestamp;
+  const auto stored = _database->store({.sender = sender, .batch = *std::move(batch)}, now);
+  return stored ? accept(request, delta, *stored) : databaseFailure(request, stored.error());
+}
+
+}  // namespace kite::tool

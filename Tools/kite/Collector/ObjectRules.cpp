@@ -1,0 +1,126 @@
+#include "Collector/ObjectRules.h"
+
+#include "Collector/JSONText.h"
+#include "Collector/UUIDText.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace kite::tool {
+
+using simdjson::dom::element;
+
+namespace {
+
+constexpr std::size_t longestKeyShown = 64;
+
+std::string pathTo(std::string_view path, std::string_view key) {
+  const std::string shown = clipped(key, longestKeyShown);
+  return path.empty() ? shown : fmt::format("{}.{}", path, shown);
+}
+
+std::optional<std::string> violation(const simdjson::dom::object& object, const MemberRule& rule,
+                                     std::string_view path) {
+  element value;
+  if (object.at_key(rule.key).get(value) != simdjson::SUCCESS) {
+    if (!rule.isRequired) return std::nullopt;
+    return pathTo(path, rule.key) + " is missing";
+  }
+  if (rule.fits(value)) return std::nullopt;
+  return fmt::format("{} must be {}", pathTo(path, rule.key), rule.mustBe);
+}
+
+std::optional<std::string> repeatedKeyBelow(const simdjson::dom::object& object) {
+  std::vector<std::string_view> keys;
+  for (const auto& [key, value] : object) {
+    keys.push_back(key);
+    if (auto found = repeatedKey(value)) return found;
+  }
+  std::ranges::sort(keys);
+  const auto twin = std::ranges::adjacent_find(keys);
+  if (twin == keys.end()) return std::nullopt;
+  return clipped(*twin, longestKeyShown);
+}
+
+}  // namespace
+
+std::optional<std::string> violation(const simdjson::dom::object& object,
+                                     std::span<const MemberRule> rules, OtherMembers others,
+                                     std::string_view path) {
+  for (const MemberRule& rule : rules) {
+    if (auto found = violation(object, rule, path)) return found;
+  }
+  if (others == OtherMembers::allowed) return std::nullopt;
+  for (const auto& [key, value] : object) {
+    if (std::ranges::find(rules, key, &MemberRule::key) == rules.end()) {
+      return pathTo(path, key) + " is unknown";
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> repeatedKey(const element& value) {
+  simdjson::dom::object object;
+  if (value.get(object) == simdjson::SUCCESS) return repeatedKeyBelow(object);
+  simdjson::dom::array array;
+  if (value.get(array) != simdjson::SUCCESS) return std::nullopt;
+  for (const element& each : array) {
+    if (auto found = repeatedKey(each)) return found;
+  }
+  return std::nullopt;
+}
+
+namespace shape {
+namespace {
+
+template <class Fits>
+bool allElements(const element& value, Fits fits) {
+  simdjson::dom::array array;
+  return value.get(array) == simdjson::SUCCESS && std::all_of(array.begin(), array.end(), fits);
+}
+
+}  // namespace
+
+bool isAnything(const element&) { return true; }
+bool isString(const element& value) { return value.is_string(); }
+
+bool isNonEmptyString(const element& value) {
+  std::string_view text;
+  return value.get(text) == simdjson::SUCCESS && !text.empty();
+}
+
+bool isStringOrNull(const element& value) { return value.is_null() || isString(value); }
+bool isStrings(const element& value) { return allElements(value, isString); }
+
+bool isUUID(const element& value) {
+  std::string_view text;
+  return value.get(text) == simdjson::SUCCESS && isUpperCaseUUID(text);
+}
+
+bool isUUIDOrNull(const element& value) { return value.is_null() || isUUID(value); }
+bool isBoolean(const element& value) { return value.is_bool(); }
+bool isNumber(const element& value) { return value.is_number(); }
+bool isNumberOrNull(const element& value) { return value.is_null() || isNumber(value); }
+
+bool isUnsignedInteger(const element& value) {
+  std::int64_t number = 0;
+  return value.type() == simdjson::dom::element_type::INT64 &&
+         value.get(number) == simdjson::SUCCESS && number >= 0;
+}
+
+bool isObject(const element& value) { return value.is_object(); }
+
+bool isObjectOfStrings(const element& value) {
+  simdjson::dom::object object;
+  if (value.get(object) != simdjson::SUCCESS) return false;
+  return std::all_of(object.begin(), object.end(),
+                     [](const auto& member) { return isString(member.value); });
+}
+
+bool isArray(const element& value) { return value.is_array(); }
+
+}  // namespace shape
+
+}  // namespace kite::tool

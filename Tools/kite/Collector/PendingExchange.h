@@ -1,0 +1,32 @@
+#pragma once
+
+#include "Collector/HTTPSServer.h"
+
+struct event;
+struct event_base;
+struct evhttp_request;
+
+namespace kite::tool {
+
+/// An exchange on a request of libevent's. Dropping it drops what it was to do later.
+class PendingExchange final : public Exchange {
+ public:
+  PendingExchange(event_base* base, evhttp_request* request) : _base(base), _request(request) {}
+  ~PendingExchange() override;
+  PendingExchange(const PendingExchange&) = delete;
+  PendingExchange& operator=(const PendingExchange&) = delete;
+
+  void answer(const Reply& reply) override;
+  void reset() override;
+  void later(std::chrono::milliseconds time, std::function<void(Exchange&)> body) override;
+
+ private:
+  static void timeCame(int, short, void* exchange);
+
+  event_base* _base;
+  evhttp_request* _request;
+  event* _timer = nullptr;
+  std::function<void(Exchange&)> _body;
+};
+
+}  // namespace kite::tool

@@ -1,0 +1,69 @@
+#include "Collector/Signature.h"
+
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+
+#include <array>
+
+namespace kite::tool {
+namespace {
+
+const EVP_MD* digestOf(std::string_view protocol) {
+  if (protocol == "Sha512") return EVP_sha512();
+  if (protocol == "Sha256") return EVP_sha256();
+  return nullptr;
+}
+
+void appendHexadecimal(std::string& out, std::string_view bytes) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  for (const char byte : bytes) {
+    const auto value = static_cast<unsigned char>(byte);
+    out += digits[value >> 4];
+    out += digits[value & 0xF];
+  }
+}
+
+std::string withPlainScheme(std::string url) {
+  constexpr std::string_view secure = "https://";
+  for (auto at = url.find(secure); at != std::string::npos; at = url.find(secure, at)) {
+    url.replace(at, secure.size(), "http://");
+  }
+  return url;
+}
+
+std::string signedMessage(const SignedParts& parts) {
+  std::string message =
+      withPlainScheme("https://" + std::string(parts.host) + std::string(parts.target));
+  message.reserve(message.size() + 2 * parts.body.size() + 64);
+  message += ':';
+  appendHexadecimal(message, parts.body);
+  message.append(":").append(parts.timestamp);
+  message.append(":").append(parts.requestID);
+  return message;
+}
+
+}  // namespace
+
+std::optional<std::string> signatureOf(const SignedParts& parts, std::string_view protocol,
+                                       std::string_view key) {
+  const EVP_MD* digest = digestOf(protocol);
+  if (!digest) return std::nullopt;
+  const std::string message = signedMessage(parts);
+  std::array<unsigned char, EVP_MAX_MD_SIZE> code{};
+  unsigned int length = 0;
+  if (!HMAC(digest, key.data(), static_cast<int>(key.size()),
+            reinterpret_cast<const unsigned char*>(message.data()), message.size(), code.data(),
+            &length)) {
+    return std::nullopt;
+  }
+  std::string text;
+  appendHexadecimal(text, {reinterpret_cast<const char*>(code.data()), length});
+  return text;
+}
+
+bool isSameSignature(std::string_view one, std::string_view other) {
+  return one.size() == other.size() && CRYPTO_memcmp(one.data(), other.data(), one.size()) == 0;
+}
+
+}  // namespace kite::tool

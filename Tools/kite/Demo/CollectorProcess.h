@@ -1,0 +1,33 @@
+#pragma once
+
+#include "Demo/ChildProcess.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace kite::tool {
+
+/// A collection service on a free loopback port, with certificates of its own.
+class CollectorProcess {
+ public:
+  /// Keeps everything in `folder`. Waits until the service listens.
+  CollectorProcess(std::filesystem::path folder, const std::string& key,
+                   const std::vector<std::string>& faults);
+
+  const std::string& url() const { return _url; }
+  const std::string& ca() const { return _ca; }
+  std::filesystem::path database() const { return _folder / "events.db"; }
+  /// How many requests it has refused by its own judgement, faults aside.
+  std::size_t refusals() const;
+
+ private:
+  std::filesystem::path log() const { return _folder / "requests.log"; }
+
+  std::filesystem::path _folder;
+  ChildProcess _process;
+  std::string _url;
+  std::string _ca;
+};
+
+}  // namespace kite::tool

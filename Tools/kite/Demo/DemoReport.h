@@ -1,0 +1,17 @@
+#pragma once
+
+#include "Demo/Comparison.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+namespace kite::tool {
+
+/// The result as a table, with the first few disagreements.
+void print(std::FILE* out, const Comparison& comparison, const std::filesystem::path& database);
+
+/// The result as one JSON object.
+std::string jsonReport(const Comparison& comparison, const std::filesystem::path& database);
+
+}  // namespace kite::tool

@@ -1,0 +1,15 @@
+#include "Store/OpenStore.h"
+
+#include "Common/CommandFailure.h"
+
+namespace kite::tool {
+
+std::shared_ptr<Linux::StoreInspector> openStore(const StoreChoice& choice) {
+  const auto folder = choice.state / (choice.secrets ? "secrets" : "app");
+  const auto kind = choice.secrets ? Linux::StoreKind::secrets : Linux::StoreKind::keyValues;
+  auto store = Linux::inspectStore(folder, kind, choice.forWriting);
+  if (!store) throw CommandFailure(store.error());
+  return *std::move(store);
+}
+
+}  // namespace kite::tool

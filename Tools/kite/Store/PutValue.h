@@ -1,0 +1,23 @@
+#pragma once
+
+#include <Kite/Base/Data.h>
+#include <Kite/DynamicValue.h>
+#include <Kite/Linux/LinuxPlatform.h>
+
+#include <filesystem>
+#include <string_view>
+#include <variant>
+
+namespace kite::tool {
+
+/// A value as a store keeps it: bytes, a native number or a native dictionary.
+using StoreValue = std::variant<Data, double, DynamicValue::Dictionary>;
+
+/// What a file holds when it is read as `form`: "json", "number", "data" or "plist". Throws
+/// `CommandFailure` when it is something else.
+StoreValue readValue(const std::filesystem::path& file, std::string_view form);
+
+/// Throws `CommandFailure` when the store does not keep values of that kind.
+void putValue(const Linux::StoreInspector& store, std::string_view key, const StoreValue& value);
+
+}  // namespace kite::tool

@@ -1,0 +1,75 @@
+#!/usr/bin/env python3
+"""Proves that the checks of this folder can fail: each runs on a small tree with one fault planted in it."""
+
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+HERE = pathlib.Path(__file__).resolve().parent
+
+
+def run(check, files):
+    with tempfile.TemporaryDirectory() as root:
+        for name, text in files.items():
+            path = pathlib.Path(root, name)
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_text(text)
+        return subprocess.run([sys.executable, HERE / check], cwd=root, capture_output=True).returncode
+
+
+class Floors(unittest.TestCase):
+    def fails(self, name, include):
+        self.assertEqual(run("check_floors.py", {name: f"#include {include}\n"}), 1)
+
+    def passes(self, name, include):
+        self.assertEqual(run("check_floors.py", {name: f"#include {include}\n"}), 0)
+
+    def test_allowed_edges_pass(self):
+        self.passes("Sources/Core/A.cpp", '"Values/JSONEncoder.h"')
+        self.passes("Sources/Core/AImpl.cpp", '"Core/AImpl.h"')
+        self.passes("Sources/Linux/A.cpp", "<sqlite3.h>")
+
+    def test_upward_edges_fail(self):
+        self.fails("Sources/Values/A.cpp", '"Core/EventManager.h"')
+        self.fails("Sources/Core/A.cpp", '"Linux/Database.h"')
+        self.fails("Sources/Core/A.cpp", "<Kite/Linux/LinuxPlatform.h>")
+        self.fails("Tools/kite/A.cpp", '"Core/EventManager.h"')
+
+    def test_system_headers_in_the_core_fail(self):
+        self.fails("Sources/Core/A.cpp", "<unistd.h>")
+
+    def test_another_managers_implementation_fails(self):
+        self.fails("Sources/Core/A.cpp", '"Core/EventManagerImpl.h"')
+
+    def test_third_party_types_in_public_headers_fail(self):
+        self.fails("Include/Kite/A.h", "<simdjson.h>")
+        self.fails("Sources/Core/A.h", "<simdjson.h>")
+
+
+class Clocks(unittest.TestCase):
+    def test_a_clock_in_the_core_fails(self):
+        self.assertEqual(run("check_clocks.py", {"Sources/Core/A.cpp": "std::chrono::system_clock::now();"}), 1)
+
+    def test_a_sleep_in_a_test_fails(self):
+        self.assertEqual(run("check_clocks.py", {"Tests/Core/A.cpp": "std::this_thread::sleep_for(1s);"}), 1)
+
+    def test_a_clock_in_the_platform_passes(self):
+        self.assertEqual(run("check_clocks.py", {"Sources/Linux/A.cpp": "std::chrono::steady_clock::now();"}), 0)
+
+
+class Samples(unittest.TestCase):
+    def run_with(self, code):
+        document = "<!-- sample: Examples/A.cpp -->\n```cpp\nint main() {}\n```\n"
+        return run("check_samples.py", {"README.md": document, "Examples/A.cpp": code})
+
+    def test_the_compiled_sample_passes(self):
+        self.assertEqual(self.run_with("#include <a>\nint main() {}\n"), 0)
+
+    def test_another_sample_fails(self):
+        self.assertEqual(self.run_with("int main() { return 1; }\n"), 1)
+
+
+if __name__ == "__main__":
+    unittest.main()
