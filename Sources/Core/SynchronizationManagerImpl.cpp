@@ -13,13 +13,18 @@
 namespace kite {
 namespace {
 
-/// One background task, ended once: by its expiration or by whoever it was begun for.
+/// One background task, ended once: by its expiration, by whoever it was begun for, or when nobody
+/// is left who would.
 class BackgroundTask : public std::enable_shared_from_this<BackgroundTask> {
  public:
   explicit BackgroundTask(BackgroundTaskScheduler scheduler) : _scheduler(std::move(scheduler)) {}
+  BackgroundTask(const BackgroundTask&) = delete;
+  BackgroundTask& operator=(const BackgroundTask&) = delete;
+  ~BackgroundTask() { end(); }
 
   void begin() {
-    _identifier.set(_scheduler.beginBackgroundTask([task = shared_from_this()] { task->end(); }));
+    _identifier.set(_scheduler.beginBackgroundTask(
+        weakly(weak_from_this(), [](BackgroundTask& task) { task.end(); })));
   }
   void end() {
     const auto identifier = _identifier.with([](auto& box) { return std::exchange(box, {}); });

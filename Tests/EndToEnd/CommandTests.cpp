@@ -61,7 +61,6 @@ TEST(Command, failsWithOneLine) {
   expectFailure({"host", "--key", "k", folder / "no script"});
   expectFailure({"host", "--key", "k", "--attribution", folder / "nowhere"});
   expectFailure({"demo", "--state", writeFile(folder / "file", "")});
-  expectFailure({"demo", "--state", folder.path});
 }
 
 TEST(Command, readsAScriptFromAFile) {

@@ -76,6 +76,18 @@ TEST_F(RefusalTests, keepsABatchWhoseAnswerBreaksOff) {
   EXPECT_THAT(collector.events(), Each(Field(&Event::duplicates, 0)));
 }
 
+TEST_F(RefusalTests, leavesAtOnceWhileAnUploadIsUnderWay) {
+  const Collector collector({.faults = {"delay:60000"}});
+  Host host(application, collector, inBackground);
+  host.start();
+  host.track("kept");
+  threeQueued();
+  const auto before = now();
+  host.quit();
+  EXPECT_LT(now() - before, 5);
+  EXPECT_THAT(queued(application.state), SizeIs(3));
+}
+
 TEST_F(RefusalTests, doesNotFollowARedirectAwayFromTLS) {
   const SilentPort plain;
   const Collector collector({.faults = {"redirect:" + plain.plainURL() + "x100"}});

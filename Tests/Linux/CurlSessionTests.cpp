@@ -466,11 +466,12 @@ TEST_F(CurlSessionTests, failsRequestsInAForkedChild) {
   first->dataTask(post(*URL::parse("https://127.0.0.1:1")), outcomes.completion())->resume();
   outcomes.await();
   const TestAuthority authority;
-  const CAFile caFile(authority);
+  std::optional<CAFile> caFile(std::in_place, authority);
   TLSTestServer server(authority.issue(), staysSilent());
-  const auto session = curlSession(caFile.path());
+  const auto session = curlSession(caFile->path());
   session->dataTask(post(server.url()), [](auto, auto, auto) {})->resume();
   server.awaitRequests(1);
+  caFile.reset();  // no destructor runs from here on
   const auto queue = workerQueue("exiting");
   for (int i = 0; i < 1000; ++i) queue->run([] {});
   std::exit(0);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
@@ -57,6 +58,8 @@ class TestAuthority {
 
  private:
   static TestIdentity newIdentity(const char* name, const CertificateTerms& terms) {
+    // Threads that use OpenSSL may outlast the tests; it must not take itself apart at the exit.
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
     TestIdentity identity{{EVP_EC_gen("P-256"), &EVP_PKEY_free}, {X509_new(), &X509_free}};
     X509* const certificate = identity.certificate.get();
     static long lastSerial = 0;

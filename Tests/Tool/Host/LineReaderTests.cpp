@@ -11,6 +11,13 @@
 namespace kite::tool {
 namespace {
 
+/// To read from, and to write to.
+std::array<int, 2> makePipe() {
+  std::array<int, 2> ends{};
+  EXPECT_EQ(::pipe(ends.data()), 0);
+  return ends;
+}
+
 /// A pipe that holds what a test writes into it.
 class LineReaderTests : public testing::Test {
  protected:

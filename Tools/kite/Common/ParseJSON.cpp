@@ -16,6 +16,14 @@ struct Refused : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+std::string tooDeep() { return fmt::format("nested deeper than {}", maximumDepth); }
+
+/// The depth of a container, if one may be there. The parser does not count an empty innermost one.
+std::size_t admitted(std::size_t depth) {
+  if (depth > maximumDepth) throw Refused(tooDeep());
+  return depth;
+}
+
 JSONValue convert(dom::element element, std::size_t depth);
 
 JSONValue convertArray(dom::array elements, std::size_t depth) {
@@ -36,7 +44,7 @@ JSONValue convertObject(dom::object members, std::size_t depth) {
 }
 
 std::string describe(simdjson::error_code error) {
-  if (error == simdjson::DEPTH_ERROR) return fmt::format("nested deeper than {}", maximumDepth);
+  if (error == simdjson::DEPTH_ERROR) return tooDeep();
   if (error == simdjson::NUMBER_ERROR) return "a number is malformed or does not fit into 64 bits";
   if (error == simdjson::EMPTY) return "no JSON found";
   return fmt::format("not JSON: {}", simdjson::error_message(error));

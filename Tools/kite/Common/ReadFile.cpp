@@ -12,10 +12,10 @@ namespace kite::tool {
 
 std::string readFile(const std::filesystem::path& file) {
   std::ifstream stream(file, std::ios::binary);
-  if (!stream.is_open() || std::filesystem::is_directory(file))
-    throw CommandFailure(fmt::format("cannot read {}", file.string()));
   std::ostringstream bytes;
-  bytes << stream.rdbuf();
+  if (stream.peek() != std::ifstream::traits_type::eof()) bytes << stream.rdbuf();
+  if (!stream.is_open() || stream.bad() || std::filesystem::is_directory(file))
+    throw CommandFailure(fmt::format("cannot read {}", file.string()));
   return std::move(bytes).str();
 }
 

@@ -60,7 +60,7 @@ CLI::App* addDemoCommand(CLI::App& parent) {
       ->capture_default_str();
   command
       ->add_option("--state", options->state,
-                   "An empty folder to keep everything in, else one in the temporary folder")
+                   "The folder to keep everything in, else a new one in the temporary folder")
       ->type_name("DIR");
   command->add_flag("--json", options->json, "Print the result as one JSON object");
   command->callback([options] { runDemo(*options); });

@@ -10,9 +10,10 @@
 namespace kite::tool {
 namespace {
 
-std::filesystem::path temporaryFolder() {
-  auto pattern = (std::filesystem::temp_directory_path() / "kite-demo-XXXXXX").string();
-  if (!::mkdtemp(pattern.data())) throw CommandFailure("cannot make a temporary folder");
+std::filesystem::path newFolder(const std::filesystem::path& parent) {
+  auto pattern = (parent / "kite-demo-XXXXXX").string();
+  if (!::mkdtemp(pattern.data()))
+    throw CommandFailure(fmt::format("cannot make a folder in {}", parent.string()));
   return pattern;
 }
 
@@ -20,17 +21,16 @@ std::filesystem::path emptyFolder(const std::string& wanted) {
   const auto folder = std::filesystem::absolute(wanted);
   std::error_code error;
   std::filesystem::create_directories(folder, error);
-  if (error) throw CommandFailure(fmt::format("cannot make {}: {}", wanted, error.message()));
-  if (!std::filesystem::is_empty(folder))
-    throw CommandFailure(
-        fmt::format("{} is not empty; the day begins with a first launch", wanted));
-  return folder;
+  const bool isEmpty = !error && std::filesystem::is_empty(folder, error);
+  if (error) throw CommandFailure(fmt::format("cannot use {}: {}", wanted, error.message()));
+  return isEmpty ? folder : newFolder(folder);
 }
 
 }  // namespace
 
 std::filesystem::path makeDemoFolder(const std::string& wanted) {
-  const auto folder = wanted.empty() ? temporaryFolder() : emptyFolder(wanted);
+  const auto folder =
+      wanted.empty() ? newFolder(std::filesystem::temp_directory_path()) : emptyFolder(wanted);
   std::error_code error;
   std::filesystem::create_directory(folder / "collector", error);
   if (error)
