@@ -50,13 +50,7 @@ class LineReaderTests : public testing::Test {
     return line ? line->text : "no line";
   }
 
-  static std::array<int, 2> newPipe() {
-    std::array<int, 2> ends{};
-    EXPECT_EQ(::pipe(ends.data()), 0);
-    return ends;
-  }
-
-  std::array<int, 2> _ends = newPipe();
+  std::array<int, 2> _ends = makePipe();
   LineReader reader{_ends[0]};
 };
 

@@ -18,12 +18,6 @@ struct Refused : std::runtime_error {
 
 std::string tooDeep() { return fmt::format("nested deeper than {}", maximumDepth); }
 
-/// The depth of a container, if one may be there. The parser does not count an empty innermost one.
-std::size_t admitted(std::size_t depth) {
-  if (depth > maximumDepth) throw Refused(tooDeep());
-  return depth;
-}
-
 JSONValue convert(dom::element element, std::size_t depth);
 
 JSONValue convertArray(dom::array elements, std::size_t depth) {
@@ -52,7 +46,7 @@ std::string describe(simdjson::error_code error) {
 
 // The parser's own limit does not count an empty container.
 std::size_t within(std::size_t depth) {
-  if (depth == maximumDepth) throw Refused(describe(simdjson::DEPTH_ERROR));
+  if (depth == maximumDepth) throw Refused(tooDeep());
   return depth + 1;
 }
 
