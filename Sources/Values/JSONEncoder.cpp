@@ -1,5 +1,6 @@
 #include "Values/JSONEncoder.h"
 
+#include "Values/JSONCursor.h"
 #include "Values/JSONString.h"
 
 #include <algorithm>
@@ -7,10 +8,13 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <utility>
 
 namespace kite {
 namespace {
+
+/// Why a value has no text; null when it has one.
+using Fault = const char*;
+constexpr Fault none = nullptr;
 
 void appendInteger(std::string& out, std::int64_t number) {
   std::array<char, 20> buffer;
@@ -18,120 +22,99 @@ void appendInteger(std::string& out, std::int64_t number) {
   out.append(buffer.data(), end);
 }
 
-/// Appends the text of one value and remembers, innermost first, where it failed.
-class Encoder {
+Fault appendReal(std::string& out, double number) {
+  if (!std::isfinite(number)) return "A number that is not finite has no JSON text";
+  std::array<char, 32> buffer;
+  const auto end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), number).ptr;
+  out.append(buffer.data(), end);
+  const bool readsAsInteger =
+      std::none_of(buffer.data(), end, [](char c) { return c == '.' || c == 'e'; });
+  if (readsAsInteger) out.append(".0");
+  return none;
+}
+
+Fault appendScalar(std::string& out, const JSONValue& value) {
+  if (const auto* text = value.string()) return appendQuotedUTF8(out, *text), none;
+  if (const auto* integer = value.integer()) return appendInteger(out, *integer), none;
+  if (const auto* real = value.real()) return appendReal(out, *real);
+  if (const auto* flag = value.boolean()) return out.append(*flag ? "true" : "false"), none;
+  if (const auto* date = value.date()) return appendReal(out, date->secondsSinceReferenceDate());
+  return out.append("null"), none;
+}
+
+/// Appends the text of a container; those that are open wait in a list, so that a deep value takes
+/// no stack.
+class ContainerEncoder {
  public:
-  Encoder(std::string& out, int depth) : _out(out), _depth(depth) {}
+  ContainerEncoder(std::string& out, int enclosingContainers)
+      : _out(out), _enclosing(static_cast<std::size_t>(enclosingContainers)) {}
 
-  bool append(const JSONValue& value) {
-    switch (value.kind()) {
-      case JSONValue::Kind::string:
-        appendQuotedUTF8(_out, *value.string());
-        return true;
-      case JSONValue::Kind::integer:
-        appendInteger(_out, *value.integer());
-        return true;
-      case JSONValue::Kind::real:
-        return append(*value.real());
-      case JSONValue::Kind::boolean:
-        _out.append(*value.boolean() ? "true" : "false");
-        return true;
-      case JSONValue::Kind::object:
-        return append(*value.object());
-      case JSONValue::Kind::array:
-        return append(*value.array());
-      case JSONValue::Kind::date:
-        return append(value.date()->secondsSinceReferenceDate());
-      case JSONValue::Kind::null:
-        _out.append("null");
-        return true;
-    }
-    return false;
-  }
-
-  bool append(const JSONValue::Object& members) {
-    if (!open('{')) return false;
-    for (const auto& [key, value] : members) {
-      if (&key != &members.begin()->first) _out.push_back(',');
-      appendJSONString(_out, key);
-      _out.push_back(':');
-      if (!append(value)) return failIn(key);
-    }
-    return close('}');
-  }
-
-  bool append(const JSONValue::Array& elements) {
-    if (!open('[')) return false;
-    for (std::size_t i = 0; i < elements.size(); ++i) {
-      if (i > 0) _out.push_back(',');
-      if (!append(elements[i])) return failIn(std::to_string(i));
-    }
-    return close(']');
-  }
-
-  bool append(double number) {
-    if (!std::isfinite(number)) return fail("A number that is not finite has no JSON text");
-    std::array<char, 32> buffer;
-    const auto end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), number).ptr;
-    _out.append(buffer.data(), end);
-    const bool readsAsInteger =
-        std::none_of(buffer.data(), end, [](char c) { return c == '.' || c == 'e'; });
-    if (readsAsInteger) _out.append(".0");
-    return true;
-  }
-
-  std::optional<EncodingError> error() && {
-    if (_error) std::ranges::reverse(_error->codingPath);
-    return std::move(_error);
+  std::optional<EncodingError> encode(const JSONCursor& outermost) {
+    Fault fault = open(outermost);
+    while (fault == none && !_open.empty()) fault = step();
+    if (fault == none) return std::nullopt;
+    return EncodingError{.codingPath = codingPath(), .debugDescription = fault};
   }
 
  private:
-  bool open(char bracket) {
-    if (_depth == maximumEncodedDepth) return fail("Objects and arrays nest too deeply");
-    ++_depth;
-    _out.push_back(bracket);
-    return true;
+  Fault step() {
+    JSONCursor& innermost = _open.back();
+    if (innermost.isAtEnd()) return close(), none;
+    if (innermost.position() > 0) _out.push_back(',');
+    if (innermost.isObject()) {
+      appendJSONString(_out, innermost.key());
+      _out.push_back(':');
+    }
+    if (const auto inner = JSONCursor::of(innermost.value())) return open(*inner);
+    const Fault fault = appendScalar(_out, innermost.value());
+    if (fault == none) innermost.advance();
+    return fault;
   }
-  bool close(char bracket) {
-    --_depth;
-    _out.push_back(bracket);
-    return true;
+  Fault open(const JSONCursor& container) {
+    if (_enclosing + _open.size() >= maximumEncodedDepth)
+      return "Objects and arrays nest too deeply";
+    _out.push_back(container.isObject() ? '{' : '[');
+    _open.push_back(container);
+    return none;
   }
-  bool fail(const char* description) {
-    _error = EncodingError{.codingPath = {}, .debugDescription = description};
-    return false;
+  void close() {
+    _out.push_back(_open.back().isObject() ? '}' : ']');
+    _open.pop_back();
+    if (!_open.empty()) _open.back().advance();
   }
-  bool failIn(std::string key) {
-    _error->codingPath.push_back(std::move(key));
-    return false;
+  std::vector<std::string> codingPath() const {
+    std::vector<std::string> path;
+    for (const auto& cursor : _open)
+      path.push_back(cursor.isObject() ? cursor.key() : std::to_string(cursor.position()));
+    return path;
   }
 
   std::string& _out;
-  int _depth;
-  std::optional<EncodingError> _error;
+  std::size_t _enclosing;
+  std::vector<JSONCursor> _open;
 };
 
-template <class Value>
-std::optional<EncodingError> encode(std::string& out, const Value& value, int enclosingContainers) {
-  Encoder encoder(out, enclosingContainers);
-  encoder.append(value);
-  return std::move(encoder).error();
+std::optional<EncodingError> errorOf(Fault fault) {
+  if (fault == none) return std::nullopt;
+  return EncodingError{.codingPath = {}, .debugDescription = fault};
 }
 
 }  // namespace
 
 std::optional<EncodingError> appendJSON(std::string& out, const JSONValue& value,
                                         int enclosingContainers) {
-  return encode(out, value, enclosingContainers);
+  const auto container = JSONCursor::of(value);
+  return container ? ContainerEncoder(out, enclosingContainers).encode(*container)
+                   : errorOf(appendScalar(out, value));
 }
 
 std::optional<EncodingError> appendJSON(std::string& out, const JSONValue::Object& members,
                                         int enclosingContainers) {
-  return encode(out, members, enclosingContainers);
+  return ContainerEncoder(out, enclosingContainers).encode(JSONCursor(members));
 }
 
 std::optional<EncodingError> appendJSON(std::string& out, double number) {
-  return encode(out, number, 0);
+  return errorOf(appendReal(out, number));
 }
 
 }  // namespace kite

@@ -1,37 +1,12 @@
 #include <Kite/Base/FatalError.h>
 #include <Kite/KiteValue.h>
 
+#include "Values/JSONCursor.h"
 #include "Values/TreeConversion.h"
 #include "Values/UTF8.h"
 
 namespace kite {
 namespace {
-
-class JSONCursor {
- public:
-  static std::optional<JSONCursor> of(const JSONValue& value) {
-    if (value.array() == nullptr && value.object() == nullptr) return std::nullopt;
-    return JSONCursor(value);
-  }
-
-  bool isObject() const { return _members != nullptr; }
-  std::size_t count() const { return isObject() ? _members->size() : _elements->size(); }
-  bool isAtEnd() const { return _next == count(); }
-  const std::string& key() const { return member().first; }
-  const JSONValue& value() const { return isObject() ? member().second : (*_elements)[_next]; }
-  void advance() { ++_next; }
-
- private:
-  explicit JSONCursor(const JSONValue& value)
-      : _members(value.object()), _elements(value.array()) {}
-  const JSONValue::Object::value_type& member() const {
-    return _members->begin()[static_cast<std::ptrdiff_t>(_next)];
-  }
-
-  const JSONValue::Object* _members;
-  const JSONValue::Array* _elements;
-  std::size_t _next = 0;
-};
 
 std::optional<JSONValue> hostLeaf(const JSONValue& value) {
   if (value.isNull()) return std::nullopt;

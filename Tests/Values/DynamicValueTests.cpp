@@ -65,7 +65,7 @@ TEST(DynamicValue, isANullObjectAfterItWasMovedFrom) {
 }
 
 TEST(DynamicValue, canBeReplacedByAPartOfItself) {
-  DynamicValue value(Array{Array{"inner"}});
+  DynamicValue value(Array{DynamicValue(Array{"inner"})});
   value = (*value.array())[0];
   EXPECT_EQ(value, DynamicValue(Array{"inner"}));
 }

@@ -120,7 +120,7 @@ TEST(JSONValue, isNullAfterItWasMovedFrom) {
 }
 
 TEST(JSONValue, canBeReplacedByAPartOfItself) {
-  JSONValue value(Array{Array{"inner"}});
+  JSONValue value(Array{JSONValue(Array{"inner"})});
   value = (*value.array())[0];
   EXPECT_EQ(value, JSONValue(Array{"inner"}));
   value = (*value.array())[0];
