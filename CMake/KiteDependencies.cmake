@@ -8,7 +8,6 @@ find_package(CURL REQUIRED)
 find_package(simdjson REQUIRED)
 find_package(fmt REQUIRED)
 find_package(PkgConfig REQUIRED)
-pkg_check_modules(plist REQUIRED IMPORTED_TARGET libplist-2.0)
 
 set(KITE_THIRD_PARTY simdjson::simdjson ZLIB::ZLIB SQLite::SQLite3 OpenSSL::Crypto OpenSSL::SSL CURL::libcurl
-                     PkgConfig::plist Threads::Threads ${CMAKE_DL_LIBS})
+                     Threads::Threads)

@@ -13,10 +13,6 @@
 #include <mutex>
 #include <utility>
 
-#ifndef KITE_VERSION  // a build outside the project's own
-#define KITE_VERSION "1.0.0"
-#endif
-
 namespace kite::Linux {
 
 namespace {

@@ -13,7 +13,7 @@ using tool::Batch;
 using tool::readBatch;
 using tool::Refusal;
 
-Refusal refusalOf(const std::string& json) {
+Refusal batchRefusal(const std::string& json) {
   const auto batch = readBatch(json, "trail-maps");
   EXPECT_FALSE(batch) << "the body was taken for good";
   return batch ? Refusal{0, 0, ""} : batch.error();
@@ -64,65 +64,65 @@ TEST(CollectorBatch, mayEchoTheLastReply) {
 }
 
 TEST(CollectorBatch, refusesWhatIsNotJSON) {
-  EXPECT_EQ(refusalOf("").code, 102);
-  EXPECT_THAT(refusalOf(R"({"events":[})").message, StartsWith("not JSON: "));
-  EXPECT_THAT(refusalOf(aBody({aCustomEvent()}) + "x").message, StartsWith("not JSON: "));
-  EXPECT_THAT(refusalOf(aBody({aCustomEvent()}) + "{}").message, StartsWith("not JSON: "));
+  EXPECT_EQ(batchRefusal("").code, 102);
+  EXPECT_THAT(batchRefusal(R"({"events":[})").message, StartsWith("not JSON: "));
+  EXPECT_THAT(batchRefusal(aBody({aCustomEvent()}) + "x").message, StartsWith("not JSON: "));
+  EXPECT_THAT(batchRefusal(aBody({aCustomEvent()}) + "{}").message, StartsWith("not JSON: "));
 }
 
 TEST(CollectorBatch, refusesTextThatIsNotUTF8) {
   const auto json = replaced(aBody({aCustomEvent()}), "NZ", "N\xFF");
-  EXPECT_THAT(refusalOf(json).message, StartsWith("not JSON: "));
+  EXPECT_THAT(batchRefusal(json).message, StartsWith("not JSON: "));
 }
 
 TEST(CollectorBatch, refusesDeepNestingWithoutFollowingIt) {
   const std::string deep = std::string(100'000, '[') + std::string(100'000, ']');
-  EXPECT_THAT(refusalOf(R"({"events":)" + deep + "}").message, StartsWith("not JSON: "));
+  EXPECT_THAT(batchRefusal(R"({"events":)" + deep + "}").message, StartsWith("not JSON: "));
 }
 
 TEST(CollectorBatch, mustBeAnObject) {
-  EXPECT_EQ(refusalOf("[]"), invalid("the body must be an object"));
-  EXPECT_EQ(refusalOf("null"), invalid("the body must be an object"));
+  EXPECT_EQ(batchRefusal("[]"), invalid("the body must be an object"));
+  EXPECT_EQ(batchRefusal("null"), invalid("the body must be an object"));
 }
 
 TEST(CollectorBatch, mustHaveEvents) {
-  EXPECT_EQ(refusalOf("{}"), invalid("the body: events is missing"));
-  EXPECT_EQ(refusalOf(R"({"events":{}})"), invalid("the body: events must be an array"));
-  EXPECT_EQ(refusalOf(R"({"events":[]})"), invalid("the body: events is empty"));
+  EXPECT_EQ(batchRefusal("{}"), invalid("the body: events is missing"));
+  EXPECT_EQ(batchRefusal(R"({"events":{}})"), invalid("the body: events must be an array"));
+  EXPECT_EQ(batchRefusal(R"({"events":[]})"), invalid("the body: events is empty"));
 }
 
 TEST(CollectorBatch, mustEchoNumbers) {
   const std::string body = aBody({aCustomEvent()});
-  EXPECT_EQ(refusalOf(replaced(body, "{", R"({"delta":null,)")),
+  EXPECT_EQ(batchRefusal(replaced(body, "{", R"({"delta":null,)")),
             invalid("the body: delta must be a number"));
-  EXPECT_EQ(refusalOf(replaced(body, "{", R"({"last_event_timestamp":"1",)")),
+  EXPECT_EQ(batchRefusal(replaced(body, "{", R"({"last_event_timestamp":"1",)")),
             invalid("the body: last_event_timestamp must be a number"));
 }
 
 TEST(CollectorBatch, hasNoOtherMembers) {
-  EXPECT_EQ(refusalOf(replaced(aBody({aCustomEvent()}), "{", R"({"version":4,)")),
+  EXPECT_EQ(batchRefusal(replaced(aBody({aCustomEvent()}), "{", R"({"version":4,)")),
             invalid("the body: version is unknown"));
 }
 
 TEST(CollectorBatch, hasNoKeyTwiceInOneObject) {
   const Refusal refusal = invalid("the body: a key is repeated in one object: price");
-  EXPECT_EQ(refusalOf(aBody({anEvent("Purchase", R"({"price":1,"price":2})")})), refusal);
-  EXPECT_EQ(refusalOf(aBody({anEvent("Purchase", R"({"a":[{"price":1,"b":2,"price":2}]})")})),
+  EXPECT_EQ(batchRefusal(aBody({anEvent("Purchase", R"({"price":1,"price":2})")})), refusal);
+  EXPECT_EQ(batchRefusal(aBody({anEvent("Purchase", R"({"a":[{"price":1,"b":2,"price":2}]})")})),
             refusal);
-  EXPECT_EQ(refusalOf(replaced(aBody({aCustomEvent()}), "]}", R"(],"events":[]})")),
+  EXPECT_EQ(batchRefusal(replaced(aBody({aCustomEvent()}), "]}", R"(],"events":[]})")),
             invalid("the body: a key is repeated in one object: events"));
 }
 
 TEST(CollectorBatch, isRefusedForOneBadEvent) {
   const auto bad = replaced(aCustomEvent(anotherID), "1765432100.5", "true");
   EXPECT_EQ(
-      refusalOf(aBody({aCustomEvent(), bad})),
+      batchRefusal(aBody({aCustomEvent(), bad})),
       (Refusal{422, 101, "event " + std::string(anotherID) + ": timestamp must be a number"}));
 }
 
 TEST(CollectorBatch, hasOneRequestTimestamp) {
   const auto other = replaced(aCustomEvent(anotherID), "1765432200.0", "1765432200.5");
-  EXPECT_EQ(refusalOf(aBody({aCustomEvent(), other})),
+  EXPECT_EQ(batchRefusal(aBody({aCustomEvent(), other})),
             (Refusal{422, 101,
                      "event " + std::string(anotherID) +
                          ": request_timestamp must be the same in all events"}));
@@ -135,7 +135,7 @@ TEST(CollectorBatch, maySpellItsOneRequestTimestampDifferently) {
 
 TEST(CollectorBatch, cutsLongKeysInItsRefusals) {
   const std::string key(100, 'k');
-  EXPECT_EQ(refusalOf(replaced(aBody({aCustomEvent()}), "{", R"({")" + key + R"(":1,)")),
+  EXPECT_EQ(batchRefusal(replaced(aBody({aCustomEvent()}), "{", R"({")" + key + R"(":1,)")),
             invalid("the body: " + std::string(64, 'k') + "… is unknown"));
 }
 

@@ -13,7 +13,7 @@ using tool::authenticate;
 using tool::ReceivedRequest;
 using tool::Refusal;
 
-Refusal refusalOf(const ReceivedRequest& request, double at = now) {
+Refusal credentialsRefusal(const ReceivedRequest& request, double at = now) {
   const auto sender = authenticate(request, key, at);
   EXPECT_FALSE(sender) << "the request was taken for good";
   return sender ? Refusal{0, 0, ""} : sender.error();
@@ -57,21 +57,21 @@ class CollectorRequiredHeaders : public TestWithParam<const char*> {};
 TEST_P(CollectorRequiredHeaders, areMissedWhenAbsent) {
   ReceivedRequest request = aRequest("{}");
   std::erase_if(request.headers, [](const auto& each) { return each.name == GetParam(); });
-  EXPECT_EQ(refusalOf(request),
+  EXPECT_EQ(credentialsRefusal(request),
             (Refusal{422, 100, "the header " + std::string(GetParam()) + " is missing"}));
 }
 
 TEST_P(CollectorRequiredHeaders, areMissedWhenEmpty) {
   ReceivedRequest request = aRequest("{}");
   header(request, GetParam()).value = "";
-  EXPECT_EQ(refusalOf(request),
+  EXPECT_EQ(credentialsRefusal(request),
             (Refusal{422, 100, "the header " + std::string(GetParam()) + " is missing"}));
 }
 
 TEST_P(CollectorRequiredHeaders, mustNotBeRepeated) {
   ReceivedRequest request = aRequest("{}");
   request.headers.push_back(header(request, GetParam()));
-  EXPECT_EQ(refusalOf(request),
+  EXPECT_EQ(credentialsRefusal(request),
             (Refusal{422, 102, "the header " + std::string(GetParam()) + " is repeated"}));
 }
 
@@ -94,7 +94,7 @@ class CollectorHeaderValues : public TestWithParam<WrongHeader> {};
 
 TEST_P(CollectorHeaderValues, areRefusedWhenOfAnotherForm) {
   const auto& [name, value, refusal] = GetParam();
-  EXPECT_EQ(refusalOf(requestWith(name, value)), refusal);
+  EXPECT_EQ(credentialsRefusal(requestWith(name, value)), refusal);
 }
 
 const Refusal wrongType{422, 102, "the header Content-Type must be application/json"};
@@ -139,37 +139,37 @@ TEST(CollectorCredentials, areRefusedInUpperCaseHexadecimal) {
   std::ranges::transform(signature, signature.begin(), [](char each) {
     return each >= 'a' && each <= 'f' ? static_cast<char>(each - 'a' + 'A') : each;
   });
-  EXPECT_EQ(refusalOf(request), wrongDigits);
+  EXPECT_EQ(credentialsRefusal(request), wrongDigits);
 }
 
 TEST(CollectorCredentials, coverTheBody) {
   ReceivedRequest request = aRequest("{}");
   request.body.back() = static_cast<char>(request.body.back() ^ 1);
-  EXPECT_EQ(refusalOf(request), otherSignature);
+  EXPECT_EQ(credentialsRefusal(request), otherSignature);
 }
 
 TEST(CollectorCredentials, coverTheHost) {
   ReceivedRequest request = aRequest("{}");
   header(request, "Host").value = "localhost:8443";
-  EXPECT_EQ(refusalOf(request), otherSignature);
+  EXPECT_EQ(credentialsRefusal(request), otherSignature);
 }
 
 TEST(CollectorCredentials, coverThePathAndTheQuery) {
   ReceivedRequest request = aRequest("{}");
   request.target = "/v4/events?x=1";
-  EXPECT_EQ(refusalOf(request), otherSignature);
+  EXPECT_EQ(credentialsRefusal(request), otherSignature);
 }
 
 TEST(CollectorCredentials, coverTheTimestamp) {
   ReceivedRequest request = aRequest("{}");
   header(request, "Wicket-Timestamp").value = "1765432200251";
-  EXPECT_EQ(refusalOf(request), otherSignature);
+  EXPECT_EQ(credentialsRefusal(request), otherSignature);
 }
 
 TEST(CollectorCredentials, coverTheRequestID) {
   ReceivedRequest request = aRequest("{}");
   header(request, "Wicket-Request-Id").value = anotherRequestID;
-  EXPECT_EQ(refusalOf(request), otherSignature);
+  EXPECT_EQ(credentialsRefusal(request), otherSignature);
 }
 
 TEST(CollectorCredentials, needTheCollectorsKey) {
@@ -184,17 +184,17 @@ TEST(CollectorCredentials, holdForTenMinutesEitherWay) {
 }
 
 TEST(CollectorCredentials, areTooOldAfterTenMinutes) {
-  EXPECT_EQ(refusalOf(aRequest("{}"), now + 600.001),
+  EXPECT_EQ(credentialsRefusal(aRequest("{}"), now + 600.001),
             (Refusal{400, 601, "the request is too old"}));
 }
 
 TEST(CollectorCredentials, areFromTheFutureBeforeTenMinutes) {
-  EXPECT_EQ(refusalOf(aRequest("{}"), now - 600.001),
+  EXPECT_EQ(credentialsRefusal(aRequest("{}"), now - 600.001),
             (Refusal{400, 601, "the request is from the future"}));
 }
 
 TEST(CollectorCredentials, areNotToldTooOldWhenTheSignatureIsWrong) {
-  EXPECT_EQ(refusalOf(requestWith("Wicket-Signature", "abcd"), now + 10'000).code, 603);
+  EXPECT_EQ(credentialsRefusal(requestWith("Wicket-Signature", "abcd"), now + 10'000).code, 603);
 }
 
 }  // namespace

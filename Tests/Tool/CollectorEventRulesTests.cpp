@@ -23,7 +23,7 @@ std::string violationOf(const std::string& event) {
   return batch.error().message.substr(name.size());
 }
 
-std::string refusalOf(const std::string& event) {
+std::string eventRefusal(const std::string& event) {
   const auto batch = readBatch(aBody({event}), "trail-maps");
   return batch ? "" : batch.error().message;
 }
@@ -294,16 +294,16 @@ TEST(CollectorEventRules, acceptMembersInAnyOrderAndWholeNumbers) {
 
 TEST(CollectorEventRules, nameAnEventWithoutAnIDByItsPosition) {
   const std::string rule = ": id must be an upper-case UUID";
-  EXPECT_EQ(refusalOf(aCustomEvent("79690975-fbde-45b0-a2a3-7357ae2cc59b")),
+  EXPECT_EQ(eventRefusal(aCustomEvent("79690975-fbde-45b0-a2a3-7357ae2cc59b")),
             "event at position 0" + rule);
-  EXPECT_EQ(refusalOf(aCustomEvent("")), "event at position 0" + rule);
-  EXPECT_EQ(refusalOf(replaced(aCustomEvent(), R"("id")", R"("x")")),
+  EXPECT_EQ(eventRefusal(aCustomEvent("")), "event at position 0" + rule);
+  EXPECT_EQ(eventRefusal(replaced(aCustomEvent(), R"("id")", R"("x")")),
             "event at position 0: id is missing");
 }
 
 TEST(CollectorEventRules, wantEventsToBeObjects) {
-  EXPECT_EQ(refusalOf("null"), "event at position 0: must be an object");
-  EXPECT_EQ(refusalOf(aCustomEvent() + ",[]"), "event at position 1: must be an object");
+  EXPECT_EQ(eventRefusal("null"), "event at position 0: must be an object");
+  EXPECT_EQ(eventRefusal(aCustomEvent() + ",[]"), "event at position 1: must be an object");
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ std::optional<Number> numberFrom(std::string_view text, auto... base) {
   return value;
 }
 
-std::optional<DynamicValue> integerFrom(std::string_view text) {
+std::optional<DynamicValue> integerFromText(std::string_view text) {
   if (text.starts_with('+')) text.remove_prefix(1);
   if (text.starts_with("0x") || text.starts_with("0X")) {
     const auto value = numberFrom<std::uint64_t>(text.substr(2), 16);
@@ -35,7 +35,7 @@ std::optional<DynamicValue> integerFrom(std::string_view text) {
   return std::nullopt;
 }
 
-std::optional<DynamicValue> realFrom(std::string_view text) {
+std::optional<DynamicValue> realFromText(std::string_view text) {
   if (text.starts_with('+')) text.remove_prefix(1);
   const auto value = numberFrom<double>(text);
   return value ? std::optional<DynamicValue>(*value) : std::nullopt;
@@ -88,8 +88,8 @@ std::optional<DynamicValue> dataFrom(std::string_view text) {
 std::optional<DynamicValue> scalar(std::string_view element, const std::string& text) {
   if (element == "string") return text;
   if (element == "true" || element == "false") return element == "true";
-  if (element == "integer") return integerFrom(trimmed(text));
-  if (element == "real") return realFrom(trimmed(text));
+  if (element == "integer") return integerFromText(trimmed(text));
+  if (element == "real") return realFromText(trimmed(text));
   if (element == "date") return dateFrom(trimmed(text));
   if (element == "data") return dataFrom(text);
   return std::nullopt;

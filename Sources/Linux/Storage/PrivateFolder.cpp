@@ -70,9 +70,10 @@ std::optional<std::string> PrivateFolder::make(const std::string& name) const {
   const FileDescriptor made(::openat(_folder.get(), name.c_str(),
                                      O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
   if (!made && errno != EEXIST) return because(_path / name);
-  auto reason = fault(name);
-  if (!reason) ::fchmodat(_folder.get(), name.c_str(), fileMode, 0);
-  return reason;
+  if (auto reason = fault(name)) return reason;
+  const bool isPrivate = ::fchmodat(_folder.get(), name.c_str(), fileMode, 0) == 0;
+  if (!isPrivate && errno != EROFS) return because(_path / name);
+  return std::nullopt;
 }
 
 Result<FileDescriptor, std::string> PrivateFolder::openFile(const std::string& name) const {

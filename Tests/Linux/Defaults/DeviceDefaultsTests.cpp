@@ -1,5 +1,6 @@
 #include "Linux/Defaults/DeviceDefaults.h"
 
+#include "Linux/Defaults/FakeEnvironment.h"
 #include "Linux/Defaults/FileManagerDefaults.h"
 #include "Linux/Defaults/Folders.h"
 #include "Support/TemporaryFolder.h"
@@ -11,7 +12,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <map>
 #include <string>
 
 namespace kite::Linux {
@@ -100,13 +100,6 @@ TEST(FileManagerDefaults, knowsWhenAFolderWasMade) {
 
 TEST(FileManagerDefaults, knowsNothingOfWhatIsNotThere) {
   EXPECT_FALSE(fileManager("/data").attributesOfItem("/no/such/folder"));
-}
-
-Environment environment(std::map<std::string, std::string> variables) {
-  return [variables](const char* name) -> std::optional<std::string> {
-    const auto found = variables.find(name);
-    return found == variables.end() ? std::nullopt : std::optional(found->second);
-  };
 }
 
 TEST(FoldersTests, followTheDirectorySpecification) {

@@ -1,22 +1,14 @@
 #include "Linux/Defaults/LocaleDefaults.h"
 
+#include "Linux/Defaults/FakeEnvironment.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <map>
-#include <string>
 
 namespace kite::Linux {
 namespace {
 
 using testing::ElementsAre;
-
-Environment environment(std::map<std::string, std::string> variables) {
-  return [variables](const char* name) -> std::optional<std::string> {
-    const auto found = variables.find(name);
-    return found == variables.end() ? std::nullopt : std::optional(found->second);
-  };
-}
 
 TEST(LocaleDefaults, readsLanguageAndRegion) {
   const auto locale = localeFrom(environment({{"LANG", "de_DE.UTF-8@euro"}}));

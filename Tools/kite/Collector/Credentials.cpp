@@ -40,7 +40,7 @@ bool isLowerHexadecimal(std::string_view value) {
       value, [](char letter) { return isDigit(letter) || (letter >= 'a' && letter <= 'f'); });
 }
 
-constexpr std::array rules{
+constexpr std::array headerRules{
     HeaderRule{"Host", isAnyText, "", invalidFormat},
     HeaderRule{"Content-Type", isJSONType, "application/json", invalidFormat},
     HeaderRule{"Content-Encoding", isGzip, "gzip", invalidFormat},
@@ -55,12 +55,12 @@ constexpr std::array rules{
     HeaderRule{"Wicket-Signature", isLowerHexadecimal, "lower-case hexadecimal", wrongSignature}};
 
 std::optional<Refusal> refusedHeader(const ReceivedRequest& request) {
-  for (const HeaderRule& rule : rules) {
+  for (const HeaderRule& rule : headerRules) {
     if (request.header(rule.name).empty()) {
       return missingData(fmt::format("the header {} is missing", rule.name));
     }
   }
-  for (const HeaderRule& rule : rules) {
+  for (const HeaderRule& rule : headerRules) {
     if (request.count(rule.name) > 1) {
       return invalidFormat(fmt::format("the header {} is repeated", rule.name));
     }

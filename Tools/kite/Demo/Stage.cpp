@@ -15,7 +15,7 @@ namespace kite::tool {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr const char* key = "demo-key";
+constexpr const char* signingKey = "demo-key";
 constexpr auto pollInterval = std::chrono::milliseconds(150);
 
 /// Long enough for a flush and for `events` to leave in batches.
@@ -37,7 +37,7 @@ bool waitUntil(std::chrono::seconds patience, const std::function<bool()>& isDon
 Stage::Stage(std::filesystem::path folder, std::FILE* progress)
     : _folder(std::move(folder)),
       _progress(progress),
-      _collector(_folder / "collector", key, {"status:503"}) {
+      _collector(_folder / "collector", signingKey, {"status:503"}) {
   std::ofstream(attribution()) << R"({"campaign":"spring hikes","keyword_id":87,"clicked":true})";
 }
 
@@ -48,9 +48,10 @@ void Stage::announce(const std::string& scene) {
 }
 
 void Stage::launch(std::vector<std::string> options) {
-  options.insert(options.end(), {"--state", _folder, "--ca-file", _collector.ca(), "--key", key,
-                                 "--lumo-id", "kite-demo", "--attribution", attribution(),
-                                 "--storefront", "143461:NZ", "--custom-id", "crew=demo"});
+  options.insert(options.end(),
+                 {"--state", _folder, "--ca-file", _collector.ca(), "--key", signingKey,
+                  "--lumo-id", "kite-demo", "--attribution", attribution(), "--storefront",
+                  "143461:NZ", "--custom-id", "crew=demo"});
   _host.emplace(options, _folder / "host.log");
   call("start");
 }
