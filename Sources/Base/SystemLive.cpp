@@ -2,8 +2,10 @@
 
 #include "Base/RandomUUIDs.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <iterator>
 #include <random>
 #include <string>
 
@@ -30,10 +32,14 @@ UUID newUUID() {
   return generator.next(static_cast<std::uint64_t>(ticks));
 }
 
+/// A message from outside may hold anything; it stays on its line, and a terminal obeys none of it.
+bool isControlCharacter(char c) { return (c >= 0 && c < ' ') || c == '\x7F'; }
+
 void printToStandardError(std::string_view line) {
   std::string text;
   text.reserve(line.size() + 1);
-  text.append(line).push_back('\n');
+  std::ranges::replace_copy_if(line, std::back_inserter(text), isControlCharacter, ' ');
+  text.push_back('\n');
   std::fwrite(text.data(), 1, text.size(), stderr);
 }
 

@@ -47,4 +47,9 @@ std::string UUID::text() const {
   return text;
 }
 
+const UUID& UUID::noop() {
+  static const UUID uuid = *parse("123e4567-e89b-12d3-a456-426614174000");
+  return uuid;
+}
+
 }  // namespace kite

@@ -31,8 +31,9 @@ struct EventManagerDependencies {
 /// The one place where events are made: attaches the current user, stamps the application, hands
 /// over to the storage.
 ///
-/// Runs on the caller's thread, does no I/O and waits for nothing. While disabled every `track…`
-/// does nothing at all.
+/// Runs on the caller's thread and does no I/O. It waits for the monitor of the secrets store
+/// alone, which is not held while a profile is written. While disabled every `track…` does nothing
+/// at all.
 class EventManager {
  public:
   virtual ~EventManager() = default;

@@ -7,6 +7,8 @@
 
 namespace kite {
 
+using Larder::EditOutcome;
+
 EventStorageImpl::~EventStorageImpl() {
   if (const auto cancel = cancellable()) cancel();
   const auto dependencies = _dependencies.unwrapped();
@@ -27,7 +29,7 @@ void EventStorageImpl::start(EventStorageDependencies dependencies) {
 void EventStorageImpl::load() {
   const auto value = _dependencies->kvStorage->read(pendingEventsKey);
   auto stored = StoredEventList::load(value.get());
-  _savedEvents = stored.isSaved ? std::optional(stored.events) : std::nullopt;
+  _savedEvents.set(stored.isSaved ? std::optional(stored.events) : std::nullopt);
   _pendingEvents.set(std::move(stored.events));
 }
 
@@ -49,7 +51,7 @@ void EventStorageImpl::insert(StoredEvent event) {
   auto append = [event = std::move(event)](EventStorageImpl& self) {
     auto events = self.pendingEvents();
     events.append(self._encoder.encode(event));
-    self.updateMemoryPendingEvents(std::move(events));
+    self.updateMemoryPendingEvents(events);
   };
   _dependencies->eventStorageQueue->run(weakly(weak_from_this(), std::move(append)));
 }
@@ -58,7 +60,7 @@ void EventStorageImpl::removeEvents(std::set<std::string> ids) {
   auto remove = [ids = std::move(ids)](EventStorageImpl& self) {
     auto events = self.pendingEvents();
     events.remove(ids);
-    self.updateMemoryPendingEvents(std::move(events));
+    self.updateMemoryPendingEvents(events);
   };
   _dependencies->eventStorageQueue->run(weakly(weak_from_this(), std::move(remove)));
 }
@@ -78,7 +80,7 @@ void EventStorageImpl::timerFired() {
       weakly(weak_from_this(), [](EventStorageImpl& self) { self.alignMemoryAndDisk(); }));
 }
 
-void EventStorageImpl::updateMemoryPendingEvents(EventList events) {
+void EventStorageImpl::updateMemoryPendingEvents(const EventList& events) {
   _pendingEvents.set(events);
   _isDirty = true;
   if (!_dependencies->backgroundChecker.isInBackground()) return;
@@ -94,9 +96,14 @@ void EventStorageImpl::alignMemoryAndDisk() {
 void EventStorageImpl::storePendingEvents(const EventList& events) {
   // The stored value is one array: an event without a text leaves it as it was written last.
   if (!events.isEncodable()) return;
-  const auto edit = _savedEvents ? events.editFrom(*_savedEvents) : events.wholeEdit();
-  const bool isSaved = _dependencies->kvStorage->edit(pendingEventsKey, edit);
-  if (isSaved) _savedEvents = events;
+  const auto save = [&](const Larder::ListEdit& edit) {
+    return _dependencies->kvStorage->edit(pendingEventsKey, edit);
+  };
+  const auto savedEvents = _savedEvents.copy();
+  auto outcome = savedEvents ? save(events.editFrom(*savedEvents)) : EditOutcome::listIsGone;
+  if (outcome == EditOutcome::listIsGone) outcome = save(events.wholeEdit());
+  const bool isSaved = outcome == EditOutcome::saved;
+  if (isSaved) _savedEvents.set(events);
   _isWriteDue = !isSaved;
 }
 

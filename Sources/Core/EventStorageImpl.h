@@ -49,7 +49,7 @@ class EventStorageImpl final : public EventStorage,
   void timerFired();
 
   // On `eventStorageQueue` only.
-  void updateMemoryPendingEvents(EventList events);
+  void updateMemoryPendingEvents(const EventList& events);
   void alignMemoryAndDisk();
   void storePendingEvents(const EventList& events);
 
@@ -61,10 +61,9 @@ class EventStorageImpl final : public EventStorage,
   Guarded<std::optional<CancelToken>> _sessionStartToken;
   Guarded<std::optional<CancelToken>> _sessionEndToken;
   Guarded<Tempra::Cancel> _cancellable;
+  Guarded<std::optional<EventList>> _savedEvents;  // what the store holds, when that is known
 
-  // On `eventStorageQueue` only, once started.
-  EventEncoder _encoder;
-  std::optional<EventList> _savedEvents;  // what the store holds, when that is known
+  EventEncoder _encoder;  // on `eventStorageQueue` only
 };
 
 static_assert(std::is_default_constructible_v<EventStorageImpl>);

@@ -55,7 +55,7 @@ JSONValue::Object migrated(const DynamicValue::Dictionary& legacy) {
 }
 
 std::string decimalText(double number) {
-  const bool isIntegral = std::trunc(number) == number;
+  const bool isIntegral = std::isfinite(number) && std::trunc(number) == number;
   char digits[330];  // the longest integral number has 309
   auto* const end = isIntegral ? std::to_chars(std::begin(digits), std::end(digits), number,
                                                std::chars_format::fixed)
@@ -69,12 +69,14 @@ std::optional<std::string> numberText(const JSONValue& value) {
   return value.real() ? std::optional(decimalText(*value.real())) : std::nullopt;
 }
 
+JSONValue::Object mergedUserInfo(Larder::SecretsStorage& store, const JSONValue::Object& data) {
+  const std::scoped_lock guard(store);
+  return userInfo(store)->data.merged(data);
+}
+
 }  // namespace
 
-// Reading one value is atomic by itself. Without the lock, a tracking call does not wait for an
-// update that another thread is writing to the disk.
 std::shared_ptr<const UserInfo> userInfo(Larder::SecretsStorage& store) {
-  if (auto stored = load(store, kiteUserInfoKey)) return stored;
   const std::scoped_lock guard(store);
   auto stored = load(store, kiteUserInfoKey);
   return stored ? stored : performMigration(store);
@@ -89,10 +91,10 @@ std::shared_ptr<const UserInfo> performMigration(Larder::SecretsStorage& store) 
   return stored ? stored : result;
 }
 
-// The lock is kept from the read to the last read, so that no update between them is lost.
+// The lock is not held while the disk is written to, so that a tracking call, which reads, does not
+// wait for it. Of two updates at one time the later write counts, whole.
 JSONValue::Object updateUserInfo(Larder::SecretsStorage& store, const JSONValue::Object& data) {
-  const std::scoped_lock guard(store);
-  save(store, kiteUserInfoKey, {userInfo(store)->data.merged(data)});
+  save(store, kiteUserInfoKey, {mergedUserInfo(store, data)});
   return userInfo(store)->data;
 }
 

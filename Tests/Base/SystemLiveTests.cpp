@@ -87,5 +87,11 @@ TEST(SystemLive, printsALineToStandardErrorInOneWrite) {
             (std::vector<std::string>{"[KITE] first\n", "\n", atomic + "\n"}));
 }
 
+TEST(SystemLive, keepsAnyTextOnOneLine) {
+  const StandardErrorPackets standardError;
+  System::live().print("a\r\nb\tc\x1B[31md\x7F\xC3\xA9");
+  EXPECT_EQ(standardError.written(), (std::vector<std::string>{"a  b c [31md \xC3\xA9\n"}));
+}
+
 }  // namespace
 }  // namespace kite::test

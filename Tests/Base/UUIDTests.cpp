@@ -39,6 +39,11 @@ TEST(UUID, isNotReadFromOtherCharacters) {
   }
 }
 
+TEST(UUID, hasOnePlaceholderThatIsWrittenInUpperCase) {
+  EXPECT_EQ(UUID::noop().text(), "123E4567-E89B-12D3-A456-426614174000");
+  EXPECT_EQ(&UUID::noop(), &UUID::noop());
+}
+
 TEST(UUID, isOrderedByItsBytes) {
   EXPECT_LT(*UUID::parse("00000000-0000-0000-0000-0000000000FF"),
             *UUID::parse("01000000-0000-0000-0000-000000000000"));

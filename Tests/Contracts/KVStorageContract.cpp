@@ -1,5 +1,6 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
+#include "Support/AppendRows.h"
 #include "Support/FakeSystem.h"
 #include "Support/InMemoryKVStorage.h"
 #include "Support/TemporaryFolder.h"
@@ -16,6 +17,7 @@
 namespace kite::test {
 namespace {
 
+using Larder::EditOutcome;
 using Larder::ListEdit;
 
 class InMemory {
@@ -63,7 +65,7 @@ class KVStorageContract : public testing::Test {
     return ordinals;
   }
   bool append(const char* key, std::vector<Larder::Row> rows) {
-    return storage().edit(key, {.replacesAll = false, .removed = {}, .appended = std::move(rows)});
+    return appendRows(storage(), key, std::move(rows));
   }
 
   Setting setting;
@@ -196,8 +198,9 @@ TYPED_TEST(KVStorageContract, anEditMakesAList) {
   EXPECT_EQ(this->ordinals("l"), (std::vector<std::uint64_t>{1, 2}));
 }
 
-TYPED_TEST(KVStorageContract, anEmptyEditMakesAnEmptyList) {
-  EXPECT_TRUE(this->storage().edit("l", ListEdit{}));
+TYPED_TEST(KVStorageContract, anEditThatReplacesAllMakesAnEmptyListOfNothing) {
+  EXPECT_EQ(this->storage().edit("l", {.replacesAll = true, .removed = {}, .appended = {}}),
+            EditOutcome::saved);
   EXPECT_EQ(this->text("l"), "[]");
   ASSERT_NE(this->storage().read("l"), nullptr);
   EXPECT_NE(this->storage().read("l")->rows(), nullptr);
@@ -216,30 +219,45 @@ TYPED_TEST(KVStorageContract, anEditAppendsBehindWhatStays) {
 
 TYPED_TEST(KVStorageContract, anEditRemovesRangesThatExcludeTheirEnd) {
   this->append("l", {row(1, "1"), row(2, "2"), row(3, "3"), row(4, "4"), row(5, "5")});
-  EXPECT_TRUE(this->storage().edit(
-      "l", {.replacesAll = false, .removed = {{1, 3}, {4, 5}}, .appended = {row(6, "6")}}));
+  EXPECT_EQ(
+      this->storage().edit(
+          "l", {.replacesAll = false, .removed = {{1, 3}, {4, 5}}, .appended = {row(6, "6")}}),
+      EditOutcome::saved);
   EXPECT_EQ(this->text("l"), "[3,5,6]");
 }
 
 TYPED_TEST(KVStorageContract, anEditIgnoresTheRemovalOfWhatIsNotThere) {
   this->append("l", {row(3, "3")});
-  EXPECT_TRUE(this->storage().edit(
-      "l", {.replacesAll = false,
-            .removed = {{0, 3}, {4, std::numeric_limits<std::uint64_t>::max()}},
-            .appended = {}}));
+  EXPECT_EQ(this->storage().edit(
+                "l", {.replacesAll = false,
+                      .removed = {{0, 3}, {4, std::numeric_limits<std::uint64_t>::max()}},
+                      .appended = {}}),
+            EditOutcome::saved);
   EXPECT_EQ(this->text("l"), "[3]");
 }
 
 TYPED_TEST(KVStorageContract, anEditThatReplacesAllBeginsFromNothing) {
   this->append("l", {row(1, "1"), row(2, "2")});
-  EXPECT_TRUE(
-      this->storage().edit("l", {.replacesAll = true, .removed = {}, .appended = {row(1, "9")}}));
+  EXPECT_EQ(
+      this->storage().edit("l", {.replacesAll = true, .removed = {}, .appended = {row(1, "9")}}),
+      EditOutcome::saved);
   EXPECT_EQ(this->text("l"), "[9]");
 }
 
-TYPED_TEST(KVStorageContract, anEditOfBytesBeginsFromNothing) {
+TYPED_TEST(KVStorageContract, anEditOfWhatIsNoListChangesNothing) {
+  const ListEdit edit{.replacesAll = false, .removed = {}, .appended = {row(1, "1")}};
+  EXPECT_EQ(this->storage().edit("l", edit), EditOutcome::listIsGone);
+  EXPECT_EQ(this->text("l"), "absent");
   this->storage().write("l", {"[7,8]"});
-  EXPECT_TRUE(this->append("l", {row(1, "1")}));
+  EXPECT_EQ(this->storage().edit("l", edit), EditOutcome::listIsGone);
+  EXPECT_EQ(this->text("l"), "[7,8]");
+}
+
+TYPED_TEST(KVStorageContract, anEditThatReplacesAllTakesThePlaceOfBytes) {
+  this->storage().write("l", {"[7,8]"});
+  EXPECT_EQ(
+      this->storage().edit("l", {.replacesAll = true, .removed = {}, .appended = {row(1, "1")}}),
+      EditOutcome::saved);
   EXPECT_EQ(this->text("l"), "[1]");
 }
 

@@ -7,9 +7,11 @@
 #include "Support/FakeUsher.h"
 #include "Support/InMemorySecretsStorage.h"
 #include "Support/KeyedArchive.h"
+#include "Support/WatchedSecretsStorage.h"
 
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <thread>
 
 namespace kite::test {
@@ -71,6 +73,7 @@ class EventManagerImplTests : public testing::Test {
   std::shared_ptr<InMemorySecretsStorage> secrets = std::make_shared<InMemorySecretsStorage>();
   std::optional<Storefront> storefront;
   int storefrontReads = 0;
+  std::function<void()> onStorefrontRead = [] {};
   int clockReads = 0;
   EventManagerImpl manager;
 
@@ -82,6 +85,7 @@ class EventManagerImplTests : public testing::Test {
             .storefrontProvider =
                 [this] {
                   ++storefrontReads;
+                  onStorefrontRead();
                   return storefront;
                 },
             .now =
@@ -201,7 +205,25 @@ TEST_F(EventManagerImplTests, onlyInstallAndSessionEventsAskForTheStorefrontOnce
   }
 }
 
+TEST_F(EventManagerImplTests, theUserIsReadBeforeTheStorefrontIsAskedFor) {
+  onStorefrontRead = [this] { EXPECT_EQ(usher->reads(), storefrontReads); };
+  start();
+  manager.trackInstallEvent(anInstall);
+  manager.trackSession(aStart);
+  EXPECT_EQ(storefrontReads, 2);
+}
+
+TEST_F(EventManagerImplTests, aCallUnderWayIsRecordedThoughTheManagerIsDisabledMeanwhile) {
+  onStorefrontRead = [this] { manager.setEnabled(false); };
+  start();
+  manager.trackSession(aStart);
+  EXPECT_THAT(storage->inserted(), SizeIs(1));
+  manager.trackSession(aStart);
+  EXPECT_THAT(storage->inserted(), SizeIs(1));
+}
+
 TEST_F(EventManagerImplTests, sessionEndsAreTrackedToo) {
+  storefront = Storefront{.identifier = "143450", .countryCode = "ITA"};
   start();
   manager.trackSession(SessionEndPayload{.sessionStartId = FakeSystem::uuid(72),
                                          .crashed = false,
@@ -212,6 +234,8 @@ TEST_F(EventManagerImplTests, sessionEndsAreTrackedToo) {
   const auto record = onlyRecord();
   EXPECT_EQ(record.id, FakeSystem::uuid(77).text());
   EXPECT_EQ(*record.data.at("subtype"), JSONValue("session_end"));
+  EXPECT_EQ(storefrontReads, 1);
+  EXPECT_TRUE(record.data.contains("storefront_id"));
 }
 
 TEST_F(EventManagerImplTests, theUserIsTheStoredUserInfoAndEveryIdentifierByName) {
@@ -223,6 +247,17 @@ TEST_F(EventManagerImplTests, theUserIsTheStoredUserInfoAndEveryIdentifierByName
   EXPECT_THAT(user->ids,
               ElementsAre(Pair("custom", "value"), Pair(FakeUsher::keychainName, "keychain"),
                           Pair(FakeUsher::userDefaultsName, "user-defaults")));
+}
+
+TEST_F(EventManagerImplTests, theUserInfoIsReadWithinTheMonitorOfItsStore) {
+  UserInfoStore::updateUserInfo(*secrets, {{"country", "NZ"}});
+  std::vector<std::string> operations;
+  auto watching = dependencies();
+  watching.secretsStorage = std::make_shared<WatchedSecretsStorage>(
+      secrets, [&](auto operation) { operations.push_back(std::move(operation)); });
+  manager.start(watching);
+  manager.trackUserAction(anAction);
+  EXPECT_THAT(operations, ElementsAre("lock", "read Kite-User-Info", "unlock"));
 }
 
 TEST_F(EventManagerImplTests, eventsBeforeAndAfterAChangeOfTheUserInfoCarryDifferentUsers) {

@@ -18,8 +18,8 @@ using Tempra::Duration;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr const char* key = "kite_pending_events";
-constexpr const char* notStarted = "Call start before using the EventStorage";
+constexpr const char* queueKey = "kite_pending_events";
+constexpr const char* storageNotStarted = "Call start before using the EventStorage";
 
 /// The stored form of the events with these identifiers.
 std::string arrayOf(const std::vector<std::string>& ids) {
@@ -57,10 +57,10 @@ class EventStorageImplTests : public testing::Test {
 };
 
 TEST_F(EventStorageImplTests, stopsTheProcessBeforeStart) {
-  EXPECT_FATAL(insert("A"), notStarted);
-  EXPECT_FATAL(storage->removeEvents({"A"}), notStarted);
-  EXPECT_FATAL(storage->onSessionStart(), notStarted);
-  EXPECT_FATAL(storage->onSessionEnd(), notStarted);
+  EXPECT_FATAL(insert("A"), storageNotStarted);
+  EXPECT_FATAL(storage->removeEvents({"A"}), storageNotStarted);
+  EXPECT_FATAL(storage->onSessionStart(), storageNotStarted);
+  EXPECT_FATAL(storage->onSessionEnd(), storageNotStarted);
 }
 
 TEST_F(EventStorageImplTests, namesItsPlaceWhenItIsUsedBeforeStart) {
@@ -88,10 +88,10 @@ TEST_F(EventStorageImplTests, keepsForegroundInsertionsInMemoryUntilTheNextFlush
   insert("C");
   time->advance(Duration(9.999));
   EXPECT_TRUE(storage->isDirty());
-  EXPECT_FALSE(store->contains(key));
+  EXPECT_FALSE(store->contains(queueKey));
   time->advance(Duration(0.001));
   EXPECT_FALSE(storage->isDirty());
-  EXPECT_EQ(store->text(key), arrayOf({"A", "B", "C"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A", "B", "C"}));
 }
 
 TEST_F(EventStorageImplTests, flushesEveryTenSeconds) {
@@ -101,9 +101,9 @@ TEST_F(EventStorageImplTests, flushesEveryTenSeconds) {
   time->advance(Duration(10));
   insert("B");
   time->advance(Duration(9.999));
-  EXPECT_EQ(store->text(key), arrayOf({"A"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A"}));
   time->advance(Duration(0.001));
-  EXPECT_EQ(store->text(key), arrayOf({"A", "B"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A", "B"}));
 }
 
 TEST_F(EventStorageImplTests, writesOnceHoweverMuchChanged) {
@@ -129,7 +129,7 @@ TEST_F(EventStorageImplTests, removesEventsByIdentifierAndKeepsTheOrder) {
   storage->removeEvents({"A", "C"});
   EXPECT_THAT(idsOf(storage->pendingEvents()), ElementsAre("B", "D"));
   flush();
-  EXPECT_EQ(store->text(key), arrayOf({"B", "D"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"B", "D"}));
 }
 
 TEST_F(EventStorageImplTests, removesWhatWasWrittenBefore) {
@@ -139,7 +139,7 @@ TEST_F(EventStorageImplTests, removesWhatWasWrittenBefore) {
   storage->removeEvents({"B"});
   insert("D");
   flush();
-  EXPECT_EQ(store->text(key), arrayOf({"A", "C", "D"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A", "C", "D"}));
 }
 
 TEST_F(EventStorageImplTests, oneIdentifierRemovesBothOfTwoEvents) {
@@ -154,7 +154,7 @@ TEST_F(EventStorageImplTests, aRemovalFromAnEmptyQueueIsAChangeAndWritesAnEmptyA
   storage->removeEvents({"A"});
   EXPECT_TRUE(storage->isDirty());
   flush();
-  EXPECT_EQ(store->text(key), "[]");
+  EXPECT_EQ(store->text(queueKey), "[]");
 }
 
 TEST_F(EventStorageImplTests, aQueueThatRunsEmptyIsWrittenAsAnEmptyArray) {
@@ -163,7 +163,7 @@ TEST_F(EventStorageImplTests, aQueueThatRunsEmptyIsWrittenAsAnEmptyArray) {
   flush();
   storage->removeEvents({"A"});
   flush();
-  EXPECT_EQ(store->text(key), "[]");
+  EXPECT_EQ(store->text(queueKey), "[]");
 }
 
 TEST_F(EventStorageImplTests, aRemovalOfUnknownIdentifiersIsAChangeThatKeepsTheOrder) {
@@ -182,10 +182,10 @@ TEST_F(EventStorageImplTests, writesBackgroundInsertionsAtOnce) {
   isInBackground = true;
   start();
   insert("A");
-  EXPECT_EQ(store->text(key), arrayOf({"A"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A"}));
   EXPECT_FALSE(storage->isDirty());
   insert("B");
-  EXPECT_EQ(store->text(key), arrayOf({"A", "B"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A", "B"}));
 }
 
 TEST_F(EventStorageImplTests, writesBackgroundRemovalsAtOnce) {
@@ -194,8 +194,25 @@ TEST_F(EventStorageImplTests, writesBackgroundRemovalsAtOnce) {
   insert("B");
   isInBackground = true;
   storage->removeEvents({"A"});
-  EXPECT_EQ(store->text(key), arrayOf({"B"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"B"}));
   EXPECT_FALSE(storage->isDirty());
+}
+
+TEST_F(EventStorageImplTests, aBackgroundChangeIsWrittenBeforeItsTurnOnTheQueueEnds) {
+  queue = manualQueue;
+  isInBackground = true;
+  start();
+  insert("A");
+  insert("B");
+  manualQueue->runOne();
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A"}));
+  EXPECT_FALSE(storage->isDirty());
+  manualQueue->runOne();
+  storage->removeEvents({"A"});
+  manualQueue->runOne();
+  EXPECT_EQ(store->text(queueKey), arrayOf({"B"}));
+  EXPECT_FALSE(storage->isDirty());
+  EXPECT_EQ(manualQueue->size(), 0U);
 }
 
 TEST_F(EventStorageImplTests, asksWhetherItIsInTheBackgroundWithTheChangeAlreadyMade) {
@@ -239,9 +256,9 @@ TEST_F(EventStorageImplTests, theTimerLooksAtTheFlagAndNotAtTheQueue) {
   manualQueue->drain();
   flush();
   EXPECT_EQ(manualQueue->size(), 1U);
-  EXPECT_FALSE(store->contains(key));
+  EXPECT_FALSE(store->contains(queueKey));
   manualQueue->drain();
-  EXPECT_EQ(store->text(key), arrayOf({"A"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A"}));
 }
 
 TEST_F(EventStorageImplTests, aSnapshotStaysAsItWas) {
@@ -273,7 +290,7 @@ TEST_F(EventStorageImplTests, isReadByOtherThreadsWhileItChanges) {
 TEST_F(EventStorageImplTests, aSessionEndFlushesEvenWhenNothingChanged) {
   start();
   sessions.triggerSessionEnd();
-  EXPECT_EQ(store->text(key), "[]");
+  EXPECT_EQ(store->text(queueKey), "[]");
   EXPECT_EQ(store->writes(), 1);
   sessions.triggerSessionEnd();
   EXPECT_EQ(store->writes(), 2);
@@ -284,9 +301,9 @@ TEST_F(EventStorageImplTests, aSessionEndFlushesOnTheQueueAndCleansTheFlag) {
   start();
   insert("A");
   sessions.triggerSessionEnd();
-  EXPECT_FALSE(store->contains(key));
+  EXPECT_FALSE(store->contains(queueKey));
   manualQueue->drain();
-  EXPECT_EQ(store->text(key), arrayOf({"A"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A"}));
   EXPECT_FALSE(storage->isDirty());
 }
 
@@ -305,7 +322,7 @@ TEST_F(EventStorageImplTests, aSessionStartWithoutATimerStartsOne) {
   EXPECT_EQ(time->armed(), 1U);
   insert("A");
   flush();
-  EXPECT_EQ(store->text(key), arrayOf({"A"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A"}));
 }
 
 TEST_F(EventStorageImplTests, aSecondStartLetsGoOfTheFirstTimerWithoutStoppingIt) {
@@ -315,7 +332,7 @@ TEST_F(EventStorageImplTests, aSecondStartLetsGoOfTheFirstTimerWithoutStoppingIt
 }
 
 TEST_F(EventStorageImplTests, loadsBeforeItStartsItsTimer) {
-  store->put(key, arrayOf({"A"}));
+  store->put(queueKey, arrayOf({"A"}));
   std::vector<std::string> pendingAtSchedule;
   scheduler = std::make_shared<WatchedScheduler>(
       time, [&] { pendingAtSchedule = idsOf(storage->pendingEvents()); });
@@ -323,16 +340,19 @@ TEST_F(EventStorageImplTests, loadsBeforeItStartsItsTimer) {
   EXPECT_THAT(pendingAtSchedule, ElementsAre("A"));
 }
 
-TEST_F(EventStorageImplTests, startsItsTimerBeforeItObservesSessions) {
-  std::vector<std::size_t> armed;
-  auto listener = sessions.witness;
-  listener.onSessionStart = [&, next = listener.onSessionStart](SessionListener::Handler handler) {
-    armed.push_back(time->armed());
-    return next(std::move(handler));
+TEST_F(EventStorageImplTests, startsItsTimerThenObservesStartsThenEnds) {
+  std::vector<std::string> steps;
+  scheduler = std::make_shared<WatchedScheduler>(time, [&] { steps.emplace_back("timer"); });
+  sessions.witness.onSessionStart = [&](auto) {
+    steps.emplace_back("starts");
+    return CancelToken{};
   };
-  sessions.witness = listener;
+  sessions.witness.onSessionEnd = [&](auto) {
+    steps.emplace_back("ends");
+    return CancelToken{};
+  };
   start();
-  EXPECT_THAT(armed, ElementsAre(1U));
+  EXPECT_THAT(steps, ElementsAre("timer", "starts", "ends"));
 }
 
 // The end
@@ -340,11 +360,13 @@ TEST_F(EventStorageImplTests, startsItsTimerBeforeItObservesSessions) {
 TEST_F(EventStorageImplTests, stopsItsTimerAndDetachesWhenItGoes) {
   start();
   std::vector<std::string> detached;
+  std::optional<std::size_t> armedAtDetaching;
   auto listener = sessions.witness;
   listener.onSessionStart = [](auto) { return CancelToken{{{1}}}; };
   listener.onSessionEnd = [](auto) { return CancelToken{{{2}}}; };
   listener.detachSessionStart = [&](CancelToken token) {
     EXPECT_EQ(token, CancelToken{{{1}}});
+    armedAtDetaching = time->armed();
     detached.emplace_back("start");
   };
   listener.detachSessionEnd = [&](CancelToken token) {
@@ -355,7 +377,7 @@ TEST_F(EventStorageImplTests, stopsItsTimerAndDetachesWhenItGoes) {
   restart();
   EXPECT_EQ(time->armed(), 1U);
   storage.reset();
-  EXPECT_EQ(time->armed(), 0U);
+  EXPECT_EQ(armedAtDetaching, std::optional<std::size_t>(0));
   EXPECT_THAT(detached, ElementsAre("start", "end"));
 }
 
@@ -409,47 +431,48 @@ TEST_F(EventStorageImplTests, goesOnWhereTheLastRunStopped) {
   storage->removeEvents({"A"});
   insert("D");
   flush();
-  EXPECT_EQ(store->text(key), arrayOf({"B", "C", "D"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"B", "C", "D"}));
 }
 
 TEST_F(EventStorageImplTests, readsAPlainArrayAndReplacesItByTheNextWrite) {
-  store->put(key, "[ " + textOfAnEvent("A") + ", " + textOfAnEvent("B") + " ]");
+  store->put(queueKey, "[ " + textOfAnEvent("A") + ", " + textOfAnEvent("B") + " ]");
   start();
   EXPECT_THAT(idsOf(storage->pendingEvents()), ElementsAre("A", "B"));
   storage->removeEvents({"A"});
   flush();
-  EXPECT_EQ(store->text(key), arrayOf({"B"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"B"}));
 }
 
 TEST_F(EventStorageImplTests, bytesThatAreNotEventsAreAnEmptyQueueAndStayUntilTheNextWrite) {
-  store->put(key, "[" + textOfAnEvent("A") + ",{}]");
+  store->put(queueKey, "[" + textOfAnEvent("A") + ",{}]");
   start();
   EXPECT_TRUE(storage->pendingEvents().empty());
   EXPECT_EQ(store->writes(), 0);
   insert("B");
   flush();
-  EXPECT_EQ(store->text(key), arrayOf({"B"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"B"}));
 }
 
 TEST_F(EventStorageImplTests, rowsThatAreNotEventsAreReplacedByTheNextWrite) {
-  store->edit(key, {.replacesAll = true,
-                    .removed = {},
-                    .appended = {{.ordinal = 4, .segment = pending(anEvent("A"))},
-                                 {.ordinal = 5, .segment = pending(anUnencodableEvent("B"))}}});
+  store->edit(queueKey,
+              {.replacesAll = true,
+               .removed = {},
+               .appended = {{.ordinal = 4, .segment = pending(anEvent("A"))},
+                            {.ordinal = 5, .segment = pending(anUnencodableEvent("B"))}}});
   start();
   EXPECT_TRUE(storage->pendingEvents().empty());
   insert("C");
   flush();
-  EXPECT_EQ(store->text(key), arrayOf({"C"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"C"}));
 }
 
 TEST_F(EventStorageImplTests, keepsARequestTimestampThatItFound) {
   std::string text = textOfAnEvent("A");
   text.insert(text.find(R"(,"app")"), R"(,"request_timestamp":7.0)");
-  store->put(key, "[" + text + "]");
+  store->put(queueKey, "[" + text + "]");
   start();
   sessions.triggerSessionEnd();
-  EXPECT_EQ(store->text(key), "[" + text + "]");
+  EXPECT_EQ(store->text(queueKey), "[" + text + "]");
 }
 
 // What cannot be written
@@ -461,7 +484,7 @@ TEST_F(EventStorageImplTests, anEventThatDoesNotEncodeLeavesTheStoreAsItWas) {
   storage->insert(anUnencodableEvent("B"));
   insert("C");
   flush();
-  EXPECT_EQ(store->text(key), arrayOf({"A"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A"}));
   EXPECT_EQ(store->writes(), 1);
   EXPECT_FALSE(storage->isDirty());
   EXPECT_THAT(idsOf(storage->pendingEvents()), ElementsAre("A", "B", "C"));
@@ -472,10 +495,10 @@ TEST_F(EventStorageImplTests, writesAgainOnceTheEventThatDoesNotEncodeIsGone) {
   storage->insert(anUnencodableEvent("B"));
   insert("C");
   flush();
-  EXPECT_FALSE(store->contains(key));
+  EXPECT_FALSE(store->contains(queueKey));
   storage->removeEvents({"B"});
   flush();
-  EXPECT_EQ(store->text(key), arrayOf({"C"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"C"}));
 }
 
 TEST_F(EventStorageImplTests, anEventThatDoesNotEncodeCleansTheFlagInTheBackgroundToo) {
@@ -492,10 +515,10 @@ TEST_F(EventStorageImplTests, aWriteThatFailedIsTriedAgainAtTheNextFlush) {
   store->failWrites(true);
   flush();
   EXPECT_FALSE(storage->isDirty());
-  EXPECT_EQ(store->text(key), "");
+  EXPECT_EQ(store->text(queueKey), "");
   store->failWrites(false);
   flush();
-  EXPECT_EQ(store->text(key), arrayOf({"A"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A"}));
   flush();
   EXPECT_EQ(store->writes(), 2);
 }
@@ -509,16 +532,26 @@ TEST_F(EventStorageImplTests, aWriteAfterAFailedOneHoldsTheChangesOfBoth) {
   storage->removeEvents({"A"});
   insert("C");
   flush();
-  EXPECT_EQ(store->text(key), arrayOf({"A", "B"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A", "B"}));
   store->failWrites(false);
   insert("D");
   storage->removeEvents({"B"});
   flush();
-  EXPECT_EQ(store->text(key), arrayOf({"C", "D"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"C", "D"}));
+}
+
+TEST_F(EventStorageImplTests, aQueueThatTheHostDeletedIsWrittenWholeAgain) {
+  start();
+  insert("A");
+  flush();
+  store->remove(queueKey);
+  insert("B");
+  flush();
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A", "B"}));
 }
 
 TEST_F(EventStorageImplTests, aFailedReplacementStaysAReplacement) {
-  store->put(key, "not events");
+  store->put(queueKey, "not events");
   start();
   store->failWrites(true);
   insert("A");
@@ -526,7 +559,7 @@ TEST_F(EventStorageImplTests, aFailedReplacementStaysAReplacement) {
   store->failWrites(false);
   insert("B");
   flush();
-  EXPECT_EQ(store->text(key), arrayOf({"A", "B"}));
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A", "B"}));
 }
 
 }  // namespace

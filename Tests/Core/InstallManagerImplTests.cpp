@@ -9,17 +9,19 @@
 #include "Support/InMemorySecretsStorage.h"
 #include "Support/KeyedArchive.h"
 #include "Support/ParsedJSON.h"
+#include "Support/WatchedSecretsStorage.h"
 
 #include <gmock/gmock.h>
 
 namespace kite::test {
 namespace {
 
+using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 using Usher::CreationType;
 
-constexpr auto key = "Kite-Install-Manager";
+constexpr auto installKey = "Kite-Install-Manager";
 constexpr auto legacyKey = "VLInstallManager";
 
 class InstallManagerImplTests : public testing::Test {
@@ -27,6 +29,7 @@ class InstallManagerImplTests : public testing::Test {
   FakeSystem system{Date{5000.5}};
   std::shared_ptr<InMemoryKVStorage> keyValues = std::make_shared<InMemoryKVStorage>();
   std::shared_ptr<InMemorySecretsStorage> secrets = std::make_shared<InMemorySecretsStorage>();
+  std::shared_ptr<Larder::SecretsStorage> secretsStorage = secrets;
   std::shared_ptr<FakeUsher> usher = std::make_shared<FakeUsher>();
   std::shared_ptr<FakeEventManager> events = std::make_shared<FakeEventManager>();
   bool installedBeforeKite = false;
@@ -36,7 +39,7 @@ class InstallManagerImplTests : public testing::Test {
   /// Runs version 2.0 (200); the injected clock says 1000.5, the system's 5000.5.
   void start() {
     manager.start({.kvStorage = keyValues,
-                   .secretsStorage = secrets,
+                   .secretsStorage = secretsStorage,
                    .idProvider = usher,
                    .currentAppVersion = "2.0",
                    .currentBundleVersion = "200",
@@ -62,8 +65,8 @@ class InstallManagerImplTests : public testing::Test {
     return payloads.at(0);
   }
   void putBoth(const std::string& json) {
-    keyValues->put(key, json);
-    secrets->put(key, json);
+    keyValues->put(installKey, json);
+    secrets->put(installKey, json);
   }
   JSONValue::Object userInfo() { return UserInfoStore::userInfo(*secrets)->data; }
 };
@@ -85,8 +88,8 @@ TEST_F(InstallManagerImplTests, aFreshInstallIsRememberedInBothStores) {
   startFresh();
   const auto expected = parsed(R"({"firstInstallTimestamp": 1000.5, "installedBeforeKite": false,
                                    "appVersion": "2.0", "bundleVersion": "200"})");
-  EXPECT_EQ(parsed(keyValues->text(key)), expected);
-  EXPECT_EQ(parsed(secrets->text(key)), expected);
+  EXPECT_EQ(parsed(keyValues->text(installKey)), expected);
+  EXPECT_EQ(parsed(secrets->text(installKey)), expected);
 }
 
 TEST_F(InstallManagerImplTests, theTimeOfAnInstallIsTheSystemsAndTheFirstInstallsTheInjectedOne) {
@@ -105,11 +108,24 @@ TEST_F(InstallManagerImplTests, anInstallMovesTheVersionsOfTheUserInfo) {
 TEST_F(InstallManagerImplTests, everythingIsStoredBeforeTheEventIsSent) {
   bool wasStored = false;
   events->onTrack = [&] {
-    wasStored = keyValues->contains(key) && secrets->contains(key) &&
+    wasStored = keyValues->contains(installKey) && secrets->contains(installKey) &&
                 userInfo().contains("installed_before_kite");
   };
   startFresh();
   EXPECT_TRUE(wasStored);
+}
+
+TEST_F(InstallManagerImplTests, theRecordsAreWrittenBetweenTheTwoWritesOfTheUserInfo) {
+  UserInfoStore::userInfo(*secrets);
+  std::vector<std::string> writes;
+  secretsStorage = std::make_shared<WatchedSecretsStorage>(secrets, [&](const auto& operation) {
+    if (!operation.starts_with("write")) return;
+    writes.push_back(operation + (keyValues->contains(installKey) ? ", key-values written" : ""));
+  });
+  startFresh();
+  EXPECT_THAT(writes,
+              ElementsAre("write Kite-User-Info", "write Kite-Install-Manager, key-values written",
+                          "write Kite-User-Info, key-values written"));
 }
 
 TEST_F(InstallManagerImplTests, theUserInfoIsWrittenTwice) {
@@ -120,7 +136,7 @@ TEST_F(InstallManagerImplTests, theUserInfoIsWrittenTwice) {
 }
 
 TEST_F(InstallManagerImplTests, aReinstallationTakesTheOldVersionsFromTheSecrets) {
-  secrets->put(key, R"({"firstInstallTimestamp": 7.0, "installedBeforeKite": false,
+  secrets->put(installKey, R"({"firstInstallTimestamp": 7.0, "installedBeforeKite": false,
                         "appVersion": "1.0", "bundleVersion": "100"})");
   usher->setCreationTypes(CreationType::justGenerated, CreationType::readFromFile);
   start();
@@ -186,9 +202,9 @@ TEST_F(InstallManagerImplTests, withoutAnOldVersionItIsAnInstallation) {
 }
 
 TEST_F(InstallManagerImplTests, theSecretsAnswerBeforeTheKeyValues) {
-  secrets->put(key, R"({"firstInstallTimestamp": 1.0, "installedBeforeKite": true,
+  secrets->put(installKey, R"({"firstInstallTimestamp": 1.0, "installedBeforeKite": true,
                         "appVersion": "s", "bundleVersion": "sb"})");
-  keyValues->put(key, R"({"firstInstallTimestamp": 2.0, "installedBeforeKite": false,
+  keyValues->put(installKey, R"({"firstInstallTimestamp": 2.0, "installedBeforeKite": false,
                           "appVersion": "k", "bundleVersion": "kb"})");
   start();
   EXPECT_EQ(theInstall().oldAppVersion, std::optional<std::string>("s"));
@@ -198,8 +214,8 @@ TEST_F(InstallManagerImplTests, theSecretsAnswerBeforeTheKeyValues) {
 }
 
 TEST_F(InstallManagerImplTests, theKeyValuesAnswerWhereTheSecretsAreSilent) {
-  secrets->put(key, "{}");
-  keyValues->put(key, R"({"firstInstallTimestamp": 2.0, "installedBeforeKite": true,
+  secrets->put(installKey, "{}");
+  keyValues->put(installKey, R"({"firstInstallTimestamp": 2.0, "installedBeforeKite": true,
                           "appVersion": "k", "bundleVersion": "kb"})");
   start();
   EXPECT_EQ(theInstall().oldAppVersion, std::optional<std::string>("k"));
@@ -247,8 +263,8 @@ TEST_F(InstallManagerImplTests, legacyRecordsMoveIntoTheirOwnStoreAndStayInPlace
   keyValues->writeDictionary(legacyKey, {{"Install-Timestamp", 3.5}});
   start();
   EXPECT_THAT(installs(), IsEmpty()) << "the migrated version is the current one";
-  EXPECT_EQ(parsed(secrets->text(key)), parsed(R"({"appVersion": "2.0"})"));
-  EXPECT_EQ(parsed(keyValues->text(key)), parsed(R"({"firstInstallTimestamp": 3.5})"));
+  EXPECT_EQ(parsed(secrets->text(installKey)), parsed(R"({"appVersion": "2.0"})"));
+  EXPECT_EQ(parsed(keyValues->text(installKey)), parsed(R"({"firstInstallTimestamp": 3.5})"));
   EXPECT_EQ(secrets->text(legacyKey), archive);
   EXPECT_TRUE(keyValues->readDictionary(legacyKey));
 }
@@ -258,15 +274,23 @@ TEST_F(InstallManagerImplTests, aCurrentRecordIsNotTouchedByTheLegacyOne) {
   secrets->put(legacyKey, keyedArchive({{"Last-App-Version", "<string>1.0</string>"}}));
   keyValues->writeDictionary(legacyKey, {{"Last-App-Version", "1.0"}});
   start();
-  EXPECT_EQ(secrets->text(key), R"({"appVersion": "2.0"})");
-  EXPECT_EQ(keyValues->text(key), R"({"appVersion": "2.0"})");
+  EXPECT_EQ(secrets->text(installKey), R"({"appVersion": "2.0"})");
+  EXPECT_EQ(keyValues->text(installKey), R"({"appVersion": "2.0"})");
 }
 
 TEST_F(InstallManagerImplTests, aCurrentRecordThatDoesNotDecodeIsReplacedByTheLegacyOne) {
   putBoth(R"({"appVersion": 2})");
   keyValues->writeDictionary(legacyKey, {{"Last-App-Version", "2.0"}});
   start();
-  EXPECT_EQ(keyValues->text(key), R"({"appVersion":"2.0"})");
+  EXPECT_EQ(keyValues->text(installKey), R"({"appVersion":"2.0"})");
+}
+
+TEST_F(InstallManagerImplTests, aCurrentSecretThatDoesNotDecodeIsReplacedByTheLegacyOne) {
+  putBoth(R"({"appVersion": 2})");
+  secrets->put(legacyKey, keyedArchive({{"Last-App-Version", "<string>2.0</string>"}}));
+  start();
+  EXPECT_EQ(secrets->text(installKey), R"({"appVersion":"2.0"})");
+  EXPECT_EQ(keyValues->text(installKey), R"({"appVersion": 2})");
 }
 
 TEST_F(InstallManagerImplTests, aLegacyArchiveThatCannotBeReadMigratesNothing) {
@@ -277,9 +301,9 @@ TEST_F(InstallManagerImplTests, aLegacyArchiveThatCannotBeReadMigratesNothing) {
 
 TEST_F(InstallManagerImplTests, anEmptyLegacyDictionaryMakesAnEmptyRecord) {
   keyValues->writeDictionary(legacyKey, {});
-  secrets->put(key, R"({"appVersion": "2.0"})");
+  secrets->put(installKey, R"({"appVersion": "2.0"})");
   start();
-  EXPECT_EQ(keyValues->text(key), "{}");
+  EXPECT_EQ(keyValues->text(installKey), "{}");
 }
 
 TEST_F(InstallManagerImplTests, theVersionOfTheLegacyUserInfoIsTheLastResort) {
@@ -290,7 +314,7 @@ TEST_F(InstallManagerImplTests, theVersionOfTheLegacyUserInfoIsTheLastResort) {
 
 TEST_F(InstallManagerImplTests, aStoredVersionAnswersBeforeTheLegacyUserInfo) {
   secrets->put("USUserInfo", keyedArchive({{"app_version", "<string>0.5</string>"}}));
-  keyValues->put(key, R"({"appVersion": "1.0"})");
+  keyValues->put(installKey, R"({"appVersion": "1.0"})");
   start();
   EXPECT_EQ(theInstall().oldAppVersion, std::optional<std::string>("1.0"));
 }
@@ -305,8 +329,8 @@ TEST_F(InstallManagerImplTests, withoutARecordEveryFieldIsAbsent) {
   putBoth("{}");
   start();
   events->forget();
-  keyValues->remove(key);
-  secrets->remove(key);
+  keyValues->remove(installKey);
+  secrets->remove(installKey);
   EXPECT_EQ(manager.kvInfo(), StoredInformations{});
   EXPECT_EQ(manager.ssInfo(), StoredInformations{});
 }

@@ -1,14 +1,20 @@
 #include <Kite/Kite.h>
 
+#include "Support/TestWorld.h"
+
 #include <gtest/gtest.h>
 
-namespace kite {
+namespace kite::test {
 namespace {
 
 TEST(KiteNoopTests, bothIdentifiersAreTheSamePlaceholder) {
   KiteNoop noop = KiteManager::noop();
   EXPECT_EQ(noop.currentSessionId(), noop.currentProcessId());
-  EXPECT_EQ(noop.currentSessionId(), UUID::parse("123e4567-e89b-12d3-a456-426614174000"));
+  EXPECT_EQ(noop.currentSessionId(), UUID::noop());
+}
+
+TEST(KiteNoopTests, thePlaceholderIsWrittenInUpperCase) {
+  EXPECT_EQ(KiteManager::noop().currentSessionId().text(), "123E4567-E89B-12D3-A456-426614174000");
 }
 
 TEST(KiteNoopTests, everyReadGivesItsPlaceholder) {
@@ -19,6 +25,20 @@ TEST(KiteNoopTests, everyReadGivesItsPlaceholder) {
   EXPECT_EQ(noop.keychainId(), "");
   EXPECT_EQ(noop.userDefaultsId(), "");
   EXPECT_FALSE(noop.installedBeforeKite());
+}
+
+TEST(KiteNoopTests, startingItTouchesNothingOfTheBundle) {
+  TestWorld world;
+  KiteNoop noop;
+  noop.start(world.dependencies());
+  EXPECT_EQ(world.keyValues->writes(), 0);
+  EXPECT_EQ(world.secrets->writes(), 0);
+  EXPECT_EQ(world.time->armed(), 0U);
+  EXPECT_EQ(world.center->observers(UIApplicationWillEnterForegroundNotification), 0U);
+  EXPECT_EQ(world.center->observers(UIApplicationDidEnterBackgroundNotification), 0U);
+  EXPECT_TRUE(world.network.requests().empty());
+  EXPECT_EQ(world.drawnBundleUUIDs, 0U);
+  EXPECT_EQ(noop.currentProcessId(), UUID::noop());
 }
 
 TEST(KiteNoopTests, noOperationOfAFacadeThatNeverStartedFailsOrRecords) {
@@ -45,4 +65,4 @@ TEST(KiteNoopTests, noOperationOfAFacadeThatNeverStartedFailsOrRecords) {
 }
 
 }  // namespace
-}  // namespace kite
+}  // namespace kite::test

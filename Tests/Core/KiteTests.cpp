@@ -11,7 +11,7 @@ namespace {
 using testing::ElementsAre;
 using Object = JSONValue::Object;
 
-constexpr const char* notStarted = "Call start before using Kite";
+constexpr const char* kiteNotStarted = "Call start before using Kite";
 
 class KiteTests : public testing::Test {
  protected:
@@ -22,23 +22,16 @@ class KiteTests : public testing::Test {
 
   void start() { kite.start(world.dependencies()); }
 
-  /// Events in the queue, after a flush.
-  JSONValue::Array events() {
-    world.time->advance(Tempra::Duration(10));
-    return world.persistedEvents();
-  }
   std::vector<Object> dataOf(std::string_view type) {
     std::vector<Object> found;
-    for (const auto& event : events()) {
-      if (*event.object()->at("type")->string() == type) {
-        found.push_back(*event.object()->at("data")->object());
-      }
-    }
+    for (const auto& event : world.flushedEvents(type))
+      found.push_back(*event.at("data")->object());
     return found;
   }
   std::vector<std::string> types() {
     std::vector<std::string> found;
-    for (const auto& event : events()) found.push_back(*event.object()->at("type")->string());
+    for (const auto& event : world.flushedEvents())
+      found.push_back(*event.object()->at("type")->string());
     return found;
   }
 };
@@ -57,16 +50,16 @@ TEST_F(KiteTests, isSilentBeforeStartWhereItIsGatedByEnabled) {
 
 TEST_F(KiteTests, stopsTheProcessBeforeStartWhereItNeedsTheBundle) {
   CatchFatalErrors trap;
-  EXPECT_FATAL(kite.userInfoKiteValue(), notStarted);
-  EXPECT_FATAL(kite.keychainId(), notStarted);
-  EXPECT_FATAL(kite.userDefaultsId(), notStarted);
-  EXPECT_FATAL(kite.installedBeforeKite(), notStarted);
-  EXPECT_FATAL(kite.addUserInfo("a", 1), notStarted);
-  EXPECT_FATAL(kite.updateUserInfo({}), notStarted);
-  EXPECT_FATAL(kite.trackExperimentSegmentsReceived({}), notStarted);
-  EXPECT_FATAL(kite.monetizationFieldsDidChange({}), notStarted);
-  EXPECT_FATAL(kite.isBaselineUserDidChange(true), notStarted);
-  EXPECT_FATAL(kite.isFreeUserDidChange(true), notStarted);
+  EXPECT_FATAL(kite.userInfoKiteValue(), kiteNotStarted);
+  EXPECT_FATAL(kite.keychainId(), kiteNotStarted);
+  EXPECT_FATAL(kite.userDefaultsId(), kiteNotStarted);
+  EXPECT_FATAL(kite.installedBeforeKite(), kiteNotStarted);
+  EXPECT_FATAL(kite.addUserInfo("a", 1), kiteNotStarted);
+  EXPECT_FATAL(kite.updateUserInfo({}), kiteNotStarted);
+  EXPECT_FATAL(kite.trackExperimentSegmentsReceived({}), kiteNotStarted);
+  EXPECT_FATAL(kite.monetizationFieldsDidChange({}), kiteNotStarted);
+  EXPECT_FATAL(kite.isBaselineUserDidChange(true), kiteNotStarted);
+  EXPECT_FATAL(kite.isFreeUserDidChange(true), kiteNotStarted);
 }
 
 TEST_F(KiteTests, namesItsPlaceWhenItIsUsedBeforeStart) {
@@ -253,6 +246,25 @@ TEST_F(KiteTests, twoStartsDrawTwoProcessIdentifiersAndActionsCarryTheSecond) {
   EXPECT_EQ(*actions.front().at("process_id"), JSONValue(kite.currentProcessId().text()));
 }
 
+TEST_F(KiteTests, theProcessAndTheSessionAreIdentifiedByTheBundlesIdentifiers) {
+  start();
+  EXPECT_EQ(kite.currentProcessId(), TestWorld::bundleUUID(1));
+  EXPECT_EQ(kite.currentSessionId(), TestWorld::bundleUUID(2));
+}
+
+TEST_F(KiteTests, aSecondStartGoesOnWithTheNewBundle) {
+  start();
+  world.locale.regionCode = "NZ";
+  auto second = world.dependencies();
+  second.lumoID = "trail-maps-pro";
+  kite.start(second);
+  kite.trackUserAction("a", {});
+  EXPECT_EQ(*world.flushedEvents("UserAction").front().at("app"), JSONValue("trail-maps-pro"));
+  EXPECT_EQ(kite.userInfoKiteValue().at("country").as<std::string>(), "NZ");
+  EXPECT_EQ(*dataOf("UserInfoUpdated").back().at("updated_keys"),
+            JSONValue(JSONValue::Array{"country"}));
+}
+
 TEST_F(KiteTests, identifiersAreTheIdentityProviders) {
   start();
   EXPECT_EQ(kite.keychainId(), "keychain");
@@ -299,7 +311,43 @@ TEST_F(KiteTests, experimentSegmentsAreStoredAsIntegersAndReportedEvenWhenTheyDo
   EXPECT_THAT(dataOf("ExperimentSegmentReceived"), ElementsAre(Object{}, Object{}));
   EXPECT_EQ(*dataOf("UserInfoUpdated").back().at("updated_keys"),
             JSONValue(JSONValue::Array{"experiment"}));
-  EXPECT_EQ(dataOf("UserInfoUpdated").size(), 2U);  // the first is start's
+  EXPECT_THAT(types(), ElementsAre("UserInfoUpdated", "Install", "Session", "UserInfoUpdated",
+                                   "ExperimentSegmentReceived", "ExperimentSegmentReceived"));
+}
+
+TEST_F(KiteTests, aValueThatIsAddedToTheUserInfoIsConvertedStoredAndReported) {
+  start();
+  kite.addUserInfo("registered", Date{12.5});
+  EXPECT_EQ(kite.userInfoKiteValue().at("registered").as<double>(), 12.5);
+  EXPECT_EQ(*dataOf("UserInfoUpdated").back().at("updated_keys"),
+            JSONValue(JSONValue::Array{"registered"}));
+}
+
+TEST_F(KiteTests, anUpdateOfTheUserInfoIsMergedStoredAndReported) {
+  start();
+  kite.updateUserInfo({{"a", 1}, {"b", 1}});
+  kite.updateUserInfo({{"a", 2}});
+  const auto info = kite.userInfoKiteValue();
+  EXPECT_EQ(info.at("a").as<std::int64_t>(), 2);
+  EXPECT_EQ(info.at("b").as<std::int64_t>(), 1);
+  EXPECT_EQ(dataOf("UserInfoUpdated").size(), 3U);  // the first is start's
+  EXPECT_EQ(*dataOf("UserInfoUpdated").back().at("updated_keys"), JSONValue(JSONValue::Array{"a"}));
+}
+
+TEST_F(KiteTests, theUserInfoReadsBackWithoutItsNulls) {
+  start();
+  EXPECT_FALSE(kite.userInfoKiteValue().contains("is_frozen_app"));
+  EXPECT_TRUE(kite.userInfoKiteValue().contains("country"));
+}
+
+TEST_F(KiteTests, theTwoFlagsAreKeptUnderKeysOfTheirOwn) {
+  start();
+  kite.isBaselineUserDidChange(true);
+  EXPECT_EQ(kite.userInfoKiteValue().at("is_baseline").as<bool>(), true);
+  EXPECT_FALSE(kite.userInfoKiteValue().contains("is_free"));
+  kite.isFreeUserDidChange(false);
+  EXPECT_EQ(kite.userInfoKiteValue().at("is_free").as<bool>(), false);
+  EXPECT_EQ(kite.userInfoKiteValue().at("is_baseline").as<bool>(), true);
 }
 
 TEST_F(KiteTests, textThatIsNotUTF8IsRepairedOnEntry) {

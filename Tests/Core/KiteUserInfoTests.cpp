@@ -8,6 +8,8 @@
 
 #include <gmock/gmock.h>
 
+#include <limits>
+
 namespace kite::test {
 namespace {
 
@@ -59,7 +61,9 @@ TEST_F(KiteUserInfoTests, anUpdateThatChangesNothingSendsNoEvent) {
 
 TEST_F(KiteUserInfoTests, settingIsFreeToTheStoredValueSendsNoEvent) {
   store({{"is_free", true}});
+  const int writes = world.secrets->writes();
   state->boolUserInfoDidChange("is_free", true);
+  EXPECT_EQ(world.secrets->writes(), writes);
   EXPECT_THAT(updates(), IsEmpty());
   state->boolUserInfoDidChange("is_free", false);
   EXPECT_EQ(updates().size(), 1U);
@@ -104,6 +108,31 @@ TEST_F(KiteUserInfoTests, aKeyThatTheStoreDropsIsLostAndReported) {
   EXPECT_EQ(report.line, 864U);
 }
 
+TEST_F(KiteUserInfoTests, anUpdateThatTheStoreCannotWriteIsLost) {
+  store({{"kept", 1}});
+  state->updateUserInfo({{"endless", std::numeric_limits<double>::infinity()}});
+  EXPECT_EQ(stored(), (Object{{"kept", 1}}));
+  ASSERT_EQ(updates().size(), 1U);
+  EXPECT_THAT(updates().front().lostKeys, ElementsAre("endless"));
+  ASSERT_EQ(debugEvents().size(), 1U);
+  EXPECT_EQ(debugEvents().front().info, (Object{{"lost_keys", JSONValue::Array{"endless"}}}));
+}
+
+TEST_F(KiteUserInfoTests, theReportOfLostKeysFollowsTheUpdateWithAStampOfItsOwn) {
+  state->system = world.tickingSystem();
+  const double before = state->system.now().secondsSince1970;
+  state->trackUserInfoUpdated({}, {}, {{"dropped", 1}});
+  const auto tracked = events->tracked();
+  ASSERT_EQ(tracked.size(), 2U);
+  const auto* update = std::get_if<UserInfoUpdated::Payload>(&tracked[0]);
+  const auto* report = std::get_if<DebugEvent::Payload>(&tracked[1]);
+  ASSERT_TRUE(update && report);
+  EXPECT_EQ(update->id, FakeSystem::uuid(1));
+  EXPECT_EQ(update->timestamp, before + 1);
+  EXPECT_EQ(report->id, FakeSystem::uuid(2));
+  EXPECT_EQ(report->timestamp, before + 2);
+}
+
 TEST_F(KiteUserInfoTests, whileDisabledOnlyExperimentSegmentsPass) {
   state->enabled = false;
   state->updateUserInfo({});
@@ -112,6 +141,24 @@ TEST_F(KiteUserInfoTests, whileDisabledOnlyExperimentSegmentsPass) {
   state->updateUserInfo({{"experiment", Object{{"color", 1}}}});
   EXPECT_EQ(stored(), (Object{{"experiment", Object{{"color", 1}}}}));
   EXPECT_EQ(updates().size(), 1U);
+}
+
+TEST_F(KiteUserInfoTests, whileDisabledOnlyChangesOfExperimentSegmentsAreReported) {
+  state->enabled = false;
+  state->trackUserInfoUpdated({}, {{"a", 1}}, {{"a", 1}});
+  EXPECT_THAT(updates(), IsEmpty());
+  const Object segments{{"experiment", Object{{"color", 1}}}};
+  state->trackUserInfoUpdated({}, segments, segments);
+  EXPECT_EQ(updates().size(), 1U);
+}
+
+TEST_F(KiteUserInfoTests, aStoredCountryStaysWhenTheLocaleHasNoRegionAnyMore) {
+  store({{"country", "NZ"}});
+  world.locale.regionCode = std::nullopt;
+  state->dependencies.set(world.dependencies());
+  state->configureUserInfo();
+  EXPECT_EQ(*stored().at("country"), JSONValue("NZ"));
+  EXPECT_THAT(updates().front().updatedKeys, testing::Not(testing::Contains("country")));
 }
 
 TEST_F(KiteUserInfoTests, startUpRepairsTheStoredInfoAndKeepsTheHostsKeys) {
@@ -148,6 +195,31 @@ TEST_F(KiteUserInfoTests, attributionDetailsWithoutAJSONFormAreDropped) {
   state->dependencies.set(world.dependencies());
   state->configureUserInfo();
   EXPECT_EQ(*stored().at("search_ads"), JSONValue(Object{{"id", 3}}));
+}
+
+TEST_F(KiteUserInfoTests, attributionDetailsOfWhichNothingIsLeftAreStoredAsAnEmptyObject) {
+  for (const auto& details : {AttributionClient::Details{},
+                              AttributionClient::Details{{"null", DynamicValue::NullObject{}}}}) {
+    world.secrets->remove("Kite-User-Info");
+    world.attribution = {[&](const auto& reply) { reply(details, std::nullopt); }};
+    state->dependencies.set(world.dependencies());
+    state->configureUserInfo();
+    ASSERT_TRUE(stored().contains("search_ads"));
+    EXPECT_EQ(*stored().at("search_ads"), JSONValue(Object()));
+  }
+}
+
+TEST_F(KiteUserInfoTests, anAttributionReplyOfNeitherDetailsNorErrorLeavesTheUserInfoAsItWas) {
+  int replies = 0;
+  world.attribution = {[&](const AttributionClient::Callback& reply) {
+    reply(std::nullopt, std::nullopt);
+    ++replies;
+  }};
+  state->dependencies.set(world.dependencies());
+  state->configureUserInfo();
+  EXPECT_EQ(replies, 1);
+  EXPECT_FALSE(stored().contains("search_ads"));
+  EXPECT_EQ(updates().size(), 1U);
 }
 
 TEST_F(KiteUserInfoTests, anAttributionErrorLeavesTheUserInfoAsItWas) {

@@ -128,6 +128,19 @@ TEST_F(AutomaticSessionListener, handlersDieWithTheLastCopy) {
   center->post(willEnterForeground);
 }
 
+TEST_F(AutomaticSessionListener, handlersRunOnTheThreadThatPosts) {
+  std::vector<std::thread::id> ranOn;
+  listener.onSessionStart([&] { ranOn.push_back(std::this_thread::get_id()); });
+  listener.onSessionEnd([&] { ranOn.push_back(std::this_thread::get_id()); });
+  std::thread posting([&] {
+    const auto here = std::this_thread::get_id();
+    center->post(willEnterForeground);
+    center->post(didEnterBackground);
+    EXPECT_EQ(ranOn, (std::vector{here, here}));
+  });
+  posting.join();
+}
+
 TEST_F(AutomaticSessionListener, aHandlerMayDetachItselfAndRegisterAnother) {
   std::optional<CancelToken> token;
   token = listener.onSessionStart([&] {
@@ -149,10 +162,17 @@ TEST(ManualSessionListener, disablesAutomaticSessions) {
   EXPECT_TRUE(SessionListener::manual().witness.disableAutomaticSession);
 }
 
-TEST(ManualSessionListener, itsTriggersWithoutHandlersDoNothing) {
+TEST(ManualSessionListener, aTriggerWithoutHandlersIsNotMadeUpForLater) {
   const auto manual = SessionListener::manual();
+  int calls = 0;
   manual.triggerSessionStart();
   manual.triggerSessionEnd();
+  manual.witness.onSessionStart(counting(calls));
+  manual.witness.onSessionEnd(counting(calls));
+  EXPECT_EQ(calls, 0);
+  manual.triggerSessionStart();
+  manual.triggerSessionEnd();
+  EXPECT_EQ(calls, 2);
 }
 
 TEST(ManualSessionListener, eachTriggerCallsTheHandlersOfItsSideOnce) {

@@ -8,6 +8,7 @@
 #include "Support/InMemoryKVStorage.h"
 #include "Support/ParsedJSON.h"
 #include "Support/VirtualTime.h"
+#include "Support/WatchedScheduler.h"
 
 #include <gmock/gmock.h>
 
@@ -39,6 +40,7 @@ class SessionManagerImplTests : public testing::Test {
  protected:
   FakeSystem system{Date{5000.5}};
   std::shared_ptr<VirtualTime> time = std::make_shared<VirtualTime>(Date{1000});
+  std::shared_ptr<Tempra::Scheduler> scheduler = time;
   std::shared_ptr<InMemoryKVStorage> keyValues = std::make_shared<InMemoryKVStorage>();
   std::shared_ptr<FakeEventManager> events = std::make_shared<FakeEventManager>();
   std::shared_ptr<FakeNotificationCenter> center = std::make_shared<FakeNotificationCenter>();
@@ -53,7 +55,7 @@ class SessionManagerImplTests : public testing::Test {
             .eventManager = events,
             .isProduction = false,
             .kvStorage = keyValues,
-            .scheduler = time,
+            .scheduler = scheduler,
             .timeProvider = time->provider(),
             .uuidProvider = [this] { return sessionId(++drawnIds); },
             .sessionListener = listener};
@@ -173,11 +175,94 @@ TEST_F(SessionManagerImplTests, aStoredSessionWithAnEndDateWasEndedCleanly) {
   EXPECT_EQ(ends().front().duration, 60.5);
 }
 
+TEST_F(SessionManagerImplTests, aStoredSessionThatWasEndedCleanlyIsRemovedWithItsCounter) {
+  auto session = anOldSession();
+  session.endDate = Date{960.5};
+  storeSession(session);
+  keyValues->writeNumber(counterKey, 37.0);
+  startInBackground();
+  EXPECT_FALSE(keyValues->contains(sessionKey));
+  EXPECT_FALSE(keyValues->contains(counterKey));
+}
+
+TEST_F(SessionManagerImplTests, aStartReportsThenBeatsThenListens) {
+  std::vector<std::string> steps;
+  storeSession(anOldSession());
+  events->onTrack = [&] { steps.emplace_back("event"); };
+  scheduler = std::make_shared<WatchedScheduler>(time, [&] { steps.emplace_back("heartbeat"); });
+  listener.onSessionStart = [&](auto) {
+    steps.emplace_back("listen for starts");
+    return CancelToken{};
+  };
+  listener.onSessionEnd = [&](auto) {
+    steps.emplace_back("listen for ends");
+    return CancelToken{};
+  };
+  start();
+  EXPECT_THAT(steps,
+              ElementsAre("event", "event", "heartbeat", "listen for starts", "listen for ends"));
+}
+
 TEST_F(SessionManagerImplTests, aStoredRecordThatDoesNotDecodeCountsAsNone) {
   keyValues->put(sessionKey, R"({"id": "x"})");
   start();
   EXPECT_THAT(ends(), IsEmpty());
   EXPECT_EQ(stored(sessionKey)->id, sessionId(1));
+}
+
+TEST_F(SessionManagerImplTests, anEndSignalPassesOverARecordThatDoesNotDecode) {
+  start();
+  events->forget();
+  keyValues->put(sessionKey, R"({"id": "x"})");
+  center->enterBackground();
+  EXPECT_THAT(events->tracked(), IsEmpty());
+  EXPECT_EQ(time->armed(), 0U);
+  EXPECT_EQ(keyValues->text(sessionKey), R"({"id": "x"})");
+}
+
+TEST_F(SessionManagerImplTests, aStartSignalPassesOverARecordThatDoesNotDecode) {
+  start();
+  events->forget();
+  keyValues->put(sessionKey, R"({"id": "x"})");
+  center->enterForeground();
+  EXPECT_THAT(ends(), IsEmpty());
+  EXPECT_THAT(starts(), SizeIs(1));
+  EXPECT_EQ(stored(sessionKey)->id, sessionId(2));
+}
+
+TEST_F(SessionManagerImplTests, aReadMakesASessionInPlaceOfARecordThatDoesNotDecode) {
+  start();
+  events->forget();
+  keyValues->put(sessionKey, R"({"id": "x"})");
+  EXPECT_EQ(manager->currentSession()->id, sessionId(2));
+  EXPECT_EQ(starts().at(0).id, sessionId(2));
+  EXPECT_EQ(keyValues->text(sessionKey), R"({"id": "x"})");
+}
+
+TEST_F(SessionManagerImplTests, aForegroundRecordThatDoesNotDecodeCountsAsNone) {
+  start();
+  keyValues->put(foregroundKey, R"({"id": "x"})");
+  EXPECT_EQ(manager->lastForegroundSession()->id, sessionId(1));
+}
+
+TEST_F(SessionManagerImplTests, theHeartbeatStopsBeforeTheEndIsSent) {
+  start();
+  std::optional<std::size_t> armedThen;
+  events->onTrack = [&] { armedThen = time->armed(); };
+  center->enterBackground();
+  EXPECT_EQ(armedThen, std::optional<std::size_t>(0));
+}
+
+TEST_F(SessionManagerImplTests, everyEndAndTheReleaseStopTheHeartbeatAnew) {
+  int cancels = 0;
+  scheduler = std::make_shared<WatchedScheduler>(
+      time, [] {}, [&] { ++cancels; });
+  start();
+  center->enterBackground();
+  center->enterBackground();
+  EXPECT_EQ(cancels, 2);
+  manager.reset();
+  EXPECT_EQ(cancels, 3);
 }
 
 TEST_F(SessionManagerImplTests, theSessionIsStillStoredWhileItsEndIsSent) {
@@ -308,6 +393,20 @@ TEST_F(SessionManagerImplTests, anEndCancelsTheSecondHeartbeatOnly) {
   EXPECT_EQ(counter(), std::optional(0.0)) << "the forgotten heartbeat ticks on";
 }
 
+TEST_F(SessionManagerImplTests, aForgottenHeartbeatInTheForegroundReportsASessionEachSecond) {
+  startInBackground();
+  isInBackground = false;
+  center->enterForeground();
+  center->enterBackground();
+  events->forget();
+  time->advance(seconds(3));
+  EXPECT_THAT(starts(),
+              ElementsAre(SessionStartPayload{.id = sessionId(2), .sessionStartDate = 1001},
+                          SessionStartPayload{.id = sessionId(3), .sessionStartDate = 1002},
+                          SessionStartPayload{.id = sessionId(4), .sessionStartDate = 1003}));
+  EXPECT_FALSE(keyValues->contains(sessionKey));
+}
+
 TEST_F(SessionManagerImplTests, readingWithoutASessionMakesANewOneEachTime) {
   startInBackground();
   EXPECT_EQ(manager->currentSession()->id, sessionId(1));
@@ -401,6 +500,7 @@ TEST_F(SessionManagerImplTests, dataThatDoesNotEncodeIsSilentlyNotStored) {
   manager->addSessionData(JSONValue(1), "a");
   manager->addSessionData(JSONValue(std::numeric_limits<double>::infinity()), "b");
   EXPECT_EQ(stored(sessionKey)->sessionData, (JSONValue::Object{{"a", 1}}));
+  EXPECT_EQ(stored(foregroundKey), stored(sessionKey));
 }
 
 TEST_F(SessionManagerImplTests, everyOperationStopsTheProcessBeforeStart) {

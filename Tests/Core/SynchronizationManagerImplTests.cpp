@@ -15,6 +15,7 @@
 #include <atomic>
 #include <future>
 #include <thread>
+#include <utility>
 
 namespace kite::test {
 namespace {
@@ -23,18 +24,22 @@ using Tempra::Duration;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr const char* notStarted = "Call start before trying to use the synch manager";
+constexpr const char* syncNotStarted = "Call start before trying to use the synch manager";
 
 /// Pending events that are removed on a queue, or at once.
 class PendingEvents final : public EventStorage {
  public:
+  std::shared_ptr<Tempra::Queue> queue = std::make_shared<ImmediateQueue>();
+
   void start(EventStorageDependencies) override {}
   EventList pendingEvents() const override { return _events.copy(); }
   void insert(StoredEvent event) override {
     _events.with([&](EventList& events) { events.append(pending(event)); });
   }
   void removeEvents(std::set<std::string> ids) override {
-    _events.with([&](EventList& events) { events.remove(ids); });
+    queue->run([this, ids = std::move(ids)] {
+      _events.with([&](EventList& events) { events.remove(ids); });
+    });
   }
 
  private:
@@ -97,10 +102,10 @@ class SynchronizationManagerImplTests : public testing::Test {
 };
 
 TEST_F(SynchronizationManagerImplTests, stopsTheProcessBeforeStart) {
-  EXPECT_FATAL(manager->sync(false), notStarted);
-  EXPECT_FATAL(manager->setSuspended(false), notStarted);
-  EXPECT_FATAL(manager->startAutoSync(), notStarted);
-  EXPECT_FATAL(manager->onSessionEnd(), notStarted);
+  EXPECT_FATAL(manager->sync(false), syncNotStarted);
+  EXPECT_FATAL(manager->setSuspended(false), syncNotStarted);
+  EXPECT_FATAL(manager->startAutoSync(), syncNotStarted);
+  EXPECT_FATAL(manager->onSessionEnd(), syncNotStarted);
 }
 
 TEST_F(SynchronizationManagerImplTests, isSuspendedUntilItIsStarted) {
@@ -118,16 +123,23 @@ TEST_F(SynchronizationManagerImplTests, startAsksForOneSyncAtOnce) {
   EXPECT_EQ(application->begunTasks(), 1U);
 }
 
-TEST_F(SynchronizationManagerImplTests, observesSessionsBeforeItAsksForTheFirstSync) {
-  std::vector<std::size_t> begunAtRegistration;
-  for (auto* registration : {&sessions.witness.onSessionStart, &sessions.witness.onSessionEnd}) {
-    *registration = [this, &begunAtRegistration](auto) {
-      begunAtRegistration.push_back(application->begunTasks());
-      return CancelToken{};
-    };
-  }
-  start();
-  EXPECT_THAT(begunAtRegistration, ElementsAre(0U, 0U));
+TEST_F(SynchronizationManagerImplTests, observesStartsThenEndsThenAsksForTheFirstSync) {
+  std::vector<std::string> steps;
+  auto noting = dependencies();
+  noting.sessionListener.onSessionStart = [&](auto) {
+    steps.emplace_back("starts");
+    return CancelToken{};
+  };
+  noting.sessionListener.onSessionEnd = [&](auto) {
+    steps.emplace_back("ends");
+    return CancelToken{};
+  };
+  noting.backgroundTaskScheduler.beginBackgroundTask = [&](auto) {
+    steps.emplace_back("sync");
+    return UIBackgroundTaskInvalid;
+  };
+  manager->start(noting);
+  EXPECT_THAT(steps, ElementsAre("starts", "ends", "sync"));
 }
 
 TEST_F(SynchronizationManagerImplTests, schedulesItsTimerAfterTheSyncsItAsksForAtOnce) {
@@ -155,7 +167,12 @@ TEST_F(SynchronizationManagerImplTests, syncsEveryTwoSeconds) {
 TEST_F(SynchronizationManagerImplTests, sendsALongQueueInBatchesOneAtEachFiring) {
   start();
   insert(1234);
-  for (int i = 0; i < 4; ++i) tick();
+  tick();
+  EXPECT_THAT(api->sizes, ElementsAre(500U));
+  tick();
+  EXPECT_THAT(api->sizes, ElementsAre(500U, 500U));
+  tick();
+  tick();
   EXPECT_THAT(api->sizes, ElementsAre(500U, 500U, 234U));
   EXPECT_EQ(api->batches[0].front(), "E-0");
   EXPECT_EQ(api->batches[1].front(), "E-500");
@@ -197,6 +214,19 @@ TEST_F(SynchronizationManagerImplTests, removesTheEventsOfTheBatchAndNoOther) {
   };
   tick();
   EXPECT_THAT(idsOf(storage->pendingEvents()), ElementsAre("late"));
+}
+
+TEST_F(SynchronizationManagerImplTests, sendsABatchAgainThatIsNotYetRemoved) {
+  const auto storageQueue = std::make_shared<ManualQueue>();
+  storage->queue = storageQueue;
+  start();
+  insert(1);
+  tick();
+  tick();
+  EXPECT_THAT(api->batches, ElementsAre(ElementsAre("E-0"), ElementsAre("E-0")));
+  storageQueue->drain();
+  tick();
+  EXPECT_THAT(api->sizes, ElementsAre(1U, 1U));
 }
 
 // Suspension
@@ -272,6 +302,53 @@ TEST_F(SynchronizationManagerImplTests, aFailedBatchDoesNotSuspend) {
   EXPECT_FALSE(manager->isSuspended());
 }
 
+TEST_F(SynchronizationManagerImplTests, aBatchThatIsTakenAfterItsSessionsEndLiftsTheSuspension) {
+  start();
+  insert(2);
+  api->answer = [this](const EventBatch& events, const auto& callback) {
+    sessions.triggerSessionEnd();
+    EXPECT_TRUE(manager->isSuspended());
+    storage->insert(anEvent("late"));
+    api->answer = FakeAPIManager::accepts();
+    callback(events, true, std::nullopt);
+  };
+  tick();
+  EXPECT_FALSE(manager->isSuspended());
+  EXPECT_EQ(time->armed(), 0U) << "the timer stays stopped";
+  EXPECT_THAT(api->batches, ElementsAre(ElementsAre("E-0", "E-1"), ElementsAre("late")))
+      << "the change of the suspension asked for another sync";
+}
+
+TEST_F(SynchronizationManagerImplTests, aBatchThatFailsAfterItsSessionsEndStaysSuspended) {
+  start();
+  insert(1);
+  api->answer = [this](const EventBatch& events, const auto& callback) {
+    sessions.triggerSessionEnd();
+    api->answer = FakeAPIManager::accepts();
+    callback(events, false, std::nullopt);
+  };
+  tick();
+  EXPECT_TRUE(manager->isSuspended());
+  EXPECT_THAT(api->sizes, ElementsAre(1U));
+}
+
+TEST_F(SynchronizationManagerImplTests, suspendsBeforeTheBackgroundTaskEnds) {
+  std::vector<bool> suspendedAtEnd;
+  auto watched = dependencies();
+  watched.backgroundTaskScheduler.endBackgroundTask = [&](auto) {
+    suspendedAtEnd.push_back(manager->isSuspended());
+  };
+  manager->start(watched);
+  insert(1);
+  suspendedAtEnd.clear();
+  manager->sync(true);  // sends, and asks for one more
+  EXPECT_THAT(suspendedAtEnd, ElementsAre(true, true));
+  manager->setSuspended(false);
+  suspendedAtEnd.clear();
+  manager->sync(true);  // finds nothing, and asks for one more
+  EXPECT_THAT(suspendedAtEnd, ElementsAre(true, true));
+}
+
 TEST_F(SynchronizationManagerImplTests, aSuspendedSyncDoesNotAskToSuspend) {
   start();
   manager->setSuspended(true);
@@ -331,6 +408,34 @@ TEST_F(SynchronizationManagerImplTests, aSessionStartReplacesTheTimer) {
   EXPECT_THAT(api->sizes, IsEmpty());
   time->advance(Duration(0.5));
   EXPECT_THAT(api->sizes, ElementsAre(1U));
+}
+
+TEST_F(SynchronizationManagerImplTests, theTimerStopsBeforeTheSuspensionChanges) {
+  std::vector<std::size_t> armedAtSync;
+  auto watched = dependencies();
+  watched.backgroundTaskScheduler.beginBackgroundTask = [&](auto) {
+    armedAtSync.push_back(time->armed());
+    return UIBackgroundTaskInvalid;
+  };
+  manager->start(watched);
+  armedAtSync.clear();
+  sessions.triggerSessionStart();
+  EXPECT_THAT(armedAtSync, ElementsAre(0U, 0U));
+  armedAtSync.clear();
+  sessions.triggerSessionEnd();
+  EXPECT_THAT(armedAtSync, ElementsAre(0U));
+}
+
+TEST_F(SynchronizationManagerImplTests, aStoppedTimerIsStoppedAgainAtEverySignal) {
+  int cancels = 0;
+  scheduler = std::make_shared<WatchedScheduler>(
+      time, [] {}, [&] { ++cancels; });
+  start();
+  sessions.triggerSessionEnd();
+  sessions.triggerSessionEnd();
+  EXPECT_EQ(cancels, 2);
+  sessions.triggerSessionStart();
+  EXPECT_EQ(cancels, 3);
 }
 
 // Failure
@@ -429,6 +534,15 @@ TEST_F(SynchronizationManagerImplTests, aTaskThatCannotBeginIsEndedAllTheSame) {
   };
   manager->start(refused);
   EXPECT_THAT(application->endedTasks(), ElementsAre(UIBackgroundTaskInvalid));
+}
+
+TEST_F(SynchronizationManagerImplTests, theTaskOfASyncThatItsQueueDropsIsEnded) {
+  queue = std::exchange(manualQueue, nullptr);
+  start();
+  EXPECT_EQ(application->runningTasks(), 1U);
+  queue.reset();
+  manager.reset();
+  EXPECT_THAT(application->endedTasks(), ElementsAre(1U));
 }
 
 TEST_F(SynchronizationManagerImplTests, theTaskEndsAfterTheRemovalOfTheBatch) {

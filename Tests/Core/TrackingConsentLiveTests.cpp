@@ -11,7 +11,7 @@
 namespace kite::test {
 namespace {
 
-constexpr auto key = "kite_tracking_consent";
+constexpr auto consentKey = "kite_tracking_consent";
 
 class TrackingConsentLiveTests : public testing::Test {
  protected:
@@ -97,26 +97,29 @@ TEST_F(TrackingConsentLiveTests, namesMayBeAddedBeforeStartAndAreNeverStored) {
 TEST_F(TrackingConsentLiveTests, aSetterStoresBothConsents) {
   start();
   consent._setAnalyticsTrackingConsent(false);
-  EXPECT_EQ(parsed(keyValues->text(key)), parsed(R"({"analytics": false, "profiling": true})"));
+  EXPECT_EQ(parsed(keyValues->text(consentKey)),
+            parsed(R"({"analytics": false, "profiling": true})"));
   consent._setProfilingTrackingConsent(false);
-  EXPECT_EQ(parsed(keyValues->text(key)), parsed(R"({"analytics": false, "profiling": false})"));
+  EXPECT_EQ(parsed(keyValues->text(consentKey)),
+            parsed(R"({"analytics": false, "profiling": false})"));
   consent._setAnalyticsTrackingConsent(true);
-  EXPECT_EQ(parsed(keyValues->text(key)), parsed(R"({"analytics": true, "profiling": false})"));
+  EXPECT_EQ(parsed(keyValues->text(consentKey)),
+            parsed(R"({"analytics": true, "profiling": false})"));
 }
 
 TEST_F(TrackingConsentLiveTests, aStoredConsentIsReadAtStart) {
-  keyValues->put(key, R"({"analytics": false, "profiling": false})");
+  keyValues->put(consentKey, R"({"analytics": false, "profiling": false})");
   start();
   EXPECT_FALSE(allows("buy"));
 }
 
 TEST_F(TrackingConsentLiveTests, aStoredRecordThatDoesNotDecodeGrantsBoth) {
-  keyValues->put(key, R"({"analytics": false})");
+  keyValues->put(consentKey, R"({"analytics": false})");
   start();
   consent._addProfilingOnlyEvents({"profile"});
   EXPECT_TRUE(allows("profile"));
   EXPECT_TRUE(allows("buy"));
-  EXPECT_EQ(keyValues->text(key), R"({"analytics": false})");
+  EXPECT_EQ(keyValues->text(consentKey), R"({"analytics": false})");
 }
 
 TEST_F(TrackingConsentLiveTests, aSetterBeforeStartStopsTheProcess) {
@@ -159,7 +162,8 @@ TEST_F(TrackingConsentLiveTests, theStoredConsentIsTheLastOneWhoeverSetIt) {
   for (int i = 0; i < 200; ++i) EXPECT_TRUE(allows("asa_attribution"));
   analytics.join();
   profiling.join();
-  EXPECT_EQ(parsed(keyValues->text(key)), parsed(R"({"analytics": false, "profiling": false})"));
+  EXPECT_EQ(parsed(keyValues->text(consentKey)),
+            parsed(R"({"analytics": false, "profiling": false})"));
 }
 
 }  // namespace

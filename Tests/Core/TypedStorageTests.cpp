@@ -11,7 +11,7 @@
 namespace kite::test {
 namespace {
 
-constexpr Larder::Key<TrackingConsent> key{"consent"};
+constexpr Larder::Key<TrackingConsent> aKey{"consent"};
 
 class TypedStorageTests : public testing::Test {
  protected:
@@ -19,34 +19,34 @@ class TypedStorageTests : public testing::Test {
 };
 
 TEST_F(TypedStorageTests, loadsWhatWasSaved) {
-  save(storage, key, {.analytics = false, .profiling = true});
-  ASSERT_TRUE(load(storage, key));
-  EXPECT_EQ(*load(storage, key), (TrackingConsent{.analytics = false, .profiling = true}));
+  save(storage, aKey, {.analytics = false, .profiling = true});
+  ASSERT_TRUE(load(storage, aKey));
+  EXPECT_EQ(*load(storage, aKey), (TrackingConsent{.analytics = false, .profiling = true}));
 }
 
-TEST_F(TypedStorageTests, anAbsentKeyHoldsNothing) { EXPECT_EQ(load(storage, key), nullptr); }
+TEST_F(TypedStorageTests, anAbsentKeyHoldsNothing) { EXPECT_EQ(load(storage, aKey), nullptr); }
 
 TEST_F(TypedStorageTests, textThatIsNotJSONHoldsNothing) {
   storage.put("consent", "{");
-  EXPECT_EQ(load(storage, key), nullptr);
+  EXPECT_EQ(load(storage, aKey), nullptr);
 }
 
 TEST_F(TypedStorageTests, aRecordOfAnotherShapeHoldsNothing) {
   storage.put("consent", R"({"analytics": 1, "profiling": true})");
-  EXPECT_EQ(load(storage, key), nullptr);
+  EXPECT_EQ(load(storage, aKey), nullptr);
 }
 
 TEST_F(TypedStorageTests, aNativeNumberHoldsNothing) {
   storage.writeNumber("consent", 1);
-  EXPECT_EQ(load(storage, key), nullptr);
+  EXPECT_EQ(load(storage, aKey), nullptr);
 }
 
 TEST_F(TypedStorageTests, anUnchangedRecordIsDecodedOnce) {
-  save(storage, key, {});
-  const auto first = load(storage, key);
-  EXPECT_EQ(load(storage, key), first);
-  save(storage, key, {});
-  EXPECT_NE(load(storage, key), first);
+  save(storage, aKey, {});
+  const auto first = load(storage, aKey);
+  EXPECT_EQ(load(storage, aKey), first);
+  save(storage, aKey, {});
+  EXPECT_NE(load(storage, aKey), first);
 }
 
 TEST_F(TypedStorageTests, aRecordThatDoesNotEncodeLeavesTheOldOne) {

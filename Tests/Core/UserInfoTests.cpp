@@ -1,37 +1,47 @@
 #include "Core/UserInfo.h"
 
+#include <Kite/Platform/LegacyArchive.h>
+
 #include "Support/CatchFatalErrors.h"
 #include "Support/InMemorySecretsStorage.h"
 #include "Support/KeyedArchive.h"
 #include "Support/ParsedJSON.h"
+#include "Support/WatchedSecretsStorage.h"
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <functional>
 #include <limits>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace kite::test {
 namespace {
 
 using Object = JSONValue::Object;
+using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr auto key = "Kite-User-Info";
+constexpr auto userInfoKey = "Kite-User-Info";
 constexpr auto legacyKey = "USUserInfo";
 
 class UserInfoTests : public testing::Test {
  protected:
-  InMemorySecretsStorage secrets;
+  std::shared_ptr<InMemorySecretsStorage> memory = std::make_shared<InMemorySecretsStorage>();
+  InMemorySecretsStorage& secrets = *memory;
 
-  void store(std::string_view data) { secrets.put(key, R"({"data": )" + std::string(data) + "}"); }
-  Object stored() { return *parsedObject(secrets.text(key)).at("data")->object(); }
+  void store(std::string_view data) {
+    secrets.put(userInfoKey, R"({"data": )" + std::string(data) + "}");
+  }
+  Object stored() { return *parsedObject(secrets.text(userInfoKey)).at("data")->object(); }
 };
 
 TEST_F(UserInfoTests, isStoredAsAnObjectWithItsDataUnderOneKey) {
   UserInfoStore::updateUserInfo(secrets, {{"a", 1}});
-  EXPECT_EQ(secrets.text(key), R"({"data":{"a":1}})");
+  EXPECT_EQ(secrets.text(userInfoKey), R"({"data":{"a":1}})");
 }
 
 TEST_F(UserInfoTests, isReadFromItsKey) {
@@ -87,6 +97,12 @@ TEST_F(UserInfoTests, deletingAnUnknownKeyKeepsTheRest) {
   EXPECT_EQ(stored(), (Object{{"b", 2}}));
 }
 
+TEST_F(UserInfoTests, deletingAnUnknownKeyWritesAllTheSame) {
+  store(R"({"b": 2})");
+  UserInfoStore::deleteKey(secrets, "a");
+  EXPECT_EQ(secrets.writes(), 1);
+}
+
 TEST_F(UserInfoTests, deletingTheDeviceNameLeavesTheDevicesOtherMembers) {
   store(R"({"device_name": "Ann's phone", "device": {"name": "Ann's phone", "model": "Phone"}})");
   UserInfoStore::deleteDeviceName(secrets);
@@ -137,6 +153,12 @@ TEST_F(RealBundleVersions, keepATrailingPointZeroWhenTheyAreIntegral) {
   EXPECT_EQ(repaired("0.0"), "0.0");
 }
 
+TEST_F(RealBundleVersions, thatAreNotFiniteBecomeTheirShortestText) {
+  secrets.put(legacyKey, keyedArchive({{"bundle_version", "<real>inf</real>"}}));
+  UserInfoStore::ensureBundleVersionIsString(secrets);
+  EXPECT_EQ(stored(), (Object{{"bundle_version", "inf"}}));
+}
+
 TEST_F(UserInfoTests, aBundleVersionThatIsNoNumberIsLeftAloneWithoutAWrite) {
   for (const auto* data : {R"({"bundle_version": "120"})", R"({"bundle_version": true})",
                            R"({"bundle_version": null})", R"({"a": 1})"}) {
@@ -154,22 +176,74 @@ TEST_F(UserInfoTests, itsOperationsMayBeNestedInALockOfTheCallers) {
   EXPECT_EQ(UserInfoStore::userInfo(secrets)->data, (Object{{"a", 1}}));
 }
 
-TEST_F(UserInfoTests, updatesOfSeveralThreadsAreAllKept) {
+TEST_F(UserInfoTests, deletionsOfSeveralThreadsAreAllKept) {
+  Object data{{"kept", 1}};
+  for (int i = 0; i < 200; ++i) data.insertOrAssign(std::to_string(i), i);
+  UserInfoStore::updateUserInfo(secrets, data);
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i)
     threads.emplace_back([this, i] {
-      for (int round = 0; round < 50; ++round) {
-        const auto name = std::to_string(i) + "-" + std::to_string(round);
-        UserInfoStore::updateUserInfo(secrets, {{name, round}});
-      }
+      for (int key = i; key < 200; key += 4) UserInfoStore::deleteKey(secrets, std::to_string(key));
     });
   for (auto& thread : threads) thread.join();
-  EXPECT_EQ(stored().size(), 200U);
+  EXPECT_EQ(stored(), (Object{{"kept", 1}}));
+}
+
+/// What an operation does with the store, in order.
+class UserInfoMonitor : public UserInfoTests {
+ protected:
+  std::vector<std::string> operations;
+  std::function<void()> beforeWrite = [] {};
+  WatchedSecretsStorage watched{memory, [this](const std::string& operation) {
+                                  operations.push_back(operation);
+                                  if (operation == "write Kite-User-Info")
+                                    std::exchange(beforeWrite, [] {})();
+                                }};
+
+  void SetUp() override { store(R"({"device": {"name": "x"}, "bundle_version": 1})"); }
+};
+
+TEST_F(UserInfoMonitor, isHeldByARead) {
+  UserInfoStore::userInfo(watched);
+  EXPECT_THAT(operations, ElementsAre("lock", "read Kite-User-Info", "unlock"));
+}
+
+TEST_F(UserInfoMonitor, isHeldByAnUpdateToReadAndToReadAgainButNotToWrite) {
+  UserInfoStore::updateUserInfo(watched, {{"a", 1}});
+  EXPECT_THAT(operations, ElementsAre("lock", "read Kite-User-Info", "unlock",  //
+                                      "write Kite-User-Info",                   //
+                                      "lock", "read Kite-User-Info", "unlock"));
+}
+
+TEST_F(UserInfoMonitor, isHeldFromReadToWriteByEverythingElse) {
+  const auto expectOneTurn = [this] {
+    EXPECT_EQ(std::ranges::count(operations, "lock"), 1);
+    EXPECT_EQ(operations.front(), "lock");
+    EXPECT_EQ(operations.back(), "unlock");
+    EXPECT_GE(std::ranges::count(operations, "write Kite-User-Info"), 1);
+    operations.clear();
+  };
+  UserInfoStore::deleteKey(watched, "a");
+  expectOneTurn();
+  UserInfoStore::deleteDeviceName(watched);
+  expectOneTurn();
+  UserInfoStore::ensureBundleVersionIsString(watched);
+  expectOneTurn();
+  secrets.remove(userInfoKey);
+  UserInfoStore::userInfo(watched);
+  expectOneTurn();
+}
+
+TEST_F(UserInfoMonitor, doesNotKeepAnUpdateFromOverwritingOneThatCameMeanwhile) {
+  store(R"({"a": 1})");
+  beforeWrite = [this] { UserInfoStore::updateUserInfo(secrets, {{"meanwhile", 2}}); };
+  EXPECT_EQ(UserInfoStore::updateUserInfo(watched, {{"b", 3}}), (Object{{"a", 1}, {"b", 3}}));
+  EXPECT_EQ(stored(), (Object{{"a", 1}, {"b", 3}}));
 }
 
 TEST_F(UserInfoTests, withoutAnyLegacyDataAnEmptyUserInfoIsStored) {
   EXPECT_THAT(UserInfoStore::userInfo(secrets)->data, IsEmpty());
-  EXPECT_EQ(secrets.text(key), R"({"data":{}})");
+  EXPECT_EQ(secrets.text(userInfoKey), R"({"data":{}})");
 }
 
 class UserInfoMigration : public UserInfoTests {
@@ -194,7 +268,7 @@ TEST_F(UserInfoMigration, storesItsResultAndLeavesTheLegacyEntryInPlace) {
   leave({{"age", "<integer>42</integer>"}});
   const auto archive = secrets.text(legacyKey);
   UserInfoStore::userInfo(secrets);
-  EXPECT_EQ(secrets.text(key), R"({"data":{"age":42}})");
+  EXPECT_EQ(secrets.text(userInfoKey), R"({"data":{"age":42}})");
   EXPECT_EQ(secrets.text(legacyKey), archive);
 }
 
@@ -206,9 +280,9 @@ TEST_F(UserInfoMigration, happensOnce) {
 }
 
 TEST_F(UserInfoMigration, replacesARecordThatDoesNotDecode) {
-  secrets.put(key, R"({"data": 1})");
+  secrets.put(userInfoKey, R"({"data": 1})");
   EXPECT_EQ(migrated({{"age", "<integer>42</integer>"}}), (Object{{"age", 42}}));
-  EXPECT_EQ(secrets.text(key), R"({"data":{"age":42}})");
+  EXPECT_EQ(secrets.text(userInfoKey), R"({"data":{"age":42}})");
 }
 
 TEST_F(UserInfoMigration, precedesTheFirstUpdate) {
@@ -228,6 +302,33 @@ TEST_F(UserInfoMigration, anExperimentReplacesAPlainOneThatCameBeforeAndIsNoObje
   EXPECT_EQ(
       migrated({{"experiment", "<string>x</string>"}, {"experiment_a", "<integer>1</integer>"}}),
       parsedObject(R"({"experiment": {"a": 1}})"));
+}
+
+/// A dictionary of one entry, whose key and value are the objects at these places of the archive.
+std::string archivedDictionary(int key, int value) {
+  const auto reference = [](int place) {
+    return "<dict><key>CF$UID</key><integer>" + std::to_string(place) + "</integer></dict>";
+  };
+  constexpr int dictionaryClass = 2;
+  return "<dict><key>$class</key>" + reference(dictionaryClass) + "<key>NS.keys</key><array>" +
+         reference(key) + "</array><key>NS.objects</key><array>" + reference(value) +
+         "</array></dict>";
+}
+
+TEST_F(UserInfoMigration, anExperimentJoinsAPlainObjectThatCameBefore) {
+  constexpr int size = 5;  // the place of its key; the first entry's is 3
+  EXPECT_EQ(migrated({{"experiment", archivedDictionary(size, size + 1)},
+                      {"size", "<integer>1</integer>"},
+                      {"experiment_color", "<string>red</string>"}}),
+            parsedObject(R"({"experiment": {"size": 1, "color": "red"}, "size": 1})"));
+}
+
+TEST_F(UserInfoMigration, anExperimentReplacesItsNamesakeInAPlainObjectThatCameBefore) {
+  constexpr int size = 5;
+  EXPECT_EQ(migrated({{"experiment", archivedDictionary(size, size + 1)},
+                      {"size", "<integer>1</integer>"},
+                      {"experiment_size", "<integer>2</integer>"}}),
+            parsedObject(R"({"experiment": {"size": 2}, "size": 1})"));
 }
 
 TEST_F(UserInfoMigration, aPlainExperimentThatComesAfterReplacesTheGatheredOnes) {
@@ -260,6 +361,15 @@ TEST_F(UserInfoMigration, whatIsNoArchiveOfADictionaryReadsAsEmpty) {
   EXPECT_THAT(UserInfoStore::userInfo(secrets)->data, IsEmpty());
 }
 
+TEST_F(UserInfoMigration, anArchivedDictionaryWithAKeyThatIsNoTextReadsAsEmpty) {
+  auto archive = keyedArchive({{"age", "<integer>42</integer>"}, {"KEY", "<true/>"}});
+  const std::string key = "<string>KEY</string>";
+  archive.replace(archive.find(key), key.size(), "<integer>7</integer>");
+  ASSERT_TRUE(LegacyArchive::unarchiveDictionary(archive)) << "the archive itself is sound";
+  secrets.put(legacyKey, archive);
+  EXPECT_THAT(UserInfoStore::keychainStoredInformation(secrets), IsEmpty());
+}
+
 TEST_F(UserInfoMigration, withoutALegacyEntryThereIsNoStoredInformation) {
   EXPECT_THAT(UserInfoStore::keychainStoredInformation(secrets), IsEmpty());
 }
@@ -267,7 +377,7 @@ TEST_F(UserInfoMigration, withoutALegacyEntryThereIsNoStoredInformation) {
 TEST_F(UserInfoMigration, aLegacyValueWithoutAJSONFormStopsTheProcess) {
   leave({{"blob", "<data>AAEC</data>"}});
   EXPECT_FATAL(UserInfoStore::userInfo(secrets), "User Info Migration failed");
-  EXPECT_FALSE(secrets.contains(key));
+  EXPECT_FALSE(secrets.contains(userInfoKey));
 }
 
 TEST_F(UserInfoMigration, theStoreIsUnlockedAfterAFatalError) {
@@ -277,14 +387,9 @@ TEST_F(UserInfoMigration, theStoreIsUnlockedAfterAFatalError) {
   other.join();
 }
 
-TEST_F(UserInfoMigration, itsResultIsUsableEvenIfItCannotBeStored) {
-  secrets.failWrites(true);
-  EXPECT_EQ(migrated({{"age", "<integer>42</integer>"}}), (Object{{"age", 42}}));
-}
-
 TEST_F(UserInfoMigration, aResultThatDoesNotEncodeIsUsedAllTheSame) {
   const auto data = migrated({{"limit", "<real>inf</real>"}});
-  EXPECT_FALSE(secrets.contains(key));
+  EXPECT_FALSE(secrets.contains(userInfoKey));
   EXPECT_TRUE(data.contains("limit"));
 }
 

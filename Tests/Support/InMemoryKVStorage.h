@@ -18,7 +18,7 @@ class InMemoryKVStorage final : public Larder::KVStorage {
     _table.set(key, std::make_shared<const Larder::StoredValue>(std::move(data)));
   }
   void remove(std::string_view key) override { _table.remove(key); }
-  bool edit(std::string_view key, const Larder::ListEdit& edit) override {
+  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit) override {
     return _table.edit(key, edit);
   }
 

@@ -49,10 +49,11 @@ class InMemoryTable {
     if (const auto found = _values.find(key); found != _values.end()) _values.erase(found);
     save();
   }
-  bool edit(std::string_view key, const Larder::ListEdit& edit) {
+  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit) {
     const std::scoped_lock guard(_mutex);
+    if (!edit.replacesAll && !rowsUnder(key)) return Larder::EditOutcome::listIsGone;
     if (!_failing) _values.insert_or_assign(std::string(key), edited(key, edit));
-    return save();
+    return save() ? Larder::EditOutcome::saved : Larder::EditOutcome::failed;
   }
 
   /// As an earlier run would have left it; not counted as a write.
@@ -84,7 +85,7 @@ class InMemoryTable {
     return !_failing;
   }
   Stored edited(std::string_view key, const Larder::ListEdit& edit) const {
-    auto rows = edit.replacesAll ? Rows() : rowsUnder(key);
+    auto rows = edit.replacesAll ? Rows() : *rowsUnder(key);
     for (const auto& range : edit.removed)
       std::erase_if(rows, [&](const auto& row) {
         return range.first <= row.ordinal && row.ordinal < range.end;
@@ -95,11 +96,10 @@ class InMemoryTable {
     }
     return std::make_shared<const Larder::StoredValue>(std::move(rows));
   }
-  Rows rowsUnder(std::string_view key) const {
+  const Rows* rowsUnder(std::string_view key) const {
     const auto found = _values.find(key);
-    if (found == _values.end()) return {};
-    const auto* value = std::get_if<Stored>(&found->second);
-    return value && (*value)->rows() ? *(*value)->rows() : Rows();
+    const auto* value = found == _values.end() ? nullptr : std::get_if<Stored>(&found->second);
+    return value ? (*value)->rows() : nullptr;
   }
 
   mutable std::mutex _mutex;

@@ -21,6 +21,9 @@ struct KITE_EXPORT UUID {
   /// The canonical form used everywhere: 36 characters, upper case, with hyphens.
   std::string text() const;
 
+  /// The placeholder for sessions and processes that do not exist.
+  static const UUID& noop();
+
   friend constexpr auto operator<=>(const UUID&, const UUID&) = default;
 };
 

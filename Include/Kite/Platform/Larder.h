@@ -46,6 +46,13 @@ struct ListEdit {
   std::vector<Row> appended;  ///< ascending, each above all that stay
 };
 
+enum class EditOutcome {
+  saved,
+  failed,      ///< the saved list is still the old one, and the edit is the caller's to repeat
+  listIsGone,  ///< the key holds no list, or one that lost rows to damage: only an edit that
+               ///< replaces all can be saved
+};
+
 /// What a store held under one key at one moment. Never changes; a write puts a new one in its
 /// place.
 ///
@@ -121,9 +128,8 @@ class Storage {
 class KVStorage : public Storage {
  public:
   /// Brings the list under `key` from its last saved state to the next one, in one transaction
-  /// whose cost is that of the edit. False when it could not be saved: the saved list is then still
-  /// the old one, and the edit is the caller's to repeat.
-  virtual bool edit(std::string_view key, const ListEdit& edit) = 0;
+  /// whose cost is that of the edit. Unless it is saved nothing changes.
+  virtual EditOutcome edit(std::string_view key, const ListEdit& edit) = 0;
 
   /// Native numbers and dictionaries are kept as such, not as JSON. Nothing when the key holds
   /// another kind.

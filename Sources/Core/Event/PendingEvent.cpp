@@ -2,10 +2,22 @@
 
 #include "Values/JSONDecoder.h"
 
-#include <cmath>
 #include <utility>
 
 namespace kite {
+namespace {
+
+// The one event that has a text and does not decode is a custom one without a name.
+StoredEvent decoded(const JSONValue& json) {
+  if (auto event = decodeStoredEvent(json)) return *std::move(event);
+  auto members = *json.object();
+  members.insertOrAssign("type", "nameless");
+  auto event = *decodeStoredEvent(members);
+  event.type = EventType::custom("");
+  return event;
+}
+
+}  // namespace
 
 PendingEvent::PendingEvent(std::string ownText, EventText::HeadLayout head, SharedText userText)
     : _ownText(std::move(ownText)), _userText(std::move(userText)), _head(head) {
@@ -42,16 +54,16 @@ void PendingEvent::appendTo(std::string& text) const {
 
 std::optional<EncodingError> PendingEvent::appendStamped(std::string& out,
                                                          double requestTimestamp) const {
-  if (_failed || !std::isfinite(requestTimestamp)) {
-    StoredEvent stamped = event();
+  if (_failed) {
+    StoredEvent stamped = _failed->event;
     stamped.requestTimestamp = requestTimestamp;
     return appendJSON(out, stamped);
   }
   out.append(_ownText, 0, _head.stampBegin);
-  auto error = EventText::appendRequestTimestamp(out, requestTimestamp);
+  if (auto error = EventText::appendRequestTimestamp(out, requestTimestamp)) return error;
   out += *_userText;
   out.append(_ownText, _head.stampEnd);
-  return error;
+  return std::nullopt;
 }
 
 StoredEvent PendingEvent::event() const {
@@ -59,7 +71,7 @@ StoredEvent PendingEvent::event() const {
   std::string text;
   text.reserve(size());
   appendTo(text);
-  return *decodeStoredEvent(*decodeJSON(text));
+  return decoded(*decodeJSON(text));
 }
 
 }  // namespace kite

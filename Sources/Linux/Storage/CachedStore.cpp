@@ -98,21 +98,30 @@ void CachedStore::remove(std::string_view key) {
   save(key);
 }
 
-bool CachedStore::edit(std::string_view key, const Larder::ListEdit& edit) {
+Larder::EditOutcome CachedStore::edit(std::string_view key, const Larder::ListEdit& edit) {
   const std::scoped_lock writing(_writing);
-  if (!mayWrite()) return false;
+  if (!mayWrite()) return Larder::EditOutcome::failed;
   saveAll();
-  if (_unsaved.contains(key)) return false;
+  if (_unsaved.contains(key)) return Larder::EditOutcome::failed;
+  const auto isPossible = [&] { return edit.replacesAll || holdsWholeList(key); };
+  if (!isPossible()) return Larder::EditOutcome::listIsGone;
   auto outcome = _file->rows().edit(key, edit);
   if (outcome == Outcome::damaged) {
     recover();
+    if (!isPossible()) return Larder::EditOutcome::listIsGone;
     outcome = _file->rows().edit(key, edit);
   }
   report(outcome);
-  if (outcome != Outcome::done) return false;
+  if (outcome != Outcome::done) return Larder::EditOutcome::failed;
   const std::scoped_lock guard(_imageMutex);
   _image.insert_or_assign(std::string(key), List{});
-  return true;
+  return Larder::EditOutcome::saved;
+}
+
+bool CachedStore::holdsWholeList(std::string_view key) const {
+  const auto value = find(key);
+  const auto* list = value ? std::get_if<List>(&*value) : nullptr;
+  return list && list->isWhole;
 }
 
 bool CachedStore::mayWrite() const { return _process == ::getpid() && _file->isWritable(); }
@@ -158,8 +167,13 @@ void CachedStore::recover() {
   std::erase_if(_image, [&](const auto& item) {
     return std::holds_alternative<List>(item.second) && !lists.contains(item.first);
   });
-  for (const auto& [key, value] : _image)
-    if (!std::holds_alternative<List>(value)) _unsaved.insert(key);
+  for (auto& [key, value] : _image) {
+    if (auto* list = std::get_if<List>(&value)) {
+      list->isWhole = false;
+    } else {
+      _unsaved.insert(key);
+    }
+  }
 }
 
 void CachedStore::report(Outcome outcome) {

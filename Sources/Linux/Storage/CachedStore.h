@@ -24,7 +24,9 @@ namespace kite::Linux {
 /// waits for the disk. In a child made by `fork` nothing reaches the disk.
 class CachedStore {
  public:
-  struct List {};
+  struct List {
+    bool isWhole = true;  ///< damage took none of its rows
+  };
   using Value = std::variant<std::shared_ptr<const Larder::StoredValue>, List, double,
                              std::shared_ptr<const DynamicValue::Dictionary>>;
 
@@ -47,7 +49,7 @@ class CachedStore {
 
   void set(std::string_view key, Value value);
   void remove(std::string_view key);
-  bool edit(std::string_view key, const Larder::ListEdit& edit);
+  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit);
 
  private:
   using Image = std::map<std::string, Value, std::less<>>;
@@ -58,6 +60,7 @@ class CachedStore {
   void saveAll();
   Outcome saveOne(const std::string& key);
   void dropRows(std::string_view key, const std::vector<std::uint64_t>& ordinals);
+  bool holdsWholeList(std::string_view key) const;
   void recover();
   void report(Outcome outcome);
 

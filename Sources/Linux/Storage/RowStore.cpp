@@ -16,19 +16,25 @@ constexpr const char* tables =
     "BEGIN IMMEDIATE;"
     "CREATE TABLE entries(key TEXT PRIMARY KEY, kind INTEGER NOT NULL, bytes BLOB NOT NULL,"
     " crc INTEGER NOT NULL);"
-    "CREATE TABLE list_rows(key TEXT NOT NULL, ordinal INTEGER NOT NULL, bytes BLOB NOT NULL,"
-    " crc INTEGER NOT NULL, PRIMARY KEY(key, ordinal));"
+    "CREATE TABLE list_rows(place INTEGER PRIMARY KEY, key TEXT NOT NULL, bytes BLOB NOT NULL,"
+    " crc INTEGER NOT NULL);"
     "PRAGMA application_id=1265202277;"  // "Kite"
     "PRAGMA user_version=1;"
     "COMMIT;";
 constexpr std::int64_t applicationID = 1265202277;
 constexpr std::int64_t formatVersion = 1;
 
-constexpr auto largestOrdinal =
-    static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+constexpr int ordinalBits = 40;
+constexpr std::uint64_t ordinalEnd = std::uint64_t{1} << ordinalBits;
+constexpr std::int64_t listEnd = 1 << 20;
+constexpr Larder::OrdinalRange allOrdinals{0, ordinalEnd};
 
-std::int64_t asNumber(std::uint64_t ordinal) {
-  return static_cast<std::int64_t>(std::min(ordinal, largestOrdinal));
+std::int64_t placeOf(std::int64_t list, std::uint64_t ordinal) {
+  return (list << ordinalBits) + static_cast<std::int64_t>(std::min(ordinal, ordinalEnd));
+}
+std::int64_t listAt(std::int64_t place) { return place >> ordinalBits; }
+std::uint64_t ordinalAt(std::int64_t place) {
+  return static_cast<std::uint64_t>(place) % ordinalEnd;
 }
 
 // Over the key and the place as well, so that bytes in the wrong row are noticed.
@@ -94,15 +100,40 @@ RowStore::RowStore(std::unique_ptr<Database> database)
                                    "crc=excluded.crc WHERE kind<>2 OR excluded.kind<>2")),
       _removeValue(_database->prepare("DELETE FROM entries WHERE key=?")),
       _insertRow(_database->prepare("INSERT INTO list_rows VALUES(?,?,?,?)")),
-      _removeRows(_database->prepare("DELETE FROM list_rows WHERE key=?")),
-      _removeRange(
-          _database->prepare("DELETE FROM list_rows WHERE key=? AND ordinal>=? AND ordinal<?")),
-      _selectRows(_database->prepare(
-          "SELECT ordinal, bytes, crc FROM list_rows WHERE key=? ORDER BY ordinal")) {}
+      _removeRows(_database->prepare("DELETE FROM list_rows WHERE place>=? AND place<?")),
+      _selectRows(_database->prepare("SELECT place, key, bytes, crc FROM list_rows WHERE place>=? "
+                                     "ORDER BY place")) {
+  findLists();
+}
+
+// The rows tell which lists there are, whatever befell the entries.
+void RowStore::findLists() {
+  auto select = _database->prepare(
+      "SELECT place, key, bytes, crc FROM list_rows WHERE place>=? ORDER BY place LIMIT 1");
+  for (std::int64_t from = 0, seen = -1; seen != from && listAt(from) < listEnd;) {
+    seen = from;
+    select.bind(0, from).forEachRow([&](const Statement& row) {
+      const auto place = row.number(0);
+      from = place + 1;
+      if (row.number(3) != checksum(row.text(1), place, row.text(2))) return;
+      _lists.emplace(row.text(1), listAt(place));
+      from = placeOf(listAt(place) + 1, 0);
+    });
+  }
+}
+
+std::int64_t RowStore::numberFor(std::string_view key) const {
+  const auto found = _lists.find(key);
+  if (found != _lists.end()) return found->second;
+  std::int64_t unused = 0;
+  for (const auto& [other, number] : _lists) unused = std::max(unused, number + 1);
+  return unused;
+}
 
 Outcome RowStore::entries(Entries& entries) {
+  auto listsWithoutEntry = _lists;
   auto select = _database->prepare("SELECT key, kind, bytes, crc FROM entries");
-  return select.forEachRow([&](const Statement& row) {
+  const auto outcome = select.forEachRow([&](const Statement& row) {
     const auto kind = row.number(1);
     const bool isList = kind == static_cast<std::int64_t>(ValueKind::list);
     if (!isList && row.number(3) != checksum(row.text(0), kind, row.text(2))) {
@@ -111,23 +142,33 @@ Outcome RowStore::entries(Entries& entries) {
     }
     entries.undamaged.push_back(
         {std::string(row.text(0)), {static_cast<ValueKind>(kind), std::string(row.text(2))}});
+    listsWithoutEntry.erase(entries.undamaged.back().key);
   });
+  for (const auto& [key, number] : listsWithoutEntry)
+    entries.undamaged.push_back({key, {ValueKind::list, ""}});
+  return outcome;
 }
 
+// To the end of the table: a damaged place can be beyond the list's, with sound rows behind it.
 Outcome RowStore::rows(std::string_view key, Rows& rows) {
-  return _selectRows.bind(0, key).forEachRow([&](const Statement& row) {
-    const auto ordinal = row.number(0);
-    if (row.number(2) == checksum(key, ordinal, row.text(1))) {
-      rows.undamaged.push_back({static_cast<std::uint64_t>(ordinal), std::string(row.text(1))});
+  if (!_lists.contains(key)) findLists();
+  const auto list = numberFor(key);
+  return _selectRows.bind(0, placeOf(list, 0)).forEachRow([&](const Statement& row) {
+    const auto place = row.number(0);
+    if (listAt(place) != list) return;
+    if (row.text(1) == key && row.number(3) == checksum(key, place, row.text(2))) {
+      rows.undamaged.push_back({ordinalAt(place), std::string(row.text(2))});
     } else {
-      rows.damaged.push_back(static_cast<std::uint64_t>(ordinal));
+      rows.damaged.push_back(ordinalAt(place));
     }
   });
 }
 
 Outcome RowStore::put(std::string_view key, const SavedValue& value) {
-  return _database->transaction(
-      [&] { return worse(_removeRows.bind(0, key).run(), putValue(key, value)); });
+  const auto outcome = _database->transaction(
+      [&] { return worse(removeRows(key, allOrdinals), putValue(key, value)); });
+  if (outcome == Outcome::done) forgetList(key);
+  return outcome;
 }
 
 Outcome RowStore::putValue(std::string_view key, const SavedValue& value) {
@@ -140,36 +181,54 @@ Outcome RowStore::putValue(std::string_view key, const SavedValue& value) {
 }
 
 Outcome RowStore::remove(std::string_view key) {
-  return _database->transaction(
-      [&] { return worse(_removeRows.bind(0, key).run(), _removeValue.bind(0, key).run()); });
+  const auto outcome = _database->transaction(
+      [&] { return worse(removeRows(key, allOrdinals), _removeValue.bind(0, key).run()); });
+  if (outcome == Outcome::done) forgetList(key);
+  return outcome;
+}
+
+void RowStore::forgetList(std::string_view key) {
+  if (const auto found = _lists.find(key); found != _lists.end()) _lists.erase(found);
+}
+
+Outcome RowStore::removeRows(std::string_view key, Larder::OrdinalRange range) {
+  const auto found = _lists.find(key);
+  if (found == _lists.end()) return Outcome::done;
+  return _removeRows.bind(0, placeOf(found->second, range.first))
+      .bind(1, placeOf(found->second, range.end))
+      .run();
 }
 
 Outcome RowStore::edit(std::string_view key, const Larder::ListEdit& edit) {
-  return _database->transaction([&] { return edited(key, edit); });
+  const auto outcome = _database->transaction([&] { return edited(key, edit); });
+  if (outcome == Outcome::done) _lists.emplace(key, numberFor(key));
+  return outcome;
 }
 
 Outcome RowStore::edited(std::string_view key, const Larder::ListEdit& edit) {
-  auto outcome = putValue(key, {ValueKind::list, ""});
-  if (edit.replacesAll) outcome = worse(outcome, _removeRows.bind(0, key).run());
+  auto outcome = Outcome::done;
+  if (!_lists.contains(key)) outcome = putValue(key, {ValueKind::list, ""});
+  if (edit.replacesAll) outcome = worse(outcome, removeRows(key, allOrdinals));
   for (const auto& range : edit.removed) {
     if (outcome != Outcome::done) return outcome;
-    outcome =
-        _removeRange.bind(0, key).bind(1, asNumber(range.first)).bind(2, asNumber(range.end)).run();
+    outcome = removeRows(key, range);
   }
   for (const auto& row : edit.appended) {
     if (outcome != Outcome::done) return outcome;
     _scratch.clear();
     row.segment->appendTo(_scratch);
-    outcome = insertRow(key, asNumber(row.ordinal), _scratch);
+    outcome = insertRow(key, row.ordinal, _scratch);
   }
   return outcome;
 }
 
-Outcome RowStore::insertRow(std::string_view key, std::int64_t ordinal, std::string_view bytes) {
-  return _insertRow.bind(0, key)
-      .bind(1, ordinal)
+Outcome RowStore::insertRow(std::string_view key, std::uint64_t ordinal, std::string_view bytes) {
+  if (ordinal >= ordinalEnd) return Outcome::failed;
+  const auto place = placeOf(numberFor(key), ordinal);
+  return _insertRow.bind(0, place)
+      .bind(1, key)
       .bindBytes(2, bytes)
-      .bind(3, checksum(key, ordinal, bytes))
+      .bind(3, checksum(key, place, bytes))
       .run();
 }
 
@@ -182,8 +241,8 @@ Outcome RowStore::salvage(RowStore& other, std::size_t& recovered) {
       outcome = worse(outcome, putValue(key, value));
     recovered = entries.undamaged.size();
     // What lies behind a page that cannot be read is reached from the other end.
-    for (const auto* query : {"SELECT * FROM list_rows NOT INDEXED ORDER BY rowid",
-                              "SELECT * FROM list_rows NOT INDEXED ORDER BY rowid DESC"})
+    for (const auto* query :
+         {"SELECT * FROM list_rows ORDER BY place", "SELECT * FROM list_rows ORDER BY place DESC"})
       outcome = worse(outcome, salvageRows(*other._database, query, recovered));
     return outcome;
   });
@@ -193,12 +252,13 @@ Outcome RowStore::salvageRows(Database& other, const char* query, std::size_t& r
   auto insert = _database->prepare("INSERT OR IGNORE INTO list_rows VALUES(?,?,?,?)");
   auto outcome = Outcome::done;
   other.prepare(query).forEachRow([&](const Statement& row) {
-    const auto key = row.text(0);
-    const auto ordinal = row.number(1);
+    const auto place = row.number(0);
+    const auto key = row.text(1);
     const auto bytes = row.text(2);
-    if (row.number(3) != checksum(key, ordinal, bytes)) return;
-    outcome = worse(outcome, putValue(key, {ValueKind::list, ""}));
-    insert.bind(0, key).bind(1, ordinal).bindBytes(2, bytes).bind(3, row.number(3));
+    if (row.number(3) != checksum(key, place, bytes)) return;
+    if (_lists.emplace(key, listAt(place)).second)
+      outcome = worse(outcome, putValue(key, {ValueKind::list, ""}));
+    insert.bind(0, place).bind(1, key).bindBytes(2, bytes).bind(3, row.number(3));
     outcome = worse(outcome, insert.run());
     if (_database->hasChanged()) ++recovered;
   });

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,6 +25,9 @@ struct SavedValue {
 
 /// The tables of a store: one row per value and, of lists, one per element, each with a checksum.
 /// One thread at a time.
+///
+/// The elements of all lists stand in one table in the order of their places. A place is the number
+/// of a list and the ordinal within it, so that an element appended touches the last page alone.
 class RowStore {
  public:
   using StoredRow = Larder::StoredValue::StoredRow;
@@ -65,13 +69,18 @@ class RowStore {
  private:
   explicit RowStore(std::unique_ptr<Database> database);
 
+  void findLists();
+  std::int64_t numberFor(std::string_view key) const;
+  void forgetList(std::string_view key);
   Outcome putValue(std::string_view key, const SavedValue& value);
+  Outcome removeRows(std::string_view key, Larder::OrdinalRange range);
   Outcome edited(std::string_view key, const Larder::ListEdit& edit);
-  Outcome insertRow(std::string_view key, std::int64_t ordinal, std::string_view bytes);
+  Outcome insertRow(std::string_view key, std::uint64_t ordinal, std::string_view bytes);
   Outcome salvageRows(Database& other, const char* query, std::size_t& recovered);
 
   std::unique_ptr<Database> _database;
-  Statement _putValue, _removeValue, _insertRow, _removeRows, _removeRange, _selectRows;
+  Statement _putValue, _removeValue, _insertRow, _removeRows, _selectRows;
+  std::map<std::string, std::int64_t, std::less<>> _lists;  // numbers of lists that have an entry
   std::string _scratch;
 };
 

@@ -84,7 +84,7 @@ void SqliteKVStorage::write(std::string_view key, Data data) {
 
 void SqliteKVStorage::remove(std::string_view key) { _values->remove(key); }
 
-bool SqliteKVStorage::edit(std::string_view key, const Larder::ListEdit& edit) {
+Larder::EditOutcome SqliteKVStorage::edit(std::string_view key, const Larder::ListEdit& edit) {
   return _values->edit(key, edit);
 }
 

@@ -17,7 +17,7 @@ class SqliteKVStorage final : public Larder::KVStorage {
   std::shared_ptr<const Larder::StoredValue> read(std::string_view key) const override;
   void write(std::string_view key, Data data) override;
   void remove(std::string_view key) override;
-  bool edit(std::string_view key, const Larder::ListEdit& edit) override;
+  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit) override;
   std::optional<double> readNumber(std::string_view key) const override;
   void writeNumber(std::string_view key, double number) override;
   std::optional<DynamicValue::Dictionary> readDictionary(std::string_view key) const override;

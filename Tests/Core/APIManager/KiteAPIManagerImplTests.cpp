@@ -224,6 +224,35 @@ TEST_F(KiteAPIManagerImplTests, aReplyThatIsNotHTTPFallsBack) {
   EXPECT_THAT(endpoints(), ElementsAre(base, second));
 }
 
+/// A connection that broke after the reply had come.
+Script failsAfterItsReply(std::string description) {
+  return [=](const URLRequest& request) {
+    return Answer{Data{goodReply}, URLResponse{.url = request.url, .statusCode = 200},
+                  TransportError{description}};
+  };
+}
+
+TEST_F(KiteAPIManagerImplTests, anErrorFallsBackEvenBesideAReplyOfSuccess) {
+  network.respond(on(base, failsAfterItsReply("cut off"), answers(200, goodReply)));
+  start({second});
+  send();
+  EXPECT_THAT(endpoints(), ElementsAre(base, second));
+  EXPECT_TRUE(outcomes.back().success);
+}
+
+TEST_F(KiteAPIManagerImplTests, onTheLastEndpointAnErrorCountsMoreThanAReplyOfSuccess) {
+  network.respond(failsOn(base, failsAfterItsReply("cut off")));
+  start({second});
+  send();
+  EXPECT_THAT(endpoints(), ElementsAre(base, second));
+  ASSERT_EQ(outcomes.size(), 1U);
+  EXPECT_FALSE(outcomes[0].success);
+  EXPECT_EQ(outcomes[0].error, UploadError(TransportError{"cut off"}));
+  EXPECT_EQ(manager->delta(), std::nullopt);
+  EXPECT_EQ(manager->currentEndpoint(), URL::parse(base));
+  EXPECT_THAT(system.lines(), ElementsAre("[KITE] Error detected: cut off"));
+}
+
 TEST_F(KiteAPIManagerImplTests, theEdgesOfTheTwoHundredsAreSuccesses) {
   start({second});
   for (const int status : {200, 204, 299}) {
@@ -316,13 +345,19 @@ TEST_F(KiteAPIManagerImplTests, anAcceptedBatchIsReportedWithTheEventsAsTheyWere
   EXPECT_THAT(system.lines(), ElementsAre("[KITE] Events sent successfully to kite"));
 }
 
-TEST_F(KiteAPIManagerImplTests, theReplysNumbersAreStoredAfterTheCallback) {
+TEST_F(KiteAPIManagerImplTests, theEndpointIsKnownBeforeTheCallbackAndTheReplysNumbersAfterIt) {
+  const auto target = URL::parse(second);
+  network.respond(answersFrom(target, 200, goodReply));
   start();
-  manager->send({}, [this](const auto&, bool, const auto&) {
+  bool wasCalled = false;
+  manager->send({}, [&](const auto&, bool, const auto&) {
+    wasCalled = true;
     EXPECT_EQ(manager->delta(), std::nullopt);
-    EXPECT_EQ(manager->currentEndpoint(), URL::parse(base));
+    EXPECT_EQ(manager->lastEventTimestamp(), std::nullopt);
+    EXPECT_EQ(manager->currentEndpoint(), target);
     EXPECT_EQ(system.lines().size(), 1U);
   });
+  EXPECT_TRUE(wasCalled);
   EXPECT_EQ(manager->delta(), 1.5);
   EXPECT_EQ(manager->lastEventTimestamp(), 20);
 }
@@ -535,6 +570,16 @@ TEST_F(KiteAPIManagerImplTests, aRequestTimeThatIsNotFiniteFailsEveryEvent) {
   ASSERT_EQ(whisker->reports().size(), 1U);
   EXPECT_EQ(*whisker->reports()[0].event.info.at("error_coding_path"),
             JSONValue(JSONValue::Array{"request_timestamp"}));
+}
+
+TEST_F(KiteAPIManagerImplTests, aRequestTimeThatIsNotFiniteFailsANamelessEventToo) {
+  auto nameless = anEvent("A");
+  nameless.type = EventType::custom("");
+  start();
+  EXPECT_EQ(prepareBody({pending(nameless)}, std::nan("")), nullptr);
+  ASSERT_EQ(whisker->reports().size(), 1U);
+  EXPECT_EQ(*whisker->reports()[0].event.info.at("event_info_keys"),
+            JSONValue(JSONValue::Array{"price"}));
 }
 
 TEST_F(KiteAPIManagerImplTests, aBodyThatCannotBeCompressedIsReported) {

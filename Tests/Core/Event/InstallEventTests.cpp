@@ -57,6 +57,27 @@ TEST(InstallEventTests, carriesTheOldVersionsAndTheDirectorysAgeWhenTheyAreKnown
   EXPECT_EQ(data.size(), 7U);
 }
 
+TEST(InstallEventTests, saysWhetherTheApplicationWasThereBefore) {
+  auto payload = aPayload();
+  EXPECT_EQ(*payload.data().at("installed_before_kite"), JSONValue(true));
+  payload.installedBeforeKite = false;
+  EXPECT_EQ(*payload.data().at("installed_before_kite"), JSONValue(false));
+}
+
+TEST(InstallEventTests, tellsTheTwoIdentifiersStatusesApart) {
+  auto payload = aPayload();
+  payload.keychainStatus = CreationType::notApplicable;
+  payload.userdefaultStatus = CreationType::readFromFile;
+  EXPECT_EQ(*payload.data().at("keychain_id_status"), JSONValue("not_applicable"));
+  EXPECT_EQ(*payload.data().at("userdefault_id_status"), JSONValue("read_from_file"));
+}
+
+TEST(InstallEventTests, numbersTheIdentifierStatusesInTheirOrder) {
+  EXPECT_EQ(static_cast<int>(CreationType::notApplicable), 0);
+  EXPECT_EQ(static_cast<int>(CreationType::justGenerated), 1);
+  EXPECT_EQ(static_cast<int>(CreationType::readFromFile), 2);
+}
+
 TEST(InstallEventTests, namesTheThreeIdentifierStatuses) {
   auto payload = aPayload();
   payload.keychainStatus = CreationType::notApplicable;

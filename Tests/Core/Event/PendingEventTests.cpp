@@ -100,6 +100,31 @@ TEST(PendingEventTests, aRequestTimeThatIsNotFiniteFailsThere) {
   EXPECT_THAT(wire.error->codingPath, ElementsAre("request_timestamp"));
 }
 
+StoredEvent aNamelessEvent(std::string id) {
+  auto event = anEvent(std::move(id));
+  event.type = EventType::custom("");
+  return event;
+}
+
+TEST(PendingEventTests, aCustomEventWithoutANameComesBackAsOne) {
+  const auto event = aNamelessEvent("a\"b");
+  const auto handle = pending(event);
+  EXPECT_EQ(handle->event(), event);
+  EXPECT_EQ(handle->id(), "a\"b");
+  EXPECT_TRUE(handle->hasId("a\"b"));
+}
+
+TEST(PendingEventTests, aRequestTimeThatIsNotFiniteFailsACustomEventWithoutANameThereToo) {
+  const auto wire = stamped(*pending(aNamelessEvent("E-1")), std::nan(""));
+  ASSERT_TRUE(wire.error);
+  EXPECT_THAT(wire.error->codingPath, ElementsAre("request_timestamp"));
+}
+
+TEST(PendingEventTests, onAnErrorWhatWasWrittenBeforeItStays) {
+  EXPECT_EQ(stamped(*pending(anEvent("E-1")), std::nan("")).text,
+            R"({"type":"UserAction","id":"E-1","timestamp":12.5,"request_timestamp":)");
+}
+
 TEST(EventEncoderTests, encodesTheBlockOfOneUserOnce) {
   EventEncoder encoder;
   const auto user = aUser();

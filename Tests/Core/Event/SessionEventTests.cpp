@@ -51,6 +51,18 @@ TEST(SessionEventTests, anEndCarriesItsFourEntriesAndTheSessionsData) {
   EXPECT_EQ(ended({{"level", 3}}).data(), expected);
 }
 
+TEST(SessionEventTests, anEndSaysWhetherTheSessionCrashed) {
+  for (const bool crashed : {true, false}) {
+    const SessionEndPayload payload{.sessionStartId = FakeSystem::uuid(1),
+                                    .crashed = crashed,
+                                    .duration = 37.0,
+                                    .sessionData = {},
+                                    .id = FakeSystem::uuid(2),
+                                    .sessionEndTimestamp = 200.25};
+    EXPECT_EQ(*toJSONValue(payload).at("crashed"), JSONValue(crashed));
+  }
+}
+
 TEST(SessionEventTests, aSessionsOwnDataCannotReplaceTheFixedEntries) {
   const auto data =
       ended({{"duration", 1.0}, {"subtype", "x"}, {"crashed", false}, {"session_start_id", "x"}})

@@ -28,7 +28,7 @@ Encoding encode(const StoredEvent& event) {
 std::optional<StoredEvent> decode(std::string_view text) { return decodeStoredEvent(parsed(text)); }
 
 /// The text of an event with one place of it changed.
-std::string changed(const std::string& from, const std::string& to) {
+std::string altered(const std::string& from, const std::string& to) {
   std::string text = textOfAnEvent("E-1");
   text.replace(text.find(from), from.size(), to);
   return text;
@@ -41,7 +41,7 @@ TEST(StoredEventTests, encodesItsFieldsInTheirOrder) {
 TEST(StoredEventTests, encodesARequestTimestampBetweenTimestampAndApp) {
   auto event = anEvent("E-1");
   event.requestTimestamp = 20;
-  EXPECT_EQ(encode(event).text, changed(R"(,"app")", R"(,"request_timestamp":20.0,"app")"));
+  EXPECT_EQ(encode(event).text, altered(R"(,"app")", R"(,"request_timestamp":20.0,"app")"));
 }
 
 TEST(StoredEventTests, anAbsentRequestTimestampIsLeftOutAndComesBackAbsent) {
@@ -58,22 +58,22 @@ TEST(StoredEventTests, everyFieldComesBackEqual) {
 }
 
 TEST(StoredEventTests, aNullRequestTimestampIsNone) {
-  const auto event = decode(changed(R"(,"app")", R"(,"request_timestamp":null,"app")"));
+  const auto event = decode(altered(R"(,"app")", R"(,"request_timestamp":null,"app")"));
   EXPECT_EQ(event, anEvent("E-1"));
 }
 
 TEST(StoredEventTests, aRequestTimestampOfAnotherTypeFailsTheRecord) {
-  EXPECT_EQ(decode(changed(R"(,"app")", R"(,"request_timestamp":"20","app")")), std::nullopt);
+  EXPECT_EQ(decode(altered(R"(,"app")", R"(,"request_timestamp":"20","app")")), std::nullopt);
 }
 
 TEST(StoredEventTests, anUnknownTypeBecomesACustomEventOfThatName) {
-  const auto event = decode(changed("UserAction", "Purchase"));
+  const auto event = decode(altered("UserAction", "Purchase"));
   ASSERT_TRUE(event);
   EXPECT_EQ(event->type, EventType::custom("Purchase"));
 }
 
 TEST(StoredEventTests, anEmptyTypeFailsTheRecord) {
-  EXPECT_EQ(decode(changed("UserAction", "")), std::nullopt);
+  EXPECT_EQ(decode(altered("UserAction", "")), std::nullopt);
 }
 
 TEST(StoredEventTests, aCustomEventNamedLikeABuiltInOneComesBackAsThatOne) {
@@ -94,45 +94,78 @@ TEST(StoredEventTests, aReservedCustomNameStopsTheProcessWhenItIsEncoded) {
 TEST(StoredEventTests, aReservedNameInLowerCaseIsAccepted) {
   auto event = anEvent("E-1");
   event.type = EventType::custom("session");
-  EXPECT_EQ(encode(event).text, changed("UserAction", "session"));
+  EXPECT_EQ(encode(event).text, altered("UserAction", "session"));
 }
 
 TEST(StoredEventTests, everyOtherFieldIsRequired) {
   for (const char* key : {"type", "id", "timestamp", "app", "user", "data", "info", "ids"}) {
     const std::string quoted = "\"" + std::string(key) + "\"";
-    EXPECT_EQ(decode(changed(quoted, "\"other\"")), std::nullopt) << key;
+    EXPECT_EQ(decode(altered(quoted, "\"other\"")), std::nullopt) << key;
   }
 }
 
 TEST(StoredEventTests, aFieldOfAnotherTypeFailsTheRecord) {
   const std::string id = R"("id":"E-1")";
-  EXPECT_EQ(decode(changed(R"("type":"UserAction")", R"("type":1)")), std::nullopt);
-  EXPECT_EQ(decode(changed(id, R"("id":1)")), std::nullopt);
-  EXPECT_EQ(decode(changed("12.5", R"("12.5")")), std::nullopt);
-  EXPECT_EQ(decode(changed("12.5", "true")), std::nullopt);
-  EXPECT_EQ(decode(changed(R"("trail-maps")", "null")), std::nullopt);
-  EXPECT_EQ(decode(changed(R"({"country":"NZ"})", "[]")), std::nullopt);
-  EXPECT_EQ(decode(changed(R"({"user_id":"U-1"})", "[]")), std::nullopt);
-  EXPECT_EQ(decode(changed(R"("U-1")", "1")), std::nullopt);
-  EXPECT_EQ(decode(changed(R"({"action_info":{"price":9.5},"action_kind":"buy"})", "null")),
+  EXPECT_EQ(decode(altered(R"("type":"UserAction")", R"("type":1)")), std::nullopt);
+  EXPECT_EQ(decode(altered(id, R"("id":1)")), std::nullopt);
+  EXPECT_EQ(decode(altered("12.5", R"("12.5")")), std::nullopt);
+  EXPECT_EQ(decode(altered("12.5", "true")), std::nullopt);
+  EXPECT_EQ(decode(altered(R"("trail-maps")", "null")), std::nullopt);
+  for (const char* user : {"null", "[]", R"("U-1")", "1"})
+    EXPECT_EQ(decode(altered(R"({"info":{"country":"NZ"},"ids":{"user_id":"U-1"}})", user)),
+              std::nullopt)
+        << user;
+  EXPECT_EQ(decode(altered(R"({"country":"NZ"})", "[]")), std::nullopt);
+  EXPECT_EQ(decode(altered(R"({"user_id":"U-1"})", "[]")), std::nullopt);
+  EXPECT_EQ(decode(altered(R"("U-1")", "1")), std::nullopt);
+  EXPECT_EQ(decode(altered(R"({"action_info":{"price":9.5},"action_kind":"buy"})", "null")),
             std::nullopt);
   EXPECT_EQ(decode("[]"), std::nullopt);
 }
 
 TEST(StoredEventTests, aTimestampWithoutAFractionIsANumberAllTheSame) {
-  const auto event = decode(changed("12.5", "12"));
+  const auto event = decode(altered("12.5", "12"));
   ASSERT_TRUE(event);
   EXPECT_EQ(event->timestamp, 12.0);
 }
 
 TEST(StoredEventTests, unknownKeysAreIgnored) {
-  EXPECT_EQ(decode(changed(R"("app")", R"("more":[1],"app")")), anEvent("E-1"));
+  EXPECT_EQ(decode(altered(R"("app")", R"("more":[1],"app")")), anEvent("E-1"));
 }
 
 TEST(StoredEventTests, emptyInfoAndIdsAreValid) {
   const auto event = anEvent("E-1", User{});
   EXPECT_NE(encode(event).text.find(R"("user":{"info":{},"ids":{}})"), std::string::npos);
   EXPECT_EQ(decode(encode(event).text), event);
+}
+
+TEST(StoredEventTests, severalIdentifiersAreOneObjectInTheOrderOfTheirNames) {
+  const User user{.info = {}, .ids = {{"user_id", "U-1"}, {"account", "A-2"}, {"device", "D-3"}}};
+  EXPECT_NE(encode(anEvent("E-1", user))
+                .text.find(R"("ids":{"account":"A-2","device":"D-3","user_id":"U-1"})"),
+            std::string::npos);
+  EXPECT_EQ(decode(encode(anEvent("E-1", user)).text), anEvent("E-1", user));
+}
+
+/// An event of a kind that knows when it was sent.
+struct SentEvent {
+  EventType type() const { return EventType::Case::debugEvent; }
+  std::string id() const { return "E-9"; }
+  double timestamp() const { return 3.5; }
+  std::optional<double> requestTimestamp() const { return 7.5; }
+  Shared<User> user() const { return aUser(); }
+  JSONValue::Object data() const { return {{"a", 1}}; }
+};
+
+TEST(StoredEventTests, takesAllSixValuesOfItsEvent) {
+  EXPECT_EQ(StoredEvent::from(SentEvent(), "trail-maps"),
+            (StoredEvent{.type = EventType::Case::debugEvent,
+                         .id = "E-9",
+                         .timestamp = 3.5,
+                         .requestTimestamp = 7.5,
+                         .app = "trail-maps",
+                         .user = aUser(),
+                         .data = {{"a", 1}}}));
 }
 
 TEST(StoredEventTests, aTimestampThatIsNotFiniteStopsTheEncodingThere) {
@@ -189,17 +222,33 @@ TEST(StoredEventTests, theUserBlockCountsInTheDepthThatEncodes) {
 }
 
 TEST(StoredEventTests, eventsAreEqualWhenAllSevenFieldsAre) {
-  const auto event = anEvent("E-1");
-  EXPECT_EQ(event, anEvent("E-1"));
-  std::vector<StoredEvent> others(7, event);
+  auto event = anEvent("E-1");
+  event.requestTimestamp = 20;
+  auto same = anEvent("E-1");
+  same.requestTimestamp = 20;
+  EXPECT_EQ(event, same);
+  std::vector<StoredEvent> others(8, event);
   others[0].type = EventType::Case::session;
   others[1].id = "E-2";
   others[2].timestamp = 13;
-  others[3].requestTimestamp = 1;
-  others[4].app = "other";
-  others[5].user = aUser("AU");
-  others[6].data = {};
+  others[3].requestTimestamp = std::nullopt;
+  others[4].requestTimestamp = 21;
+  others[5].app = "other";
+  others[6].user = aUser("AU");
+  others[7].data = {};
   for (const auto& other : others) EXPECT_NE(event, other);
+}
+
+TEST(StoredEventTests, usersAreEqualWhenInfoAndIdentifiersAre) {
+  const User user{.info = {{"a", 1}}, .ids = {{"user_id", "U-1"}}};
+  const auto with = [](JSONValue::Object info,
+                       std::map<std::string, std::string, std::less<>> ids) {
+    return User{.info = std::move(info), .ids = std::move(ids)};
+  };
+  EXPECT_EQ(user, with({{"a", 1}}, {{"user_id", "U-1"}}));
+  EXPECT_NE(user, with({{"a", 2}}, {{"user_id", "U-1"}}));
+  EXPECT_NE(user, with({{"a", 1}}, {{"user_id", "U-2"}}));
+  EXPECT_NE(user, with({{"a", 1}}, {}));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
+#include "Support/AppendRows.h"
 #include "Support/FakeSystem.h"
 #include "Support/RawDatabase.h"
 #include "Support/TemporaryFolder.h"
@@ -42,7 +43,7 @@ class SqliteKVStorageTests : public testing::Test {
   std::string savedText(const char* key) { return text(open(), key); }
 
   static bool append(Larder::KVStorage& storage, const char* key, std::vector<Larder::Row> rows) {
-    return storage.edit(key, {.replacesAll = false, .removed = {}, .appended = std::move(rows)});
+    return appendRows(storage, key, std::move(rows));
   }
   static mode_t modeOf(const std::filesystem::path& path) {
     struct stat status {};
@@ -180,7 +181,7 @@ TEST_F(SqliteKVStorageTests, savesAnEditAsRows) {
   append(*storage, "l", {row(1, "1"), row(2, "2")});
   storage->edit("l", {.replacesAll = false, .removed = {{1, 2}}, .appended = {row(3, "3")}});
   RawDatabase beside(file);
-  EXPECT_EQ(beside.value("SELECT group_concat(ordinal || '=' || bytes) FROM list_rows"), "2=2,3=3");
+  EXPECT_EQ(beside.value("SELECT group_concat(place || '=' || bytes) FROM list_rows"), "2=2,3=3");
 }
 
 TEST_F(SqliteKVStorageTests, usesAWriteAheadLog) {
@@ -220,7 +221,7 @@ TEST_F(SqliteKVStorageTests, noticesAValueUnderTheWrongKey) {
 
 TEST_F(SqliteKVStorageTests, dropsADamagedElementAndKeepsTheRestOfTheList) {
   append(*open(), "l", {row(1, "1"), row(2, "2"), row(3, "3")});
-  RawDatabase(file).execute("UPDATE list_rows SET bytes=x'39' WHERE ordinal=2");
+  RawDatabase(file).execute("UPDATE list_rows SET bytes=x'39' WHERE place=2");
   EXPECT_EQ(savedText("l"), "[1,3]");
   EXPECT_THAT(system.lines(),
               ElementsAre("[KITE] Damaged elements were dropped from a list in the key-value "
@@ -230,15 +231,46 @@ TEST_F(SqliteKVStorageTests, dropsADamagedElementAndKeepsTheRestOfTheList) {
 TEST_F(SqliteKVStorageTests, noticesElementsInTheWrongPlace) {
   append(*open(), "l", {row(1, "1"), row(2, "2"), row(3, "3")});
   RawDatabase(file).execute(
-      "UPDATE list_rows SET ordinal=9 WHERE ordinal=1;"
-      "UPDATE list_rows SET ordinal=1 WHERE ordinal=2;"
-      "UPDATE list_rows SET ordinal=2 WHERE ordinal=9");
+      "UPDATE list_rows SET place=9 WHERE place=1;"
+      "UPDATE list_rows SET place=1 WHERE place=2;"
+      "UPDATE list_rows SET place=2 WHERE place=9");
   EXPECT_EQ(savedText("l"), "[3]");
+}
+
+TEST_F(SqliteKVStorageTests, findsAListByItsElementsWhenItsEntryIsDamaged) {
+  append(*open(), "l", {row(1, "1"), row(2, "2")});
+  RawDatabase(file).execute("UPDATE entries SET key='m'");
+  const auto storage = open();
+  EXPECT_EQ(text(storage, "l"), "[1,2]");
+  storage->remove("l");
+  EXPECT_EQ(savedText("l"), "absent");
+}
+
+TEST_F(SqliteKVStorageTests, keepsTheElementsOfManyListsApart) {
+  {
+    const auto storage = open();
+    for (unsigned i = 0; i < 20; ++i)
+      for (const auto* key : {"a", "b", "c"}) append(*storage, key, {row(i, key)});
+    storage->remove("b");
+    append(*storage, "d", {row(3, "d")});
+  }
+  const auto storage = open();
+  EXPECT_EQ(storage->read("a")->rows()->size(), 20u);
+  EXPECT_EQ(text(storage, "b"), "absent");
+  EXPECT_EQ(storage->read("c")->rows()->back().text, "c");
+  EXPECT_EQ(text(storage, "d"), "[d]");
+}
+
+TEST_F(SqliteKVStorageTests, takesNoElementWithAnOrdinalBeyondItsRange) {
+  const auto storage = open();
+  append(*storage, "l", {row((std::uint64_t{1} << 40) - 1, "1")});
+  EXPECT_FALSE(append(*storage, "l", {row(std::uint64_t{1} << 40, "2")}));
+  EXPECT_EQ(text(storage, "l"), "[1]");
 }
 
 TEST_F(SqliteKVStorageTests, aDroppedElementMakesRoomForAnother) {
   append(*open(), "l", {row(1, "1"), row(2, "2")});
-  RawDatabase(file).execute("UPDATE list_rows SET bytes=x'39' WHERE ordinal=2");
+  RawDatabase(file).execute("UPDATE list_rows SET bytes=x'39' WHERE place=2");
   const auto storage = open();
   EXPECT_EQ(text(storage, "l"), "[1]");
   EXPECT_TRUE(append(*storage, "l", {row(2, "new")}));
@@ -306,6 +338,24 @@ TEST_F(SqliteKVStorageTests, recoversWhatADamagedFileStillHolds) {
   EXPECT_TRUE(append(*storage, "l", {row(1000, "1")}));
 }
 
+TEST_F(SqliteKVStorageTests, takesNoEditOfAListThatLostRowsToDamage) {
+  {
+    const auto storage = open();
+    for (unsigned i = 0; i < 1000; ++i) append(*storage, "l", {row(i, std::string(1000, '1'))});
+  }
+  const auto storage = open();
+  overwrite(8192, std::filesystem::file_size(file) - 8192);
+  Larder::ListEdit edit{
+      .replacesAll = false, .removed = {{500, 501}}, .appended = {row(1000, "2")}};
+  EXPECT_EQ(storage->edit("l", edit), Larder::EditOutcome::listIsGone);
+  EXPECT_EQ(storage->edit("l", edit), Larder::EditOutcome::listIsGone);
+  edit.replacesAll = true;
+  EXPECT_EQ(storage->edit("l", edit), Larder::EditOutcome::saved);
+  edit = {.replacesAll = false, .removed = {}, .appended = {row(1001, "3")}};
+  EXPECT_EQ(storage->edit("l", edit), Larder::EditOutcome::saved);
+  EXPECT_EQ(text(storage, "l"), "[2,3]");
+}
+
 TEST_F(SqliteKVStorageTests, savesWhatMemoryHoldsAnewWhenTheFileIsDamagedLater) {
   {
     const auto storage = open();
@@ -314,8 +364,10 @@ TEST_F(SqliteKVStorageTests, savesWhatMemoryHoldsAnewWhenTheFileIsDamagedLater) 
   }
   const auto storage = open();
   overwrite(8192, std::filesystem::file_size(file) - 8192);
-  EXPECT_TRUE(append(*storage, "l", {row(1000, "2")}));
+  EXPECT_EQ(storage->edit("l", {.replacesAll = false, .removed = {{500, 501}}, .appended = {}}),
+            Larder::EditOutcome::listIsGone);
   EXPECT_EQ(setAside().size(), 1u);
+  EXPECT_TRUE(append(*storage, "l", {row(1000, "2")}));
   storage->write("other", {"3"});
   RawDatabase beside(file);
   EXPECT_EQ(beside.value("SELECT bytes FROM entries WHERE key='k'"), "1");
@@ -387,8 +439,10 @@ TEST_F(SqliteKVStorageTroubleTests, refusesAnEditThatCannotBeSaved) {
 
 TEST_F(SqliteKVStorageTroubleTests, undoesAnEditThatFailsHalfway) {
   append(*storage, "l", {row(1, "1"), row(2, "2")});
-  EXPECT_FALSE(storage->edit(
-      "l", {.replacesAll = false, .removed = {{1, 2}}, .appended = {row(3, "3"), row(2, "4")}}));
+  EXPECT_EQ(
+      storage->edit(
+          "l", {.replacesAll = false, .removed = {{1, 2}}, .appended = {row(3, "3"), row(2, "4")}}),
+      Larder::EditOutcome::failed);
   EXPECT_EQ(text(storage, "l"), "[1,2]");
 }
 

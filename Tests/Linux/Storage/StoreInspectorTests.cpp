@@ -93,7 +93,7 @@ TEST_F(StoreInspectorTests, aReaderChangesNothing) {
     const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
     (*inspector)->storage()->write("k", {"2"});
     (*inspector)->storage()->remove("other");
-    EXPECT_FALSE((*inspector)->keyValues()->edit("l", {}));
+    EXPECT_EQ((*inspector)->keyValues()->edit("l", {}), Larder::EditOutcome::failed);
   }
   EXPECT_EQ(host()->read("k")->data().bytes, "1");
 }
