@@ -28,6 +28,7 @@ Event parseEvent(element event) {
           .type = text(event, "type"),
           .timestamp = event["timestamp"].get_double().value(),
           .data = simdjson::minify(event["data"].value()),
+          .userInfo = simdjson::minify(event["user"]["info"].value()),
           .userIDs = simdjson::minify(event["user"]["ids"].value())};
 }
 
@@ -41,8 +42,9 @@ Event rowEvent(sqlite3_stmt* row) {
           .timestamp = sqlite3_column_double(row, 2),
           .requestTimestamp = sqlite3_column_double(row, 3),
           .data = column(row, 4),
-          .userIDs = column(row, 5),
-          .duplicates = sqlite3_column_int64(row, 6)};
+          .userInfo = column(row, 5),
+          .userIDs = column(row, 6),
+          .duplicates = sqlite3_column_int64(row, 7)};
 }
 
 }  // namespace
@@ -64,8 +66,8 @@ std::vector<Event> collected(const std::filesystem::path& database) {
   sqlite3_busy_timeout(connection, 5000);
   sqlite3_stmt* row = nullptr;
   sqlite3_prepare_v2(connection,
-                     "SELECT id, type, timestamp, request_timestamp, data, user_ids, duplicates "
-                     "FROM events ORDER BY rowid",
+                     "SELECT id, type, timestamp, request_timestamp, data, user_info, user_ids, "
+                     "duplicates FROM events ORDER BY rowid",
                      -1, &row, nullptr);
   const std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)> finalizer(row, sqlite3_finalize);
   std::vector<Event> events;

@@ -14,8 +14,9 @@ struct Event {
   std::string type;
   double timestamp = 0;
   double requestTimestamp = 0;
-  std::string data;     ///< JSON text
-  std::string userIDs;  ///< JSON text
+  std::string data;      ///< JSON text
+  std::string userInfo;  ///< JSON text
+  std::string userIDs;   ///< JSON text
   std::int64_t duplicates = 0;
 
   bool has(std::string_view json) const { return data.find(json) != data.npos; }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "EndToEnd/Folder.h"
+#include "EndToEnd/JSONParts.h"
 #include "EndToEnd/Processes.h"
 #include "EndToEnd/Servers.h"
 
@@ -44,6 +45,10 @@ class Host {
   std::string ask(const std::string& line) {
     process.send(line);
     return process.receive();
+  }
+  /// The JSON text of a property of the facade.
+  std::string read(const std::string& property) {
+    return partOf(ask(R"({"op":")" + property + "\"}"), "/value");
   }
   void start() { call(R"({"op":"start"})"); }
   void enterBackground() { call(R"({"op":"didEnterBackground"})"); }

@@ -47,7 +47,7 @@ void dropRights() {
   ::dup2(errors, STDERR_FILENO);
   if (asNobody) dropRights();
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  ::execv(KITE_TOOL_PATH, arguments);
+  ::execv(*arguments, arguments);
   ::_exit(127);
 }
 
@@ -57,7 +57,7 @@ int exitStatus(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -W
 
 Process::Process(const Arguments& arguments, const Surroundings& surroundings) {
   std::signal(SIGPIPE, SIG_IGN);
-  Arguments all{"kite"};
+  Arguments all{surroundings.program.value_or(KITE_TOOL_PATH)};
   all.insert(all.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
   for (auto& argument : all) pointers.push_back(argument.data());
@@ -143,9 +143,10 @@ int Process::wait() {
   return _status.value_or(-1);
 }
 
-Finished run(const Arguments& arguments, const std::string& input) {
+Finished run(const Arguments& arguments, const std::string& input,
+             const std::optional<std::filesystem::path>& program) {
   const Folder folder;
-  Process process(arguments, {.errors = folder / "errors"});
+  Process process(arguments, {.errors = folder / "errors", .program = program});
   if (!input.empty()) process.send(input);
   process.endInput();
   auto output = process.receiveAll();

@@ -12,14 +12,15 @@ namespace kite::test {
 
 using Arguments = std::vector<std::string>;
 
-/// A `kite` process. It does not outlive its object. What goes wrong with it is thrown as
-/// `std::runtime_error`, which fails the test.
+/// A process, `kite` by default. It does not outlive its object. What goes wrong with it is thrown
+/// as `std::runtime_error`, which fails the test.
 class Process {
  public:
   struct Surroundings {
     std::optional<std::filesystem::path> output = {};  ///< else `receive` reads it
     std::filesystem::path errors;
     bool asNobody = false;  ///< without the rights of root, when the test has them
+    std::optional<std::filesystem::path> program = {};  ///< else `kite`
   };
 
   Process(const Arguments& arguments, const Surroundings& surroundings);
@@ -49,13 +50,14 @@ class Process {
   std::optional<int> _status;
 };
 
-/// What a `kite` command that ends by itself leaves behind.
+/// What a command that ends by itself leaves behind.
 struct Finished {
   int status;
   std::string output;
   std::string errors;
 };
-Finished run(const Arguments& arguments, const std::string& input = "");
+Finished run(const Arguments& arguments, const std::string& input = "",
+             const std::optional<std::filesystem::path>& program = {});
 
 /// Polls until `isDone`; false after `seconds`.
 bool eventually(const std::function<bool()>& isDone, double seconds = 20);
