@@ -71,5 +71,19 @@ class Samples(unittest.TestCase):
         self.assertEqual(self.run_with("int main() { return 1; }\n"), 1)
 
 
+class TestMap(unittest.TestCase):
+    def result(self, readme):
+        return run("check_test_map.py", {"Tests/README.md": readme, "Tests/A.cpp": "TEST_F(Suite, does) {}\n"})
+
+    def test_a_test_that_is_there_passes(self):
+        self.assertEqual(self.result("| a behaviour | `Suite.does` |"), 0)
+
+    def test_a_test_that_is_not_there_fails(self):
+        self.assertEqual(self.result("| a behaviour | `Suite.doesNot` |"), 1)
+
+    def test_a_map_that_names_nothing_fails(self):
+        self.assertEqual(self.result("none"), 1)
+
+
 if __name__ == "__main__":
     unittest.main()
