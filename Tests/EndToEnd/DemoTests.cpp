@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <simdjson.h>
 
+#include <algorithm>
 #include <set>
 
 namespace kite::test {
@@ -25,6 +26,7 @@ TEST(Demo, deliversEverythingThatItTracked) {
   EXPECT_THAT(std::set<std::string>(all.begin(), all.end()),
               testing::IsSupersetOf({"UserInfoUpdated", "Install", "Session", "UserAction",
                                      "Orders", "DebugEvent", "ExperimentSegmentReceived"}));
+  EXPECT_EQ(std::count(all.begin(), all.end(), "Install"), 3);  // new, updated, installed again
   EXPECT_TRUE(queued(folder / "demo").empty());
 }
 

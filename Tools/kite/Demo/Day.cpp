@@ -26,8 +26,10 @@ void Day::play() {
   firstLaunch();
   pocketAndBack();
   update();
+  reinstall();
   crashAndRelaunch();
   changeOfMind();
+  sessionsByHand();
   goodNight();
 }
 
@@ -64,8 +66,8 @@ void Day::pocketAndBack() {
 
 void Day::update() {
   _stage.announce("a new version, and the user signs up");
-  _stage.launch(
-      {"--endpoint", _stage.collector().url(), "--app-version", "1.1", "--bundle-version", "110"});
+  _stage.launch({"--endpoint", _stage.collector().url(), "--app-version", "1.1", "--bundle-version",
+                 "110", "--sync-on-session-end"});
   auto& ledger = _stage.ledger();
   ledger.expect("UserInfoUpdated");
   ledger.expect("Install", "update");
@@ -74,9 +76,23 @@ void Day::update() {
                   {{"with", JSONValue::Object{{"nickname", "Aroha"}, {"summits", 36}}}});
   updatedUserInfo("monetizationFieldsDidChange",
                   {{"newValue", JSONValue::Object{{"plan", "yearly"}, {"price", 29.99}}}});
+  updatedUserInfo("isBaselineUserDidChange", {{"newValue", true}});
   updatedUserInfo("isFreeUserDidChange", {{"newValue", false}});
   _stage.call("isFreeUserDidChange", {{"newValue", false}});  // nothing changes
   trackSome(_events * 3 / 10);
+  enterBackground();
+  _stage.settle();
+  _stage.drain();  // what waits would go with the application
+  _stage.quit();
+}
+
+void Day::reinstall() {
+  _stage.announce("removed and installed again; the secrets survive");
+  _stage.uninstall();
+  _stage.launch(
+      {"--endpoint", _stage.collector().url(), "--app-version", "1.1", "--bundle-version", "110"});
+  _stage.ledger().expect("Install", "again");
+  _stage.ledger().expect("Session", "start");
   _stage.settle();
 }
 
@@ -104,9 +120,21 @@ void Day::changeOfMind() {
   trackSome(_events > _step ? _events - _step : 0);
 }
 
+void Day::sessionsByHand() {
+  _stage.announce("launched again, with sessions by hand");
+  enterBackground();
+  _stage.settle();
+  _stage.drain();
+  _stage.quit();
+  _stage.launch({"--endpoint", _stage.collector().url(), "--app-version", "1.1", "--bundle-version",
+                 "110", "--sync-on-session-end", "--sessions", "manual"});
+  triggerSession("triggerSessionStart", "start");
+  trackUserAction("guided_tour", circumstances(_step));
+}
+
 void Day::goodNight() {
   _stage.announce("good night; the rest leaves in the background");
-  enterBackground();
+  triggerSession("triggerSessionEnd", "end");
   _stage.settle();
   _stage.drain();
   _stage.quit();
@@ -115,6 +143,11 @@ void Day::goodNight() {
 void Day::updatedUserInfo(const std::string& op, JSONValue::Object members) {
   _stage.call(op, std::move(members));
   _stage.ledger().expect("UserInfoUpdated");
+}
+
+void Day::triggerSession(const std::string& op, const std::string& detail) {
+  _stage.call(op);
+  _stage.ledger().expect("Session", detail);
 }
 
 void Day::enterForeground() {

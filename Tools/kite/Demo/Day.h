@@ -19,11 +19,14 @@ class Day {
   void firstLaunch();
   void pocketAndBack();
   void update();
+  void reinstall();
   void crashAndRelaunch();
   void changeOfMind();
+  void sessionsByHand();
   void goodNight();
 
   void updatedUserInfo(const std::string& op, JSONValue::Object members);
+  void triggerSession(const std::string& op, const std::string& detail);
   void enterForeground();
   void enterBackground();
   void trackSome(std::size_t count);

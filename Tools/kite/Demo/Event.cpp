@@ -32,7 +32,12 @@ std::string Event::detail() const {
     if (subtype && *subtype == JSONValue("session_start")) return "start";
     return isTrue(member(data, "crashed")) ? "end after a crash" : "end";
   }
-  if (type == "Install") return member(data, "old_app_version") ? "update" : "first";
+  if (type == "Install") {
+    const auto* oldVersion = member(data, "old_app_version");
+    const auto* newVersion = member(data, "new_app_version");
+    if (!oldVersion) return "first";
+    return newVersion && *oldVersion == *newVersion ? "again" : "update";
+  }
   return "";
 }
 

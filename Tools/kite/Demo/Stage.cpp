@@ -64,6 +64,8 @@ void Stage::quit() { _host->quit(); }
 
 void Stage::crash() { _host->crash(); }
 
+void Stage::uninstall() { std::filesystem::remove_all(_folder / "app"); }
+
 std::vector<Event> Stage::keptEvents() const {
   // The queue first: what leaves it meanwhile is at the collector already.
   auto pending = pendingEvents(_folder);

@@ -28,6 +28,8 @@ class Stage {
   void call(const std::string& op, JSONValue::Object members = {});
   void quit();
   void crash();
+  /// Takes the application off the machine; its secrets survive, as on a phone.
+  void uninstall();
 
   /// Waits until every tracked event is on disk or at the collector, so that even a crash loses
   /// none.
