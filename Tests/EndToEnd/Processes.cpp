@@ -45,9 +45,10 @@ void dropRights() {
   ::dup2(input, STDIN_FILENO);
   ::dup2(output, STDOUT_FILENO);
   ::dup2(errors, STDERR_FILENO);
+  const int program = ::open(*arguments, O_PATH | O_CLOEXEC);  // nobody may not reach it by name
   if (asNobody) dropRights();
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  ::execv(*arguments, arguments);
+  ::fexecve(program, arguments, environ);
   ::_exit(127);
 }
 
