@@ -48,7 +48,7 @@ void dropRights() {
   const int program = ::open(*arguments, O_PATH | O_CLOEXEC);  // nobody may not reach it by name
   if (asNobody) dropRights();
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  ::fexecve(program, arguments, environ);
+  asNobody ? ::fexecve(program, arguments, environ) : ::execv(*arguments, arguments);
   ::_exit(127);
 }
 
