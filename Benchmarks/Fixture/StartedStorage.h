@@ -1,0 +1,61 @@
+#pragma once
+
+#include <Kite/Linux/LinuxPlatform.h>
+
+#include "Core/EventStorageImpl.h"
+#include "Fixture/HandScheduler.h"
+#include "Fixture/QuietSystem.h"
+#include "Fixture/ReferenceEvent.h"
+#include "Fixture/Settle.h"
+
+#include <filesystem>
+#include <memory>
+#include <set>
+#include <string>
+
+namespace kite::bench {
+
+/// The pending events in a real store, without the rest of a facade.
+class StartedStorage {
+ public:
+  explicit StartedStorage(const std::filesystem::path& folder, bool isInBackground = false,
+                          std::shared_ptr<Tempra::Queue> queue = Linux::workerQueue("kite.storage"))
+      : _queue(std::move(queue)), _store(Linux::sqliteKVStorage(folder, quietSystem())) {
+    _events->start({.backgroundChecker = {[isInBackground] { return isInBackground; }},
+                    .scheduler = _timers,
+                    .eventStorageQueue = _queue,
+                    .kvStorage = _store,
+                    .sessionListener = SessionListener::manual().witness});
+  }
+
+  /// New events of one user.
+  void insert(int count) {
+    for (int i = 0; i < count; ++i) _events->insert(event(_user, _inserted++));
+    settle(*_queue);
+  }
+  /// Removes the oldest ones, as when a batch has been accepted.
+  void accept(std::size_t count) {
+    std::set<std::string> ids;
+    for (const auto& event : pending().first(count)) ids.insert(event->id());
+    _events->removeEvents(std::move(ids));
+    settle(*_queue);
+  }
+  void flush() {
+    _timers->fire(EventStorageImpl::syncInterval);
+    settle(*_queue);
+  }
+  EventList pending() const { return _events->pendingEvents(); }
+  std::string storedText() const {
+    return _store->read(EventStorageImpl::pendingEventsKey)->data().bytes;
+  }
+
+ private:
+  const Shared<User> _user = Shared<User>(user());
+  const std::shared_ptr<HandScheduler> _timers = std::make_shared<HandScheduler>();
+  const std::shared_ptr<Tempra::Queue> _queue;
+  const std::shared_ptr<Larder::KVStorage> _store;
+  const std::shared_ptr<EventStorageImpl> _events = std::make_shared<EventStorageImpl>();
+  int _inserted = 0;
+};
+
+}  // namespace kite::bench

@@ -1,0 +1,69 @@
+#include "Fixture/Latencies.h"
+#include "Fixture/RawRows.h"
+#include "Fixture/ReferenceEvent.h"
+#include "Fixture/Scaled.h"
+#include "Fixture/StartedStorage.h"
+#include "Support/Queues.h"
+#include "Support/TemporaryFolder.h"
+
+namespace kite::bench {
+namespace {
+
+constexpr int batchSize = 500;
+
+/// So many events on the disk, and as many plain rows beside them. All on one thread: what a
+/// hand-over costs is measured elsewhere.
+struct StoredEvents {
+  explicit StoredEvents(std::int64_t count)
+      : storage(folder.path(), /*isInBackground=*/false, std::make_shared<test::ImmediateQueue>()),
+        rows(folder.path()) {
+    storage.insert(static_cast<int>(count));
+    storage.flush();
+    rows.fill(count, texts);
+  }
+
+  const std::vector<std::string> texts = eventTexts(batchSize);
+  test::TemporaryFolder folder;
+  StartedStorage storage;
+  RawRows rows;
+};
+
+/// The periodic flush after a batch of new events; and as many rows in one transaction.
+void flush(benchmark::State& state) {
+  StoredEvents stored(scaled(state.range(0)));
+  Comparison flushes(state);
+  for (auto _ : state) {
+    stored.storage.insert(batchSize);
+    flushes.round([&] { stored.storage.flush(); }, [&] { stored.rows.insert(stored.texts); });
+    stored.storage.accept(batchSize);
+    stored.storage.flush();
+    stored.rows.removeFirst(batchSize);
+  }
+}
+
+/// An accepted batch leaves the pending events, in memory and on the disk; and as many rows in one
+/// transaction.
+void accept(benchmark::State& state) {
+  StoredEvents stored(scaled(state.range(0)) + batchSize);
+  Comparison acceptances(state);
+  for (auto _ : state) {
+    const auto accept = [&] {
+      stored.storage.accept(batchSize);
+      stored.storage.flush();
+    };
+    acceptances.round(accept, [&] { stored.rows.removeFirst(batchSize); });
+    stored.storage.insert(batchSize);
+    stored.storage.flush();
+    stored.rows.insert(stored.texts);
+  }
+}
+
+const auto rounds = scaled(40);
+constexpr auto unit = benchmark::kMicrosecond;
+BENCHMARK(flush)->Arg(1000)->Arg(10000)->Arg(100000)->Iterations(rounds)->UseManualTime()->Unit(
+    unit);
+BENCHMARK(accept)->Arg(1000)->Arg(10000)->Arg(100000)->Iterations(rounds)->UseManualTime()->Unit(
+    unit);
+
+}  // namespace
+}  // namespace kite::bench

@@ -1,0 +1,122 @@
+"""The rows of the table: which figure of which benchmark, the limit beside it, and what is to be reached."""
+
+from dataclasses import dataclass, field
+from typing import Callable, Optional
+
+
+@dataclass(frozen=True)
+class Source:
+    """A counter of a benchmark, or of several runs of it the median."""
+
+    benchmark: str
+    counter: str
+    scale: float = 1
+
+
+@dataclass(frozen=True)
+class Bar:
+    text: str
+    is_reached: Callable
+
+
+@dataclass(frozen=True)
+class Row:
+    name: str
+    unit: str
+    figure: Source
+    limit: Optional[Source] = None
+    bars: tuple = field(default=())
+
+
+def at_most(bound):
+    return Bar(f"at most {bound:,g}", lambda figure, limit, value: figure <= bound)
+
+
+def at_least(bound):
+    return Bar(f"at least {bound:,g}", lambda figure, limit, value: figure >= bound)
+
+
+def below(bound):
+    return Bar(f"under {bound:,g}", lambda figure, limit, value: figure < bound)
+
+
+def times_the_limit(factor):
+    return Bar(f"at most {factor:g}x", lambda figure, limit, value: figure <= factor * limit)
+
+
+def times(factor, source, words):
+    return Bar(f"at most {factor:g}x of {words}", lambda figure, limit, value: figure <= factor * value(source))
+
+
+def at_least_times(factor, source, words):
+    return Bar(f"at least {factor:g}x of {words}", lambda figure, limit, value: figure >= factor * value(source))
+
+
+NOTHING = at_most(0)
+ONE, TWO = "track/threads:1", "track/threads:2"
+
+
+def track(threads, counter, unit, *bars):
+    return Row(f"track/threads:{threads} {'p50' if counter == 'p50_us' else 'p99' if counter == 'p99_us' else 'rate'}",
+               unit, Source(f"track/threads:{threads}", counter), Source(f"track/limit/threads:{threads}", counter), bars)
+
+
+def compared(name, benchmark, counter, unit, *bars, scale=1.0):
+    """A figure and the limit that was measured in turn with it."""
+    return Row(name, unit, Source(benchmark, counter, scale), Source(benchmark, f"limit_{counter}", scale), bars)
+
+
+def median_of(benchmark, *bars):
+    return compared(benchmark, benchmark, "p50_us", "us", *bars)
+
+
+# A group is what runs in one process: its name begins the names of its benchmarks. With it, how often it is repeated.
+GROUPS = {
+    "track": 5,
+    "track_during_flush": 3,
+    "background_insert": 3,
+    "flush": 3,
+    "accept": 3,
+    "snapshot": 3,
+    "body": 3,
+    "upload": 5,
+    "load": 3,
+    "memory": 1,
+    "idle": 1,
+    "size": 1,
+}
+
+ROWS = [
+    track(1, "p50_us", "us", at_most(1.0), times_the_limit(4)),
+    track(1, "p99_us", "us", at_most(6)),
+    track(1, "items_per_second", "1/s", at_least(600_000)),
+    track(2, "p50_us", "us"),
+    track(2, "p99_us", "us"),
+    track(2, "items_per_second", "1/s", at_least_times(1.2, Source(ONE, "items_per_second"), "one thread")),
+    Row("track/threads:2 lost", "events", Source("track/lost", "lost"), None, (NOTHING,)),
+    Row("track_during_flush p99.9", "us", Source("track_during_flush/100000", "p999_us"), Source(ONE, "p99_us"),
+        (times_the_limit(10),)),
+    median_of("background_insert/0"),
+    median_of("background_insert/1000"),
+    median_of("background_insert/10000"),
+    median_of("background_insert/100000", times(1.25, Source("background_insert/0", "p50_us"), "empty"),
+              times_the_limit(4)),
+    median_of("flush/1000"),
+    median_of("flush/10000"),
+    median_of("flush/100000", times_the_limit(3)),
+    median_of("accept/1000"),
+    median_of("accept/10000"),
+    median_of("accept/100000", times_the_limit(3)),
+    median_of("snapshot/1000"),
+    median_of("snapshot/10000"),
+    median_of("snapshot/100000", at_most(20)),
+    median_of("body/500", times_the_limit(1.12)),
+    compared("upload/10000 rate", "upload/10000", "events_per_second", "1/s", at_least(90_000)),
+    compared("upload/10000 CPU an event", "upload/10000", "cpu_us_per_event", "us", at_most(10)),
+    compared("load/10000", "load/10000", "p50_us", "ms", times_the_limit(3), at_most(20), scale=1e-3),
+    Row("memory/100000 an event", "bytes", Source("memory/100000", "bytes_per_event"),
+        Source("memory/100000", "text_bytes"), (times_the_limit(0.65),)),
+    compared("idle wake-ups a minute", "idle", "wakeups_per_minute", "", times_the_limit(1)),
+    compared("idle CPU a minute", "idle", "cpu_ms_per_minute", "ms", below(2)),
+    Row("size", "kB", Source("size", "kilobytes"), None, (at_most(450),)),
+]

@@ -1,0 +1,44 @@
+#include "Counts/Anywhere/CountedAllocations.h"
+#include "Fixture/ReferenceEvent.h"
+#include "Fixture/StartedHost.h"
+#include "Support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace kite::test {
+namespace {
+
+constexpr std::size_t callCount = 1000;
+
+/// Made by the tracking calls themselves, not by the host that builds their properties. Now and
+/// then the queue grows; that is less than one in a call.
+std::uint64_t allocationsOfOneCall(KiteManager& kite) {
+  std::vector<KiteData> properties(callCount, bench::actionProperties());
+  kite.trackUserAction(bench::actionName, bench::actionProperties());
+  const auto before = allocationsOfThisThread();
+  for (auto& each : properties) kite.trackUserAction(bench::actionName, std::move(each));
+  return (allocationsOfThisThread() - before) / callCount;
+}
+
+TEST(AllocationCountTests, aTrackingCallAllocatesAtMostFifteenTimes) {
+  const TemporaryFolder folder;
+  bench::HandDrivenHost host({.folder = folder.path()});
+  EXPECT_LE(allocationsOfOneCall(host->kite()), 15U);
+}
+
+TEST(AllocationCountTests, aTrackingCallCopiesNothingOfAProfileOrASessionHoweverLarge) {
+  const TemporaryFolder folder;
+  bench::HandDrivenHost host({.folder = folder.path()});
+  const auto ofSmallOnes = allocationsOfOneCall(host->kite());
+  KiteData fields;
+  for (int i = 0; i < 500; ++i) fields.emplace("field" + std::to_string(i), i);
+  host->kite().updateUserInfo(fields);
+  host->kite().updateSessionData(fields);
+  EXPECT_EQ(allocationsOfOneCall(host->kite()), ofSmallOnes);
+}
+
+}  // namespace
+}  // namespace kite::test

@@ -1,0 +1,37 @@
+#include "Counts/Anywhere/CountedAllocations.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+thread_local std::uint64_t allocations = 0;
+
+void* counted(void* memory) {
+  ++allocations;
+  if (!memory) throw std::bad_alloc();
+  return memory;
+}
+std::size_t roundedUp(std::size_t size, std::size_t alignment) {
+  return (size + alignment - 1) / alignment * alignment;
+}
+
+}  // namespace
+
+std::uint64_t kite::test::allocationsOfThisThread() { return allocations; }
+
+// The forms for arrays come down to these, except under a sanitizer, whose own ones stay together.
+void* operator new(std::size_t size) { return counted(std::malloc(size)); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  ++allocations;
+  return std::malloc(size);
+}
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  const auto least = static_cast<std::size_t>(alignment);
+  return counted(std::aligned_alloc(least, roundedUp(size, least)));
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { std::free(memory); }

@@ -1,0 +1,65 @@
+#include "Counts/Uninstrumented/TracedCalls.h"
+#include "Fixture/ReferenceEvent.h"
+#include "Fixture/StartedHost.h"
+#include "Support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+#include <sched.h>
+
+#include <filesystem>
+#include <fstream>
+#include <semaphore>
+#include <string>
+
+namespace kite::test {
+namespace {
+
+using testing::Each;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::Truly;
+
+/// Whether this process' thread of that name sleeps.
+bool isAsleep(const std::string& name) {
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream stat(thread.path() / "stat");
+    std::string text;
+    std::getline(stat, text);
+    if (text.find('(' + name + ") S") != std::string::npos) return true;
+  }
+  return false;
+}
+
+TEST(SystemCallTests, aTrackingCallMakesNoneWhileTheStorageIsBusy) {
+  const TemporaryFolder folder;
+  EXPECT_THAT(systemCalls([&](const Watch& watch) {
+                bench::HandDrivenHost host({.folder = folder.path()});
+                host->track(10);
+                std::binary_semaphore mayGoOn(0);
+                host->storageQueue().run([&] { mayGoOn.acquire(); });
+                host->track(10);
+                watch([&] { host->track(1000); });
+                mayGoOn.release();
+                host->settleStorage();
+              }),
+              IsEmpty());
+}
+
+TEST(SystemCallTests, aTrackingCallMakesOneThatWakesASleepingWorker) {
+  const TemporaryFolder folder;
+  constexpr int count = 20;
+  const auto calls = systemCalls([&](const Watch& watch) {
+    bench::HandDrivenHost host({.folder = folder.path()});
+    host->track(10);
+    for (int i = 0; i < count; ++i) {
+      while (!isAsleep("kite.storage")) ::sched_yield();
+      watch([&] { host->track(1); });
+    }
+    host->settleStorage();
+  });
+  EXPECT_THAT(calls, SizeIs(count));
+  EXPECT_THAT(calls, Each(Truly([](const auto& call) { return call.wakesASleeper(); })));
+}
+
+}  // namespace
+}  // namespace kite::test
