@@ -165,8 +165,8 @@ Outcome RowStore::rows(std::string_view key, Rows& rows) {
 }
 
 Outcome RowStore::put(std::string_view key, const SavedValue& value) {
-  const auto outcome = _database->transaction(
-      [&] { return worse(removeRows(key, allOrdinals), putValue(key, value)); });
+  const auto outcome =
+      _database->transaction([&] { return worse(removeList(key), putValue(key, value)); });
   if (outcome == Outcome::done) forgetList(key);
   return outcome;
 }
@@ -182,7 +182,7 @@ Outcome RowStore::putValue(std::string_view key, const SavedValue& value) {
 
 Outcome RowStore::remove(std::string_view key) {
   const auto outcome = _database->transaction(
-      [&] { return worse(removeRows(key, allOrdinals), _removeValue.bind(0, key).run()); });
+      [&] { return worse(removeList(key), _removeValue.bind(0, key).run()); });
   if (outcome == Outcome::done) forgetList(key);
   return outcome;
 }
@@ -191,12 +191,13 @@ void RowStore::forgetList(std::string_view key) {
   if (const auto found = _lists.find(key); found != _lists.end()) _lists.erase(found);
 }
 
-Outcome RowStore::removeRows(std::string_view key, Larder::OrdinalRange range) {
+Outcome RowStore::removeList(std::string_view key) {
   const auto found = _lists.find(key);
-  if (found == _lists.end()) return Outcome::done;
-  return _removeRows.bind(0, placeOf(found->second, range.first))
-      .bind(1, placeOf(found->second, range.end))
-      .run();
+  return found == _lists.end() ? Outcome::done : removeRows(found->second, allOrdinals);
+}
+
+Outcome RowStore::removeRows(std::int64_t list, Larder::OrdinalRange range) {
+  return _removeRows.bind(0, placeOf(list, range.first)).bind(1, placeOf(list, range.end)).run();
 }
 
 Outcome RowStore::edit(std::string_view key, const Larder::ListEdit& edit) {
@@ -206,12 +207,14 @@ Outcome RowStore::edit(std::string_view key, const Larder::ListEdit& edit) {
 }
 
 Outcome RowStore::edited(std::string_view key, const Larder::ListEdit& edit) {
+  // Of a list that is not known yet, damaged rows may be left at its places.
+  const auto list = numberFor(key);
   auto outcome = Outcome::done;
   if (!_lists.contains(key)) outcome = putValue(key, {ValueKind::list, ""});
-  if (edit.replacesAll) outcome = worse(outcome, removeRows(key, allOrdinals));
+  if (edit.replacesAll) outcome = worse(outcome, removeRows(list, allOrdinals));
   for (const auto& range : edit.removed) {
     if (outcome != Outcome::done) return outcome;
-    outcome = removeRows(key, range);
+    outcome = removeRows(list, range);
   }
   for (const auto& row : edit.appended) {
     if (outcome != Outcome::done) return outcome;

@@ -73,14 +73,16 @@ class RowStore {
   std::int64_t numberFor(std::string_view key) const;
   void forgetList(std::string_view key);
   Outcome putValue(std::string_view key, const SavedValue& value);
-  Outcome removeRows(std::string_view key, Larder::OrdinalRange range);
+  Outcome removeList(std::string_view key);
+  Outcome removeRows(std::int64_t list, Larder::OrdinalRange range);
   Outcome edited(std::string_view key, const Larder::ListEdit& edit);
   Outcome insertRow(std::string_view key, std::uint64_t ordinal, std::string_view bytes);
   Outcome salvageRows(Database& other, const char* query, std::size_t& recovered);
 
   std::unique_ptr<Database> _database;
   Statement _putValue, _removeValue, _insertRow, _removeRows, _selectRows;
-  std::map<std::string, std::int64_t, std::less<>> _lists;  // numbers of lists that have an entry
+  std::map<std::string, std::int64_t, std::less<>>
+      _lists;  // the numbers of those with sound rows, or edited
   std::string _scratch;
 };
 

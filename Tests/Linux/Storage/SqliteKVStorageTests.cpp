@@ -277,6 +277,21 @@ TEST_F(SqliteKVStorageTests, aDroppedElementMakesRoomForAnother) {
   EXPECT_EQ(text(storage, "l"), "[1,new]");
 }
 
+TEST_F(SqliteKVStorageTests, aListOfDamagedElementsAloneMakesRoomForOthers) {
+  append(*open(), "l", {row(1, "1"), row(2, "2")});
+  RawDatabase(file).execute("UPDATE list_rows SET bytes=x'39'");
+  {
+    const auto storage = open();
+    EXPECT_EQ(text(storage, "l"), "[]");
+    EXPECT_TRUE(append(*storage, "l", {row(1, "new")}));
+  }
+  EXPECT_EQ(savedText("l"), "[new]");
+  RawDatabase(file).execute("UPDATE list_rows SET bytes=x'39'");
+  EXPECT_EQ(open()->edit("l", {.replacesAll = true, .removed = {}, .appended = {row(1, "3")}}),
+            Larder::EditOutcome::saved);
+  EXPECT_EQ(savedText("l"), "[3]");
+}
+
 TEST_F(SqliteKVStorageTests, setsAFileAsideThatIsNoDatabase) {
   std::filesystem::create_directories(folder);
   std::ofstream(file) << std::string(5000, 'x');
