@@ -59,11 +59,7 @@ class KITE_EXPORT JSONValue {
   JSONValue(const JSONValue&) = default;
   JSONValue(JSONValue&& other) noexcept : _value(std::move(other._value)) { other._value = Null{}; }
   JSONValue& operator=(const JSONValue& other) { return *this = JSONValue(other); }
-  JSONValue& operator=(JSONValue&& other) noexcept {
-    _value.swap(other._value);
-    other._value = Null{};
-    return *this;
-  }
+  JSONValue& operator=(JSONValue&& other) noexcept;
   ~JSONValue() = default;
 
   Kind kind() const { return static_cast<Kind>(_value.index()); }
@@ -85,6 +81,8 @@ class KITE_EXPORT JSONValue {
                Null>
       _value;
 };
+
+extern template class FlatMap<std::string, JSONValue>;
 
 static_assert(static_cast<int>(JSONValue::Kind::null) == 7,
               "the order of the cases is part of the contract");

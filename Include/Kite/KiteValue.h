@@ -16,12 +16,7 @@
 namespace kite {
 
 class KiteValue;
-
-/// What a host attaches to an event, a session or the user: names and values.
-///
-/// `{{"items", 3}, {"gift", true}, {"price", 12.5}}` reads just so; a nested map or list is spelled
-/// out, `KiteData{…}` or `std::vector{…}`.
-using KiteData = std::map<std::string, KiteValue, std::less<>>;
+class KiteData;
 
 /// Specialise it to make a type of the host's a `KiteValue`: `static JSONValue convert(const T&)`.
 /// A type with a member `JSONValue toJSONValue() const` needs no specialisation.
@@ -37,7 +32,8 @@ struct ToJSONValue<T> {
 };
 
 template <class T>
-concept KiteConvertible = !std::same_as<T, KiteValue> && requires(const T& value) {
+concept KiteConvertible =
+    !std::same_as<T, KiteValue> && !std::same_as<T, KiteData> && requires(const T& value) {
   { ToJSONValue<T>::convert(value) } -> std::same_as<JSONValue>;
 };
 
@@ -80,17 +76,14 @@ class KITE_EXPORT KiteValue {
   /// null.
   KiteValue(const DynamicValue& object);
   KiteValue(const KiteData& members);
-  KiteValue(KiteData&& members);
   KiteValue(const std::vector<KiteValue>& elements);
   KiteValue(std::vector<KiteValue>&& elements);
   template <class T>
   requires std::constructible_from<KiteValue, const T&> KiteValue(const std::vector<T>& elements)
       : KiteValue(std::vector<KiteValue>(elements.begin(), elements.end())) {}
   template <class T, class Compare>
-  requires(std::constructible_from<KiteValue, const T&> &&
-           !std::same_as<std::map<std::string, T, Compare>, KiteData>)
-      KiteValue(const std::map<std::string, T, Compare>& members)
-      : KiteValue(KiteData(members.begin(), members.end())) {}
+  requires std::constructible_from<KiteValue, const T&> KiteValue(
+      const std::map<std::string, T, Compare>& members);
   template <class T>
   requires std::constructible_from<KiteValue, const T&> KiteValue(const std::optional<T>& value)
       : KiteValue(value ? KiteValue(*value) : KiteValue()) {}
@@ -107,6 +100,7 @@ class KITE_EXPORT KiteValue {
   std::optional<T> as() const;
 
  private:
+  friend class KiteData;
   friend KITE_EXPORT std::optional<KiteValue> toKiteValue(const JSONValue& json);
 
   enum class Form : std::uint8_t {
@@ -116,6 +110,7 @@ class KITE_EXPORT KiteValue {
   };
   KiteValue(JSONValue json, Form form) : _json(std::move(json)), _form(form) {}
   JSONValue takeFrom(KiteValue child);
+  void requireJSON() const;
   bool isGone(const JSONValue& child) const { return _form == Form::stored && child.isNull(); }
 
   JSONValue _json;
@@ -140,9 +135,7 @@ KITE_EXPORT std::optional<std::vector<KiteValue>> KiteValue::as<std::vector<Kite
 /// Stored JSON on its way back to the host. Null gives nothing, and disappears from the objects and
 /// arrays that hold it.
 KITE_EXPORT std::optional<KiteValue> toKiteValue(const JSONValue& json);
-KITE_EXPORT KiteData toKiteValue(const JSONValue::Object& members);
-
-/// The host's data as the library keeps it.
-KITE_EXPORT JSONValue::Object toJSONObject(KiteData data);
 
 }  // namespace kite
+
+#include <Kite/KiteData.h>  // each is made of the other

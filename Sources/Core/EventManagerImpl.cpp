@@ -1,7 +1,6 @@
 #include "Core/EventManagerImpl.h"
 
 #include "Core/Event/ExperimentSegmentsReceived.h"
-#include "Core/Event/StoredEvent.h"
 #include "Core/EventStorage.h"
 #include "Core/UserInfo.h"
 
@@ -57,7 +56,10 @@ void EventManagerImpl::trackUserInfoUpdated(UserInfoUpdated::Payload payload) {
 }
 
 void EventManagerImpl::trackUserAction(UserAction::Payload payload) {
-  track([&](const auto&, const auto& user) { return UserAction(std::move(payload), user); });
+  if (!_isEnabled) return;
+  const auto dependencies = _dependencies.get();
+  dependencies->storage->insert(
+      {UserAction(std::move(payload), user(*dependencies)), dependencies->lumoID});
 }
 
 void EventManagerImpl::trackCustomEvent(std::string table, CustomEvent::Payload payload) {

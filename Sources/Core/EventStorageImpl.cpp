@@ -47,10 +47,10 @@ void EventStorageImpl::addObservers(const SessionListener& sessionListener) {
       weakly(weak_from_this(), [](EventStorageImpl& self) { self.onSessionEnd(); })));
 }
 
-void EventStorageImpl::insert(StoredEvent event) {
-  auto append = [event = std::move(event)](EventStorageImpl& self) {
+void EventStorageImpl::insert(TrackedEvent event) {
+  auto append = [event = std::move(event)](EventStorageImpl& self) mutable {
     auto events = self.pendingEvents();
-    events.append(self._encoder.encode(event));
+    events.append(self._encoder.encode(std::move(event).record()));
     self.updateMemoryPendingEvents(events);
   };
   _dependencies->eventStorageQueue->run(weakly(weak_from_this(), std::move(append)));

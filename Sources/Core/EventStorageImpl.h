@@ -29,7 +29,7 @@ class EventStorageImpl final : public EventStorage,
 
   void start(EventStorageDependencies dependencies) override;
   EventList pendingEvents() const override { return _pendingEvents.copy(); }
-  void insert(StoredEvent event) override;
+  void insert(TrackedEvent event) override;
   void removeEvents(std::set<std::string> ids) override;
 
   /// Whether the events in memory differ from what was last written.

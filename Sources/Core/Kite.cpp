@@ -140,7 +140,7 @@ void KiteState::trackDebugEvent(DebugEventArguments arguments) {
                                  .code = std::move(arguments.code),
                                  .type = std::move(arguments.type),
                                  .description = std::move(arguments.description),
-                                 .info = toJSONObject(std::move(arguments.info)),
+                                 .info = toJSONObject(arguments.info),
                                  .file = arguments.where.file,
                                  .function = arguments.where.function,
                                  .line = arguments.where.line});
@@ -188,8 +188,7 @@ void KiteManagerImpl::addSessionData(std::string_view key, const KiteValue& valu
 void KiteManagerImpl::updateSessionData(KiteData data) {
   const auto session = _state->sessionManager->currentSession();
   if (!_state->enabled) return;
-  _state->sessionManager->updateSessionData(
-      session->sessionData.merged(toJSONObject(std::move(data))));
+  _state->sessionManager->updateSessionData(session->sessionData.merged(toJSONObject(data)));
 }
 
 void KiteManagerImpl::addUserInfo(std::string_view key, const KiteValue& value) {
@@ -198,17 +197,16 @@ void KiteManagerImpl::addUserInfo(std::string_view key, const KiteValue& value) 
   _state->updateUserInfo({{repairedUTF8(key), value.toJSONValue()}});
 }
 
-void KiteManagerImpl::updateUserInfo(KiteData data) {
-  _state->updateUserInfo(toJSONObject(std::move(data)));
-}
+void KiteManagerImpl::updateUserInfo(KiteData data) { _state->updateUserInfo(toJSONObject(data)); }
 
 void KiteManagerImpl::trackUserAction(std::string_view name, KiteData data) {
   const Date now = _state->system.now();
   if (!_state->enabled || !_state->trackingConsent._canTrackUserAction(name)) return;
+  data.requireJSON();
   const bool inBackground = _state->dependencies->backgroundChecker.isInBackground();
   _state->eventManager->trackUserAction(
       _state->prepareUserActionData({.name = name,
-                                     .data = toJSONObject(std::move(data)),
+                                     .data = std::move(data),
                                      .now = now,
                                      .processId = _state->_currentProcessId.get(),
                                      .appIsInBackground = inBackground}));
@@ -218,7 +216,7 @@ void KiteManagerImpl::trackUserAction(std::string_view name, KiteData data) {
 void KiteManagerImpl::trackCustomEvent(std::string_view table, KiteData data) {
   if (!_state->enabled || _state->dependencies->backgroundChecker.isInBackground()) return;
   _state->eventManager->trackCustomEvent(repairedUTF8(table),
-                                         {.data = toJSONObject(std::move(data)),
+                                         {.data = toJSONObject(data),
                                           .id = _state->system.randomUUID(),
                                           .timestamp = _state->system.now().secondsSince1970});
 }
@@ -246,7 +244,7 @@ void KiteManagerImpl::trackExperimentSegmentsReceived(
 }
 
 void KiteManagerImpl::monetizationFieldsDidChange(KiteData newValue) {
-  _state->monetizationFieldsDidChange(toJSONObject(std::move(newValue)));
+  _state->monetizationFieldsDidChange(toJSONObject(newValue));
 }
 
 void KiteManagerImpl::isBaselineUserDidChange(bool newValue) {

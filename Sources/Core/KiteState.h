@@ -26,7 +26,7 @@ inline constexpr const char* facadeSourcePath = "Sources/Core/Kite";
 
 struct UserActionArguments {
   std::string_view name;
-  JSONValue::Object data;
+  KiteData data;
   Date now;
   UUID processId;
   bool appIsInBackground;

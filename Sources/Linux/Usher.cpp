@@ -3,7 +3,7 @@
 #include "Linux/Storage/PrivateFolder.h"
 #include "Values/JSONDecoder.h"
 
-#include <algorithm>
+#include <cstddef>
 #include <mutex>
 #include <utility>
 
@@ -77,25 +77,38 @@ void Manager::start(UsherDependencies given) {
 
 std::shared_ptr<const Ids> Manager::ids() const {
   const auto state = _state.get();
-  Values values;
-  for (const auto& [name, provider] : state->provided)
-    if (auto value = provider()) values.emplace_back(name, *std::move(value));
-  return _ids.with([&](std::shared_ptr<const Ids>& known) {
-    if (known && isCurrent(*known, *state, values)) return known;
-    auto ids = state->kept;
-    for (auto& [name, value] : values) ids.emplace(name, Id{std::move(value)});
-    known = std::make_shared<const Ids>(std::move(ids));
-    return known;
-  });
+  auto last = _last.copy();
+  if (last && last->state != state) last = nullptr;
+  if (auto values = changedValues(*state, last.get())) {
+    last = answer(state, *std::move(values));
+    _last.set(last);
+  }
+  return last->ids;
 }
 
-// Kept identifiers change at a new start only, and not even then in their own run.
-bool Manager::isCurrent(const Ids& ids, const State& state, const Values& values) {
-  return ids.size() == state.kept.size() + values.size() &&
-         std::all_of(values.begin(), values.end(), [&](const auto& item) {
-           const auto found = ids.find(item.first);
-           return found != ids.end() && found->second.value == item.second;
-         });
+// Asks the host for every identifier, once. While each is what it was, nothing is copied.
+std::optional<Manager::Values> Manager::changedValues(const State& state, const Answer* last) {
+  std::optional<Values> changed;
+  if (!last) changed.emplace();
+  for (std::size_t i = 0; const auto& [name, provider] : state.provided) {
+    auto value = provider();
+    if (!changed && value != last->values[i]) {
+      const auto begin = last->values.begin();
+      changed.emplace(begin, begin + static_cast<std::ptrdiff_t>(i));
+    }
+    if (changed) changed->push_back(std::move(value));
+    ++i;
+  }
+  return changed;
+}
+
+std::shared_ptr<const Manager::Answer> Manager::answer(const State* state, Values values) {
+  auto ids = state->kept;
+  for (std::size_t i = 0; const auto& [name, provider] : state->provided) {
+    if (const auto& value = values[i++]) ids.emplace(name, Id{*value});
+  }
+  return std::make_shared<const Answer>(
+      Answer{state, std::move(values), std::make_shared<const Ids>(std::move(ids))});
 }
 
 Id Manager::userDefaultsId() const { return _state->kept.find(userDefaultsName)->second; }

@@ -7,8 +7,8 @@
 #include "Base/Started.h"
 
 #include <memory>
+#include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -30,13 +30,21 @@ class Manager final : public UsherManager {
     Ids kept;
     CustomIdentifiers provided;  // by names that `kept` does not have
   };
-  using Values = std::vector<std::pair<std::string_view, std::string>>;
+  using Values = std::vector<std::optional<std::string>>;  // in the order of `provided`
 
-  static bool isCurrent(const Ids& ids, const State& state, const Values& values);
+  /// What the host answered last, and the identifiers that it makes.
+  struct Answer {
+    const State* state;
+    Values values;
+    std::shared_ptr<const Ids> ids;
+  };
+
+  static std::optional<Values> changedValues(const State& state, const Answer* last);
+  static std::shared_ptr<const Answer> answer(const State* state, Values values);
 
   System _system;
   Started<State> _state{"Call start before using the UsherManager", {}};
-  mutable Guarded<std::shared_ptr<const Ids>> _ids;
+  mutable Guarded<std::shared_ptr<const Answer>> _last;
 };
 
 inline constexpr Larder::Key<UUID> userDefaultsIdKey{"Kite-User-Defaults-Id"};

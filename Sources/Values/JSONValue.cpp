@@ -81,6 +81,14 @@ class Comparison {
 
 }  // namespace
 
+template class FlatMap<std::string, JSONValue>;
+
+JSONValue& JSONValue::operator=(JSONValue&& other) noexcept {
+  _value.swap(other._value);
+  other._value = Null{};
+  return *this;
+}
+
 JSONValue::JSONValue(std::string text) : _value(repairedUTF8(std::move(text))) {}
 JSONValue::JSONValue(std::string_view text) : _value(repairedUTF8(text)) {}
 JSONValue::JSONValue(const char* text) : JSONValue(std::string_view(text)) {}

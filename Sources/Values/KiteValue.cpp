@@ -37,15 +37,6 @@ KiteValue::KiteValue(const DynamicValue& object) {
   if (const auto* date = object.date()) *this = *date;
 }
 
-KiteValue::KiteValue(const KiteData& members) : KiteValue(KiteData(members)) {}
-
-KiteValue::KiteValue(KiteData&& members) {
-  JSONValue::Object::Entries entries;
-  entries.reserve(members.size());
-  for (auto& [key, value] : members) entries.emplace_back(key, takeFrom(std::move(value)));
-  _json = JSONValue::Object::fromUnsorted(std::move(entries));
-}
-
 KiteValue::KiteValue(const std::vector<KiteValue>& elements)
     : KiteValue(std::vector<KiteValue>(elements)) {}
 
@@ -65,16 +56,14 @@ JSONValue KiteValue::takeFrom(KiteValue child) {
 JSONValue KiteValue::toJSONValue() const& { return KiteValue(*this).toJSONValue(); }
 
 JSONValue KiteValue::toJSONValue() && {
-  switch (_form) {
-    case Form::plain:
-      return std::move(_json);
-    case Form::stored:
-      return hostJSON(_json);
-    case Form::outOfRange:
-      break;
-  }
+  requireJSON();
+  return _form == Form::stored ? hostJSON(_json) : std::move(_json);
+}
+
+void KiteValue::requireJSON() const {
+  if (_form != Form::outOfRange) return;
   fatalError("A number above the largest signed 64-bit integer has no JSON form",
-             {"KiteValue", __func__, __LINE__});
+             {"KiteValue", "toJSONValue()", __LINE__});
 }
 
 template <>
@@ -99,15 +88,6 @@ std::optional<Date> KiteValue::as<Date>() const {
 }
 
 template <>
-std::optional<KiteData> KiteValue::as<KiteData>() const {
-  if (_json.object() == nullptr || _form == Form::outOfRange) return std::nullopt;
-  KiteData data;
-  for (const auto& [key, value] : *_json.object())
-    if (!isGone(value)) data.emplace_hint(data.end(), key, KiteValue(value, _form));
-  return data;
-}
-
-template <>
 std::optional<std::vector<KiteValue>> KiteValue::as<std::vector<KiteValue>>() const {
   if (_json.array() == nullptr || _form == Form::outOfRange) return std::nullopt;
   std::vector<KiteValue> elements;
@@ -119,22 +99,6 @@ std::optional<std::vector<KiteValue>> KiteValue::as<std::vector<KiteValue>>() co
 std::optional<KiteValue> toKiteValue(const JSONValue& json) {
   if (json.isNull()) return std::nullopt;
   return KiteValue(json, KiteValue::Form::stored);
-}
-
-KiteData toKiteValue(const JSONValue::Object& members) {
-  KiteData data;
-  for (const auto& [key, value] : members)
-    if (auto converted = toKiteValue(value))
-      data.emplace_hint(data.end(), key, *std::move(converted));
-  return data;
-}
-
-JSONValue::Object toJSONObject(KiteData data) {
-  JSONValue::Object::Entries entries;
-  entries.reserve(data.size());
-  for (auto& [key, value] : data)
-    entries.emplace_back(repairedUTF8(std::string_view(key)), std::move(value).toJSONValue());
-  return JSONValue::Object::fromUnsorted(std::move(entries));
 }
 
 }  // namespace kite

@@ -80,7 +80,7 @@ TEST(Guarded, releasesItsLockBeforeTheOldValueDies) {
 
 TEST(Weakly, runsItsBodyOnlyWhileTheObjectLives) {
   auto object = std::make_shared<int>(0);
-  const auto add = weakly(std::weak_ptr(object), [](int& value, int amount) { value += amount; });
+  auto add = weakly(std::weak_ptr(object), [](int& value, int amount) { value += amount; });
   add(3);
   EXPECT_EQ(*object, 3);
   object.reset();

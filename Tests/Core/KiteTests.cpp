@@ -222,9 +222,9 @@ TEST_F(KiteTests, sessionDataIsMergedAndTheNewValueWins) {
   kite.updateSessionData({{"a", 1}, {"b", 1}});
   kite.updateSessionData({{"a", 2}});
   const auto data = kite.sessionDataKiteValue();
-  EXPECT_EQ(data.size(), 2U);
-  EXPECT_EQ(data.at("a").as<std::int64_t>(), 2);
-  EXPECT_EQ(data.at("b").as<std::int64_t>(), 1);
+  EXPECT_EQ(data.values().size(), 2U);
+  EXPECT_EQ(data.at("a")->as<std::int64_t>(), 2);
+  EXPECT_EQ(data.at("b")->as<std::int64_t>(), 1);
 }
 
 TEST_F(KiteTests, sessionDataReadsBackWithoutItsNulls) {
@@ -260,7 +260,7 @@ TEST_F(KiteTests, aSecondStartGoesOnWithTheNewBundle) {
   kite.start(second);
   kite.trackUserAction("a", {});
   EXPECT_EQ(*world.flushedEvents("UserAction").front().at("app"), JSONValue("trail-maps-pro"));
-  EXPECT_EQ(kite.userInfoKiteValue().at("country").as<std::string>(), "NZ");
+  EXPECT_EQ(kite.userInfoKiteValue().at("country")->as<std::string>(), "NZ");
   EXPECT_EQ(*dataOf("UserInfoUpdated").back().at("updated_keys"),
             JSONValue(JSONValue::Array{"country"}));
 }
@@ -306,7 +306,7 @@ TEST_F(KiteTests, experimentSegmentsAreStoredAsIntegersAndReportedEvenWhenTheyDo
   start();
   kite.trackExperimentSegmentsReceived({{"color", 2}});
   kite.trackExperimentSegmentsReceived({{"color", 2}});
-  EXPECT_EQ(kite.userInfoKiteValue().at("experiment").toJSONValue(),
+  EXPECT_EQ(kite.userInfoKiteValue().at("experiment")->toJSONValue(),
             JSONValue(Object{{"color", 2}}));
   EXPECT_THAT(dataOf("ExperimentSegmentReceived"), ElementsAre(Object{}, Object{}));
   EXPECT_EQ(*dataOf("UserInfoUpdated").back().at("updated_keys"),
@@ -318,7 +318,7 @@ TEST_F(KiteTests, experimentSegmentsAreStoredAsIntegersAndReportedEvenWhenTheyDo
 TEST_F(KiteTests, aValueThatIsAddedToTheUserInfoIsConvertedStoredAndReported) {
   start();
   kite.addUserInfo("registered", Date{12.5});
-  EXPECT_EQ(kite.userInfoKiteValue().at("registered").as<double>(), 12.5);
+  EXPECT_EQ(kite.userInfoKiteValue().at("registered")->as<double>(), 12.5);
   EXPECT_EQ(*dataOf("UserInfoUpdated").back().at("updated_keys"),
             JSONValue(JSONValue::Array{"registered"}));
 }
@@ -328,8 +328,8 @@ TEST_F(KiteTests, anUpdateOfTheUserInfoIsMergedStoredAndReported) {
   kite.updateUserInfo({{"a", 1}, {"b", 1}});
   kite.updateUserInfo({{"a", 2}});
   const auto info = kite.userInfoKiteValue();
-  EXPECT_EQ(info.at("a").as<std::int64_t>(), 2);
-  EXPECT_EQ(info.at("b").as<std::int64_t>(), 1);
+  EXPECT_EQ(info.at("a")->as<std::int64_t>(), 2);
+  EXPECT_EQ(info.at("b")->as<std::int64_t>(), 1);
   EXPECT_EQ(dataOf("UserInfoUpdated").size(), 3U);  // the first is start's
   EXPECT_EQ(*dataOf("UserInfoUpdated").back().at("updated_keys"), JSONValue(JSONValue::Array{"a"}));
 }
@@ -343,11 +343,11 @@ TEST_F(KiteTests, theUserInfoReadsBackWithoutItsNulls) {
 TEST_F(KiteTests, theTwoFlagsAreKeptUnderKeysOfTheirOwn) {
   start();
   kite.isBaselineUserDidChange(true);
-  EXPECT_EQ(kite.userInfoKiteValue().at("is_baseline").as<bool>(), true);
+  EXPECT_EQ(kite.userInfoKiteValue().at("is_baseline")->as<bool>(), true);
   EXPECT_FALSE(kite.userInfoKiteValue().contains("is_free"));
   kite.isFreeUserDidChange(false);
-  EXPECT_EQ(kite.userInfoKiteValue().at("is_free").as<bool>(), false);
-  EXPECT_EQ(kite.userInfoKiteValue().at("is_baseline").as<bool>(), true);
+  EXPECT_EQ(kite.userInfoKiteValue().at("is_free")->as<bool>(), false);
+  EXPECT_EQ(kite.userInfoKiteValue().at("is_baseline")->as<bool>(), true);
 }
 
 TEST_F(KiteTests, textThatIsNotUTF8IsRepairedOnEntry) {

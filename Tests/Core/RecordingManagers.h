@@ -51,7 +51,7 @@ class RecordingEventStorage final
  public:
   using RecordingManager::RecordingManager;
   EventList pendingEvents() const override { return {}; }
-  void insert(StoredEvent) override {}
+  void insert(TrackedEvent) override {}
   void removeEvents(std::set<std::string>) override {}
 };
 

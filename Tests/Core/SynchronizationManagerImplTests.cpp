@@ -33,8 +33,8 @@ class PendingEvents final : public EventStorage {
 
   void start(EventStorageDependencies) override {}
   EventList pendingEvents() const override { return _events.copy(); }
-  void insert(StoredEvent event) override {
-    _events.with([&](EventList& events) { events.append(pending(event)); });
+  void insert(TrackedEvent event) override {
+    _events.with([&](EventList& events) { events.append(pending(std::move(event).record())); });
   }
   void removeEvents(std::set<std::string> ids) override {
     queue->run([this, ids = std::move(ids)] {

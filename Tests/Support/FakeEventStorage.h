@@ -15,9 +15,9 @@ class FakeEventStorage final : public EventStorage {
  public:
   void start(EventStorageDependencies) override {}
   EventList pendingEvents() const override { return {}; }
-  void insert(StoredEvent event) override {
+  void insert(TrackedEvent event) override {
     const std::scoped_lock guard(_mutex);
-    _inserted.push_back(std::move(event));
+    _inserted.push_back(std::move(event).record());
   }
   void removeEvents(std::set<std::string> ids) override {
     const std::scoped_lock guard(_mutex);

@@ -64,16 +64,16 @@ TEST(DeepValues, becomeHostValuesAndJSONAgainOnASmallStack) {
   onSmallStack([] {
     const JSONValue::Object members{{"a", nestedObjects(deep, Date{1.5})}};
     const KiteData data = toKiteValue(members);
-    const auto inner = data.at("a").as<KiteData>();
+    const auto inner = data.at("a")->as<KiteData>();
     ASSERT_TRUE(inner);
-    EXPECT_TRUE(inner->at("k").toJSONValue() == nestedObjects(deep - 1, 1.5));
+    EXPECT_TRUE(inner->at("k")->toJSONValue() == nestedObjects(deep - 1, 1.5));
     EXPECT_TRUE(*toJSONObject(data).at("a") == nestedObjects(deep, 1.5));
   });
 }
 
 TEST(DeepValues, areReachedLevelByLevelInReasonableTime) {
   KiteValue value = *toKiteValue(nestedObjects(deep, Date{1.5}));
-  while (auto data = value.as<KiteData>()) value = data->at("k");
+  while (auto data = value.as<KiteData>()) value = *data->at("k");
   EXPECT_EQ(value.as<Date>(), Date{1.5});
 }
 

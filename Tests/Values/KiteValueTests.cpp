@@ -192,8 +192,8 @@ TEST(KiteValue, isReadBackAsItsOwnKindOnly) {
 TEST(KiteValue, isReadBackFromContainersOfTheHostsOwn) {
   const auto data = KiteValue(KiteData{{"a", 1}, {"none", nullptr}}).as<KiteData>();
   ASSERT_TRUE(data);
-  EXPECT_EQ(data->size(), 2U);
-  EXPECT_EQ(data->at("a").as<std::int64_t>(), 1);
+  EXPECT_EQ(data->values().size(), 2U);
+  EXPECT_EQ(data->at("a")->as<std::int64_t>(), 1);
   const auto list = KiteValue(std::vector{1, 2}).as<std::vector<KiteValue>>();
   ASSERT_TRUE(list);
   EXPECT_EQ(list->at(1).as<std::int64_t>(), 2);
@@ -215,9 +215,9 @@ TEST(StoredJSON, comesBackAsNothingWhenItIsNull) {
 TEST(StoredJSON, losesItsNullsOnTheWayBack) {
   const Object members{{"a", 1}, {"none", Null{}}, {"list", Array{Null{}, 2, Array{Null{}}}}};
   const KiteData data = toKiteValue(members);
-  EXPECT_EQ(data.size(), 2U);
-  EXPECT_FALSE(data.contains("none"));
-  const auto list = data.at("list").as<std::vector<KiteValue>>();
+  EXPECT_EQ(data.values().size(), 2U);
+  EXPECT_FALSE(data.at("none"));
+  const auto list = data.at("list")->as<std::vector<KiteValue>>();
   ASSERT_TRUE(list);
   ASSERT_EQ(list->size(), 2U);
   EXPECT_EQ(list->at(0).as<std::int64_t>(), 2);
@@ -227,8 +227,8 @@ TEST(StoredJSON, losesItsNullsOnTheWayBack) {
 
 TEST(StoredJSON, keepsDatesForTheHostAtAnyDepth) {
   const auto value = toKiteValue(JSONValue(Object{{"list", Array{Object{{"date", Date{1.5}}}}}}));
-  const auto list = value->as<KiteData>()->at("list").as<std::vector<KiteValue>>();
-  EXPECT_EQ(list->at(0).as<KiteData>()->at("date").as<Date>(), Date{1.5});
+  const auto list = value->as<KiteData>()->at("list")->as<std::vector<KiteValue>>();
+  EXPECT_EQ(list->at(0).as<KiteData>()->at("date")->as<Date>(), Date{1.5});
 }
 
 TEST(StoredJSON, turnsItsDatesIntoSecondsWhenItBecomesJSONAgain) {
@@ -238,14 +238,6 @@ TEST(StoredJSON, turnsItsDatesIntoSecondsWhenItBecomesJSONAgain) {
 
 TEST(HostData, keepsTheLastOfKeysThatBecomeEqualByRepair) {
   EXPECT_EQ(toJSONObject({{"\xFE", 1}, {"\xFF", 2}, {"a", 3}}), (Object{{"a", 3}, {"\uFFFD", 2}}));
-}
-
-TEST(HostData, givesItsTextsAwayWithoutCopying) {
-  JSONValue text(std::string(100, 'x'));
-  const char* const bytes = text.string()->data();
-  KiteData data;
-  data.emplace("text", std::move(text));
-  EXPECT_EQ(toJSONObject(std::move(data)).at("text")->string()->data(), bytes);
 }
 
 }  // namespace

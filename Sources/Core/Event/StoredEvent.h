@@ -7,7 +7,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <utility>
 
 namespace kite {
@@ -23,9 +22,7 @@ struct StoredEvent {
   JSONValue::Object data;
 
   /// A custom event with a reserved name stops the process here.
-  template <class E>
-  requires KiteEvent<std::remove_cvref_t<E>>
-  static StoredEvent from(E&& event, std::string app) {
+  static StoredEvent from(const KiteEvent auto& event, std::string app) {
     const EventType type = event.type();
     static_cast<void>(type.rawValue());
     return {.type = type,
@@ -34,7 +31,7 @@ struct StoredEvent {
             .requestTimestamp = event.requestTimestamp(),
             .app = std::move(app),
             .user = event.user(),
-            .data = std::forward<E>(event).data()};
+            .data = event.data()};
   }
 
   friend bool operator==(const StoredEvent&, const StoredEvent&) = default;

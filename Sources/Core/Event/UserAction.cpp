@@ -6,20 +6,14 @@
 
 namespace kite {
 
-JSONValue::Object UserAction::Payload::data() const& { return Payload(*this).data(); }
-
-// Runs on the caller's thread for every action: one allocation for the map, keys in its order.
-JSONValue::Object UserAction::Payload::data() && {
-  JSONValue::Object data;
-  data.reserve(7);
-  data.insertOrAssign("action_info", std::move(actionInfo));
-  data.insertOrAssign("action_kind", std::move(actionKind));
-  data.insertOrAssign("is_background_event", isBackgroundEvent);
-  data.insertOrAssign("last_foreground_session_id", orNull(lastForegroundSessionId));
-  data.insertOrAssign("process_id", processId.text());
-  data.insertOrAssign("seconds_from_session_start", orNull(secondsFromSessionStart));
-  data.insertOrAssign("session_id", orNull(sessionId));
-  return data;
+JSONValue::Object UserAction::Payload::data() const {
+  return {{"action_info", toJSONObject(actionInfo)},
+          {"action_kind", actionKind},
+          {"is_background_event", isBackgroundEvent},
+          {"last_foreground_session_id", orNull(lastForegroundSessionId)},
+          {"process_id", processId.text()},
+          {"seconds_from_session_start", orNull(secondsFromSessionStart)},
+          {"session_id", orNull(sessionId)}};
 }
 
 UserAction::UserAction(Payload payload, Shared<User> user)

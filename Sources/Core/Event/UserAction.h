@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Kite/KiteData.h>
+
 #include "Core/Event/KiteEvent.h"
 
 #include <utility>
@@ -12,15 +14,14 @@ class UserAction {
     UUID id;
     double timestamp;
     std::string actionKind;
-    JSONValue::Object actionInfo;
+    KiteData actionInfo;
     std::optional<double> secondsFromSessionStart;
     std::optional<UUID> sessionId;
     UUID processId;
     std::optional<UUID> lastForegroundSessionId;
     bool isBackgroundEvent;
 
-    JSONValue::Object data() const&;
-    JSONValue::Object data() &&;
+    JSONValue::Object data() const;
 
     friend bool operator==(const Payload&, const Payload&) = default;
   };
@@ -32,8 +33,7 @@ class UserAction {
   double timestamp() const { return _payload.timestamp; }
   std::optional<double> requestTimestamp() const { return std::nullopt; }
   const Shared<User>& user() const { return _user; }
-  JSONValue::Object data() const& { return _payload.data(); }
-  JSONValue::Object data() && { return std::move(_payload).data(); }
+  JSONValue::Object data() const { return _payload.data(); }
 
  private:
   Payload _payload;

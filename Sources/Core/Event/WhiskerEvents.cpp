@@ -11,7 +11,7 @@ JSONValue::Array eventInfoKeys(const StoredEvent& event) {
   const auto members = converted ? converted->as<KiteData>() : std::nullopt;
   JSONValue::Array keys;
   if (!members) return keys;
-  for (const auto& [key, value] : *members) keys.emplace_back(key);
+  for (const auto& [key, value] : members->values()) keys.emplace_back(key);
   return keys;
 }
 

@@ -28,7 +28,7 @@ int main(int argc, char** argv) {
           .syncOnSessionEnd = false}));
   kite.addUserInfo("color", "green");
   const auto info = kite.userInfoKiteValue();
-  const auto color = info.at("color").as<std::string>();
+  const auto color = info.at("color")->as<std::string>();
   std::printf("%s\n", color ? color->c_str() : "none");
   return color == "green" ? 0 : 1;
 }

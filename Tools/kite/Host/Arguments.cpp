@@ -16,7 +16,7 @@ auto& expect(Pointer contents, std::string_view name, std::string_view kind) {
 
 KiteData toData(const JSONValue::Object& members) {
   KiteData data;
-  for (const auto& [key, value] : members) data.emplace_hint(data.end(), key, value);
+  for (const auto& [key, value] : members) data.set(key, value);
   return data;
 }
 
