@@ -37,6 +37,30 @@ if(KITE_COVERAGE)
   target_link_options(kite_options INTERFACE --coverage)
 endif()
 
+# A shared library is optimized as a whole; a static one is the host's to link as it likes.
+set(whole_library OFF)
+if((BUILD_SHARED_LIBS OR KITE_BUILD_BENCHMARKS) AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  set(whole_library ON)
+endif()
+option(KITE_LINK_TIME_OPTIMIZATION "Optimize the shared library at link time (gcc)" ${whole_library})
+
+# kite_shared_options(TARGET): how the shared library is linked. It shows what is Kite's own, and nothing else.
+function(kite_shared_options target)
+  set(exports ${PROJECT_SOURCE_DIR}/CMake/exports.map)
+  target_link_options(${target} PRIVATE -Wl,--gc-sections -Wl,--version-script=${exports} -Wl,-z,pack-relative-relocs
+    # Its threads run until the process ends, so a host's dlclose must not unmap it.
+    -Wl,-z,nodelete
+    $<$<AND:$<BOOL:${KITE_LINK_TIME_OPTIMIZATION}>,$<CONFIG:Release>>:-flto=auto>)
+  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${exports} LINKER_LANGUAGE CXX)
+endfunction()
+
+# kite_every_event(SOURCE…): what runs for every event is compiled for speed, all else for size.
+function(kite_every_event)
+  if(CMAKE_BUILD_TYPE STREQUAL Release)  # batched builds would leave these sources out
+    set_source_files_properties(${ARGV} PROPERTIES COMPILE_OPTIONS -O2)
+  endif()
+endfunction()
+
 # kite_floor(NAME FOLDER): the object library kite_NAME of all sources in FOLDER.
 function(kite_floor name folder)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${folder}/*.cpp ${folder}/*.h)
@@ -45,6 +69,10 @@ function(kite_floor name folder)
   target_link_libraries(kite_${name} PRIVATE kite_options)
   if(KITE_SANITIZERS)
     target_compile_options(kite_${name} PRIVATE -O1)  # the tests compile faster without
+  endif()
+  target_compile_options(kite_${name} PRIVATE $<$<CONFIG:Release>:-Os;-ffunction-sections;-fdata-sections>)
+  if(KITE_LINK_TIME_OPTIMIZATION)
+    target_compile_options(kite_${name} PRIVATE $<$<CONFIG:Release>:-flto=auto;-ffat-lto-objects>)
   endif()
   set_target_properties(kite_${name} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON LINKER_LANGUAGE CXX)
 endfunction()

@@ -163,9 +163,7 @@ void KiteData::requireJSON() const {
   for (const KiteValue& value : _others) value.requireJSON();
 }
 
-bool operator==(const KiteData& a, const KiteData& b) {
-  return toJSONObject(a) == toJSONObject(b);
-}
+bool operator==(const KiteData& a, const KiteData& b) { return toJSONObject(a) == toJSONObject(b); }
 
 KiteValue::KiteValue(const KiteData& members) {
   JSONValue::Object::Entries entries;
