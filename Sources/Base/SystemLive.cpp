@@ -2,10 +2,13 @@
 
 #include "Base/RandomUUIDs.h"
 
+#include <pthread.h>
+
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
-#include <iterator>
 #include <random>
 #include <string>
 
@@ -32,22 +35,51 @@ UUID newUUID() {
   return generator.next(static_cast<std::uint64_t>(ticks));
 }
 
-/// A message from outside may hold anything; it stays on its line, and a terminal obeys none of it.
-bool isControlCharacter(char c) { return (c >= 0 && c < ' ') || c == '\x7F'; }
+/// The size of a control character at the front of the text; 0 when there is none. Beyond ASCII
+/// they are C1 and whatever ends a line or turns its direction: U+2028 to U+202E, U+2066 to U+2069.
+std::size_t controlCharacterSize(std::string_view text) {
+  const auto byte = [&](std::size_t place) {
+    return place < text.size() ? static_cast<unsigned char>(text[place]) : 0U;
+  };
+  const auto isBetween = [&](std::size_t place, unsigned first, unsigned last) {
+    return byte(place) >= first && byte(place) <= last;
+  };
+  if (byte(0) < ' ' || byte(0) == 0x7F) return 1;
+  if (byte(0) == 0xC2) return isBetween(1, 0x80, 0x9F) ? 2 : 0;
+  if (byte(0) != 0xE2) return 0;
+  const bool isBreakOrOverride = byte(1) == 0x80 && isBetween(2, 0xA8, 0xAE);
+  const bool isIsolate = byte(1) == 0x81 && isBetween(2, 0xA6, 0xA9);
+  return isBreakOrOverride || isIsolate ? 3 : 0;
+}
 
+/// A message from outside may hold anything; it stays on its line, and a terminal obeys none of it.
 void printToStandardError(std::string_view line) {
   std::string text;
   text.reserve(line.size() + 1);
-  std::ranges::replace_copy_if(line, std::back_inserter(text), isControlCharacter, ' ');
+  while (!line.empty()) {
+    const auto size = controlCharacterSize(line);
+    text.push_back(size == 0 ? line.front() : ' ');
+    line.remove_prefix(std::max<std::size_t>(size, 1));
+  }
   text.push_back('\n');
   std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+constinit std::atomic<std::uint64_t> forks{0};
+
+std::uint64_t countForks() {
+  [[maybe_unused]] static const int registration =
+      pthread_atfork(nullptr, nullptr, [] { forks.fetch_add(1, std::memory_order_relaxed); });
+  return forks.load(std::memory_order_relaxed);
 }
 
 }  // namespace
 
 const System& System::live() {
-  static const System& system =
-      *new System{.now = wallClockTime, .randomUUID = newUUID, .print = printToStandardError};
+  static const System& system = *new System{.now = wallClockTime,
+                                            .randomUUID = newUUID,
+                                            .print = printToStandardError,
+                                            .forkCount = countForks};
   return system;  // never destroyed, so that threads that outlive main may still use it
 }
 

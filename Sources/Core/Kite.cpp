@@ -1,5 +1,6 @@
 #include <Kite/KiteManagerImpl.h>
 
+#include "Base/Guarded.h"
 #include "Core/APIManager/KiteAPIManagerImpl.h"
 #include "Core/EventManagerImpl.h"
 #include "Core/EventStorageImpl.h"
@@ -11,11 +12,13 @@
 #include "Values/UTF8.h"
 
 #include <utility>
+#include <vector>
 
 namespace kite {
 
 KiteState::KiteState(System givenSystem)
     : system(std::move(givenSystem)),
+      home(system.forkCount),
       apiManager(std::make_shared<KiteAPIManagerImpl>(system)),
       eventStorage(std::make_shared<EventStorageImpl>()),
       eventManager(std::make_shared<EventManagerImpl>()),
@@ -146,60 +149,97 @@ void KiteState::trackDebugEvent(DebugEventArguments arguments) {
                                  .line = arguments.where.line});
 }
 
+namespace {
+
+/// Where leak checkers can see it.
+void keepForEver(std::shared_ptr<KiteState> state) {
+  static auto& kept = *new Guarded<std::vector<std::shared_ptr<KiteState>>>;
+  kept.with([&](auto& states) { states.push_back(std::move(state)); });
+}
+
+}  // namespace
+
 KiteManagerImpl::KiteManagerImpl(System system)
     : _state(std::make_shared<KiteState>(std::move(system))) {}
 
-KiteManagerImpl::~KiteManagerImpl() = default;
+// A forked child leaves everything to its parent, whose threads may have held any lock.
+KiteManagerImpl::~KiteManagerImpl() {
+  if (!_state->home.isHere()) keepForEver(std::move(_state));
+}
 
 KiteData KiteManagerImpl::sessionDataKiteValue() {
+  if (!_state->home.isHere()) return {};
   return toKiteValue(_state->sessionManager->currentSession()->sessionData);
 }
 
-KiteData KiteManagerImpl::userInfoKiteValue() { return toKiteValue(_state->userInfo()); }
+KiteData KiteManagerImpl::userInfoKiteValue() {
+  if (!_state->home.isHere()) return {};
+  return toKiteValue(_state->userInfo());
+}
 
 std::optional<double> KiteManagerImpl::firstInstallTimestamp() {
+  if (!_state->home.isHere()) return {};
   const auto fromSecrets = _state->installManager->ssInfo().firstInstallTimestamp;
   return fromSecrets ? fromSecrets : _state->installManager->kvInfo().firstInstallTimestamp;
 }
 
 std::string KiteManagerImpl::keychainId() {
+  if (!_state->home.isHere()) return {};
   return _state->dependencies->idProvider->keychainId().value;
 }
 
 std::string KiteManagerImpl::userDefaultsId() {
+  if (!_state->home.isHere()) return {};
   return _state->dependencies->idProvider->userDefaultsId().value;
 }
 
-UUID KiteManagerImpl::currentSessionId() { return _state->sessionManager->currentSession()->id; }
+UUID KiteManagerImpl::currentSessionId() {
+  if (!_state->home.isHere()) return {};
+  return _state->sessionManager->currentSession()->id;
+}
 
-UUID KiteManagerImpl::currentProcessId() { return _state->_currentProcessId.get(); }
+UUID KiteManagerImpl::currentProcessId() {
+  if (!_state->home.isHere()) return {};
+  return _state->_currentProcessId.get();
+}
 
-bool KiteManagerImpl::installedBeforeKite() { return _state->dependencies->installedBeforeKite; }
+bool KiteManagerImpl::installedBeforeKite() {
+  if (!_state->home.isHere()) return false;
+  return _state->dependencies->installedBeforeKite;
+}
 
 void KiteManagerImpl::start(KiteDependencies dependencies) {
+  if (!_state->home.isHere()) return;
   _state->start(std::move(dependencies));
 }
 
 void KiteManagerImpl::addSessionData(std::string_view key, const KiteValue& value) {
+  if (!_state->home.isHere()) return;
   if (!_state->enabled) return;
   _state->sessionManager->addSessionData(value.toJSONValue(), repairedUTF8(key));
 }
 
 void KiteManagerImpl::updateSessionData(KiteData data) {
+  if (!_state->home.isHere()) return;
   const auto session = _state->sessionManager->currentSession();
   if (!_state->enabled) return;
   _state->sessionManager->updateSessionData(session->sessionData.merged(toJSONObject(data)));
 }
 
 void KiteManagerImpl::addUserInfo(std::string_view key, const KiteValue& value) {
+  if (!_state->home.isHere()) return;
   _state->dependencies.get();
   if (!_state->enabled) return;
   _state->updateUserInfo({{repairedUTF8(key), value.toJSONValue()}});
 }
 
-void KiteManagerImpl::updateUserInfo(KiteData data) { _state->updateUserInfo(toJSONObject(data)); }
+void KiteManagerImpl::updateUserInfo(KiteData data) {
+  if (!_state->home.isHere()) return;
+  _state->updateUserInfo(toJSONObject(data));
+}
 
 void KiteManagerImpl::trackUserAction(std::string_view name, KiteData data) {
+  if (!_state->home.isHere()) return;
   const Date now = _state->system.now();
   if (!_state->enabled || !_state->trackingConsent._canTrackUserAction(name)) return;
   data.requireJSON();
@@ -214,6 +254,7 @@ void KiteManagerImpl::trackUserAction(std::string_view name, KiteData data) {
 
 // Custom events are rows of the foreground: in the background the call is dropped without a trace.
 void KiteManagerImpl::trackCustomEvent(std::string_view table, KiteData data) {
+  if (!_state->home.isHere()) return;
   if (!_state->enabled || _state->dependencies->backgroundChecker.isInBackground()) return;
   _state->eventManager->trackCustomEvent(repairedUTF8(table),
                                          {.data = toJSONObject(data),
@@ -222,6 +263,7 @@ void KiteManagerImpl::trackCustomEvent(std::string_view table, KiteData data) {
 }
 
 void KiteManagerImpl::trackLog(std::string_view name, Severity severity, KiteData data) {
+  if (!_state->home.isHere()) return;
   if (!_state->enabled) return;
   _state->trackDebugEvent({.severity = severity,
                            .message = std::string(name),
@@ -231,11 +273,13 @@ void KiteManagerImpl::trackLog(std::string_view name, Severity severity, KiteDat
 }
 
 void KiteManagerImpl::trackDebugEvent(DebugEventArguments arguments) {
+  if (!_state->home.isHere()) return;
   if (_state->enabled) _state->trackDebugEvent(std::move(arguments));
 }
 
 void KiteManagerImpl::trackExperimentSegmentsReceived(
     const std::map<std::string, std::int64_t>& segments) {
+  if (!_state->home.isHere()) return;
   JSONValue::Object::Entries entries;
   for (const auto& [name, segment] : segments) entries.emplace_back(repairedUTF8(name), segment);
   _state->updateUserInfo({{std::string(UserInfoKeys::experimentUserInfoKey),
@@ -244,30 +288,37 @@ void KiteManagerImpl::trackExperimentSegmentsReceived(
 }
 
 void KiteManagerImpl::monetizationFieldsDidChange(KiteData newValue) {
+  if (!_state->home.isHere()) return;
   _state->monetizationFieldsDidChange(toJSONObject(newValue));
 }
 
 void KiteManagerImpl::isBaselineUserDidChange(bool newValue) {
+  if (!_state->home.isHere()) return;
   _state->boolUserInfoDidChange(UserInfoKeys::isBaselineKey, newValue);
 }
 
 void KiteManagerImpl::isFreeUserDidChange(bool newValue) {
+  if (!_state->home.isHere()) return;
   _state->boolUserInfoDidChange(UserInfoKeys::isFreeKey, newValue);
 }
 
 void KiteManagerImpl::setAnalyticsTrackingConsent(bool value) {
+  if (!_state->home.isHere()) return;
   _state->trackingConsent._setAnalyticsTrackingConsent(value);
 }
 
 void KiteManagerImpl::setProfilingTrackingConsent(bool value) {
+  if (!_state->home.isHere()) return;
   _state->trackingConsent._setProfilingTrackingConsent(value);
 }
 
 void KiteManagerImpl::addTechnicalEvents(const std::set<std::string>& names) {
+  if (!_state->home.isHere()) return;
   _state->trackingConsent._addTechnicalEvents(names);
 }
 
 void KiteManagerImpl::addProfilingOnlyEvents(const std::set<std::string>& names) {
+  if (!_state->home.isHere()) return;
   _state->trackingConsent._addProfilingOnlyEvents(names);
 }
 

@@ -3,6 +3,7 @@
 #include <Kite/KiteDependencies.h>
 #include <Kite/KiteManagerImpl.h>
 
+#include "Base/HomeProcess.h"
 #include "Base/LateInit.h"
 #include "Base/Started.h"
 #include "Core/APIManager/KiteAPIManager.h"
@@ -38,6 +39,7 @@ struct KiteState : std::enable_shared_from_this<KiteState> {
   explicit KiteState(System system);
 
   System system;
+  HomeProcess home;
   std::shared_ptr<KiteAPIManager> apiManager;
   std::shared_ptr<EventStorage> eventStorage;
   std::shared_ptr<EventManager> eventManager;

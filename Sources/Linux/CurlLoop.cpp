@@ -5,6 +5,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
 #include <limits>
 #include <utility>
 
@@ -61,9 +64,20 @@ void CurlLoop::work() {
   while (admitSubmitted()) {
     perform();
     finishDone();
-    curl_multi_poll(_multi.get(), nullptr, 0, forever, nullptr);
+    curl_multi_poll(_multi.get(), nullptr, 0, untilDeadline(), nullptr);
   }
   end();
+}
+
+/// Milliseconds until the time of some transfer has run out.
+int CurlLoop::untilDeadline() const {
+  const auto now = std::chrono::steady_clock::now();
+  std::int64_t least = forever;
+  for (const auto& [handle, transfer] : _transfers) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(transfer->deadline() - now);
+    least = std::clamp<std::int64_t>(left.count(), 1, least);
+  }
+  return static_cast<int>(least);
 }
 
 bool CurlLoop::admitSubmitted() {

@@ -38,6 +38,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   void work();
   bool admitSubmitted();
   void admit(Exchange exchange);
+  int untilDeadline() const;
   void perform();
   void finishDone();
   void failAll(const std::string& description);

@@ -13,7 +13,7 @@ constexpr long connectTimeoutSeconds = 15;
 constexpr double defaultTimeoutSeconds = 60;
 constexpr double longestTimeoutSeconds = 24 * 60 * 60;
 constexpr long mostRedirects = 5;
-constexpr std::size_t longestBody = 1024 * 1024;
+constexpr std::size_t longestBody = 256 * 1024;
 constexpr std::size_t longestHeader = 256 * 1024;
 
 long milliseconds(double timeoutSeconds) {
@@ -137,7 +137,9 @@ void CurlTransfer::addHeaderLine(const std::string& line) {
 }
 
 void CurlTransfer::setLimits() {
-  set(CURLOPT_TIMEOUT_MS, milliseconds(_exchange.request.timeoutSeconds));
+  const long timeout = milliseconds(_exchange.request.timeoutSeconds);
+  set(CURLOPT_TIMEOUT_MS, timeout);
+  _deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout + 1);
   set(CURLOPT_CONNECTTIMEOUT, connectTimeoutSeconds);
   set(CURLOPT_NOSIGNAL, 1L);
   // A name look-up that hangs must not hold up the end of a request that has run out of time.
@@ -155,14 +157,17 @@ bool CurlTransfer::take(std::size_t& counter, std::size_t size, std::size_t limi
 
 std::size_t CurlTransfer::receiveBody(char* bytes, std::size_t, std::size_t size, void* self) {
   auto& transfer = *static_cast<CurlTransfer*>(self);
-  if (!transfer.take(transfer._bodySize, size, longestBody, "The reply is longer than 1 MiB"))
+  if (!transfer.take(transfer._bodySize, size, longestBody, "The reply is longer than 256 KiB"))
     return CURL_WRITEFUNC_ERROR;
   transfer._body.append(bytes, size);
   return size;
 }
 
-std::size_t CurlTransfer::receiveHeader(char*, std::size_t, std::size_t size, void* self) {
+std::size_t CurlTransfer::receiveHeader(char* bytes, std::size_t, std::size_t size, void* self) {
   auto& transfer = *static_cast<CurlTransfer*>(self);
+  const std::string_view line(bytes, size);
+  if (line.starts_with("HTTP/")) transfer._isHeaderWhole = false;
+  if (line == "\r\n" || line == "\n") transfer._isHeaderWhole = true;
   const bool fits = transfer.take(transfer._headerSize, size, longestHeader,
                                   "The reply's header is longer than 256 KiB");
   return fits ? size : CURL_WRITEFUNC_ERROR;
@@ -171,7 +176,17 @@ std::size_t CurlTransfer::receiveHeader(char*, std::size_t, std::size_t size, vo
 void CurlTransfer::finish(CURLcode outcome) {
   if (outcome != CURLE_OK)
     return _exchange.fail(_complaint.empty() ? describe(outcome) : _complaint);
+  // Both are successes to libcurl.
+  if (!_isHeaderWhole) return _exchange.fail("The reply breaks off within its header");
+  if (!isSentWhole()) return _exchange.fail("The reply came before the request was sent whole");
   _exchange.completion(Data{std::move(_body)}, response(), {});
+}
+
+bool CurlTransfer::isSentWhole() const {
+  if (!_exchange.request.body) return true;
+  curl_off_t sent = 0;
+  curl_easy_getinfo(_handle.get(), CURLINFO_SIZE_UPLOAD_T, &sent);
+  return std::cmp_greater_equal(sent, _exchange.request.body->bytes.size());
 }
 
 URLResponse CurlTransfer::response() const {

@@ -5,6 +5,7 @@
 #include <curl/curl.h>
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <memory>
@@ -32,6 +33,10 @@ class CurlTransfer {
   /// Makes the handle ready to be performed; what is wrong with the request, if anything is.
   std::optional<std::string> prepare(const std::optional<std::filesystem::path>& caFile);
 
+  /// When `handle` must be performed, come what may, for its time to run out: libcurl by itself
+  /// would wait the whole time anew after each redirect.
+  std::chrono::steady_clock::time_point deadline() const { return _deadline; }
+
   CURL* handle() const { return _handle.get(); }
   const Exchange& exchange() const { return _exchange; }
 
@@ -51,6 +56,7 @@ class CurlTransfer {
   static std::size_t receiveBody(char* bytes, std::size_t, std::size_t size, void* self);
   static std::size_t receiveHeader(char* bytes, std::size_t, std::size_t size, void* self);
 
+  bool isSentWhole() const;
   URLResponse response() const;
   std::string describe(CURLcode outcome) const;
 
@@ -59,9 +65,11 @@ class CurlTransfer {
   std::array<char, CURL_ERROR_SIZE> _detail{};
   std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> _handle;
   CURLcode _setUp = CURLE_OK;
+  std::chrono::steady_clock::time_point _deadline;
   std::string _body;
   std::size_t _bodySize = 0;
   std::size_t _headerSize = 0;
+  bool _isHeaderWhole = false;
   std::string _complaint;  ///< why we stopped the transfer ourselves
 };
 

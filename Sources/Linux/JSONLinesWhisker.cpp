@@ -1,12 +1,13 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
+#include "Linux/FileSizeSignal.h"
+#include "Linux/Uninterrupted.h"
 #include "Values/JSONEncoder.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdint>
 #include <string_view>
 #include <utility>
@@ -36,8 +37,8 @@ class LineSink {
   }
 
   void write(const std::string& line) const {
-    while (::write(_descriptor, line.data(), line.size()) < 0 && errno == EINTR) {
-    }
+    const WithoutFileSizeSignal quiet;
+    uninterrupted([&] { return ::write(_descriptor, line.data(), line.size()); });
   }
 
  private:

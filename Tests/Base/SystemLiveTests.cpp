@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -91,6 +92,35 @@ TEST(SystemLive, keepsAnyTextOnOneLine) {
   const StandardErrorPackets standardError;
   System::live().print("a\r\nb\tc\x1B[31md\x7F\xC3\xA9");
   EXPECT_EQ(standardError.written(), (std::vector<std::string>{"a  b c [31md \xC3\xA9\n"}));
+}
+
+TEST(SystemLive, keepsATextFromTurningItsLineOrMovingTheCursor) {
+  const StandardErrorPackets standardError;
+  System::live().print(
+      "a\xC2\x85\x62\xC2\x9B[31mc\xE2\x80\xA8\x64\xE2\x80\xAE\x65\xE2\x81\xA6\x66");
+  System::live().print("\xC2\xA0\xE2\x80\xA7\xE2\x80\xAF\xE2\x81\xA5\xE2\x81\xAA\xE2\x82\xAC\xE2");
+  EXPECT_EQ(standardError.written(),
+            (std::vector<std::string>{
+                "a b [31mc d e f\n",
+                "\xC2\xA0\xE2\x80\xA7\xE2\x80\xAF\xE2\x81\xA5\xE2\x81\xAA\xE2\x82\xAC\xE2\n"}));
+}
+
+TEST(SystemLive, countsTheForksThatLeadToAProcess) {
+  const auto forksFrom = [](std::uint64_t home) { return System::live().forkCount() - home; };
+  const auto home = System::live().forkCount();
+  const auto child = ::fork();
+  if (child == 0) {
+    const auto inChild = forksFrom(home);
+    const auto grandchild = ::fork();
+    if (grandchild == 0) ::_exit(static_cast<int>(forksFrom(home)));
+    int status = 0;
+    ::waitpid(grandchild, &status, 0);
+    ::_exit(inChild == 1 && WEXITSTATUS(status) == 2 ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(forksFrom(home), 0u);
 }
 
 }  // namespace

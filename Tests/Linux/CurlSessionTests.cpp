@@ -261,17 +261,17 @@ TEST_F(CurlSessionTests, doesNotUnpackABody) {
   EXPECT_EQ(send(post(server.url())).body, Data{"\x1f\x8bpacked"});
 }
 
-TEST_F(CurlSessionTests, takesABodyOfOneMebibyteAndNoMore) {
+TEST_F(CurlSessionTests, takesABodyOf256KibibytesAndNoMore) {
   TLSTestServer server(authority.issue(), [](const ReceivedRequest& request) {
-    return replies(200, std::string(1048576 + (request.path == "/more" ? 1 : 0), 'x'));
+    return replies(200, std::string(262144 + (request.path == "/more" ? 1 : 0), 'x'));
   });
-  EXPECT_EQ(send(post(server.url("/all"))).body->bytes.size(), 1048576u);
-  EXPECT_EQ(failure(send(post(server.url("/more")))), "The reply is longer than 1 MiB");
+  EXPECT_EQ(send(post(server.url("/all"))).body->bytes.size(), 262144u);
+  EXPECT_EQ(failure(send(post(server.url("/more")))), "The reply is longer than 256 KiB");
 }
 
 TEST_F(CurlSessionTests, hangsUpOnAnEndlessBody) {
   TLSTestServer server(authority.issue(), endlessBody());
-  EXPECT_EQ(failure(send(post(server.url()))), "The reply is longer than 1 MiB");
+  EXPECT_EQ(failure(send(post(server.url()))), "The reply is longer than 256 KiB");
 }
 
 TEST_F(CurlSessionTests, hangsUpOnAnEndlessHeader) {
@@ -282,6 +282,23 @@ TEST_F(CurlSessionTests, hangsUpOnAnEndlessHeader) {
 TEST_F(CurlSessionTests, failsOnATruncatedReply) {
   TLSTestServer server(authority.issue(), truncated());
   EXPECT_NE(failure(send(post(server.url()))), "no error");
+}
+
+TEST_F(CurlSessionTests, failsOnAReplyThatBreaksOffInItsHeader) {
+  TLSTestServer server(authority.issue(), breaksOffInItsHeader());
+  EXPECT_EQ(failure(send(post(server.url()))), "The reply breaks off within its header");
+}
+
+TEST_F(CurlSessionTests, takesAReplyThatEndsInATrailer) {
+  TLSTestServer server(authority.issue(), endsInATrailer());
+  EXPECT_EQ(send(post(server.url())).body, Data{"body"});
+}
+
+TEST_F(CurlSessionTests, failsOnAReplyThatComesBeforeTheBodyWasSent) {
+  TLSTestServer server(authority.issue(), replies(200, "", "Connection: close\r\n"));
+  auto request = post(server.url(), std::string(std::size_t{32} << 20, 'x'));
+  request.headerFields["Answer-Before-Body"] = "yes";
+  EXPECT_EQ(failure(send(request)), "The reply came before the request was sent whole");
 }
 
 TEST_F(CurlSessionTests, failsOnAReset) {

@@ -62,6 +62,7 @@ class TLSConnection {
       if (!readMore()) return {};
     auto request = parseHeader(_received.substr(0, headerEnd + 2));
     _received.erase(0, headerEnd + 4);
+    if (request.headerFields.contains("answer-before-body")) return request;
     const auto length = std::stoul("0" + request.headerFields["content-length"]);
     while (_received.size() < length)
       if (!readMore()) return {};
@@ -148,6 +149,20 @@ inline Reply truncated() {
     connection.write("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf");
     connection.closeProperly();
     return false;
+  };
+}
+inline Reply breaksOffInItsHeader() {
+  return [](TLSConnection& connection) {
+    connection.write("HTTP/1.1 200 OK\r\nContent-Le");
+    connection.closeProperly();
+    return false;
+  };
+}
+inline Reply endsInATrailer() {
+  return [](TLSConnection& connection) {
+    return connection.write(
+        "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
+        "4\r\nbody\r\n0\r\nTrailer: field\r\n\r\n");
   };
 }
 inline Reply resets() {

@@ -1,5 +1,7 @@
 #include "Linux/Storage/CachedStore.h"
 
+#include "Linux/FileSizeSignal.h"
+
 #include <unistd.h>
 
 #include <utility>
@@ -12,14 +14,22 @@ CachedStore::CachedStore(std::unique_ptr<StoreFile> file, Codec codec, System sy
       _process(::getpid()),
       _file(std::move(file)),
       _trouble(_system, _file->name().title) {
+  // Whoever made it has said why.
+  if (!_file->folder()) _trouble.wasTold();
   load();
 }
 
 CachedStore::~CachedStore() {
-  if (_process != ::getpid()) _file->abandon();
+  const WithoutFileSizeSignal quiet;
+  // Locks of SQLite's may be held by threads that a forked child does not have.
+  if (isInChild()) static_cast<void>(_file.release());
+  _file.reset();
 }
 
+bool CachedStore::isInChild() const { return _process != ::getpid(); }
+
 void CachedStore::load() {
+  const WithoutFileSizeSignal quiet;
   RowStore::Entries entries;
   if (_file->rows().entries(entries) == Outcome::damaged && _file->isWritable()) {
     _file->beginAfresh(_system);
@@ -50,7 +60,8 @@ CachedStore::Image CachedStore::all() const {
 }
 
 std::shared_ptr<const Larder::StoredValue> CachedStore::list(std::string_view key) {
-  if (_process != ::getpid()) return nullptr;
+  if (isInChild()) return nullptr;
+  const WithoutFileSizeSignal quiet;
   const std::scoped_lock writing(_writing);
   RowStore::Rows rows;
   auto outcome = _file->rows().rows(key, rows);
@@ -72,13 +83,15 @@ std::shared_ptr<const Larder::StoredValue> CachedStore::list(std::string_view ke
 void CachedStore::dropRows(std::string_view key, const std::vector<std::uint64_t>& ordinals) {
   _system.print("[KITE] Damaged elements were dropped from a list in the " + _file->name().title +
                 ": " + std::to_string(ordinals.size()));
-  if (!mayWrite()) return;
+  if (!_file->isWritable()) return;
   Larder::ListEdit edit;
   for (const auto ordinal : ordinals) edit.removed.push_back({ordinal, ordinal + 1});
   _file->rows().edit(key, edit);
 }
 
 void CachedStore::set(std::string_view key, Value value) {
+  if (isInChild()) return;
+  const WithoutFileSizeSignal quiet;
   const std::scoped_lock writing(_writing);
   {
     const std::scoped_lock guard(_imageMutex);
@@ -88,6 +101,8 @@ void CachedStore::set(std::string_view key, Value value) {
 }
 
 void CachedStore::remove(std::string_view key) {
+  if (isInChild()) return;
+  const WithoutFileSizeSignal quiet;
   const std::scoped_lock writing(_writing);
   {
     const std::scoped_lock guard(_imageMutex);
@@ -99,8 +114,10 @@ void CachedStore::remove(std::string_view key) {
 }
 
 Larder::EditOutcome CachedStore::edit(std::string_view key, const Larder::ListEdit& edit) {
+  if (isInChild() || !_file->isWritable()) return Larder::EditOutcome::failed;
+  const WithoutFileSizeSignal quiet;
   const std::scoped_lock writing(_writing);
-  if (!mayWrite()) return Larder::EditOutcome::failed;
+  comeBack();
   saveAll();
   if (_unsaved.contains(key)) return Larder::EditOutcome::failed;
   const auto isPossible = [&] { return edit.replacesAll || holdsWholeList(key); };
@@ -124,10 +141,9 @@ bool CachedStore::holdsWholeList(std::string_view key) const {
   return list && list->isWhole;
 }
 
-bool CachedStore::mayWrite() const { return _process == ::getpid() && _file->isWritable(); }
-
 void CachedStore::save(std::string_view key) {
-  if (!mayWrite()) return;
+  if (!_file->isWritable()) return;
+  comeBack();
   _unsaved.emplace(key);
   saveAll();
 }
@@ -163,10 +179,37 @@ void CachedStore::recover() {
   std::set<std::string, std::less<>> lists;
   for (const auto& [key, saved] : entries.undamaged)
     if (saved.kind == ValueKind::list) lists.insert(key);
+  {
+    const std::scoped_lock guard(_imageMutex);
+    std::erase_if(_image, [&](const auto& item) {
+      return std::holds_alternative<List>(item.second) && !lists.contains(item.first);
+    });
+  }
+  forgetWhatIsSaved();
+}
+
+// A file that was removed, or could not be had, comes back as soon as there is a place for it. What
+// an earlier run has left there is not touched: it waits for the next start.
+void CachedStore::comeBack() {
+  if (!_file->isAway()) return;
+  if (_file->folder()) {
+    _file = StoreFile::standIn(_file->name(), _file->place());
+    forgetWhatIsSaved();
+  }
+  auto file = StoreFile::own(_file->place(), _file->name(), _system);
+  if (!file) return _trouble.begins(file.error());
+  RowStore::Entries earlier;
+  const auto outcome = (*file)->rows().entries(earlier);
+  const bool isEmpty =
+      outcome == Outcome::done && earlier.undamaged.empty() && earlier.damaged == 0;
+  if (!isEmpty || !_codec.moveTo(*(*file)->folder())) return _file->stayAway();
+  _file = *std::move(file);
+  forgetWhatIsSaved();
+}
+
+// All values are to be saved again, lists as wholes.
+void CachedStore::forgetWhatIsSaved() {
   const std::scoped_lock guard(_imageMutex);
-  std::erase_if(_image, [&](const auto& item) {
-    return std::holds_alternative<List>(item.second) && !lists.contains(item.first);
-  });
   for (auto& [key, value] : _image) {
     if (auto* list = std::get_if<List>(&value)) {
       list->isWhole = false;
@@ -177,10 +220,10 @@ void CachedStore::recover() {
 }
 
 void CachedStore::report(Outcome outcome) {
-  if (outcome == Outcome::done) {
-    _trouble.isOver();
-  } else {
+  if (outcome != Outcome::done) {
     _trouble.goesOn(_file->rows().message());
+  } else if (_file->folder()) {
+    _trouble.isOver();
   }
 }
 

@@ -21,7 +21,7 @@ namespace kite::Linux {
 /// A store's values in memory, and every change of them on the disk. Any thread.
 ///
 /// Lists stay on the disk: memory knows only that they exist. A reader of any other value never
-/// waits for the disk. In a child made by `fork` nothing reaches the disk.
+/// waits for the disk. In a child made by `fork` nothing changes and nothing reaches the disk.
 class CachedStore {
  public:
   struct List {
@@ -35,6 +35,8 @@ class CachedStore {
   struct Codec {
     std::function<std::optional<SavedValue>(std::string_view key, const Value& value)> encode;
     std::function<std::optional<Value>(std::string_view key, const SavedValue& saved)> decode;
+    /// Makes a folder without a store ready for the values; false when they cannot move there.
+    std::function<bool(const PrivateFolder& folder)> moveTo = [](const auto&) { return true; };
   };
 
   CachedStore(std::unique_ptr<StoreFile> file, Codec codec, System system);
@@ -55,13 +57,15 @@ class CachedStore {
   using Image = std::map<std::string, Value, std::less<>>;
 
   void load();
-  bool mayWrite() const;
+  bool isInChild() const;
   void save(std::string_view key);
   void saveAll();
   Outcome saveOne(const std::string& key);
   void dropRows(std::string_view key, const std::vector<std::uint64_t>& ordinals);
   bool holdsWholeList(std::string_view key) const;
   void recover();
+  void comeBack();
+  void forgetWhatIsSaved();
   void report(Outcome outcome);
 
   Codec _codec;

@@ -99,11 +99,13 @@ Outcome Database::number(const char* sql, std::int64_t& result) {
   return prepare(sql).forEachRow([&](const Statement& row) { result = row.number(0); });
 }
 
+Outcome Database::text(const char* sql, std::string& result) {
+  return prepare(sql).forEachRow([&](const Statement& row) { result = row.text(0); });
+}
+
 std::string Database::message() const { return sqlite3_errmsg(_handle.get()); }
 
 bool Database::hasChanged() const { return sqlite3_changes(_handle.get()) > 0; }
-
-void Database::abandon() { static_cast<void>(_handle.release()); }
 
 void Database::rollBack() {
   if (!sqlite3_get_autocommit(_handle.get())) execute("ROLLBACK");

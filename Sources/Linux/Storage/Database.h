@@ -66,6 +66,7 @@ class Database {
   Statement prepare(const char* sql) { return {_handle.get(), sql}; }
   /// The first column of the first row.
   Outcome number(const char* sql, std::int64_t& result);
+  Outcome text(const char* sql, std::string& result);
 
   /// Runs `body() -> Outcome` as one transaction, which is undone unless all of it is done.
   template <class Body>
@@ -81,9 +82,6 @@ class Database {
   bool hasChanged() const;
   /// Why the last operation failed, for a person.
   std::string message() const;
-
-  /// Leaves the file to another process: nothing is written, locks are not touched.
-  void abandon();
 
  private:
   struct Closer {

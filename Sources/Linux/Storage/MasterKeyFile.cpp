@@ -11,6 +11,12 @@ namespace {
 
 constexpr const char* fileName = "master.key";
 
+// A sound file that cannot be read this time stays where it is: without it all secrets are lost.
+bool isUnusable(const PrivateFolder& folder) {
+  const auto size = folder.sizeOf(fileName);
+  return size && (*size != MasterKey::size || folder.fault(fileName));
+}
+
 }  // namespace
 
 std::shared_ptr<const MasterKey> readMasterKey(const PrivateFolder& folder) {
@@ -24,14 +30,23 @@ std::shared_ptr<const MasterKey> readMasterKey(const PrivateFolder& folder) {
 
 std::shared_ptr<const MasterKey> readOrMakeMasterKey(const PrivateFolder& folder,
                                                      const System& system) {
-  if (auto key = readMasterKey(folder)) return key;
-  if (folder.exists(fileName)) {
+  if (auto key = readMasterKey(folder)) {
+    folder.make(fileName);  // takes it from others' eyes
+    return key;
+  }
+  if (!folder.isMissing(fileName)) {
+    if (!isUnusable(folder)) return nullptr;
     const auto aside = std::string(fileName) + ".unusable-" + system.randomUUID().text();
     if (!folder.rename(fileName, aside)) return nullptr;
     system.print("[KITE] The key of the secrets store is unusable: it was set aside as " + aside);
   }
   auto key = MasterKey::random();
   return key && folder.replaceFile(fileName, key->bytes()) ? key : nullptr;
+}
+
+bool keepMasterKey(const PrivateFolder& folder, const MasterKey& key) {
+  if (const auto kept = readMasterKey(folder)) return kept->bytes() == key.bytes();
+  return folder.isMissing(fileName) && folder.replaceFile(fileName, key.bytes());
 }
 
 }  // namespace kite::Linux

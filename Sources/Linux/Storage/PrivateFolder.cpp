@@ -1,5 +1,7 @@
 #include "Linux/Storage/PrivateFolder.h"
 
+#include "Linux/Uninterrupted.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -29,8 +31,8 @@ bool makePath(const std::filesystem::path& path) {
 
 bool writeAll(const FileDescriptor& file, std::string_view contents) {
   while (!contents.empty()) {
-    const auto written = ::write(file.get(), contents.data(), contents.size());
-    if (written < 0 && errno == EINTR) continue;
+    const auto written =
+        uninterrupted([&] { return ::write(file.get(), contents.data(), contents.size()); });
     if (written <= 0) return false;
     contents.remove_prefix(static_cast<std::size_t>(written));
   }
@@ -97,6 +99,19 @@ bool PrivateFolder::exists(const std::string& name) const {
   return ::faccessat(_folder.get(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+bool PrivateFolder::isMissing(const std::string& name) const {
+  struct stat status {};
+  return ::fstatat(_folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 &&
+         errno == ENOENT;
+}
+
+std::optional<std::size_t> PrivateFolder::sizeOf(const std::string& name) const {
+  struct stat status {};
+  if (::fstatat(_folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+    return std::nullopt;
+  return static_cast<std::size_t>(status.st_size);
+}
+
 bool PrivateFolder::rename(const std::string& from, const std::string& to) const {
   return ::renameat(_folder.get(), from.c_str(), _folder.get(), to.c_str()) == 0;
 }
@@ -107,8 +122,7 @@ std::optional<std::string> readAll(const FileDescriptor& file, std::size_t limit
   std::string contents;
   char piece[4096];
   for (;;) {
-    const auto count = ::read(file.get(), piece, sizeof piece);
-    if (count < 0 && errno == EINTR) continue;
+    const auto count = uninterrupted([&] { return ::read(file.get(), piece, sizeof piece); });
     if (count < 0 || contents.size() + static_cast<std::size_t>(count) > limit) return std::nullopt;
     if (count == 0) return contents;
     contents.append(piece, static_cast<std::size_t>(count));

@@ -4,6 +4,7 @@
 
 #include "Linux/Storage/FileDescriptor.h"
 
+#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -34,6 +35,9 @@ class PrivateFolder {
   /// returns.
   bool replaceFile(const std::string& name, std::string_view contents) const;
   bool exists(const std::string& name) const;
+  /// Whether it is certain that there is no such file; `exists` is not, when the disk fails.
+  bool isMissing(const std::string& name) const;
+  std::optional<std::size_t> sizeOf(const std::string& name) const;
   bool rename(const std::string& from, const std::string& to) const;
   /// Makes changes of the folder itself survive a power failure.
   void synchronize() const;

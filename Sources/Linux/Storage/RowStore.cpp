@@ -1,5 +1,7 @@
 #include "Linux/Storage/RowStore.h"
 
+#include "Linux/Storage/PageFormat.h"
+
 #include <zlib.h>
 
 #include <algorithm>
@@ -10,18 +12,13 @@ namespace kite::Linux {
 
 namespace {
 
-constexpr const char* tables =
-    "PRAGMA page_size=8192;"  // a few events to a page
-    "PRAGMA journal_mode=WAL;"
-    "BEGIN IMMEDIATE;"
+constexpr const char* createEntries =
     "CREATE TABLE entries(key TEXT PRIMARY KEY, kind INTEGER NOT NULL, bytes BLOB NOT NULL,"
-    " crc INTEGER NOT NULL);"
+    " crc INTEGER NOT NULL)";
+constexpr const char* createListRows =
     "CREATE TABLE list_rows(place INTEGER PRIMARY KEY, key TEXT NOT NULL, bytes BLOB NOT NULL,"
-    " crc INTEGER NOT NULL);"
-    "PRAGMA application_id=1265202277;"  // "Kite"
-    "PRAGMA user_version=1;"
-    "COMMIT;";
-constexpr std::int64_t applicationID = 1265202277;
+    " crc INTEGER NOT NULL)";
+constexpr std::int64_t applicationID = 1265202277;  // "Kite"
 constexpr std::int64_t formatVersion = 1;
 
 constexpr int ordinalBits = 40;
@@ -50,19 +47,57 @@ std::int64_t checksum(std::string_view key, std::int64_t place, std::string_view
 
 Outcome worse(Outcome first, Outcome second) { return first == Outcome::done ? second : first; }
 
+std::string pragma(const char* name, std::int64_t value) {
+  return std::string("PRAGMA ") + name + '=' + std::to_string(value);
+}
+
+Outcome executeAll(Database& database, const std::vector<std::string>& statements) {
+  auto outcome = Outcome::done;
+  for (const auto& statement : statements)
+    if (outcome == Outcome::done) outcome = database.execute(statement.c_str());
+  return outcome;
+}
+
+Outcome createTables(Database& database) {
+  const auto outcome =
+      executeAll(database, {pragma("page_size", pageSize), "PRAGMA journal_mode=WAL"});
+  if (outcome != Outcome::done) return outcome;
+  return database.transaction([&] {
+    return executeAll(database,
+                      {createEntries, createListRows, pragma("application_id", applicationID),
+                       pragma("user_version", formatVersion)});
+  });
+}
+
 struct Identity {
   std::int64_t application = 0;
   std::int64_t version = 0;
   std::int64_t tables = 0;
+  std::string schema;
+  std::string encoding;
 
-  bool isStore() const { return application == applicationID && version == formatVersion; }
+  bool isStore() const {
+    return application == applicationID && version == formatVersion && encoding == "UTF-8" &&
+           schema == std::string(createEntries) + ';' + createListRows;
+  }
   bool isEmptyFile() const { return application == 0 && version == 0 && tables == 0; }
 };
 
 Outcome identify(Database& database, Identity& identity) {
   auto outcome = database.number("SELECT count(*) FROM sqlite_schema", identity.tables);
   outcome = worse(outcome, database.number("PRAGMA application_id", identity.application));
-  return worse(outcome, database.number("PRAGMA user_version", identity.version));
+  outcome = worse(outcome, database.number("PRAGMA user_version", identity.version));
+  outcome = worse(outcome, database.text("PRAGMA encoding", identity.encoding));
+  return worse(outcome,
+               database.text("SELECT group_concat(sql, ';') FROM sqlite_schema", identity.schema));
+}
+
+// Damage to a page's header or to a pointer may hide rows without any error.
+Outcome checkPages(Database& database) {
+  std::string finding;
+  const auto outcome = database.text("PRAGMA quick_check(1)", finding);
+  database.execute("PRAGMA shrink_memory");  // which now holds pages that nobody asked for
+  return outcome == Outcome::done && finding != "ok" ? Outcome::damaged : outcome;
 }
 
 }  // namespace
@@ -72,10 +107,11 @@ Outcome RowStore::open(std::unique_ptr<Database> database, Durability durability
   Identity identity;
   auto outcome = identify(*database, identity);
   if (outcome == Outcome::done && identity.isEmptyFile()) {
-    outcome = database->execute(tables);
+    outcome = createTables(*database);
   } else if (outcome == Outcome::done && !identity.isStore()) {
     outcome = Outcome::damaged;
   }
+  if (outcome == Outcome::done) outcome = checkPages(*database);
   if (outcome != Outcome::done) return outcome;
   database->execute(durability == Durability::surviveCrash ? "PRAGMA synchronous=NORMAL"
                                                            : "PRAGMA synchronous=FULL");
@@ -235,37 +271,34 @@ Outcome RowStore::insertRow(std::string_view key, std::uint64_t ordinal, std::st
       .run();
 }
 
-Outcome RowStore::salvage(RowStore& other, std::size_t& recovered) {
+Outcome RowStore::salvage(Carver& damaged, std::size_t& recovered) {
+  recovered = 0;
+  auto insertEntry = _database->prepare("INSERT OR IGNORE INTO entries VALUES(?,?,?,?)");
+  auto insertListRow = _database->prepare("INSERT OR IGNORE INTO list_rows VALUES(?,?,?,?)");
   return _database->transaction([&] {
-    Entries entries;
-    other.entries(entries);
     auto outcome = Outcome::done;
-    for (const auto& [key, value] : entries.undamaged)
-      outcome = worse(outcome, putValue(key, value));
-    recovered = entries.undamaged.size();
-    // What lies behind a page that cannot be read is reached from the other end.
-    for (const auto* query :
-         {"SELECT * FROM list_rows ORDER BY place", "SELECT * FROM list_rows ORDER BY place DESC"})
-      outcome = worse(outcome, salvageRows(*other._database, query, recovered));
+    damaged.forEachRow([&](const CarvedRow& row) {
+      if (outcome != Outcome::done || row.crc != checksum(row.key, row.number, row.bytes)) return;
+      outcome = row.isListRow ? salvageListRow(insertListRow, row) : salvageEntry(insertEntry, row);
+      if (_database->hasChanged()) ++recovered;
+    });
     return outcome;
   });
 }
 
-Outcome RowStore::salvageRows(Database& other, const char* query, std::size_t& recovered) {
-  auto insert = _database->prepare("INSERT OR IGNORE INTO list_rows VALUES(?,?,?,?)");
-  auto outcome = Outcome::done;
-  other.prepare(query).forEachRow([&](const Statement& row) {
-    const auto place = row.number(0);
-    const auto key = row.text(1);
-    const auto bytes = row.text(2);
-    if (row.number(3) != checksum(key, place, bytes)) return;
-    if (_lists.emplace(key, listAt(place)).second)
-      outcome = worse(outcome, putValue(key, {ValueKind::list, ""}));
-    insert.bind(0, place).bind(1, key).bindBytes(2, bytes).bind(3, row.number(3));
-    outcome = worse(outcome, insert.run());
-    if (_database->hasChanged()) ++recovered;
-  });
-  return outcome;
+Outcome RowStore::salvageEntry(Statement& insert, const CarvedRow& row) {
+  return insert.bind(0, row.key).bind(1, row.number).bindBytes(2, row.bytes).bind(3, row.crc).run();
+}
+
+// Rows of a list that had another number once were removed with it.
+Outcome RowStore::salvageListRow(Statement& insert, const CarvedRow& row) {
+  const auto list = listAt(row.number);
+  if (list < 0 || list >= listEnd) return Outcome::done;
+  const auto [known, isNew] = _lists.emplace(row.key, list);
+  if (known->second != list) return Outcome::done;
+  const auto outcome = isNew ? putValue(row.key, {ValueKind::list, ""}) : Outcome::done;
+  insert.bind(0, row.number).bind(1, row.key).bindBytes(2, row.bytes).bind(3, row.crc);
+  return worse(outcome, insert.run());
 }
 
 }  // namespace kite::Linux

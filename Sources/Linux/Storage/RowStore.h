@@ -2,6 +2,7 @@
 
 #include <Kite/Platform/Larder.h>
 
+#include "Linux/Storage/Carver.h"
 #include "Linux/Storage/Database.h"
 
 #include <cstdint>
@@ -60,11 +61,10 @@ class RowStore {
   Outcome put(std::string_view key, const SavedValue& value);
   Outcome remove(std::string_view key);
   Outcome edit(std::string_view key, const Larder::ListEdit& edit);
-  /// Takes over whatever can still be read from another store; counts it.
-  Outcome salvage(RowStore& other, std::size_t& recovered);
+  /// Takes over whatever can be made out in a damaged store; counts it.
+  Outcome salvage(Carver& damaged, std::size_t& recovered);
 
   std::string message() const { return _database->message(); }
-  void abandon() { _database->abandon(); }
 
  private:
   explicit RowStore(std::unique_ptr<Database> database);
@@ -77,7 +77,8 @@ class RowStore {
   Outcome removeRows(std::int64_t list, Larder::OrdinalRange range);
   Outcome edited(std::string_view key, const Larder::ListEdit& edit);
   Outcome insertRow(std::string_view key, std::uint64_t ordinal, std::string_view bytes);
-  Outcome salvageRows(Database& other, const char* query, std::size_t& recovered);
+  Outcome salvageEntry(Statement& insert, const CarvedRow& row);
+  Outcome salvageListRow(Statement& insert, const CarvedRow& row);
 
   std::unique_ptr<Database> _database;
   Statement _putValue, _removeValue, _insertRow, _removeRows, _selectRows;

@@ -2,6 +2,7 @@
 
 #include <Kite/Linux/LinuxPlatform.h>
 
+#include "Linux/FileSizeSignal.h"
 #include "Linux/Storage/MasterKeyFile.h"
 
 #include <utility>
@@ -27,6 +28,10 @@ CachedStore::Codec sealing(const std::shared_ptr<const MasterKey>& master) {
         if (!text) return std::nullopt;
         return std::make_shared<const Larder::StoredValue>(Data{*std::move(text)});
       },
+      .moveTo =
+          [master](const PrivateFolder& folder) {
+            return master && keepMasterKey(folder, *master);
+          },
   };
 }
 
@@ -50,11 +55,13 @@ void SealedSecretsStorage::remove(std::string_view key) { _values->remove(key); 
 
 std::shared_ptr<Larder::SecretsStorage> sealedSecretsStorage(const std::filesystem::path& folder,
                                                              const System& system) {
+  const WithoutFileSizeSignal quiet;
   auto file = StoreFile::ownOrInMemory(folder, secretsStoreName(), system);
   auto key = file->folder() ? readOrMakeMasterKey(*file->folder(), system) : MasterKey::random();
   if (!key) {
     system.print("[KITE] The secrets store keeps its values in memory only: it has no key");
-    file = StoreFile::inMemory(secretsStoreName());
+    file = nullptr;  // lets go of its lock
+    file = StoreFile::standIn(secretsStoreName(), folder);
     key = MasterKey::random();
   }
   return std::make_shared<SealedSecretsStorage>(std::move(file), std::move(key), system);

@@ -1,5 +1,9 @@
 #include "Linux/Storage/StoreFile.h"
 
+#include "Linux/FileSizeSignal.h"
+#include "Linux/Storage/Carver.h"
+#include "Linux/Storage/WriteAheadLog.h"
+
 #include <sys/file.h>
 
 #include <ctime>
@@ -17,21 +21,26 @@ std::string utcStamp(Date date) {
   return {text, std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &parts)};
 }
 
-constexpr const char* companions[] = {"", "-wal", "-shm"};
+constexpr const char* logSuffix = "-wal";
+
+constexpr std::size_t largestSalvaged = std::size_t{1} << 30;
 
 }  // namespace
 
 StoreFile::Opened StoreFile::own(const std::filesystem::path& path, StoreName name,
                                  const System& system) {
+  const WithoutFileSizeSignal quiet;
   auto folder = PrivateFolder::open(path, /*make=*/true);
   if (!folder) return Failure{folder.error()};
   std::unique_ptr<StoreFile> file(new StoreFile(std::move(name), Database::Access::readWrite));
   file->_folder.emplace(*std::move(folder));
+  file->_place = path;
   // Nobody may touch the database before it is locked: a descriptor of it that is closed takes the
   // locks of the whole process along.
   if (auto reason = file->lock()) return Failure{*std::move(reason)};
-  if (auto reason = file->_folder->make(file->_name.file)) return Failure{*std::move(reason)};
-  const auto outcome = file->openRows();
+  if (auto reason = file->makeFiles()) return Failure{*std::move(reason)};
+  const bool isBroken = WriteAheadLog(file->contents(logSuffix)).isBroken();
+  const auto outcome = isBroken ? Outcome::damaged : file->openRows();
   if (outcome == Outcome::damaged) file->beginAfresh(system);
   if (outcome == Outcome::failed) return Failure{file->path().string() + " cannot be opened"};
   return file;
@@ -42,7 +51,7 @@ std::unique_ptr<StoreFile> StoreFile::ownOrInMemory(const std::filesystem::path&
   auto file = own(folder, name, system);
   if (file) return *std::move(file);
   system.print("[KITE] The " + name.title + " keeps its values in memory only: " + file.error());
-  return inMemory(name);
+  return standIn(name, folder);
 }
 
 StoreFile::Opened StoreFile::inspect(const std::filesystem::path& path, StoreName name) {
@@ -50,7 +59,7 @@ StoreFile::Opened StoreFile::inspect(const std::filesystem::path& path, StoreNam
   if (!folder) return Failure{folder.error()};
   std::unique_ptr<StoreFile> file(new StoreFile(std::move(name), Database::Access::readOnly));
   file->_folder.emplace(*std::move(folder));
-  if (auto reason = file->_folder->fault(file->_name.file)) return Failure{*std::move(reason)};
+  if (auto reason = file->fault()) return Failure{*std::move(reason)};
   const auto outcome = file->openRows();
   if (outcome == Outcome::done) return file;
   return Failure{file->path().string() +
@@ -63,12 +72,44 @@ std::unique_ptr<StoreFile> StoreFile::inMemory(StoreName name) {
   return file;
 }
 
+std::unique_ptr<StoreFile> StoreFile::standIn(StoreName name, std::filesystem::path place) {
+  auto file = inMemory(std::move(name));
+  file->_place = std::move(place);
+  return file;
+}
+
+bool StoreFile::isAway() const {
+  return !_place.empty() && (!_folder || _folder->isMissing(_name.file));
+}
+
 std::optional<std::string> StoreFile::lock() {
   auto file = _folder->openFile(_name.file + ".lock");
   if (!file) return file.error();
   if (::flock(file->get(), LOCK_EX | LOCK_NB) != 0)
     return path().string() + " is in use by another process";
   _lock = *std::move(file);
+  return std::nullopt;
+}
+
+std::array<std::string, 3> StoreFile::fileNames() const {
+  return {_name.file, _name.file + logSuffix, _name.file + "-shm"};
+}
+
+// SQLite makes the others by itself, but would write through a hard link that is there.
+std::optional<std::string> StoreFile::makeFiles() {
+  for (const auto& name : fileNames()) {
+    if (name != _name.file && !_folder->exists(name)) continue;
+    if (auto reason = _folder->make(name)) return reason;
+  }
+  return std::nullopt;
+}
+
+// The owner may remove the log meanwhile.
+std::optional<std::string> StoreFile::fault() const {
+  for (const auto& name : fileNames()) {
+    auto reason = _folder->fault(name);
+    if (reason && (name == _name.file || !_folder->isMissing(name))) return reason;
+  }
   return std::nullopt;
 }
 
@@ -80,6 +121,8 @@ Outcome StoreFile::openRows() {
 }
 
 void StoreFile::beginAfresh(const System& system) {
+  // SQLite, when it closes the file, moves the sound beginning of the log into it.
+  const auto oldFile = contents(""), oldLog = contents(logSuffix);
   _rows.reset();
   const auto newName = _folder ? freeName(system.now()) : "";
   if (!_folder || !setAside(newName) || openRows() != Outcome::done) {
@@ -88,12 +131,15 @@ void StoreFile::beginAfresh(const System& system) {
     return;
   }
   std::size_t recovered = 0;
-  std::unique_ptr<RowStore> old;
-  if (auto database = Database::open(_folder->path() / newName, _access))
-    if (RowStore::openForReading(std::move(database), old) == Outcome::done)
-      _rows->salvage(*old, recovered);
+  Carver damaged(oldFile, oldLog);
+  _rows->salvage(damaged, recovered);
   system.print("[KITE] The " + _name.title + " is damaged: it was set aside as " + newName + ", " +
                std::to_string(recovered) + " entries were recovered");
+}
+
+std::string StoreFile::contents(const char* companion) const {
+  if (!_folder) return "";
+  return readFile(_folder->path() / (_name.file + companion), largestSalvaged).value_or("");
 }
 
 std::string StoreFile::freeName(Date now) const {
@@ -106,15 +152,16 @@ std::string StoreFile::freeName(Date now) const {
 }
 
 bool StoreFile::setAside(const std::string& newName) {
-  for (const auto* companion : companions) {
-    const auto file = _name.file + companion;
-    if (_folder->exists(file) && !_folder->rename(file, newName + companion)) return false;
+  for (const auto& name : fileNames()) {
+    const auto suffix = name.substr(_name.file.size());
+    if (_folder->exists(name) && !_folder->rename(name, newName + suffix)) return false;
   }
   return !_folder->make(_name.file);
 }
 
 void StoreFile::moveToMemory() {
   _folder.reset();
+  _place.clear();
   openRows();
 }
 

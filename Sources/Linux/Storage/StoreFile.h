@@ -6,6 +6,7 @@
 #include "Linux/Storage/PrivateFolder.h"
 #include "Linux/Storage/RowStore.h"
 
+#include <array>
 #include <memory>
 #include <optional>
 #include <string>
@@ -39,6 +40,15 @@ class StoreFile {
   /// For reading beside the owner.
   static Opened inspect(const std::filesystem::path& folder, StoreName name);
   static std::unique_ptr<StoreFile> inMemory(StoreName name);
+  /// One in memory, for a file that is away.
+  static std::unique_ptr<StoreFile> standIn(StoreName name, std::filesystem::path place);
+
+  /// Whether the file was removed from the disk, or could not be had: `own` may be tried again.
+  bool isAway() const;
+  /// The folder that it was to live in.
+  const std::filesystem::path& place() const { return _place; }
+  /// Gives the place up.
+  void stayAway() { _place.clear(); }
 
   RowStore& rows() { return *_rows; }
   const StoreName& name() const { return _name; }
@@ -50,21 +60,24 @@ class StoreFile {
   /// Goes on in memory when even that cannot be done.
   void beginAfresh(const System& system);
 
-  /// For a forked child, whose parent goes on using the file: leaves it alone for good.
-  void abandon() { _rows->abandon(); }
-
  private:
   StoreFile(StoreName name, Database::Access access) : _name(std::move(name)), _access(access) {}
 
   std::optional<std::string> lock();
+  /// Those of the database, its log and the log's index.
+  std::array<std::string, 3> fileNames() const;
+  std::optional<std::string> makeFiles();
+  std::optional<std::string> fault() const;
   Outcome openRows();
   std::filesystem::path path() const { return _folder->path() / _name.file; }
+  std::string contents(const char* companion) const;
   std::string freeName(Date now) const;
   bool setAside(const std::string& newName);
   void moveToMemory();
 
   StoreName _name;
   Database::Access _access;
+  std::filesystem::path _place;
   std::optional<PrivateFolder> _folder;
   FileDescriptor _lock;
   std::unique_ptr<RowStore> _rows;

@@ -2,6 +2,7 @@
 
 #include <Kite/Platform/System.h>
 
+#include <cmath>
 #include <optional>
 #include <string>
 #include <utility>
@@ -16,15 +17,24 @@ class TroubleReport {
 
   void goesOn(const std::string& reason) {
     const auto now = _system.now();
-    _isOver = false;
-    if (_lastLine && now - *_lastLine < secondsBetweenLines) return;
+    // A clock that was put back must not silence it for long.
+    if (_lastLine && std::abs(now - *_lastLine) < secondsBetweenLines) return;
     _lastLine = now;
+    _isTold = true;
     _system.print("[KITE] The " + _title + " cannot be saved, values stay in memory: " + reason);
   }
+  /// For trouble that is told once, however long it lasts.
+  void begins(const std::string& reason) {
+    if (!_isTold) goesOn(reason);
+  }
+  /// Another line has told of it.
+  void wasTold() {
+    _lastLine = _system.now();
+    _isTold = true;
+  }
   void isOver() {
-    if (_isOver) return;
-    _isOver = true;
-    _lastLine.reset();
+    if (!_isTold) return;
+    _isTold = false;
     _system.print("[KITE] The " + _title + " is saved again");
   }
 
@@ -34,7 +44,7 @@ class TroubleReport {
   System _system;
   std::string _title;
   std::optional<Date> _lastLine;
-  bool _isOver = true;
+  bool _isTold = false;  ///< and not over
 };
 
 }  // namespace kite::Linux

@@ -4,12 +4,15 @@
 #include "Support/RawDatabase.h"
 #include "Support/TemporaryFolder.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <zlib.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdint>
 #include <fstream>
 #include <iterator>
@@ -141,6 +144,82 @@ TEST_F(SealedSecretsStorageTests, setsAKeyFileAsideThatHoldsNoKey) {
   EXPECT_EQ(contents(folder / "master.key").size(), 32u);
   storage->write("k", {"2"});
   EXPECT_EQ(storage->read("k")->data().bytes, "2");
+}
+
+// A lease makes the key's file one that is there and cannot be opened just now.
+class KeyLease {
+ public:
+  explicit KeyLease(const std::filesystem::path& file) : _file(::open(file.c_str(), O_RDWR)) {
+    ::fcntl(_file, F_SETSIG, SIGURG);  // which is ignored
+    isHeld = ::fcntl(_file, F_SETLEASE, F_WRLCK) == 0;
+  }
+  KeyLease(const KeyLease&) = delete;
+  KeyLease& operator=(const KeyLease&) = delete;
+  ~KeyLease() { ::close(_file); }
+
+  bool isHeld = false;
+
+ private:
+  int _file;
+};
+
+TEST_F(SealedSecretsStorageTests, leavesAKeyFileInPlaceThatCannotBeReadThisTime) {
+  open()->write("k", {"1"});
+  const auto key = contents(folder / "master.key");
+  {
+    const KeyLease lease(folder / "master.key");
+    ASSERT_TRUE(lease.isHeld);
+    const auto storage = open();
+    EXPECT_THAT(system.lines(), ElementsAre("[KITE] The secrets store keeps its values in memory "
+                                            "only: it has no key"));
+    storage->write("k", {"2"});
+    EXPECT_EQ(storage->read("k")->data().bytes, "2");
+  }
+  EXPECT_EQ(contents(folder / "master.key"), key);
+  EXPECT_EQ(savedText("k"), "1");
+}
+
+TEST_F(SealedSecretsStorageTests, takesItsKeyFromTheEyesOfOthers) {
+  open()->write("k", {"1"});
+  ::chmod((folder / "master.key").c_str(), 0644);
+  EXPECT_EQ(savedText("k"), "1");
+  EXPECT_EQ(std::filesystem::status(folder / "master.key").permissions(),
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+}
+
+TEST_F(SealedSecretsStorageTests, setsAFolderAsideThatStandsInPlaceOfItsKey) {
+  std::filesystem::create_directories(folder / "master.key");
+  open()->write("k", {"1"});
+  EXPECT_EQ(savedText("k"), "1");
+}
+
+TEST_F(SealedSecretsStorageTests, comesBackWithItsKeyOnceThereIsAPlace) {
+  std::filesystem::create_directories(folder.parent_path());
+  std::ofstream(folder) << "in the way";
+  {
+    const auto storage = open();
+    storage->write("a", {"1"});
+    std::filesystem::remove(folder);
+    storage->write("b", {"2"});
+    std::filesystem::remove_all(folder);
+    storage->write("c", {"3"});
+  }
+  EXPECT_EQ(savedText("a"), "1");
+  EXPECT_EQ(savedText("b"), "2");
+  EXPECT_EQ(savedText("c"), "3");
+}
+
+TEST_F(SealedSecretsStorageTests, doesNotComeBackToAPlaceWithAnotherKey) {
+  open();
+  const auto key = contents(folder / "master.key");
+  std::filesystem::rename(folder, temporary.path() / "kept");
+  std::ofstream(folder) << "in the way";
+  const auto storage = open();
+  std::filesystem::remove(folder);
+  std::filesystem::rename(temporary.path() / "kept", folder);
+  storage->write("k", {"1"});
+  EXPECT_EQ(contents(folder / "master.key"), key);
+  EXPECT_EQ(RawDatabase(file).value("SELECT count(*) FROM entries"), "0");
 }
 
 TEST_F(SealedSecretsStorageTests, doesNotFollowALinkInPlaceOfItsKey) {

@@ -6,6 +6,7 @@
 #include "Support/TemporaryFolder.h"
 #include "Support/TextSegment.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -111,6 +113,24 @@ TEST_F(SqliteKVStorageTests, refusesADatabaseWithASecondName) {
   open()->write("k", {"1"});
   EXPECT_EQ(std::filesystem::file_size(temporary.path() / "elsewhere"), 0u);
   EXPECT_THAT(system.lines(), ElementsAre(HasSubstr("is also reachable under another name")));
+}
+
+TEST_F(SqliteKVStorageTests, refusesALogWithASecondName) {
+  std::filesystem::create_directories(folder);
+  std::ofstream(temporary.path() / "elsewhere") << "";
+  std::filesystem::create_hard_link(temporary.path() / "elsewhere", folder / "kv.sqlite-wal");
+  open()->write("k", {"1"});
+  EXPECT_EQ(std::filesystem::file_size(temporary.path() / "elsewhere"), 0u);
+  EXPECT_THAT(system.lines(), ElementsAre(HasSubstr("is also reachable under another name")));
+}
+
+TEST_F(SqliteKVStorageTests, closesALogThatWasOpenToOthers) {
+  std::filesystem::create_directories(folder);
+  std::ofstream(folder / "kv.sqlite-wal") << "";
+  ::chmod((folder / "kv.sqlite-wal").c_str(), 0644);
+  const auto storage = open();
+  storage->write("k", {"1"});
+  EXPECT_EQ(modeOf(folder / "kv.sqlite-wal"), 0600u);
 }
 
 TEST_F(SqliteKVStorageTests, refusesALinkedFolder) {
@@ -326,10 +346,10 @@ TEST_F(SqliteKVStorageTests, setsTheDatabaseOfAnotherProgramAside) {
   EXPECT_EQ(RawDatabase(folder / setAside().front()).value("SELECT a FROM theirs"), "kept");
 }
 
-TEST_F(SqliteKVStorageTests, setsAStoreOfAnUnknownFormatAside) {
+TEST_F(SqliteKVStorageTests, setsAStoreOfAnUnknownFormatAsideAndKeepsWhatItKnowsOfIt) {
   open()->write("k", {"1"});
   RawDatabase(file).execute("PRAGMA user_version=2");
-  EXPECT_EQ(savedText("k"), "absent");
+  EXPECT_EQ(savedText("k"), "1");
   EXPECT_EQ(setAside().size(), 1u);
 }
 
@@ -479,6 +499,30 @@ TEST_F(SqliteKVStorageTroubleTests, reportsTroubleOnceAMinuteAndItsEnd) {
   EXPECT_THAT(system.lines(), ElementsAre("[KITE] The key-value store is saved again"));
 }
 
+TEST_F(SqliteKVStorageTests, aLimitOfFileSizesFailsTheWriteAndLeavesTheProcessAlive) {
+  const auto child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    ::signal(SIGXFSZ, SIG_DFL);
+    auto storage = open();
+    rlimit limit{};
+    ::getrlimit(RLIMIT_FSIZE, &limit);
+    const auto unlimited = limit.rlim_cur;
+    limit.rlim_cur = std::filesystem::file_size(folder / "kv.sqlite-wal") + 8192;
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    for (int i = 0; i < 20; ++i) storage->write("k" + std::to_string(i), {std::string(9000, 'x')});
+    const bool isReported = !system.lines().empty();
+    limit.rlim_cur = unlimited;
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    storage->write("k", {"1"});
+    storage.reset();
+    ::_exit(isReported && savedText("k19").size() == 9000 && savedText("k") == "1" ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+}
+
 TEST_F(SqliteKVStorageTests, aForkedChildLeavesTheFileAlone) {
   auto storage = open();
   storage->write("k", {"parent"});
@@ -488,9 +532,9 @@ TEST_F(SqliteKVStorageTests, aForkedChildLeavesTheFileAlone) {
   if (child == 0) {
     storage->write("k", {"child"});
     const bool isEdited = append(*storage, "l", {row(2, "2")});
-    const bool isVisible = text(storage, "k") == "child";
+    const bool isUnchanged = text(storage, "k") == "parent";
     storage.reset();
-    ::_exit(!isEdited && isVisible ? 0 : 1);
+    ::_exit(!isEdited && isUnchanged ? 0 : 1);
   }
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);

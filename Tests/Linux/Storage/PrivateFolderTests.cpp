@@ -1,0 +1,47 @@
+#include "Linux/Storage/PrivateFolder.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <thread>
+
+namespace kite::Linux {
+namespace {
+
+/// Interrupts the thread that made it, again and again, for as long as it lives.
+class Interruptions {
+ public:
+  Interruptions() {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};  // without SA_RESTART
+    sigaction(SIGUSR1, &action, &_previous);
+    _thread = std::thread([this, victim = pthread_self()] {
+      while (!_isOver) pthread_kill(victim, SIGUSR1);
+    });
+  }
+  Interruptions(const Interruptions&) = delete;
+  Interruptions& operator=(const Interruptions&) = delete;
+  ~Interruptions() {
+    _isOver = true;
+    _thread.join();
+    sigaction(SIGUSR1, &_previous, nullptr);
+  }
+
+ private:
+  struct sigaction _previous {};
+  std::atomic<bool> _isOver = false;
+  std::thread _thread;
+};
+
+TEST(PrivateFolderTests, givesUpOnAReadThatIsInterruptedForEver) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  const FileDescriptor reading(ends[0]), writing(ends[1]);
+  const Interruptions interruptions;
+  EXPECT_EQ(readAll(reading, 1), std::nullopt);
+}
+
+}  // namespace
+}  // namespace kite::Linux
