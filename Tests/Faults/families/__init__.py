@@ -1,0 +1,1 @@
+"""The families of faults, one module each."""

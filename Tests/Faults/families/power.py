@@ -1,0 +1,115 @@
+"""The power is cut: what a device holds at a random moment is mounted and checked."""
+
+import json
+import pathlib
+import threading
+import time
+
+from harness import Host, Oracle, Run, case, check, disks, stores
+
+COMMIT_SECONDS = 5  # of ext4's journal
+TROUBLE = ("damaged", "corrupt", "memory only", "cannot be")
+
+
+def window() -> float:
+    """For how long Linux may hold back what was written without being synchronised."""
+    seconds = sum(int(pathlib.Path(f"/proc/sys/vm/dirty_{name}_centisecs").read_text()) / 100
+                  for name in ("expire", "writeback"))
+    return seconds + COMMIT_SECONDS
+
+
+class Writer:
+    """A host in the background that tracks and changes its profile until it is stopped."""
+
+    def __init__(self, run: Run, state):
+        self.oracle = Oracle()
+        self.answered_at: list[float] = []
+        self.profile_sent = self.profile_answered = 0
+        self.failure: Exception | None = None
+        self._host = Host(run.kite, state, start_in_background=True)
+        self._is_stopped = threading.Event()
+        self._thread = threading.Thread(target=self._work)
+
+    def __enter__(self):
+        self._host.start()
+        self._thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self._is_stopped.set()
+        self._thread.join()
+        self._host.close()
+
+    def _work(self):
+        try:
+            while not self._is_stopped.wait(0.01):
+                self.oracle.track(self._host)
+                self.answered_at.append(time.monotonic())
+                if self.oracle.tracked % 7 == 0:
+                    self.profile_sent += 1
+                    self._host.call("updateUserInfo", with_={"proof": self.profile_sent})
+                    self.profile_answered = self.profile_sent
+        except Exception as failure:  # pylint: disable=broad-except  # raised by the case
+            self.failure = failure
+
+
+def open_copy(run: Run, state):
+    """The stores of a copy open as if nothing had happened, and work."""
+    with Host(run.kite, state, start_in_background=True).start() as host:
+        check(host.call("keychainId"), "there is no identifier")
+        trouble = [line for line in host.stderr if any(word in line for word in TROUBLE)]
+        check(not trouble, "after a power failure: " + "\n".join(trouble))
+    check(not stores.set_aside(state), "a store was set aside")
+
+
+@case("power", "copies of the device while writing", full=50, smoke=4)
+def copies(run: Run) -> dict:
+    """The profile is never lost; of the events at most those that the system had not written yet,
+    which are the last ones."""
+    random, folder = run.random(), run.folder()
+    checked, lost, image = 0, 0, folder / "copy.image"
+    with disks.PoweredDisk(folder) as disk, Writer(run, disk.folder / "state") as writer:
+        for number in range(run.count):
+            time.sleep(random.uniform(0, 3))
+            cut_at = time.monotonic()
+            profile = writer.profile_answered
+            old = [serial for serial, moment in enumerate(writer.answered_at)
+                   if cut_at - moment > window()]
+            disk.copy(image)
+            profile_end, tracked = writer.profile_sent, writer.oracle.tracked
+            with disks.on_loop(image, folder / f"copy{number}") as copy:
+                open_copy(run, copy / "state")
+                account = writer.oracle.account(stores.queue(run.kite, copy / "state"))
+                text = stores.value(run.kite, copy / "state", "Kite-User-Info", secrets=True)
+            found = json.loads(text)["data"].get("proof", 0)
+            check(profile <= found <= profile_end,
+                  f"the profile is {found}, neither the old {profile} nor the new {profile_end}")
+            writer.oracle.demand(account, old)
+            writer.oracle.demand_prefix(account)
+            if writer.failure:
+                raise writer.failure
+            checked += len(old)
+            lost += tracked - len(account.kept)
+            run.tick()
+        events = writer.oracle.tracked
+    return {"copies": run.count, "events": events, "events older than the window": checked,
+            "lost within the promise": lost}
+
+
+@case("power", "copies while the stores are made", full=30, smoke=3)
+def first_start(run: Run) -> dict:
+    """The first start of all is no moment of danger either."""
+    random, folder = run.random(), run.folder()
+    image = folder / "copy.image"
+    with disks.PoweredDisk(folder) as disk:
+        for number in range(run.count):
+            state = f"state{number}"
+            with Host(run.kite, disk.folder / state, start_in_background=True) as host:
+                host.post("start")
+                time.sleep(random.uniform(0, 0.08))
+                disk.copy(image)
+                host.drain()
+            with disks.on_loop(image, folder / f"copy{number}") as copy:
+                open_copy(run, copy / state)
+            run.tick()
+    return {"copies": run.count}
