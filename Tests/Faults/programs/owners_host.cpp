@@ -42,7 +42,7 @@ class OwnersHost {
     } else if (op == "track") {
       track(facade(line), line.text("stream"), line.integer("from"), line.integer("count"));
     } else if (op == "userInfo") {
-      return reply(",\"value\":" + std::to_string(facade(line).userInfoKiteValue().size())), true;
+      return reply(",\"value\":" + std::to_string(facade(line).userInfoKiteValue().values().size())), true;
     } else if (op == "settle") {
       settle();
     } else if (op == "fork") {
