@@ -7,7 +7,7 @@ import sys
 
 # Folder -> the internal folders that it may include, and the third-party headers that its .cpp files may include.
 FLOORS = {
-    "Sources/Base": ({"Base"}, ("pthread.h",)),
+    "Sources/Base": ({"Base"}, ()),
     "Sources/Values": ({"Base", "Values"}, ("simdjson.h",)),
     "Sources/Core": ({"Base", "Values", "Core"}, ("simdjson.h", "fmt/", "zlib.h")),
     "Sources/Linux": ({"Base", "Values", "Linux"}, None),  # None: any
