@@ -114,9 +114,10 @@ void CachedStore::remove(std::string_view key) {
 }
 
 Larder::EditOutcome CachedStore::edit(std::string_view key, const Larder::ListEdit& edit) {
-  if (isInChild() || !_file->isWritable()) return Larder::EditOutcome::failed;
+  if (isInChild()) return Larder::EditOutcome::failed;
   const WithoutFileSizeSignal quiet;
   const std::scoped_lock writing(_writing);
+  if (!_file->isWritable()) return Larder::EditOutcome::failed;
   comeBack();
   saveAll();
   if (_unsaved.contains(key)) return Larder::EditOutcome::failed;

@@ -7,20 +7,16 @@
 //   {"op":"fork","facade":0,"does":"track","ends":"_exit","busy":8}
 //
 // `fork` makes a child that tracks events of the stream "child" and reads ("track"), destroys the
-// facade ("destroy") or does nothing ("nothing"), and leaves by "_exit" or "exit". Meanwhile so many
-// threads of the parent track and read. The answer tells the child's status, or that it hung.
+// facade ("destroy") or does nothing ("nothing"), and leaves by "_exit" or "exit". Meanwhile so
+// many threads of the parent track and read. The answer tells the child's status, or that it hung.
 
-#include <Kite/Kite.h>
-#include <Kite/Linux/LinuxPlatform.h>
-
-#include "Lines.h"
+#include "HostParts.h"
 
 #include <sys/wait.h>
 
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <future>
 #include <thread>
 #include <vector>
 
@@ -38,13 +34,15 @@ class OwnersHost {
     const auto op = line.text("op");
     if (op == "quit") return reply(""), false;
     if (op == "start") {
-      facade(line).start(dependencies());
+      facade(line).start(_parts.dependencies(_parts.platform()));
     } else if (op == "track") {
       track(facade(line), line.text("stream"), line.integer("from"), line.integer("count"));
     } else if (op == "userInfo") {
-      return reply(",\"value\":" + std::to_string(facade(line).userInfoKiteValue().values().size())), true;
+      return reply(",\"value\":" +
+                   std::to_string(facade(line).userInfoKiteValue().values().size())),
+             true;
     } else if (op == "settle") {
-      settle();
+      _parts.settle();
     } else if (op == "fork") {
       return reply(",\"value\":\"" + forked(line) + "\""), true;
     } else {
@@ -64,14 +62,6 @@ class OwnersHost {
                     std::int64_t count) {
     for (auto serial = from; serial < from + count; ++serial)
       kite.trackUserAction("proof", {{"serial", serial}, {"stream", stream}});
-  }
-
-  void settle() {
-    for (const auto& queue : _storageQueues) {
-      const auto reached = std::make_shared<std::promise<void>>();
-      queue->run([reached] { reached->set_value(); });
-      reached->get_future().wait();
-    }
   }
 
   std::string forked(const Line& line) {
@@ -126,46 +116,8 @@ class OwnersHost {
                              : "signal " + std::to_string(WTERMSIG(status));
   }
 
-  Platform platform() {
-    Linux::PlatformOptions options{.applicationName = "kite-host"};
-    options.kitbag = {.appVersion = "1.0", .bundleVersion = "1"};
-    options.dataFolder = _options.text("state") + "/app";
-    options.secretsFolder = _options.text("state") + "/secrets";
-    if (_options.has("ca-file")) options.caFile = _options.text("ca-file");
-    options.notificationCenter = _center;
-    auto platform = Linux::platform(std::move(options));
-    platform.queue = [this](const std::string& name) {
-      auto queue = Linux::workerQueue(name);
-      if (name != "kite.sync") _storageQueues.push_back(queue);
-      return queue;
-    };
-    return platform;
-  }
-
-  KiteDependencies dependencies() {
-    const auto endpoint = URL::parse(_options.text("endpoint"));
-    if (!endpoint) throw std::runtime_error("--endpoint is no URL");
-    return {platform(),
-            FromCustomIDs{
-                .installedBeforeKite = false,
-                .customIDs = {},
-                .endpoints = {.production = *endpoint, .staging = *endpoint},
-                .sessionListener = SessionListener::notificationCenter(_center),
-                .backgroundChecker =
-                    BackgroundChecker::uiApplication(_application, Linux::inlineMainThread()),
-                .backgroundTaskScheduler = BackgroundTaskScheduler::uiApplication(_application),
-                .lumoID = "kite-host",
-                .wicketKey = _options.text("key"),
-                .whisker = Linux::jsonLinesWhisker(),
-                .storefrontProvider = [] { return std::nullopt; },
-                .syncOnSessionEnd = true}};
-  }
-
   const Options _options;
-  const std::shared_ptr<NotificationCenter> _center = Linux::notificationCenter();
-  const std::shared_ptr<Linux::HostApplication> _application =
-      Linux::hostApplication(_center, ApplicationState::background);
-  std::vector<std::shared_ptr<Tempra::Queue>> _storageQueues;
+  HostParts _parts{_options, ApplicationState::background};
   std::vector<std::unique_ptr<KiteManagerImpl>> _facades;
   int _round = 0;
 };

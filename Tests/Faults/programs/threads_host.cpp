@@ -11,17 +11,13 @@
 // Events are user actions with a stream and a serial number. Recorded in the background, so that
 // what has settled is on the disk. The answer is one line at the end, before that one at "end".
 
-#include <Kite/Kite.h>
-#include <Kite/Linux/LinuxPlatform.h>
-
-#include "Lines.h"
+#include "HostParts.h"
 
 #include <dlfcn.h>
 #include <pthread.h>
 
 #include <cerrno>
 #include <cstdlib>
-#include <future>
 #include <latch>
 #include <thread>
 #include <vector>
@@ -101,7 +97,7 @@ class ThreadsHost {
   void crowd() {
     start();
     together(number("threads"), [&](long i) { track(std::to_string(i), 0, number("events")); });
-    settle();
+    _parts.settle();
     reply("");
   }
 
@@ -110,9 +106,9 @@ class ThreadsHost {
     together(number("threads"), [&](long i) {
       for (long round = 0; round < number("rounds"); ++round) operate(i, round);
     });
-    _application->didEnterBackground();
+    _parts.application().didEnterBackground();
     track("last", 0, 1);  // writes what the foreground left in memory
-    settle();
+    _parts.settle();
     reply("");
   }
 
@@ -138,9 +134,9 @@ class ThreadsHost {
       case 8:
         return _kite->trackExperimentSegmentsReceived({{"experiment", round}});
       case 9:
-        return _application->willEnterForeground();
+        return _parts.application().willEnterForeground();
       case 10:
-        return _application->didEnterBackground();
+        return _parts.application().didEnterBackground();
       default:
         static_cast<void>(_kite->userInfoKiteValue());
         static_cast<void>(_kite->sessionDataKiteValue());
@@ -151,7 +147,7 @@ class ThreadsHost {
   void end(const std::string& how) {
     start();
     track("end", 0, 20);
-    settle();
+    _parts.settle();
     reply("");
     std::string line;
     std::getline(std::cin, line);
@@ -168,14 +164,14 @@ class ThreadsHost {
     track("few", 0, 20);
     threadsLeft = -1;
     track("few", 20, 20);
-    settle();
+    _parts.settle();
     reply("");
   }
 
   /// What a call that ran out of memory did not do is the host's to repeat.
   void withoutMemory() {
     start();
-    settle();
+    _parts.settle();
     isEveryThreadMeant = _options.has("anywhere");
     isMeant = true;
     allocationsLeft = number("at");
@@ -192,61 +188,17 @@ class ThreadsHost {
     const bool isOver = allocationsLeft < 0;
     allocationsLeft = -1;
     track("after", 0, 5);
-    settle();
+    _parts.settle();
     reply(",\"refused\":" + std::to_string(refused) + ",\"struck\":" + (isOver ? "true" : "false"));
   }
 
   void start() {
     _kite = std::make_unique<KiteManagerImpl>();
-    _kite->start(dependencies());
-  }
-
-  void settle() {
-    const auto reached = std::make_shared<std::promise<void>>();
-    _storageQueue->run([reached] { reached->set_value(); });
-    reached->get_future().wait();
-  }
-
-  Platform platform() {
-    Linux::PlatformOptions options{.applicationName = "kite-host"};
-    options.kitbag = {.appVersion = "1.0", .bundleVersion = "1"};
-    options.dataFolder = _options.text("state") + "/app";
-    options.secretsFolder = _options.text("state") + "/secrets";
-    if (_options.has("ca-file")) options.caFile = _options.text("ca-file");
-    options.notificationCenter = _center;
-    auto platform = Linux::platform(std::move(options));
-    platform.queue = [this](const std::string& name) {
-      auto queue = Linux::workerQueue(name);
-      if (name != "kite.sync") _storageQueue = queue;
-      return queue;
-    };
-    return platform;
-  }
-
-  KiteDependencies dependencies() {
-    const auto endpoint = URL::parse(_options.text("endpoint", "https://127.0.0.1:9/v4/events"));
-    if (!endpoint) throw std::runtime_error("--endpoint is no URL");
-    return {platform(),
-            FromCustomIDs{
-                .installedBeforeKite = false,
-                .customIDs = {},
-                .endpoints = {.production = *endpoint, .staging = *endpoint},
-                .sessionListener = SessionListener::notificationCenter(_center),
-                .backgroundChecker =
-                    BackgroundChecker::uiApplication(_application, Linux::inlineMainThread()),
-                .backgroundTaskScheduler = BackgroundTaskScheduler::uiApplication(_application),
-                .lumoID = "kite-host",
-                .wicketKey = _options.text("key"),
-                .whisker = Linux::jsonLinesWhisker(),
-                .storefrontProvider = [] { return std::nullopt; },
-                .syncOnSessionEnd = true}};
+    _kite->start(_parts.dependencies(_parts.platform()));
   }
 
   const Options _options;
-  const std::shared_ptr<NotificationCenter> _center = Linux::notificationCenter();
-  const std::shared_ptr<Linux::HostApplication> _application =
-      Linux::hostApplication(_center, ApplicationState::background);
-  std::shared_ptr<Tempra::Queue> _storageQueue;
+  HostParts _parts{_options, ApplicationState::background};
   std::unique_ptr<KiteManagerImpl> _kite;
 };
 

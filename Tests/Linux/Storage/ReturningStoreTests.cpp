@@ -8,10 +8,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace kite::test {
 namespace {
@@ -114,6 +116,21 @@ TEST_F(ReturningStoreTests, goesOnInMemoryWhenItsFolderCannotBeMadeAnew) {
   storage->write("other", {"3"});
   EXPECT_EQ(text(storage, "k") + text(storage, "other"), "13");
   EXPECT_THAT(system.lines(), ElementsAre(HasSubstr("cannot be saved, values stay in memory")));
+}
+
+TEST_F(ReturningStoreTests, comesBackWhileAnotherThreadEditsAList) {
+  auto storage = open();
+  std::thread other([&] {
+    for (std::uint64_t i = 1; i <= 200; ++i)
+      storage->edit("l", {.replacesAll = true, .removed = {}, .appended = {row(i, "1")}});
+  });
+  for (int i = 0; i < 20; ++i) {
+    std::filesystem::remove(folder / "kv.sqlite");
+    storage->write("k", {std::to_string(i)});
+  }
+  other.join();
+  storage.reset();
+  EXPECT_EQ(savedText("k"), "19");
 }
 
 TEST_F(ReturningStoreTests, leavesWhatAnEarlierRunHasLeftToTheNextStart) {
