@@ -8,6 +8,7 @@ find_package(CURL REQUIRED)
 find_package(simdjson REQUIRED)
 find_package(fmt REQUIRED)
 find_package(PkgConfig REQUIRED)
+pkg_check_modules(libdeflate REQUIRED IMPORTED_TARGET libdeflate)
 
-set(KITE_THIRD_PARTY simdjson::simdjson ZLIB::ZLIB SQLite::SQLite3 OpenSSL::Crypto OpenSSL::SSL CURL::libcurl
-                     Threads::Threads)
+set(KITE_THIRD_PARTY simdjson::simdjson ZLIB::ZLIB PkgConfig::libdeflate SQLite::SQLite3 OpenSSL::Crypto OpenSSL::SSL
+                     CURL::libcurl Threads::Threads)

@@ -18,8 +18,6 @@
 
 namespace kite {
 
-extern template class FlatMap<std::string, KiteValue>;
-
 /// What a host attaches to an event, a session or the user: names and values.
 ///
 /// `{{"items", 3}, {"gift", true}, {"price", 12.5}}` reads just so; a nested map or list is spelled
@@ -77,11 +75,8 @@ class KITE_EXPORT KiteData {
   friend class KiteValue;
   friend KITE_EXPORT JSONValue::Object toJSONObject(const KiteData& data);
 
-  void pack(std::string_view name, std::string_view text);
-  void pack(std::string_view name, std::int64_t number);
-  void pack(std::string_view name, double number);
-  void pack(std::string_view name, bool flag);
-  void pack(std::string_view name, const KiteValue& value);
+  template <class Value>
+  void pack(std::string_view name, const Value& value);
   template <class Visit>
   void visit(Visit each) const;
 

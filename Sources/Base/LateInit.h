@@ -2,9 +2,8 @@
 
 #include <Kite/Base/FatalError.h>
 
-#include "Base/Guarded.h"
+#include "Base/Started.h"
 
-#include <optional>
 #include <utility>
 
 namespace kite {
@@ -13,19 +12,13 @@ namespace kite {
 template <class T>
 class LateInit {
  public:
-  LateInit(const char* message, SourceLocation where) : _message(message), _where(where) {}
+  LateInit(const char* message, SourceLocation where) : _value(message, where) {}
 
   void set(T value) { _value.set(std::move(value)); }
-  T get() const {
-    auto value = _value.copy();
-    if (!value) fatalError(_message, _where);
-    return *std::move(value);
-  }
+  T get() const { return *_value.get(); }
 
  private:
-  const char* _message;
-  SourceLocation _where;
-  Guarded<std::optional<T>> _value;
+  Started<T> _value;
 };
 
 }  // namespace kite

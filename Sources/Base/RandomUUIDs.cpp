@@ -5,8 +5,7 @@
 
 namespace kite {
 
-UUID RandomUUIDs::next(std::uint64_t stir) {
-  _state[0] ^= stir;
+UUID RandomUUIDs::next() {
   UUID uuid;
   for (std::size_t half = 0; half < 2; ++half) {
     const std::uint64_t bits = draw();

@@ -16,9 +16,7 @@ class RandomUUIDs {
 
   explicit RandomUUIDs(Seed seed) : _state(seed) {}
 
-  /// `stir` goes into the generator's state: generators that a fork made alike part company at
-  /// their first different stir.
-  UUID next(std::uint64_t stir);
+  UUID next();
 
  private:
   std::uint64_t draw();

@@ -58,8 +58,7 @@ void EventManagerImpl::trackUserInfoUpdated(UserInfoUpdated::Payload payload) {
 void EventManagerImpl::trackUserAction(UserAction::Payload payload) {
   if (!_isEnabled) return;
   const auto dependencies = _dependencies.get();
-  dependencies->storage->insert(
-      {UserAction(std::move(payload), user(*dependencies)), dependencies->lumoID});
+  dependencies->storage->insert({std::move(payload), user(*dependencies), dependencies->lumoID});
 }
 
 void EventManagerImpl::trackCustomEvent(std::string table, CustomEvent::Payload payload) {

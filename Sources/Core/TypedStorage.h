@@ -19,12 +19,13 @@ namespace kite {
 /// its bytes change.
 template <class T>
 std::shared_ptr<const T> load(const Larder::Storage& storage, Larder::Key<T> key) {
-  const auto stored = storage.read(key.name);
+  auto stored = storage.read(key.name);
   if (!stored) return nullptr;
-  return stored->template decoded<T>([](std::string_view text) {
+  const T* record = stored->template decoded<T>([](std::string_view text) {
     const auto json = decodeJSON(text);
     return json ? JSONCoding<T>::decode(*json) : std::optional<T>();
   });
+  return record ? std::shared_ptr<const T>(std::move(stored), record) : nullptr;
 }
 
 /// Stores the record. One that has no JSON form is silently not stored, and the old one stays.

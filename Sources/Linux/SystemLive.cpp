@@ -27,14 +27,6 @@ RandomUUIDs::Seed randomSeed() {
   return seed;
 }
 
-/// Without a system call. A child process that goes on in a forked copy of a thread shares its
-/// generator's state with the parent; the clock's nanoseconds keep their identifiers apart.
-UUID newUUID() {
-  thread_local RandomUUIDs generator(randomSeed());
-  const auto ticks = std::chrono::steady_clock::now().time_since_epoch().count();
-  return generator.next(static_cast<std::uint64_t>(ticks));
-}
-
 /// The size of a control character at the front of the text; 0 when there is none. Beyond ASCII
 /// they are C1 and whatever ends a line or turns its direction: U+2028 to U+202E, U+2066 to U+2069.
 std::size_t controlCharacterSize(std::string_view text) {
@@ -71,6 +63,18 @@ std::uint64_t countForks() {
   [[maybe_unused]] static const int registration =
       pthread_atfork(nullptr, nullptr, [] { forks.fetch_add(1, std::memory_order_relaxed); });
   return forks.load(std::memory_order_relaxed);
+}
+
+/// Without a system call, but for the first of a thread and the first after a fork: a forked child
+/// has a copy of its parent's generator.
+UUID newUUID() {
+  struct Generator {
+    RandomUUIDs uuids{randomSeed()};
+    std::uint64_t forkCount = countForks();
+  };
+  thread_local Generator generator;
+  if (generator.forkCount != countForks()) generator = {};
+  return generator.uuids.next();
 }
 
 }  // namespace

@@ -83,7 +83,8 @@ std::shared_ptr<const Ids> Manager::ids() const {
     last = answer(state, *std::move(values));
     _last.set(last);
   }
-  return last->ids;
+  const Ids* ids = &last->ids;
+  return {std::move(last), ids};
 }
 
 // Asks the host for every identifier, once. While each is what it was, nothing is copied.
@@ -107,8 +108,7 @@ std::shared_ptr<const Manager::Answer> Manager::answer(const State* state, Value
   for (std::size_t i = 0; const auto& [name, provider] : state->provided) {
     if (const auto& value = values[i++]) ids.emplace(name, Id{*value});
   }
-  return std::make_shared<const Answer>(
-      Answer{state, std::move(values), std::make_shared<const Ids>(std::move(ids))});
+  return std::make_shared<const Answer>(Answer{state, std::move(values), std::move(ids)});
 }
 
 Id Manager::userDefaultsId() const { return _state->kept.find(userDefaultsName)->second; }

@@ -36,7 +36,7 @@ class Manager final : public UsherManager {
   struct Answer {
     const State* state;
     Values values;
-    std::shared_ptr<const Ids> ids;
+    Ids ids;
   };
 
   static std::optional<Values> changedValues(const State& state, const Answer* last);

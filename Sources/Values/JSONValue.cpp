@@ -81,8 +81,6 @@ class Comparison {
 
 }  // namespace
 
-template class FlatMap<std::string, JSONValue>;
-
 JSONValue& JSONValue::operator=(JSONValue&& other) noexcept {
   _value.swap(other._value);
   other._value = Null{};

@@ -9,26 +9,61 @@ namespace {
 
 enum class Kind : char { text, integer, real, no, yes, other };
 
-/// Seven bits at a time, the lowest first; all but the last have the eighth bit set.
-void packLength(std::string& out, std::size_t length) {
-  for (; length >= 0x80; length >>= 7) out.push_back(static_cast<char>(length | 0x80));
-  out.push_back(static_cast<char>(length));
+std::size_t packedSize(std::string_view text) {
+  std::size_t size = 1 + text.size();
+  for (std::size_t rest = text.size(); rest >= 0x80; rest >>= 7) ++size;
+  return size;
+}
+std::size_t packedSize(std::int64_t) { return sizeof(std::int64_t); }
+std::size_t packedSize(double) { return sizeof(double); }
+std::size_t packedSize(bool) { return 0; }
+std::size_t packedSize(const KiteValue&) { return 0; }
+
+template <class Value>
+std::size_t packedSize(std::string_view name, const Value& value) {
+  return 1 + packedSize(name) + packedSize(value);
 }
 
-void packText(std::string& out, std::string_view text) {
-  packLength(out, text.size());
-  out.append(text);
-}
+/// Writes where there is room for it, as `packedSize` tells.
+class Packing {
+ public:
+  explicit Packing(char* place) : _place(place) {}
 
-template <class Number>
-void packNumber(std::string& out, Number number) {
-  out.append(reinterpret_cast<const char*>(&number), sizeof number);
-}
+  void add(std::string_view name, std::string_view text) {
+    putHead(Kind::text, name);
+    putText(text);
+  }
+  void add(std::string_view name, std::int64_t number) {
+    putHead(Kind::integer, name);
+    put(&number, sizeof number);
+  }
+  void add(std::string_view name, double number) {
+    putHead(Kind::real, name);
+    put(&number, sizeof number);
+  }
+  void add(std::string_view name, bool flag) { putHead(flag ? Kind::yes : Kind::no, name); }
+  void add(std::string_view name, const KiteValue&) { putHead(Kind::other, name); }
 
-void packHead(std::string& out, Kind kind, std::string_view name) {
-  out.push_back(static_cast<char>(kind));
-  packText(out, name);
-}
+ private:
+  void putHead(Kind kind, std::string_view name) {
+    *_place++ = static_cast<char>(kind);
+    putText(name);
+  }
+  /// The length is written seven bits at a time, the lowest first; all but the last have the eighth
+  /// bit set.
+  void putText(std::string_view text) {
+    std::size_t length = text.size();
+    for (; length >= 0x80; length >>= 7) *_place++ = static_cast<char>(length | 0x80);
+    *_place++ = static_cast<char>(length);
+    if (!text.empty()) put(text.data(), text.size());
+  }
+  void put(const void* bytes, std::size_t size) {
+    std::memcpy(_place, bytes, size);
+    _place += size;
+  }
+
+  char* _place;
+};
 
 class Unpacking {
  public:
@@ -70,42 +105,23 @@ class Unpacking {
 
 }  // namespace
 
-template class FlatMap<std::string, KiteValue>;
-
 KiteData::KiteData(std::initializer_list<Entry> entries) {
-  constexpr std::size_t kindLengthsAndNumber = 12;
   std::size_t size = 0;
-  for (const Entry& entry : entries) {
-    const auto* text = std::get_if<std::string_view>(&entry._value);
-    size += kindLengthsAndNumber + entry._name.size() + (text ? text->size() : 0);
-  }
-  _packed.reserve(size);
   for (const Entry& entry : entries)
-    std::visit([&](const auto& value) { pack(entry._name, value); }, entry._value);
+    std::visit([&](const auto& value) { size += packedSize(entry._name, value); }, entry._value);
+  _packed.resize(size);
+  Packing packing(_packed.data());
+  for (const Entry& entry : entries) {
+    std::visit([&](const auto& value) { packing.add(entry._name, value); }, entry._value);
+    if (const auto* other = std::get_if<KiteValue>(&entry._value)) _others.push_back(*other);
+  }
 }
 
-void KiteData::pack(std::string_view name, std::string_view text) {
-  packHead(_packed, Kind::text, name);
-  packText(_packed, text);
-}
-
-void KiteData::pack(std::string_view name, std::int64_t number) {
-  packHead(_packed, Kind::integer, name);
-  packNumber(_packed, number);
-}
-
-void KiteData::pack(std::string_view name, double number) {
-  packHead(_packed, Kind::real, name);
-  packNumber(_packed, number);
-}
-
-void KiteData::pack(std::string_view name, bool flag) {
-  packHead(_packed, flag ? Kind::yes : Kind::no, name);
-}
-
-void KiteData::pack(std::string_view name, const KiteValue& value) {
-  packHead(_packed, Kind::other, name);
-  _others.push_back(value);
+template <class Value>
+void KiteData::pack(std::string_view name, const Value& value) {
+  const std::size_t size = _packed.size();
+  _packed.resize(size + packedSize(name, value));
+  Packing(_packed.data() + size).add(name, value);
 }
 
 /// `each(name, value)`, with every value as it was packed, in the order of packing.
@@ -142,6 +158,8 @@ void KiteData::set(std::string_view name, const KiteValue& value) {
   if (const auto* integer = json.integer()) return pack(name, *integer);
   if (const auto* real = json.real()) return pack(name, *real);
   if (const auto* flag = json.boolean()) return pack(name, *flag);
+  _packed.reserve(_packed.size() + packedSize(name, value));
+  _others.push_back(value);
   pack(name, value);
 }
 

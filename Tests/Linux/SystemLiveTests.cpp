@@ -72,6 +72,32 @@ TEST(SystemLive, drawsDifferentIdentifiersOnAllThreads) {
   EXPECT_EQ(seen.size(), 4000U);
 }
 
+TEST(SystemLive, drawsOtherIdentifiersInForkedChildren) {
+  constexpr int children = 2;
+  System::live().randomUUID();
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+  std::set<UUID> seen;
+  for (int i = 0; i < children; ++i) {
+    const auto child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      const UUID drawn = System::live().randomUUID();
+      const auto sent = ::write(ends[1], drawn.bytes.data(), drawn.bytes.size());
+      ::_exit(sent == static_cast<ssize_t>(drawn.bytes.size()) ? 0 : 1);
+    }
+    UUID drawn;
+    ASSERT_EQ(::read(ends[0], drawn.bytes.data(), drawn.bytes.size()),
+              static_cast<ssize_t>(drawn.bytes.size()));
+    seen.insert(drawn);
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+  }
+  seen.insert(System::live().randomUUID());
+  EXPECT_EQ(seen.size(), children + 1U);
+  ::close(ends[0]);
+  ::close(ends[1]);
+}
+
 TEST(SystemLive, drawsVersionFourIdentifiers) {
   const auto text = System::live().randomUUID().text();
   EXPECT_EQ(text[14], '4');

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <functional>
 #include <initializer_list>
 #include <string_view>
 #include <utility>
@@ -110,12 +111,19 @@ class FlatMap {
     const auto doesNotAscend = [](const auto& a, const auto& b) { return !(a.first < b.first); };
     if (std::adjacent_find(_entries.begin(), _entries.end(), doesNotAscend) == _entries.end())
       return;
-    std::stable_sort(_entries.begin(), _entries.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
-    const auto kept =
-        std::unique(_entries.rbegin(), _entries.rend(),
-                    [](const auto& a, const auto& b) { return a.first == b.first; });
-    _entries.erase(_entries.begin(), kept.base());
+    std::vector<value_type*> order;  // cheaper to sort than entries, in time and in code
+    order.reserve(_entries.size());
+    for (auto& entry : _entries) order.push_back(&entry);
+    std::sort(order.begin(), order.end(), [](const value_type* a, const value_type* b) {
+      return a->first == b->first ? std::less<>()(a, b) : a->first < b->first;
+    });
+    Entries sorted;
+    sorted.reserve(order.size());
+    for (value_type* entry : order) {
+      if (!sorted.empty() && sorted.back().first == entry->first) sorted.pop_back();
+      sorted.push_back(std::move(*entry));
+    }
+    _entries = std::move(sorted);
   }
   iterator slot(const Key& key) {
     const auto at = lowerBound(_entries, key);

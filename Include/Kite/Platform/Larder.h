@@ -73,16 +73,17 @@ class KITE_EXPORT StoredValue {
   /// The elements when the value was written as a list, or null.
   const std::vector<StoredRow>* rows() const { return _isList ? &_rows : nullptr; }
 
-  /// What `decode(bytes)` gives, worked out at the first call; null when it gives nothing. One
-  /// value, one `T`. `decode` takes a `std::string_view` and gives an optional `T`.
+  /// What `decode(bytes)` gives, worked out at the first call; null when it gives nothing. It lives
+  /// as long as this. One value, one `T`. `decode` takes a `std::string_view` and gives an optional
+  /// `T`.
   template <class T, class Decode>
-  std::shared_ptr<const T> decoded(Decode decode) const {
+  const T* decoded(Decode decode) const {
     std::call_once(_once, [&] {
       const Data bytes = data();
       if (auto value = decode(std::string_view(bytes.bytes)))
         _decoded = std::make_shared<const T>(*std::move(value));
     });
-    return std::static_pointer_cast<const T>(_decoded);
+    return static_cast<const T*>(_decoded.get());
   }
 
  private:

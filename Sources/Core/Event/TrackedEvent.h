@@ -3,33 +3,38 @@
 #include "Core/Event/StoredEvent.h"
 #include "Core/Event/UserAction.h"
 
+#include <memory>
 #include <string>
 #include <utility>
 #include <variant>
 
 namespace kite {
 
-/// An event on its way to the storage. An action, of which there are many, becomes a record only
-/// there, off the thread that tracks it.
+/// An event on its way to the storage, cheap to hand on. An action, of which there are many,
+/// becomes a record only there, off the thread that tracks it.
 class TrackedEvent {
  public:
-  TrackedEvent(StoredEvent record) : _event(std::move(record)) {}
-  TrackedEvent(UserAction action, std::string app)
-      : _event(Action{std::move(action), std::move(app)}) {}
+  TrackedEvent(StoredEvent record) : _event(std::make_shared<Event>(std::move(record))) {}
+  TrackedEvent(UserAction::Payload payload, Shared<User> user, std::string app)
+      : _event(std::make_shared<Event>(std::in_place_type<Action>, std::move(payload),
+                                       std::move(user), std::move(app))) {}
 
   StoredEvent record() && {
-    if (auto* record = std::get_if<StoredEvent>(&_event)) return std::move(*record);
-    auto& [action, app] = std::get<Action>(_event);
+    if (auto* record = std::get_if<StoredEvent>(_event.get())) return std::move(*record);
+    auto& [action, app] = std::get<Action>(*_event);
     return StoredEvent::from(action, std::move(app));
   }
 
  private:
   struct Action {
+    Action(UserAction::Payload&& payload, Shared<User>&& user, std::string&& appName)
+        : action(std::move(payload), std::move(user)), app(std::move(appName)) {}
     UserAction action;
     std::string app;
   };
+  using Event = std::variant<StoredEvent, Action>;
 
-  std::variant<StoredEvent, Action> _event;
+  std::shared_ptr<Event> _event;
 };
 
 }  // namespace kite

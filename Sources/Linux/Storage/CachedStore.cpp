@@ -54,9 +54,9 @@ std::optional<CachedStore::Value> CachedStore::find(std::string_view key) const 
   return found == _image.end() ? std::nullopt : std::optional(found->second);
 }
 
-CachedStore::Image CachedStore::all() const {
+std::map<std::string, CachedStore::Value, std::less<>> CachedStore::all() const {
   const std::scoped_lock guard(_imageMutex);
-  return _image;
+  return {_image.begin(), _image.end()};
 }
 
 std::shared_ptr<const Larder::StoredValue> CachedStore::list(std::string_view key) {

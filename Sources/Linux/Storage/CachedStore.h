@@ -6,6 +6,7 @@
 #include "Linux/Storage/StoreFile.h"
 #include "Linux/Storage/TroubleReport.h"
 
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
@@ -14,6 +15,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <variant>
 
 namespace kite::Linux {
@@ -54,7 +56,13 @@ class CachedStore {
   Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit);
 
  private:
-  using Image = std::map<std::string, Value, std::less<>>;
+  struct HashText {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view text) const {
+      return std::hash<std::string_view>()(text);
+    }
+  };
+  using Image = std::unordered_map<std::string, Value, HashText, std::equal_to<>>;
 
   void load();
   bool isInChild() const;

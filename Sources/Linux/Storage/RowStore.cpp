@@ -2,7 +2,7 @@
 
 #include "Linux/Storage/PageFormat.h"
 
-#include <zlib.h>
+#include <libdeflate.h>
 
 #include <algorithm>
 #include <limits>
@@ -36,12 +36,9 @@ std::uint64_t ordinalAt(std::int64_t place) {
 
 // Over the key and the place as well, so that bytes in the wrong row are noticed.
 std::int64_t checksum(std::string_view key, std::int64_t place, std::string_view bytes) {
-  const auto add = [](uLong crc, const void* data, std::size_t size) {
-    return crc32_z(crc, static_cast<const Bytef*>(data), size);
-  };
-  auto crc = add(0, key.data(), key.size());
-  crc = add(crc, &place, sizeof place);
-  if (!bytes.empty()) crc = add(crc, bytes.data(), bytes.size());
+  auto crc = libdeflate_crc32(0, key.data(), key.size());
+  crc = libdeflate_crc32(crc, &place, sizeof place);
+  if (!bytes.empty()) crc = libdeflate_crc32(crc, bytes.data(), bytes.size());
   return static_cast<std::int64_t>(crc);
 }
 

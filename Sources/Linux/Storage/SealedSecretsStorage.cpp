@@ -42,9 +42,9 @@ SealedSecretsStorage::SealedSecretsStorage(std::unique_ptr<StoreFile> file,
     : _values(std::make_unique<CachedStore>(std::move(file), sealing(key), std::move(system))) {}
 
 Stored SealedSecretsStorage::read(std::string_view key) const {
-  const auto value = _values->find(key);
-  const auto* stored = value ? std::get_if<Stored>(&*value) : nullptr;
-  return stored ? *stored : nullptr;
+  auto value = _values->find(key);
+  auto* stored = value ? std::get_if<Stored>(&*value) : nullptr;
+  return stored ? std::move(*stored) : nullptr;
 }
 
 void SealedSecretsStorage::write(std::string_view key, Data data) {

@@ -71,11 +71,11 @@ SqliteKVStorage::SqliteKVStorage(std::unique_ptr<StoreFile> file, System system)
                                             std::move(system))) {}
 
 Stored SqliteKVStorage::read(std::string_view key) const {
-  const auto value = _values->find(key);
+  auto value = _values->find(key);
   if (!value) return nullptr;
   if (std::holds_alternative<CachedStore::List>(*value)) return _values->list(key);
-  const auto* stored = std::get_if<Stored>(&*value);
-  return stored ? *stored : nullptr;
+  auto* stored = std::get_if<Stored>(&*value);
+  return stored ? std::move(*stored) : nullptr;
 }
 
 void SqliteKVStorage::write(std::string_view key, Data data) {

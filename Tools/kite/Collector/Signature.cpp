@@ -16,11 +16,14 @@ const EVP_MD* digestOf(std::string_view protocol) {
 }
 
 void appendHexadecimal(std::string& out, std::string_view bytes) {
-  constexpr std::string_view digits = "0123456789abcdef";
+  constexpr const char* digits = "0123456789abcdef";
+  const std::size_t size = out.size();
+  out.resize(size + 2 * bytes.size());
+  char* place = out.data() + size;
   for (const char byte : bytes) {
     const auto value = static_cast<unsigned char>(byte);
-    out += digits[value >> 4];
-    out += digits[value & 0xF];
+    *place++ = digits[value >> 4];
+    *place++ = digits[value & 0xF];
   }
 }
 
