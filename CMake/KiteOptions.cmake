@@ -4,6 +4,8 @@ set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+include(CheckPIESupported)
+check_pie_supported()  # or programs would be linked as the compiler's maker saw fit
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 find_program(KITE_CCACHE ccache)
@@ -21,7 +23,9 @@ add_library(kite_options INTERFACE)
 target_compile_options(kite_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
                                               -Wnon-virtual-dtor -Woverloaded-virtual -fstack-protector-strong
                                               $<$<BOOL:${KITE_WARNINGS_AS_ERRORS}>:-Werror>)
-target_link_options(kite_options INTERFACE -Wl,-z,relro,-z,now)
+# Nothing that the loader has bound can be written over, and no stack holds code.
+set(KITE_HARDENED_LINK -Wl,-z,relro,-z,now,-z,noexecstack)
+target_link_options(kite_options INTERFACE ${KITE_HARDENED_LINK})
 if(KITE_SANITIZERS)
   target_compile_options(kite_options INTERFACE -fsanitize=${KITE_SANITIZERS} -fno-sanitize-recover=all
                                                 -fno-omit-frame-pointer)
@@ -47,7 +51,7 @@ option(KITE_LINK_TIME_OPTIMIZATION "Optimize the shared library at link time (gc
 # kite_shared_options(TARGET): how the shared library is linked. It shows what is Kite's own, and nothing else.
 function(kite_shared_options target)
   set(exports ${PROJECT_SOURCE_DIR}/CMake/exports.map)
-  target_link_options(${target} PRIVATE -Wl,--gc-sections -Wl,--version-script=${exports} -Wl,-z,pack-relative-relocs
+  target_link_options(${target} PRIVATE ${KITE_HARDENED_LINK} -Wl,--gc-sections -Wl,--version-script=${exports} -Wl,-z,pack-relative-relocs
     # Its threads run until the process ends, so a host's dlclose must not unmap it.
     -Wl,-z,nodelete
     $<$<AND:$<BOOL:${KITE_LINK_TIME_OPTIMIZATION}>,$<CONFIG:Release>>:-flto=auto>)

@@ -60,7 +60,9 @@ class KITE_EXPORT DynamicValue {
   DynamicValue(double number) : _value(number) {}
   DynamicValue(NullObject null) : _value(null) {}
   DynamicValue(std::string text) : _value(std::move(text)) {}
-  DynamicValue(const char* text) : _value(std::string(text)) {}
+  DynamicValue(const char* text)  // a null one is null
+      : DynamicValue(text != nullptr ? DynamicValue(std::string(text))
+                                     : DynamicValue(NullObject{})) {}
   DynamicValue(Array elements);
   DynamicValue(Dictionary entries);
   DynamicValue(Date date) : _value(date) {}

@@ -44,7 +44,7 @@ class KITE_EXPORT JSONValue {
   JSONValue(std::nullptr_t) noexcept : _value(Null{}) {}
   JSONValue(std::string text);
   JSONValue(std::string_view text);
-  JSONValue(const char* text);  // or a pointer would become a boolean
+  JSONValue(const char* text);  // or a pointer would become a boolean; a null one is null
   template <std::same_as<bool> B>
   JSONValue(B flag) noexcept : _value(flag) {}
   JSONValue(std::int64_t number) noexcept : _value(number) {}

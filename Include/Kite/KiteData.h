@@ -94,6 +94,9 @@ KiteData::Entry::Value KiteData::Entry::view(V&& value) {
   } else if constexpr (KiteInteger<Plain>) {
     if (std::in_range<std::int64_t>(value)) return static_cast<std::int64_t>(value);
     return KiteValue(value);
+  } else if constexpr (std::convertible_to<V, const char*> && !std::is_null_pointer_v<Plain>) {
+    if (const char* const text = value) return std::string_view(text);
+    return KiteValue();
   } else if constexpr (std::convertible_to<V, std::string_view> && !std::is_null_pointer_v<Plain>) {
     return std::string_view(value);
   } else {

@@ -51,7 +51,7 @@ class KITE_EXPORT KiteValue {
   KiteValue(std::nullptr_t) {}
   KiteValue(std::nullopt_t) {}
   KiteValue(JSONValue json) : _json(std::move(json)) {}
-  KiteValue(const char* text) : _json(text) {}
+  KiteValue(const char* text) : _json(text) {}  // a null one is null
   KiteValue(std::string_view text) : _json(text) {}
   KiteValue(std::string text) : _json(std::move(text)) {}
   template <std::same_as<bool> B>

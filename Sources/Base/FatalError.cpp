@@ -9,8 +9,9 @@ namespace kite {
 namespace {
 
 void printFatalError(std::string_view message, const SourceLocation& where) {
-  const std::string line = "Fatal error: " + std::string(message) + ": file " + where.file +
-                           ", line " + std::to_string(where.line) + "\n";
+  const std::string line = "Fatal error: " + std::string(message) + ": file " +
+                           (where.file != nullptr ? where.file : "") + ", line " +
+                           std::to_string(where.line) + "\n";
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 

@@ -21,6 +21,11 @@ class Guarded {
     const std::scoped_lock guard(_mutex);
     return _value;
   }
+  /// Leaves a value that was never set. Needs no memory, so that destructors may call it.
+  T take() {
+    const std::scoped_lock guard(_mutex);
+    return std::exchange(_value, T{});
+  }
   void set(T value) {
     const std::scoped_lock guard(_mutex);
     std::swap(_value, value);  // the old value dies with the argument, after the lock is released

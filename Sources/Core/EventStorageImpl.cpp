@@ -10,12 +10,12 @@ namespace kite {
 using Larder::EditOutcome;
 
 EventStorageImpl::~EventStorageImpl() {
-  if (const auto cancel = cancellable()) cancel();
+  if (const auto cancel = _cancellable.take()) cancel();
   const auto dependencies = _dependencies.unwrapped();
   if (!dependencies) return;
   const SessionListener& sessions = dependencies->sessionListener;
-  if (const auto token = _sessionStartToken.copy()) sessions.detachSessionStart(*token);
-  if (const auto token = _sessionEndToken.copy()) sessions.detachSessionEnd(*token);
+  if (const auto token = _sessionStartToken.take()) sessions.detachSessionStart(*token);
+  if (const auto token = _sessionEndToken.take()) sessions.detachSessionEnd(*token);
 }
 
 void EventStorageImpl::start(EventStorageDependencies dependencies) {
@@ -48,21 +48,24 @@ void EventStorageImpl::addObservers(const SessionListener& sessionListener) {
 }
 
 void EventStorageImpl::insert(TrackedEvent event) {
-  auto append = [event = std::move(event)](EventStorageImpl& self) mutable {
-    auto events = self.pendingEvents();
-    events.append(self._encoder.encode(std::move(event).record()));
-    self.updateMemoryPendingEvents(events);
-  };
-  _dependencies->eventStorageQueue->run(weakly(weak_from_this(), std::move(append)));
+  enqueue([event = std::move(event)](EventStorageImpl& self, EventList& events) mutable {
+    events.append(self._encoder.encode(event.record()));
+  });
 }
 
 void EventStorageImpl::removeEvents(std::set<std::string> ids) {
-  auto remove = [ids = std::move(ids)](EventStorageImpl& self) {
-    auto events = self.pendingEvents();
-    events.remove(ids);
-    self.updateMemoryPendingEvents(events);
+  enqueue([ids = std::move(ids)](EventStorageImpl&, EventList& events) { events.remove(ids); });
+}
+
+// The queue runs a block again that found no memory: what is made by then is not made twice.
+template <class Change>
+void EventStorageImpl::enqueue(Change change) {
+  auto block = [change = std::move(change), isMade = false](EventStorageImpl& self) mutable {
+    if (!isMade) self.updateMemoryPendingEvents(change);
+    isMade = true;
+    self.writeThrough();
   };
-  _dependencies->eventStorageQueue->run(weakly(weak_from_this(), std::move(remove)));
+  _dependencies->eventStorageQueue->run(weakly(weak_from_this(), std::move(block)));
 }
 
 void EventStorageImpl::onSessionStart() {
@@ -80,12 +83,16 @@ void EventStorageImpl::timerFired() {
       weakly(weak_from_this(), [](EventStorageImpl& self) { self.alignMemoryAndDisk(); }));
 }
 
-void EventStorageImpl::updateMemoryPendingEvents(const EventList& events) {
-  _pendingEvents.set(events);
+template <class Change>
+void EventStorageImpl::updateMemoryPendingEvents(Change& change) {
+  auto events = pendingEvents();
+  change(*this, events);
+  _pendingEvents.set(std::move(events));
   _isDirty = true;
-  if (!_dependencies->backgroundChecker.isInBackground()) return;
-  storePendingEvents(events);
-  _isDirty = false;
+}
+
+void EventStorageImpl::writeThrough() {
+  if (_dependencies->backgroundChecker.isInBackground()) alignMemoryAndDisk();
 }
 
 void EventStorageImpl::alignMemoryAndDisk() {
@@ -99,11 +106,12 @@ void EventStorageImpl::storePendingEvents(const EventList& events) {
   const auto save = [&](const Larder::ListEdit& edit) {
     return _dependencies->kvStorage->edit(pendingEventsKey, edit);
   };
-  const auto savedEvents = _savedEvents.copy();
+  // Of an edit that memory ran out on nobody knows how far it came: then all is written anew.
+  auto savedEvents = _savedEvents.take();
   auto outcome = savedEvents ? save(events.editFrom(*savedEvents)) : EditOutcome::listIsGone;
   if (outcome == EditOutcome::listIsGone) outcome = save(events.wholeEdit());
   const bool isSaved = outcome == EditOutcome::saved;
-  if (isSaved) _savedEvents.set(events);
+  _savedEvents.set(isSaved ? std::optional(events) : std::move(savedEvents));
   _isWriteDue = !isSaved;
 }
 

@@ -47,9 +47,13 @@ class EventStorageImpl final : public EventStorage,
   void startTimer();
   void addObservers(const SessionListener& sessionListener);
   void timerFired();
+  template <class Change>
+  void enqueue(Change change);
 
   // On `eventStorageQueue` only.
-  void updateMemoryPendingEvents(const EventList& events);
+  template <class Change>
+  void updateMemoryPendingEvents(Change& change);
+  void writeThrough();
   void alignMemoryAndDisk();
   void storePendingEvents(const EventList& events);
 

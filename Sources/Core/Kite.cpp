@@ -133,6 +133,13 @@ UserAction::Payload KiteState::prepareUserActionData(UserActionArguments argumen
   return payload;
 }
 
+namespace {
+
+/// A host may fill a place by hand, and leave a part of it out.
+std::string orEmpty(const char* part) { return part != nullptr ? part : ""; }
+
+}  // namespace
+
 void KiteState::trackDebugEvent(DebugEventArguments arguments) {
   eventManager->trackDebugEvent({.id = system.randomUUID(),
                                  .timestamp = system.now().secondsSince1970,
@@ -144,8 +151,8 @@ void KiteState::trackDebugEvent(DebugEventArguments arguments) {
                                  .type = std::move(arguments.type),
                                  .description = std::move(arguments.description),
                                  .info = toJSONObject(arguments.info),
-                                 .file = arguments.where.file,
-                                 .function = arguments.where.function,
+                                 .file = orEmpty(arguments.where.file),
+                                 .function = orEmpty(arguments.where.function),
                                  .line = arguments.where.line});
 }
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -23,12 +24,12 @@ class HandlerTable {
 
   /// True when that was the last handler.
   bool remove(const CancelToken& token) {
-    Entries
-        removed;  // a handler may own what its destruction calls back from, so not under the lock
+    // A handler may own what its destruction calls back from, so not under the lock.
+    std::optional<Entry> removed;
     return _entries.with([&](Entries& entries) {
       const auto found = std::ranges::find(entries, token, &Entry::token);
       if (found == entries.end()) return false;
-      removed.push_back(std::move(*found));
+      removed = std::move(*found);
       entries.erase(found);
       return entries.empty();
     });

@@ -18,12 +18,12 @@ constexpr double unknownDuration = -1.0;
 SessionManagerImpl::SessionManagerImpl(System system) : _system(std::move(system)) {}
 
 SessionManagerImpl::~SessionManagerImpl() {
-  if (const auto cancel = _cancellable.copy()) cancel();
+  if (const auto cancel = _cancellable.take()) cancel();
   const auto dependencies = _dependencies.unwrapped();
   if (!dependencies) return;
   const auto& listener = dependencies->sessionListener;
-  if (const auto token = _startListenerToken.copy()) listener.detachSessionStart(*token);
-  if (const auto token = _endListenerToken.copy()) listener.detachSessionEnd(*token);
+  if (const auto token = _startListenerToken.take()) listener.detachSessionStart(*token);
+  if (const auto token = _endListenerToken.take()) listener.detachSessionEnd(*token);
 }
 
 std::shared_ptr<const Session> SessionManagerImpl::currentSession() {

@@ -1,5 +1,6 @@
 #include "Core/SynchronizationManagerImpl.h"
 
+#include "Base/IfMemoryAllows.h"
 #include "Base/Semaphore.h"
 #include "Base/Weakly.h"
 #include "Core/APIManager/KiteAPIManager.h"
@@ -28,12 +29,32 @@ class BackgroundTask : public std::enable_shared_from_this<BackgroundTask> {
   }
   void end() {
     const auto identifier = _identifier.with([](auto& box) { return std::exchange(box, {}); });
-    if (identifier) _scheduler.endBackgroundTask(*identifier);
+    if (identifier) ifMemoryAllows([&] { _scheduler.endBackgroundTask(*identifier); });
   }
 
  private:
   BackgroundTaskScheduler _scheduler;
   Guarded<std::optional<UIBackgroundTaskIdentifier>> _identifier;
+};
+
+/// The end of one sync: told by whoever completes it, or when nobody is left who would, for want of
+/// memory.
+class SyncEnd {
+ public:
+  SyncEnd(std::shared_ptr<BackgroundTask> task, std::shared_ptr<Semaphore> answered)
+      : _task(std::move(task)), _answered(std::move(answered)) {}
+  SyncEnd(const SyncEnd&) = delete;
+  SyncEnd& operator=(const SyncEnd&) = delete;
+  ~SyncEnd() { tell(); }
+
+  void tell() {
+    _task->end();
+    _answered->release();
+  }
+
+ private:
+  const std::shared_ptr<BackgroundTask> _task;
+  const std::shared_ptr<Semaphore> _answered;
 };
 
 std::set<std::string> idsOf(const EventBatch& batch) {
@@ -60,8 +81,8 @@ SynchronizationManagerImpl::~SynchronizationManagerImpl() {
   const auto dependencies = _dependencies.unwrapped();
   if (!dependencies) return;
   const SessionListener& sessions = dependencies->sessionListener;
-  if (const auto token = _sessionStartToken.copy()) sessions.detachSessionStart(*token);
-  if (const auto token = _sessionEndToken.copy()) sessions.detachSessionEnd(*token);
+  if (const auto token = _sessionStartToken.take()) sessions.detachSessionStart(*token);
+  if (const auto token = _sessionEndToken.take()) sessions.detachSessionEnd(*token);
 }
 
 void SynchronizationManagerImpl::start(SynchronizationManagerDependencies dependencies) {
@@ -79,7 +100,9 @@ void SynchronizationManagerImpl::setupNotificationHandlers(const SessionListener
 }
 
 void SynchronizationManagerImpl::setSuspended(bool value) {
-  if (_isSuspended.exchange(value) != value) sync(/*suspendAfterSync=*/false);
+  if (_isSuspended.exchange(value) == value) return;
+  // For want of memory the timer asks instead; who resumes must come to schedule it.
+  ifMemoryAllows([this] { sync(/*suspendAfterSync=*/false); });
 }
 
 void SynchronizationManagerImpl::sync(bool suspendAfterSync) {
@@ -88,11 +111,9 @@ void SynchronizationManagerImpl::sync(bool suspendAfterSync) {
   task->begin();
   dependencies->syncQueue->run([weakSelf = weak_from_this(), task, suspendAfterSync] {
     const auto answered = std::make_shared<Semaphore>();
-    const auto completion = [task, answered] {
-      task->end();
-      answered->release();
-    };
-    if (const auto self = weakSelf.lock()) self->performSync(suspendAfterSync, completion);
+    if (const auto self = weakSelf.lock())
+      self->performSync(suspendAfterSync,
+                        [end = std::make_shared<SyncEnd>(task, answered)] { end->tell(); });
     // Without a manager nothing releases the queue any more: there is nothing left to sync.
     answered->acquire();
   });

@@ -17,12 +17,22 @@ namespace {
 constexpr int forever = std::numeric_limits<int>::max();
 constexpr const char* ended = "The session ended before the reply came";
 
+// Tried again after a failure: memory may have run out.
 bool initializeCurl() {
-  static const bool isReady = [] {
-    prepareOpenSSL();
-    return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
-  }();
+  static std::mutex mutex;
+  static bool isReady = false;
+  const std::scoped_lock guard(mutex);
+  if (isReady) return true;
+  prepareOpenSSL();
+  isReady = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
   return isReady;
+}
+
+template <class Element>
+std::list<Element> takeFirst(std::list<Element>& elements) {
+  std::list<Element> first;
+  first.splice(first.begin(), elements, elements.begin());
+  return first;
 }
 
 }  // namespace
@@ -31,18 +41,20 @@ CurlLoop::CurlLoop(std::optional<std::filesystem::path> caFile)
     : _caFile(std::move(caFile)), _process(::getpid()), _multi(nullptr, &curl_multi_cleanup) {}
 
 void CurlLoop::submit(Exchange exchange) {
-  if (const auto refusal = enqueue(exchange)) exchange.fail(*refusal);
+  Transfers transfer;
+  transfer.emplace_back(std::move(exchange));
+  if (const char* const refusal = enqueue(transfer)) transfer.front().fail(refusal);
 }
 
-std::optional<std::string> CurlLoop::enqueue(Exchange& exchange) {
+const char* CurlLoop::enqueue(Transfers& transfer) {
   // A forked child has neither the thread nor, for sure, a free lock.
   if (::getpid() != _process) return "The session belongs to another process";
   const std::scoped_lock guard(_mutex);
   if (_isStopped) return ended;
   if (!ensureThread()) return "The session's thread cannot be started";
-  _submitted.push_back(std::move(exchange));
+  _submitted.splice(_submitted.end(), transfer);
   curl_multi_wakeup(_multi.get());
-  return {};
+  return nullptr;
 }
 
 bool CurlLoop::ensureThread() {
@@ -73,30 +85,30 @@ void CurlLoop::work() {
 int CurlLoop::untilDeadline() const {
   const auto now = std::chrono::steady_clock::now();
   std::int64_t least = forever;
-  for (const auto& [handle, transfer] : _transfers) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(transfer->deadline() - now);
+  for (const auto& transfer : _transfers) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(transfer.deadline() - now);
     least = std::clamp<std::int64_t>(left.count(), 1, least);
   }
   return static_cast<int>(least);
 }
 
 bool CurlLoop::admitSubmitted() {
-  std::vector<Exchange> admitted;
+  Transfers admitted;
   {
     const std::scoped_lock guard(_mutex);
     if (_isStopped) return false;
     admitted.swap(_submitted);
   }
-  for (auto& exchange : admitted) admit(std::move(exchange));
+  while (!admitted.empty()) admit(takeFirst(admitted));
   return true;
 }
 
-void CurlLoop::admit(Exchange exchange) {
-  auto transfer = std::make_unique<CurlTransfer>(std::move(exchange));
-  if (const auto fault = transfer->prepare(_caFile)) return transfer->exchange().fail(*fault);
-  const auto added = curl_multi_add_handle(_multi.get(), transfer->handle());
-  if (added != CURLM_OK) return transfer->exchange().fail(curl_multi_strerror(added));
-  _transfers.emplace(transfer->handle(), std::move(transfer));
+void CurlLoop::admit(Transfers transfer) {
+  auto& begun = transfer.front();
+  if (const auto fault = begun.prepare(_caFile)) return begun.fail(*fault);
+  const auto added = curl_multi_add_handle(_multi.get(), begun.handle());
+  if (added != CURLM_OK) return begun.fail(curl_multi_strerror(added));
+  _transfers.splice(_transfers.end(), transfer);
 }
 
 void CurlLoop::perform() {
@@ -110,27 +122,29 @@ void CurlLoop::finishDone() {
   while (const CURLMsg* const message = curl_multi_info_read(_multi.get(), &left)) {
     if (message->msg != CURLMSG_DONE) continue;
     const auto outcome = message->data.result;
-    const auto done = _transfers.extract(message->easy_handle);
-    curl_multi_remove_handle(_multi.get(), done.key());
-    done.mapped()->finish(outcome);
+    const auto found = std::ranges::find(_transfers, message->easy_handle, &CurlTransfer::handle);
+    Transfers done;
+    done.splice(done.begin(), _transfers, found);
+    curl_multi_remove_handle(_multi.get(), done.front().handle());
+    done.front().finish(outcome);
   }
 }
 
 // Completions come first: taking a connection down may take its time.
-void CurlLoop::failAll(const std::string& description) {
+void CurlLoop::failAll(std::string_view description) {
   const auto failed = std::exchange(_transfers, {});
-  for (const auto& [handle, transfer] : failed) transfer->exchange().fail(description);
-  for (const auto& [handle, transfer] : failed) curl_multi_remove_handle(_multi.get(), handle);
+  for (const auto& transfer : failed) transfer.fail(description);
+  for (const auto& transfer : failed) curl_multi_remove_handle(_multi.get(), transfer.handle());
 }
 
 void CurlLoop::end() {
   failAll(ended);
-  std::vector<Exchange> unsent;
+  Transfers unsent;
   {
     const std::scoped_lock guard(_mutex);
     unsent.swap(_submitted);
   }
-  for (const auto& exchange : unsent) exchange.fail(ended);
+  for (const auto& transfer : unsent) transfer.fail(ended);
   _multi.reset();
 }
 

@@ -5,12 +5,11 @@
 #include <sys/types.h>
 
 #include <filesystem>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <string>
-#include <unordered_map>
-#include <vector>
+#include <string_view>
 
 namespace kite::Linux {
 
@@ -30,25 +29,26 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   void stop();
 
  private:
-  using Transfers = std::unordered_map<CURL*, std::unique_ptr<CurlTransfer>>;
+  // Moves from hand to hand without a need for memory, so that none gets lost on its way.
+  using Transfers = std::list<CurlTransfer>;
 
-  std::optional<std::string> enqueue(Exchange& exchange);
+  const char* enqueue(Transfers& transfer);
   bool ensureThread();
 
   void work();
   bool admitSubmitted();
-  void admit(Exchange exchange);
+  void admit(Transfers transfer);
   int untilDeadline() const;
   void perform();
   void finishDone();
-  void failAll(const std::string& description);
+  void failAll(std::string_view description);
   void end();
 
   const std::optional<std::filesystem::path> _caFile;
   const pid_t _process;
 
   std::mutex _mutex;
-  std::vector<Exchange> _submitted;
+  Transfers _submitted;
   std::unique_ptr<CURLM, decltype(&curl_multi_cleanup)> _multi;
   bool _hasThread = false;
   bool _isStopped = false;

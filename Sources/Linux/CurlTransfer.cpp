@@ -1,5 +1,7 @@
 #include "Linux/CurlTransfer.h"
 
+#include "Base/IfMemoryAllows.h"
+
 #include <strings.h>
 #include <sys/socket.h>
 
@@ -15,6 +17,7 @@ constexpr double longestTimeoutSeconds = 24 * 60 * 60;
 constexpr long mostRedirects = 5;
 constexpr std::size_t longestBody = 256 * 1024;
 constexpr std::size_t longestHeader = 256 * 1024;
+constexpr const char* outOfMemory = "Out of memory";  // short enough to need none
 
 long milliseconds(double timeoutSeconds) {
   const double seconds = timeoutSeconds > 0 ? timeoutSeconds : defaultTimeoutSeconds;
@@ -63,8 +66,14 @@ CurlTransfer::CurlTransfer(Exchange exchange)
 
 std::optional<std::string> CurlTransfer::prepare(
     const std::optional<std::filesystem::path>& caFile) {
+  std::optional<std::string> found = outOfMemory;
+  ifMemoryAllows([&] { found = setUp(caFile); });
+  return found;
+}
+
+std::optional<std::string> CurlTransfer::setUp(const std::optional<std::filesystem::path>& caFile) {
   if (auto found = fault(_exchange.request)) return found;
-  if (!_handle) return curl_easy_strerror(CURLE_OUT_OF_MEMORY);
+  if (!_handle) return outOfMemory;
   set(CURLOPT_URL, _exchange.request.url.absoluteString().c_str());
   setSecurity(caFile);
   setMethodAndBody();
@@ -159,8 +168,9 @@ std::size_t CurlTransfer::receiveBody(char* bytes, std::size_t, std::size_t size
   auto& transfer = *static_cast<CurlTransfer*>(self);
   if (!transfer.take(transfer._bodySize, size, longestBody, "The reply is longer than 256 KiB"))
     return CURL_WRITEFUNC_ERROR;
-  transfer._body.append(bytes, size);
-  return size;
+  if (ifMemoryAllows([&] { transfer._body.append(bytes, size); })) return size;
+  transfer._complaint = outOfMemory;
+  return CURL_WRITEFUNC_ERROR;
 }
 
 std::size_t CurlTransfer::receiveHeader(char* bytes, std::size_t, std::size_t size, void* self) {
@@ -174,12 +184,36 @@ std::size_t CurlTransfer::receiveHeader(char* bytes, std::size_t, std::size_t si
 }
 
 void CurlTransfer::finish(CURLcode outcome) {
+  Reply told = failure(outOfMemory);
+  ifMemoryAllows([&] { told = reply(outcome); });
+  tell(std::move(told));
+}
+
+void CurlTransfer::fail(std::string_view description) const {
+  Reply told = failure(outOfMemory);
+  ifMemoryAllows([&] { told = failure(std::string(description)); });
+  tell(std::move(told));
+}
+
+// A completion must not throw; one that does for want of memory has nobody else to tell.
+void CurlTransfer::tell(Reply reply) const {
+  ifMemoryAllows([&] {
+    _exchange.completion(std::move(reply.body), std::move(reply.response), std::move(reply.error));
+  });
+}
+
+CurlTransfer::Reply CurlTransfer::reply(CURLcode outcome) {
   if (outcome != CURLE_OK)
-    return _exchange.fail(_complaint.empty() ? describe(outcome) : _complaint);
+    return failure(_complaint.empty() ? describe(outcome) : std::string(_complaint));
   // Both are successes to libcurl.
-  if (!_isHeaderWhole) return _exchange.fail("The reply breaks off within its header");
-  if (!isSentWhole()) return _exchange.fail("The reply came before the request was sent whole");
-  _exchange.completion(Data{std::move(_body)}, response(), {});
+  if (!_isHeaderWhole) return failure("The reply breaks off within its header");
+  if (!isSentWhole()) return failure("The reply came before the request was sent whole");
+  auto from = response();
+  return {.body = Data{std::move(_body)}, .response = std::move(from), .error = {}};
+}
+
+CurlTransfer::Reply CurlTransfer::failure(std::string description) {
+  return {.body = {}, .response = {}, .error = TransportError{std::move(description)}};
 }
 
 bool CurlTransfer::isSentWhole() const {

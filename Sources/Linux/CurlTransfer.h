@@ -19,8 +19,6 @@ namespace kite::Linux {
 struct Exchange {
   URLRequest request;
   URLSession::Completion completion;
-
-  void fail(std::string description) const { completion({}, {}, TransportError{description}); }
 };
 
 /// One exchange on its way through libcurl. Stays where it is: libcurl points into it.
@@ -38,14 +36,22 @@ class CurlTransfer {
   std::chrono::steady_clock::time_point deadline() const { return _deadline; }
 
   CURL* handle() const { return _handle.get(); }
-  const Exchange& exchange() const { return _exchange; }
 
   /// Tells the outcome of the performed handle.
   void finish(CURLcode outcome);
+  /// Tells why there is none.
+  void fail(std::string_view description) const;
 
  private:
+  struct Reply {
+    std::optional<Data> body;
+    std::optional<URLResponse> response;
+    std::optional<TransportError> error;
+  };
+
   template <class Value>
   void set(CURLoption option, Value value);
+  std::optional<std::string> setUp(const std::optional<std::filesystem::path>& caFile);
   void setSecurity(const std::optional<std::filesystem::path>& caFile);
   void setMethodAndBody();
   void setHeaderFields();
@@ -56,6 +62,9 @@ class CurlTransfer {
   static std::size_t receiveBody(char* bytes, std::size_t, std::size_t size, void* self);
   static std::size_t receiveHeader(char* bytes, std::size_t, std::size_t size, void* self);
 
+  Reply reply(CURLcode outcome);
+  static Reply failure(std::string description);
+  void tell(Reply reply) const;
   bool isSentWhole() const;
   URLResponse response() const;
   std::string describe(CURLcode outcome) const;
@@ -70,7 +79,7 @@ class CurlTransfer {
   std::size_t _bodySize = 0;
   std::size_t _headerSize = 0;
   bool _isHeaderWhole = false;
-  std::string _complaint;  ///< why we stopped the transfer ourselves
+  std::string_view _complaint;  ///< why we stopped the transfer ourselves
 };
 
 }  // namespace kite::Linux

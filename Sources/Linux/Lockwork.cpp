@@ -7,18 +7,23 @@
 #include <openssl/params.h>
 
 #include <array>
+#include <atomic>
 #include <cstring>
 
 namespace kite::Lockwork {
 namespace {
 
-// Looked up once and kept: the look-up costs more than the code of a short message.
+// Looked up once and kept: the look-up costs more than the code of a short message. One that
+// failed, for want of memory, is repeated.
 EVP_MAC* hmacImplementation() {
-  static EVP_MAC* const implementation = [] {
-    Linux::prepareOpenSSL();
-    return EVP_MAC_fetch(nullptr, "HMAC", nullptr);
-  }();
-  return implementation;
+  static std::atomic<EVP_MAC*> known{nullptr};
+  if (EVP_MAC* const implementation = known) return implementation;
+  Linux::prepareOpenSSL();
+  EVP_MAC* const found = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
+  EVP_MAC* other = nullptr;
+  if (known.compare_exchange_strong(other, found)) return found;
+  EVP_MAC_free(found);
+  return other;
 }
 
 const char* digestName(Algorithm algorithm) {
@@ -38,7 +43,11 @@ constexpr auto digitPairs = [] {
 }  // namespace
 
 struct HMAC::Context {
-  Context(Algorithm algorithm, std::string_view key) : mac(EVP_MAC_CTX_new(hmacImplementation())) {
+  static EVP_MAC_CTX* newContext() {
+    EVP_MAC* const implementation = hmacImplementation();
+    return implementation ? EVP_MAC_CTX_new(implementation) : nullptr;
+  }
+  Context(Algorithm algorithm, std::string_view key) : mac(newContext()) {
     std::array<char, 8> digest{};
     std::strcpy(digest.data(), digestName(algorithm));
     const std::array<OSSL_PARAM, 2> parameters{

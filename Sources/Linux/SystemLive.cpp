@@ -1,5 +1,6 @@
 #include <Kite/Platform/System.h>
 
+#include "Base/IfMemoryAllows.h"
 #include "Base/RandomUUIDs.h"
 
 #include <pthread.h>
@@ -45,7 +46,7 @@ std::size_t controlCharacterSize(std::string_view text) {
 }
 
 /// A message from outside may hold anything; it stays on its line, and a terminal obeys none of it.
-void printToStandardError(std::string_view line) {
+void printOneLine(std::string_view line) {
   std::string text;
   text.reserve(line.size() + 1);
   while (!line.empty()) {
@@ -55,6 +56,11 @@ void printToStandardError(std::string_view line) {
   }
   text.push_back('\n');
   std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+/// A line is not worth a failure: the one that finds no memory is left out.
+void printToStandardError(std::string_view line) {
+  ifMemoryAllows([line] { printOneLine(line); });
 }
 
 constinit std::atomic<std::uint64_t> forks{0};

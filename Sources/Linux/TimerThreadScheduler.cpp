@@ -1,8 +1,10 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
+#include "Base/IfMemoryAllows.h"
 #include "Linux/LibraryThread.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -29,17 +31,19 @@ class Timers : public std::enable_shared_from_this<Timers> {
  public:
   using Ticket = std::uint64_t;
 
-  Ticket add(Clock::duration firstDelay, Clock::duration period, Tempra::Block block) {
+  Ticket newTicket() { return _nextTicket++; }
+
+  void add(Ticket ticket, Clock::duration firstDelay, Clock::duration period, Tempra::Block block) {
     std::unique_lock guard(_mutex);
-    const Key key{Clock::now() + firstDelay, _nextTicket++};
-    const auto added =
-        _due.emplace(key, Timer{period, std::make_shared<Tempra::Block>(std::move(block))}).first;
-    const bool isNext = added == _due.begin();
     const bool hasThread = ensureThread();
+    const auto added =
+        _due.emplace(Key{Clock::now() + firstDelay, ticket},
+                     Timer{period, std::make_shared<Tempra::Block>(std::move(block))})
+            .first;
+    const bool isNext = added == _due.begin();
     guard.unlock();
     if (!hasThread) System::live().print("[KITE] No thread can be started for timers, they wait");
     if (isNext) _changed.notify_one();
-    return key.second;
   }
 
   // The thread is not told: at worst it finds nothing due, once.
@@ -77,7 +81,8 @@ class Timers : public std::enable_shared_from_this<Timers> {
   }
 
   void work() {
-    while (const auto block = awaitDue()) (*block)();
+    // A block that finds no memory has its next time.
+    while (const auto block = awaitDue()) ifMemoryAllows(*block);
   }
 
   // The block to run next, its timer armed again; null at the end.
@@ -109,7 +114,7 @@ class Timers : public std::enable_shared_from_this<Timers> {
   std::mutex _mutex;
   std::condition_variable _changed;
   std::map<Key, Timer> _due;
-  Ticket _nextTicket = 0;
+  std::atomic<Ticket> _nextTicket = 0;
   bool _hasThread = false;
   bool _isStopped = false;
 };
@@ -123,11 +128,13 @@ class TimerThreadScheduler final : public Tempra::Scheduler {
 
   Tempra::Cancel schedule(Tempra::Duration firstDelay, Tempra::Duration period,
                           Tempra::Block block) override {
-    const auto ticket = _timers->add(clamped(firstDelay, Tempra::Duration::zero()),
-                                     clamped(period, shortestPeriod), std::move(block));
-    return [timers = std::weak_ptr(_timers), ticket] {
+    const auto ticket = _timers->newTicket();
+    Tempra::Cancel cancel = [timers = std::weak_ptr(_timers), ticket] {
       if (const auto alive = timers.lock()) alive->cancel(ticket);
     };
+    _timers->add(ticket, clamped(firstDelay, Tempra::Duration::zero()),
+                 clamped(period, shortestPeriod), std::move(block));
+    return cancel;
   }
 
  private:

@@ -1,5 +1,6 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
+#include "Base/IfMemoryAllows.h"
 #include "Linux/LibraryThread.h"
 
 #include <atomic>
@@ -22,18 +23,27 @@ using Blocks = std::vector<Tempra::Block>;
 constexpr auto lingerTime = std::chrono::microseconds(50);
 constexpr std::size_t keptCapacity = 4096;
 
+// Memory that ran out may be had again soon. One block that asks for too much must not hold up the
+// others for ever.
+constexpr auto pauseWithoutMemory = std::chrono::milliseconds(50);
+constexpr int mostTrials = 1200;
+
 // What the queue and its thread share. Neither waits for the other when the queue ends.
 class Worker : public std::enable_shared_from_this<Worker> {
  public:
-  explicit Worker(std::string name) : _name(std::move(name)) {}
+  explicit Worker(std::string name)
+      : _name(std::move(name)),
+        _complaint("[KITE] No thread can be started for " + _name + ", its work waits") {}
 
+  // What it needs it has before it takes the block: where memory runs out, nothing was taken.
   void submit(Tempra::Block block) {
     if (!block) return;
     std::unique_lock guard(_mutex);
+    const bool hasThread = ensureThread();
     _submitted.push_back(std::move(block));
     _hasSubmitted.store(true, std::memory_order_release);
     if (_activity == Activity::awake) return;
-    rouse(guard);
+    hasThread ? rouse(guard) : complain(guard);
   }
 
   void stop() {
@@ -50,23 +60,40 @@ class Worker : public std::enable_shared_from_this<Worker> {
  private:
   enum class Activity { notStarted, awake, asleep };
 
+  bool ensureThread() {
+    if (_activity != Activity::notStarted) return true;
+    if (!startThread(_name, [self = shared_from_this()] { self->work(); })) return false;
+    _activity = Activity::awake;
+    return true;
+  }
+
   void rouse(std::unique_lock<std::mutex>& guard) {
-    if (_activity == Activity::asleep) {
-      _activity = Activity::awake;
-      _rousedAt = Clock::now();
-      guard.unlock();
-      _wakeUp.notify_one();
-    } else if (startThread(_name, [self = shared_from_this()] { self->work(); })) {
-      _activity = Activity::awake;
-    } else {
-      guard.unlock();
-      System::live().print("[KITE] No thread can be started for " + _name + ", its work waits");
-    }
+    _activity = Activity::awake;
+    _rousedAt = Clock::now();
+    guard.unlock();
+    _wakeUp.notify_one();
+  }
+
+  void complain(std::unique_lock<std::mutex>& guard) const {
+    guard.unlock();
+    System::live().print(_complaint);
   }
 
   void work() {
     while (awaitBatch())
-      while (const auto block = nextOfBatch()) block();
+      while (const auto block = nextOfBatch()) run(block);
+  }
+
+  void run(const Tempra::Block& block) {
+    for (int trial = 1; !ifMemoryAllows(block); ++trial) {
+      if (isStoppedWithin(pauseWithoutMemory)) return;
+      if (trial == mostTrials) return System::live().print("[KITE] No memory: work was given up");
+    }
+  }
+
+  bool isStoppedWithin(Clock::duration pause) {
+    std::unique_lock guard(_mutex);
+    return _wakeUp.wait_for(guard, pause, [this] { return _isStopped; });
   }
 
   bool awaitBatch() {
@@ -103,6 +130,7 @@ class Worker : public std::enable_shared_from_this<Worker> {
   }
 
   const std::string _name;
+  const std::string _complaint;
 
   std::mutex _mutex;
   std::condition_variable _wakeUp;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <new>
 #include <string>
 #include <system_error>
 
@@ -133,14 +134,20 @@ const simdjson::implementation* undying(const simdjson::implementation* best) {
   return true;
 }();
 
+// Memory that ran out says nothing about the text.
+bool isDone(simdjson::error_code error) {
+  if (error == simdjson::MEMALLOC) throw std::bad_alloc();
+  return error == simdjson::SUCCESS;
+}
+
 }  // namespace
 
 std::optional<JSONValue> decodeJSON(std::string_view text) {
   dom::parser parser;
-  if (parser.allocate(text.size(), maximumDepth) != simdjson::SUCCESS) return std::nullopt;
+  if (!isDone(parser.allocate(text.size(), maximumDepth))) return std::nullopt;
   auto document = parser.parse(text.data(), text.size());
   if (document.error() == simdjson::NUMBER_ERROR) document = parser.parse(withRealIntegers(text));
-  if (document.error() != simdjson::SUCCESS) return std::nullopt;
+  if (!isDone(document.error())) return std::nullopt;
   const dom::element value = document.value_unsafe();
   const auto container = DocumentCursor::of(value);
   return container ? convertTree(*container, DocumentCursor::of, leaf) : leaf(value);

@@ -89,7 +89,8 @@ JSONValue& JSONValue::operator=(JSONValue&& other) noexcept {
 
 JSONValue::JSONValue(std::string text) : _value(repairedUTF8(std::move(text))) {}
 JSONValue::JSONValue(std::string_view text) : _value(repairedUTF8(text)) {}
-JSONValue::JSONValue(const char* text) : JSONValue(std::string_view(text)) {}
+JSONValue::JSONValue(const char* text)
+    : JSONValue(text != nullptr ? JSONValue(std::string_view(text)) : JSONValue()) {}
 JSONValue::JSONValue(Object members)
     : _value(DeepShared<Object>(withRepairedKeys(std::move(members)))) {}
 JSONValue::JSONValue(Array elements) : _value(DeepShared<Array>(std::move(elements))) {}

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <memory>
+#include <new>
 #include <semaphore>
 #include <string>
 #include <thread>
@@ -101,6 +102,17 @@ TYPED_TEST(QueueContract, runsABlockThatARunningOneSubmitsAfterIt) {
   });
   this->setting.finish();
   EXPECT_EQ(order, (std::vector<std::string>{"outer ends", "nested"}));
+}
+
+TYPED_TEST(QueueContract, runsABlockAgainThatFoundNoMemoryBeforeAllOthers) {
+  std::vector<std::string> order;
+  this->setting.queue->run([&order, trial = 0]() mutable {
+    order.push_back("trial " + std::to_string(++trial));
+    if (trial < 3) throw std::bad_alloc();
+  });
+  this->setting.queue->run([&order] { order.push_back("other"); });
+  this->setting.finish();
+  EXPECT_EQ(order, (std::vector<std::string>{"trial 1", "trial 2", "trial 3", "other"}));
 }
 
 TYPED_TEST(QueueContract, letsGoOfABlockThatHasRun) {

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <new>
 #include <semaphore>
 #include <thread>
 #include <utility>
@@ -70,6 +71,16 @@ TYPED_TEST(SchedulerContract, runsABlockAgainEveryPeriod) {
       this->setting.scheduler->schedule(Duration{0.01}, Duration{0.005}, [&runs] { ++runs; });
   this->passTimeUntil([&] { return runs >= 5; });
   EXPECT_GE((this->setting.elapsed() - start).count(), 0.03 - 1e-6);
+  cancel();
+  this->passSomeTime();
+}
+
+TYPED_TEST(SchedulerContract, goesOnAfterABlockThatFoundNoMemory) {
+  std::atomic<int> runs = 0;
+  const auto cancel = this->setting.scheduler->schedule(Duration{0.01}, Duration{0.005}, [&runs] {
+    if (++runs < 3) throw std::bad_alloc();
+  });
+  this->passTimeUntil([&] { return runs >= 5; });
   cancel();
   this->passSomeTime();
 }

@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 
+#include <new>
 #include <thread>
 
 namespace kite::test {
@@ -37,10 +38,14 @@ class EventStorageImplTests : public testing::Test {
   std::shared_ptr<Tempra::Queue> queue = std::make_shared<ImmediateQueue>();
   ManualSessionListener sessions = SessionListener::manual();
   bool isInBackground = false;
+  int roomForAnswers = -1;  // after so many, memory runs out once
   std::shared_ptr<EventStorageImpl> storage = std::make_shared<EventStorageImpl>();
 
   void start() {
-    storage->start({.backgroundChecker = {[this] { return isInBackground; }},
+    storage->start({.backgroundChecker = {[this] {
+                      if (roomForAnswers-- == 0) throw std::bad_alloc();
+                      return isInBackground;
+                    }},
                     .scheduler = scheduler,
                     .eventStorageQueue = queue,
                     .kvStorage = store,
@@ -77,6 +82,48 @@ TEST_F(EventStorageImplTests, beginsEmptyAndClean) {
   EXPECT_TRUE(storage->pendingEvents().empty());
   EXPECT_FALSE(storage->isDirty());
   EXPECT_EQ(store->writes(), 0);
+}
+
+// Without memory
+
+TEST_F(EventStorageImplTests, anInsertionThatFindsNoMemoryToWriteIsMadeOnce) {
+  isInBackground = true;
+  start();
+  insert("A");
+  roomForAnswers = 0;
+  insert("B");
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A", "B"}));
+  EXPECT_EQ(storage->pendingEvents().size(), 2U);
+}
+
+TEST_F(EventStorageImplTests, aRemovalThatFindsNoMemoryToWriteIsMadeAgain) {
+  isInBackground = true;
+  start();
+  insert("A");
+  insert("B");
+  roomForAnswers = 0;
+  storage->removeEvents({"A"});
+  EXPECT_EQ(store->text(queueKey), arrayOf({"B"}));
+}
+
+TEST_F(EventStorageImplTests, anEditWhoseOutcomeIsLostIsFollowedByAWholeOne) {
+  isInBackground = true;
+  start();
+  insert("A");
+  store->loseNextOutcome();
+  insert("B");
+  insert("C");
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A", "B", "C"}));
+}
+
+TEST_F(EventStorageImplTests, aFlushThatFindsNoMemoryIsRepeated) {
+  start();
+  insert("A");
+  store->loseNextOutcome();
+  flush();
+  flush();
+  EXPECT_FALSE(storage->isDirty());
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A"}));
 }
 
 // In the foreground

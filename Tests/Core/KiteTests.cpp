@@ -217,6 +217,17 @@ TEST_F(KiteTests, aDebugEventNamesItsCallerByItself) {
   EXPECT_THAT(*data.at("file")->string(), testing::EndsWith("KiteTests.cpp"));
 }
 
+TEST_F(KiteTests, aDebugEventMayLeaveOutItsPlace) {
+  start();
+  kite.trackDebugEvent({.severity = Severity::debug,
+                        .message = "m",
+                        .category = "c",
+                        .where = {.file = nullptr, .function = nullptr, .line = 0}});
+  const auto data = dataOf("DebugEvent").front();
+  EXPECT_EQ(*data.at("file"), JSONValue(""));
+  EXPECT_EQ(*data.at("function"), JSONValue(""));
+}
+
 TEST_F(KiteTests, sessionDataIsMergedAndTheNewValueWins) {
   start();
   kite.updateSessionData({{"a", 1}, {"b", 1}});

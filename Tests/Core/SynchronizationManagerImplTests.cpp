@@ -14,6 +14,7 @@
 
 #include <atomic>
 #include <future>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -627,6 +628,31 @@ TEST_F(SynchronizationManagerImplTests, aSyncThatTheManagerDoesNotLiveToSeeBlock
   EXPECT_FALSE(*wentOn);
   EXPECT_THAT(api->sizes, IsEmpty());
   EXPECT_EQ(application->runningTasks(), 1U);
+}
+
+TEST_F(SynchronizationManagerImplTests, aSyncWhoseAnswerIsLostEndsAndTheNextSendsTheBatchAgain) {
+  start();
+  insert(1);
+  api->answer = [](const auto&, const auto&) {};
+  tick();
+  EXPECT_EQ(application->runningTasks(), 0U);
+  api->answer = FakeAPIManager::accepts();
+  tick();
+  EXPECT_THAT(api->batches, ElementsAre(ElementsAre("E-0"), ElementsAre("E-0")));
+  EXPECT_TRUE(storage->pendingEvents().empty());
+}
+
+TEST_F(SynchronizationManagerImplTests, aSyncThatFindsNoMemoryIsMadeAgain) {
+  start();
+  insert(1);
+  api->answer = [this](const auto&, const auto&) {
+    api->answer = FakeAPIManager::accepts();
+    throw std::bad_alloc();
+  };
+  tick();
+  EXPECT_EQ(api->batches.size(), 2U);
+  EXPECT_TRUE(storage->pendingEvents().empty());
+  EXPECT_EQ(application->runningTasks(), 0U);
 }
 
 // The end

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <new>
 #include <optional>
 #include <semaphore>
 #include <string>
@@ -98,6 +99,12 @@ TEST_F(CurlSessionTests, sendsOtherMethods) {
   EXPECT_EQ(requests[0].method + requests[0].body, "GET");
   EXPECT_EQ(requests[1].method + requests[1].body, "PUTput");
   EXPECT_EQ(requests[2].method + requests[2].body, "POST");
+}
+
+TEST_F(CurlSessionTests, goesOnAfterACompletionThatFoundNoMemory) {
+  TLSTestServer server(authority.issue());
+  session->dataTask(post(server.url()), [](auto&&...) { throw std::bad_alloc(); })->resume();
+  EXPECT_EQ(status(send(post(server.url()))), 200);
 }
 
 TEST_F(CurlSessionTests, sendsAnEmptyHeaderField) {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <csignal>
 #include <memory>
+#include <new>
 #include <semaphore>
 #include <string>
 #include <thread>
@@ -69,6 +70,19 @@ TEST(WorkerQueue, dropsTheRestOfABatchWhenItEndsWithinIt) {
   queue.reset();
   EXPECT_EQ(held.use_count(), 1);
   inBatch->released.release();
+}
+
+TEST(WorkerQueue, mayEndWhileABlockWaitsForMemory) {
+  const auto held = std::make_shared<int>(0);
+  std::binary_semaphore tried(0);
+  auto queue = workerQueue("waiting");
+  queue->run([held, &tried] {
+    tried.release();
+    throw std::bad_alloc();
+  });
+  tried.acquire();
+  queue.reset();
+  while (held.use_count() > 1) std::this_thread::yield();
 }
 
 TEST(WorkerQueue, mayEndWithinABlockOfItsOwn) {

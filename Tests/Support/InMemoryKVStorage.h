@@ -4,6 +4,7 @@
 
 #include "Support/InMemoryTable.h"
 
+#include <new>
 #include <utility>
 
 namespace kite::test {
@@ -19,7 +20,9 @@ class InMemoryKVStorage final : public Larder::KVStorage {
   }
   void remove(std::string_view key) override { _table.remove(key); }
   Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit) override {
-    return _table.edit(key, edit);
+    const auto outcome = _table.edit(key, edit);
+    if (std::exchange(_losesOutcome, false)) throw std::bad_alloc();
+    return outcome;
   }
 
   std::optional<double> readNumber(std::string_view key) const override {
@@ -42,11 +45,14 @@ class InMemoryKVStorage final : public Larder::KVStorage {
   int writes() const { return _table.writes(); }
   /// From now on the disk is full: values change for readers only, and edits are refused.
   void failWrites(bool failing) { _table.failWrites(failing); }
+  /// The next edit is made, but memory runs out before it is told.
+  void loseNextOutcome() { _losesOutcome = true; }
   /// What the next run of the application finds: that which had been saved.
   void restart() { _table.restart(); }
 
  private:
   InMemoryTable _table;
+  bool _losesOutcome = false;
 };
 
 }  // namespace kite::test

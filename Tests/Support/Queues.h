@@ -2,12 +2,20 @@
 
 #include <Kite/Platform/Tempra.h>
 
+#include "Base/IfMemoryAllows.h"
+
 #include <cstddef>
 #include <deque>
 #include <mutex>
 #include <utility>
 
 namespace kite::test {
+
+/// As often as it takes.
+inline void runToItsEnd(const Tempra::Block& block) {
+  while (!ifMemoryAllows(block)) {
+  }
+}
 
 /// Runs blocks in place, but one at a time, as a serial queue does: a block submitted by a running
 /// one waits until that one is done.
@@ -20,7 +28,7 @@ class ImmediateQueue final : public Tempra::Queue {
       if (std::exchange(_isRunning, true)) return;
     }
     try {
-      while (const auto next = takeNext()) next();
+      while (const auto next = takeNext()) runToItsEnd(next);
     } catch (...) {
       abandon();
       throw;
@@ -63,7 +71,7 @@ class ManualQueue final : public Tempra::Queue {
   /// Runs the oldest block; false when there is none.
   bool runOne() {
     const auto block = takeNext();
-    if (block) block();
+    if (block) runToItsEnd(block);
     return block != nullptr;
   }
   /// Runs blocks until none is left, those that they submit included.

@@ -16,6 +16,11 @@ TEST(DynamicValue, keepsABoxedBooleanApartFromABoxedNumber) {
   EXPECT_FALSE(DynamicValue(false) == DynamicValue(0));
 }
 
+TEST(DynamicValue, takesANullPointerForTheNullObject) {
+  const char* const nothing = nullptr;
+  EXPECT_EQ(DynamicValue(nothing).kind(), Kind::null);
+}
+
 TEST(DynamicValue, keepsAnUnsignedNumberAsAnIntegerWhereItFits) {
   EXPECT_EQ(DynamicValue(std::uint64_t{7}), DynamicValue(7));
   EXPECT_EQ(DynamicValue(std::uint64_t{INT64_MAX}).kind(), Kind::integer);

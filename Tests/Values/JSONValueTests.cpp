@@ -35,6 +35,12 @@ TEST(JSONValue, givesItsContentsUnderTheirOwnKindOnly) {
   EXPECT_TRUE(JSONValue(nullptr).isNull());
 }
 
+TEST(JSONValue, takesANullPointerForNull) {
+  const char* const nothing = nullptr;
+  EXPECT_TRUE(JSONValue(nothing).isNull());
+  EXPECT_EQ(Object({{"a", nothing}}), Object({{"a", Null{}}}));
+}
+
 TEST(JSONValue, takesTextForTextAndABooleanForABoolean) {
   EXPECT_EQ(JSONValue("text").kind(), Kind::string);
   EXPECT_EQ(JSONValue(true).kind(), Kind::boolean);

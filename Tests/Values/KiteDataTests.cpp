@@ -37,6 +37,18 @@ TEST(KiteData, keepsEveryKindOfValueThroughItsPackedForm) {
                                             {"map", DataObject{{"inner", "x"}}}}));
 }
 
+TEST(KiteData, takesANullPointerForNull) {
+  const char* const nothing = nullptr;
+  char* const nowhere = nullptr;
+  KiteData data{{"constant", nothing}, {"variable", nowhere}};
+  data.set("later", nothing);
+  EXPECT_EQ(toJSONObject(data),
+            (DataObject{{"constant", Null{}}, {"variable", Null{}}, {"later", Null{}}}));
+  const std::map<std::string, const char*> members{{"member", nothing}};
+  EXPECT_EQ(toJSONObject(KiteData(members)), (DataObject{{"member", Null{}}}));
+  EXPECT_EQ(KiteValue(std::vector{nothing}).toJSONValue(), JSONValue(JSONValue::Array{Null{}}));
+}
+
 TEST(KiteData, keepsNamesAndTextsOfAnyLength) {
   for (const std::size_t length : {0U, 1U, 127U, 128U, 16383U, 16384U, 1U << 20U}) {
     const std::string long1(length, 'n');

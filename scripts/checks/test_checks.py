@@ -7,6 +7,9 @@ import sys
 import tempfile
 import unittest
 
+import check_exports
+import check_hardening
+
 HERE = pathlib.Path(__file__).resolve().parent
 
 
@@ -83,6 +86,47 @@ class TestMap(unittest.TestCase):
 
     def test_a_map_that_names_nothing_fails(self):
         self.assertEqual(self.result("none"), 1)
+
+
+HEADER = "namespace kite {\nclass KITE_EXPORT A {};\nKITE_EXPORT std::vector<A> make(int);\n}\n"
+
+
+class Exports(unittest.TestCase):
+    def faults(self, *symbols):
+        return list(check_exports.faults(symbols, [HEADER]))
+
+    def test_what_a_header_marks_passes(self):
+        self.assertEqual(self.faults("kite::A::A(int)", "vtable for kite::A", "kite::make(int)"), [])
+
+    def test_another_symbol_fails(self):
+        self.assertEqual(len(self.faults("kite::A::A()", "kite::make(int)", "kite::Hidden::run()")), 1)
+        self.assertEqual(len(self.faults("kite::A::A()", "kite::make(int)", "sqlite3_open")), 1)
+
+    def test_a_function_that_is_missing_fails(self):
+        self.assertEqual(len(self.faults("kite::A::A()")), 1)
+
+    def test_arguments_of_templates_do_not_count(self):
+        self.assertEqual(len(self.faults("kite::A::A()", "kite::make(int)", "kite::Map<kite::A>::at(int)")), 1)
+
+
+class Hardening(unittest.TestCase):
+    HEADERS = ("  Type: DYN (Shared object file)\n  GNU_STACK 0x0 0x0 0x0 0x0 0x0 RW 0x10\n"
+               "  GNU_RELRO 0x0 0x0 0x0 0x0 0x0 R 0x1\n")
+    SYMBOLS = "__stack_chk_fail@GLIBC_2.4 __memcpy_chk@GLIBC_2.3.4"
+
+    def count(self, headers=HEADERS, dynamic="(FLAGS) BIND_NOW", symbols=SYMBOLS):
+        return len(list(check_hardening.faults(headers, dynamic, symbols, True)))
+
+    def test_a_hardened_file_passes(self):
+        self.assertEqual(self.count(), 0)
+
+    def test_each_thing_that_is_missing_fails(self):
+        self.assertEqual(self.count(headers=self.HEADERS.replace("DYN", "EXEC")), 1)
+        self.assertEqual(self.count(headers=self.HEADERS.replace("GNU_RELRO", "OTHER")), 1)
+        self.assertEqual(self.count(headers=self.HEADERS.replace("RW", "RWE")), 1)
+        self.assertEqual(self.count(dynamic=""), 1)
+        self.assertEqual(self.count(symbols="__memcpy_chk@GLIBC_2.3.4"), 1)
+        self.assertEqual(self.count(symbols="__stack_chk_fail@GLIBC_2.4"), 1)
 
 
 if __name__ == "__main__":

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Kite/Base/Export.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <functional>
@@ -16,7 +18,7 @@ namespace kite {
 /// Inserting in ascending key order costs constant time, elsewhere time linear in the size;
 /// `fromUnsorted` builds a large map from entries in any order.
 template <class Key, class Value>
-class FlatMap {
+class KITE_EXPORT FlatMap {
  public:
   using key_type = Key;
   using mapped_type = Value;

@@ -20,9 +20,10 @@ class Scheduler {
   /// Runs `block` after `firstDelay` and then every `period`, one run at a time, on a thread of the
   /// scheduler's.
   ///
-  /// A late run is not made up for by a burst. The returned function stops further runs; it may be
-  /// called more than once, from any thread and from within the block, and never waits for a run
-  /// that is under way. Dropping it stops nothing.
+  /// A late run is not made up for by a burst. A block may throw `std::bad_alloc`, and nothing
+  /// else: that run is over, the next has its time. The returned function stops further runs; it
+  /// may be called more than once, from any thread and from within the block, and never waits for a
+  /// run that is under way. Dropping it stops nothing.
   [[nodiscard]] virtual Cancel schedule(Duration firstDelay, Duration period, Block block) = 0;
 };
 
@@ -32,8 +33,11 @@ class Queue {
   /// Never waits for a block that is running; blocks not yet begun may be dropped.
   virtual ~Queue() = default;
 
-  /// Takes the block and returns at once. Any thread may call it, a running block too. The block
-  /// must not throw.
+  /// Takes the block and returns at once. Any thread may call it, a running block too. It may throw
+  /// `std::bad_alloc`, having taken nothing.
+  ///
+  /// A block may throw `std::bad_alloc`, and nothing else: it is run again a little later, before
+  /// all others. Whoever submits it sees to it that it can be.
   virtual void run(Block block) = 0;
 };
 

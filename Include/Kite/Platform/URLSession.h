@@ -37,7 +37,8 @@ struct TransportError {
 class URLSessionDataTask {
  public:
   virtual ~URLSessionDataTask() = default;
-  /// Sends it. Returns at once; later calls do nothing.
+  /// Sends it. Returns at once; later calls do nothing. May throw `std::bad_alloc`, and then sends
+  /// nothing.
   virtual void resume() = 0;
 };
 

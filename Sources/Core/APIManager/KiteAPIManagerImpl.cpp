@@ -1,5 +1,6 @@
 #include "Core/APIManager/KiteAPIManagerImpl.h"
 
+#include "Base/IfMemoryAllows.h"
 #include "Core/APIManager/Headers.h"
 #include "Core/APIManager/ServerBody.h"
 #include "Core/Event/WhiskerEvents.h"
@@ -68,7 +69,10 @@ void KiteAPIManagerImpl::send(std::shared_ptr<const Upload> upload, URL url,
   auto completion = [self = shared_from_this(), upload = std::move(upload),
                      endpoints = std::move(availableEndpoints)](auto data, auto response,
                                                                 auto error) {
-    self->complete(upload, endpoints, {std::move(data), std::move(response), std::move(error)});
+    // For want of memory the batch stays where it is.
+    ifMemoryAllows([&] {
+      self->complete(upload, endpoints, {std::move(data), std::move(response), std::move(error)});
+    });
   };
   const auto task = _dependencies->urlSession.dataTask(request(std::move(url), std::move(body)),
                                                        std::move(completion));

@@ -63,9 +63,9 @@ EventBatch EventList::first(std::size_t count) const {
 }
 
 void EventList::append(EventHandle event, std::uint64_t ordinal) {
+  const std::uint64_t hash = idHash(event->id());
   makeRoomInTail();
   if (event->encodingError()) ++_unencodable;
-  const std::uint64_t hash = idHash(event->id());
   _tail.chunk->write(_tail.count++, std::move(event), hash, ordinal);
   ++_size;
   _nextOrdinal = ordinal + 1;

@@ -4,7 +4,9 @@
 
 #include <simdjson.h>
 
+#include <new>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -28,12 +30,16 @@ std::optional<EventList> readRows(const StoredRows& rows) {
 /// Walks the array without building values; what is between the elements is checked here, the
 /// elements by the reader.
 std::optional<EventList> readArray(std::string_view text) {
-  const simdjson::padded_string padded(text);
+  std::string padded;
+  padded.reserve(text.size() + simdjson::SIMDJSON_PADDING);
+  padded.assign(text).append(simdjson::SIMDJSON_PADDING, ' ');
   simdjson::ondemand::parser parser;
   simdjson::ondemand::document document;
   simdjson::ondemand::array elements;
-  if (parser.iterate(padded).get(document) || document.get_array().get(elements))
-    return std::nullopt;
+  const auto error = parser.iterate(padded.data(), text.size(), padded.size()).get(document);
+  // Memory that ran out says nothing about the text.
+  if (error == simdjson::MEMALLOC) throw std::bad_alloc();
+  if (error || document.get_array().get(elements)) return std::nullopt;
   EventReader reader;
   EventList events;
   for (auto element : elements) {

@@ -19,10 +19,11 @@ class TrackedEvent {
       : _event(std::make_shared<Event>(std::in_place_type<Action>, std::move(payload),
                                        std::move(user), std::move(app))) {}
 
-  StoredEvent record() && {
-    if (auto* record = std::get_if<StoredEvent>(_event.get())) return std::move(*record);
-    auto& [action, app] = std::get<Action>(*_event);
-    return StoredEvent::from(action, std::move(app));
+  /// Made when it is first asked for.
+  const StoredEvent& record() {
+    if (const auto* action = std::get_if<Action>(_event.get()))
+      *_event = StoredEvent::from(action->action, action->app);
+    return std::get<StoredEvent>(*_event);
   }
 
  private:

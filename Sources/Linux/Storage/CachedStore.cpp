@@ -1,5 +1,6 @@
 #include "Linux/Storage/CachedStore.h"
 
+#include "Base/IfMemoryAllows.h"
 #include "Linux/FileSizeSignal.h"
 
 #include <unistd.h>
@@ -31,10 +32,15 @@ bool CachedStore::isInChild() const { return _process != ::getpid(); }
 void CachedStore::load() {
   const WithoutFileSizeSignal quiet;
   RowStore::Entries entries;
-  if (_file->rows().entries(entries) == Outcome::damaged && _file->isWritable()) {
-    _file->beginAfresh(_system);
+  auto outcome = _file->rows().entries(entries);
+  if (outcome == Outcome::damaged && _file->isWritable()) {
     entries = {};
-    _file->rows().entries(entries);
+    outcome = _file->beginAfresh(_system);
+    if (outcome == Outcome::done) outcome = _file->rows().entries(entries);
+  }
+  if (outcome == Outcome::failed && _file->isWritable()) {
+    entries = {};
+    leaveFile();
   }
   for (auto& [key, saved] : entries.undamaged) {
     if (auto value = _codec.decode(key, saved)) {
@@ -70,6 +76,7 @@ std::shared_ptr<const Larder::StoredValue> CachedStore::list(std::string_view ke
     rows = {};
     outcome = _file->rows().rows(key, rows);
   }
+  if (outcome == Outcome::failed && _file->isWritable()) return leaveFile(), nullptr;
   if (outcome != Outcome::done)
     _system.print("[KITE] A list in the " + _file->name().title +
                   " cannot be read to its end: " + _file->rows().message());
@@ -93,24 +100,25 @@ void CachedStore::set(std::string_view key, Value value) {
   if (isInChild()) return;
   const WithoutFileSizeSignal quiet;
   const std::scoped_lock writing(_writing);
+  _unsaved.emplace(key);
   {
     const std::scoped_lock guard(_imageMutex);
     _image.insert_or_assign(std::string(key), std::move(value));
   }
-  save(key);
+  save();
 }
 
 void CachedStore::remove(std::string_view key) {
   if (isInChild()) return;
   const WithoutFileSizeSignal quiet;
   const std::scoped_lock writing(_writing);
+  if (!find(key)) return;
+  _unsaved.emplace(key);
   {
     const std::scoped_lock guard(_imageMutex);
-    const auto found = _image.find(key);
-    if (found == _image.end()) return;
-    _image.erase(found);
+    _image.erase(_image.find(key));
   }
-  save(key);
+  save();
 }
 
 Larder::EditOutcome CachedStore::edit(std::string_view key, const Larder::ListEdit& edit) {
@@ -123,6 +131,9 @@ Larder::EditOutcome CachedStore::edit(std::string_view key, const Larder::ListEd
   if (_unsaved.contains(key)) return Larder::EditOutcome::failed;
   const auto isPossible = [&] { return edit.replacesAll || holdsWholeList(key); };
   if (!isPossible()) return Larder::EditOutcome::listIsGone;
+  // Made before the file changes: after that nothing may go wrong.
+  Image edited;
+  edited.emplace(key, List{});
   auto outcome = _file->rows().edit(key, edit);
   if (outcome == Outcome::damaged) {
     recover();
@@ -132,7 +143,8 @@ Larder::EditOutcome CachedStore::edit(std::string_view key, const Larder::ListEd
   report(outcome);
   if (outcome != Outcome::done) return Larder::EditOutcome::failed;
   const std::scoped_lock guard(_imageMutex);
-  _image.insert_or_assign(std::string(key), List{});
+  if (const auto earlier = _image.find(key); earlier != _image.end()) _image.erase(earlier);
+  _image.merge(edited);
   return Larder::EditOutcome::saved;
 }
 
@@ -142,10 +154,9 @@ bool CachedStore::holdsWholeList(std::string_view key) const {
   return list && list->isWhole;
 }
 
-void CachedStore::save(std::string_view key) {
+void CachedStore::save() {
   if (!_file->isWritable()) return;
   comeBack();
-  _unsaved.emplace(key);
   saveAll();
 }
 
@@ -174,7 +185,8 @@ Outcome CachedStore::saveOne(const std::string& key) {
 
 // The file is damaged. What memory holds is saved anew, lists are what could be read of them.
 void CachedStore::recover() {
-  _file->beginAfresh(_system);
+  forgetWhatIsSaved();
+  if (_file->beginAfresh(_system) != Outcome::done) return;
   RowStore::Entries entries;
   _file->rows().entries(entries);
   std::set<std::string, std::less<>> lists;
@@ -186,7 +198,13 @@ void CachedStore::recover() {
       return std::holds_alternative<List>(item.second) && !lists.contains(item.first);
     });
   }
+}
+
+// What it holds cannot be read this time, and must not be written over by what is known without it.
+void CachedStore::leaveFile() {
+  _trouble.begins(_file->rows().message());
   forgetWhatIsSaved();
+  _file = StoreFile::standIn(_file->name(), _file->place());
 }
 
 // A file that was removed, or could not be had, comes back as soon as there is a place for it. What
@@ -194,18 +212,19 @@ void CachedStore::recover() {
 void CachedStore::comeBack() {
   if (!_file->isAway()) return;
   if (_file->folder()) {
-    _file = StoreFile::standIn(_file->name(), _file->place());
     forgetWhatIsSaved();
+    _file = StoreFile::standIn(_file->name(), _file->place());
   }
   auto file = StoreFile::own(_file->place(), _file->name(), _system);
   if (!file) return _trouble.begins(file.error());
+  if (!(*file)->folder()) return _file->stayAway();
   RowStore::Entries earlier;
-  const auto outcome = (*file)->rows().entries(earlier);
-  const bool isEmpty =
-      outcome == Outcome::done && earlier.undamaged.empty() && earlier.damaged == 0;
-  if (!isEmpty || !_codec.moveTo(*(*file)->folder())) return _file->stayAway();
-  _file = *std::move(file);
+  if ((*file)->rows().entries(earlier) != Outcome::done)
+    return _trouble.begins((*file)->rows().message());
+  if (!earlier.undamaged.empty() || earlier.damaged != 0) return _file->stayAway();
+  if (!_codec.moveTo(*(*file)->folder())) return _trouble.begins("its key cannot be kept");
   forgetWhatIsSaved();
+  _file = *std::move(file);
 }
 
 // All values are to be saved again, lists as wholes.
@@ -220,12 +239,15 @@ void CachedStore::forgetWhatIsSaved() {
   }
 }
 
+// A line is not worth a failure of what has been done.
 void CachedStore::report(Outcome outcome) {
-  if (outcome != Outcome::done) {
-    _trouble.goesOn(_file->rows().message());
-  } else if (_file->folder()) {
-    _trouble.isOver();
-  }
+  ifMemoryAllows([&] {
+    if (outcome != Outcome::done) {
+      _trouble.goesOn(_file->rows().message());
+    } else if (_file->folder()) {
+      _trouble.isOver();
+    }
+  });
 }
 
 }  // namespace kite::Linux

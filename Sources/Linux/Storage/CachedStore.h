@@ -6,7 +6,6 @@
 #include "Linux/Storage/StoreFile.h"
 #include "Linux/Storage/TroubleReport.h"
 
-#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
@@ -15,7 +14,6 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <variant>
 
 namespace kite::Linux {
@@ -56,17 +54,19 @@ class CachedStore {
   Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit);
 
  private:
-  struct HashText {
+  /// Keys differ in length more often than not, so that few texts are looked at.
+  struct ShorterFirst {
     using is_transparent = void;
-    std::size_t operator()(std::string_view text) const {
-      return std::hash<std::string_view>()(text);
+    bool operator()(std::string_view a, std::string_view b) const {
+      return a.size() == b.size() ? a < b : a.size() < b.size();
     }
   };
-  using Image = std::unordered_map<std::string, Value, HashText, std::equal_to<>>;
+  using Image = std::map<std::string, Value, ShorterFirst>;
 
   void load();
+  void leaveFile();
   bool isInChild() const;
-  void save(std::string_view key);
+  void save();
   void saveAll();
   Outcome saveOne(const std::string& key);
   void dropRows(std::string_view key, const std::vector<std::uint64_t>& ordinals);

@@ -1,12 +1,17 @@
 #include "Linux/Storage/Database.h"
 
+#include "Linux/Storage/DiskAccess.h"
+
 #include <sqlite3.h>
+
+#include <chrono>
+#include <thread>
 
 namespace kite::Linux {
 
 namespace {
 
-Outcome outcome(int code) {
+Outcome outcomeOf(int code) {
   switch (code & 0xFF) {
     case SQLITE_OK:
     case SQLITE_ROW:
@@ -21,7 +26,13 @@ Outcome outcome(int code) {
 }
 
 // Readers beside the owner hold locks for moments only.
-constexpr int busyMilliseconds = 100;
+int waitForOthers(void*, int attempts) {
+  constexpr int mostAttempts = 20;
+  constexpr std::chrono::milliseconds pause{5};
+  if (attempts == mostAttempts) return 0;
+  std::this_thread::sleep_for(pause);
+  return 1;
+}
 
 }  // namespace
 
@@ -29,44 +40,55 @@ void Statement::Finalizer::operator()(sqlite3_stmt* statement) const {
   sqlite3_finalize(statement);
 }
 
-Statement::Statement(sqlite3* database, const char* sql) {
+Statement::Statement(sqlite3* database, const char* sql) : _database(database), _sql(sql) {
+  prepared();
+}
+
+sqlite3_stmt* Statement::prepared() {
+  if (_statement) return _statement.get();
   sqlite3_stmt* statement = nullptr;
-  _code = sqlite3_prepare_v3(database, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+  _code = sqlite3_prepare_v3(_database, _sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
   _statement.reset(statement);
+  return statement;
+}
+
+// A statement with a parameter missing must not run.
+Statement& Statement::took(int bound) {
+  if (_bound == SQLITE_OK) _bound = bound;
+  return *this;
 }
 
 Statement& Statement::bind(int parameter, std::string_view text) {
-  sqlite3_bind_text64(_statement.get(), parameter + 1, text.data() ? text.data() : "", text.size(),
-                      SQLITE_STATIC, SQLITE_UTF8);
-  return *this;
+  return took(sqlite3_bind_text64(prepared(), parameter + 1, text.data() ? text.data() : "",
+                                  text.size(), SQLITE_STATIC, SQLITE_UTF8));
 }
 
 Statement& Statement::bindBytes(int parameter, std::string_view bytes) {
-  sqlite3_bind_blob64(_statement.get(), parameter + 1, bytes.data() ? bytes.data() : "",
-                      bytes.size(), SQLITE_STATIC);
-  return *this;
+  return took(sqlite3_bind_blob64(prepared(), parameter + 1, bytes.data() ? bytes.data() : "",
+                                  bytes.size(), SQLITE_STATIC));
 }
 
 Statement& Statement::bind(int parameter, std::int64_t number) {
-  sqlite3_bind_int64(_statement.get(), parameter + 1, number);
-  return *this;
+  return took(sqlite3_bind_int64(prepared(), parameter + 1, number));
 }
 
 Outcome Statement::run() {
+  const Rewinder rewinder{*this};
   step();
-  return rewind();
+  return outcome();
 }
 
 bool Statement::step() {
-  if (!_statement) return false;
-  _code = sqlite3_step(_statement.get());
+  if (!prepared()) return false;
+  _code = _bound == SQLITE_OK ? sqlite3_step(_statement.get()) : _bound;
   return _code == SQLITE_ROW;
 }
 
-Outcome Statement::rewind() {
-  const auto result = outcome(_code);
-  if (_statement) sqlite3_reset(_statement.get());
-  return result;
+Outcome Statement::outcome() const { return outcomeOf(_code); }
+
+void Statement::rewind() {
+  sqlite3_reset(_statement.get());
+  _bound = SQLITE_OK;
 }
 
 std::string_view Statement::text(int column) const {
@@ -83,16 +105,16 @@ std::unique_ptr<Database> Database::open(const std::filesystem::path& file, Acce
   const int mode = access == Access::readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
   const auto name = file.empty() ? ":memory:" : file.string();
   sqlite3* handle = nullptr;
-  const int code = sqlite3_open_v2(name.c_str(), &handle,
-                                   mode | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW, nullptr);
+  const int code = sqlite3_open_v2(
+      name.c_str(), &handle, mode | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW, diskAccessName());
   std::unique_ptr<Database> database(new Database(handle));
   if (code != SQLITE_OK) return nullptr;
-  sqlite3_busy_timeout(handle, busyMilliseconds);
+  sqlite3_busy_handler(handle, waitForOthers, nullptr);
   return database;
 }
 
 Outcome Database::execute(const char* sql) {
-  return outcome(sqlite3_exec(_handle.get(), sql, nullptr, nullptr, nullptr));
+  return outcomeOf(sqlite3_exec(_handle.get(), sql, nullptr, nullptr, nullptr));
 }
 
 Outcome Database::number(const char* sql, std::int64_t& result) {

@@ -19,7 +19,8 @@ enum class Outcome {
   damaged  ///< the file is not, or no longer, a database that can be read
 };
 
-/// A prepared statement, used again and again. Parameters and columns count from 0.
+/// A prepared statement, used again and again; one that could not be prepared is tried anew at its
+/// next use. Parameters and columns count from 0. `sql` must live as long as the statement.
 ///
 /// Bound bytes are not copied; they must live until the statement is run or rewound.
 class Statement {
@@ -35,8 +36,9 @@ class Statement {
   /// Runs a statement and hands every row to `body(*this)`, until there are no more.
   template <class Body>
   Outcome forEachRow(Body body) {
+    const Rewinder rewinder{*this};
     while (step()) body(std::as_const(*this));
-    return rewind();
+    return outcome();
   }
 
   std::string_view text(int column) const;
@@ -47,11 +49,22 @@ class Statement {
     void operator()(sqlite3_stmt* statement) const;
   };
 
-  bool step();
-  Outcome rewind();
+  struct Rewinder {
+    Statement& statement;
+    ~Rewinder() { statement.rewind(); }
+  };
 
+  sqlite3_stmt* prepared();
+  Statement& took(int bound);
+  bool step();
+  Outcome outcome() const;
+  void rewind();
+
+  sqlite3* _database;
+  const char* _sql;
   std::unique_ptr<sqlite3_stmt, Finalizer> _statement;
   int _code = 0;
+  int _bound = 0;  // the first failure to bind, until the next use
 };
 
 /// An open SQLite database. One thread at a time.
@@ -71,10 +84,10 @@ class Database {
   /// Runs `body() -> Outcome` as one transaction, which is undone unless all of it is done.
   template <class Body>
   Outcome transaction(Body body) {
+    const Undo undo{*this};
     auto outcome = execute("BEGIN IMMEDIATE");
     if (outcome == Outcome::done) outcome = body();
     if (outcome == Outcome::done) outcome = execute("COMMIT");
-    if (outcome != Outcome::done) rollBack();
     return outcome;
   }
 
@@ -87,7 +100,12 @@ class Database {
   struct Closer {
     void operator()(sqlite3* database) const;
   };
+  struct Undo {
+    Database& database;
+    ~Undo() { database.rollBack(); }
+  };
   explicit Database(sqlite3* handle) : _handle(handle) {}
+  /// Ends a transaction that is not committed.
   void rollBack();
 
   std::unique_ptr<sqlite3, Closer> _handle;

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -118,19 +119,31 @@ bool PrivateFolder::rename(const std::string& from, const std::string& to) const
 
 void PrivateFolder::synchronize() const { ::fsync(_folder.get()); }
 
-std::optional<std::string> readAll(const FileDescriptor& file, std::size_t limit) {
+FileDescriptor openForReading(const std::filesystem::path& file) {
+  return FileDescriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+}
+
+std::optional<std::string> readBeginning(const FileDescriptor& file, std::size_t size) {
   std::string contents;
   char piece[4096];
-  for (;;) {
-    const auto count = uninterrupted([&] { return ::read(file.get(), piece, sizeof piece); });
-    if (count < 0 || contents.size() + static_cast<std::size_t>(count) > limit) return std::nullopt;
-    if (count == 0) return contents;
+  ::lseek(file.get(), 0, SEEK_SET);
+  while (contents.size() < size) {
+    const auto wanted = std::min(sizeof piece, size - contents.size());
+    const auto count = uninterrupted([&] { return ::read(file.get(), piece, wanted); });
+    if (count < 0) return std::nullopt;
+    if (count == 0) break;
     contents.append(piece, static_cast<std::size_t>(count));
   }
+  return contents;
+}
+
+std::optional<std::string> readAll(const FileDescriptor& file, std::size_t limit) {
+  auto contents = readBeginning(file, limit + 1);
+  return contents && contents->size() <= limit ? contents : std::nullopt;
 }
 
 std::optional<std::string> readFile(const std::filesystem::path& file, std::size_t limit) {
-  const FileDescriptor open(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const auto open = openForReading(file);
   return open ? readAll(open, limit) : std::nullopt;
 }
 

@@ -50,6 +50,11 @@ class PrivateFolder {
   FileDescriptor _folder;
 };
 
+FileDescriptor openForReading(const std::filesystem::path& file);
+
+/// The first `size` bytes of a file, or all that it has; nothing when it cannot be read.
+std::optional<std::string> readBeginning(const FileDescriptor& file, std::size_t size);
+
 /// The whole of a file; nothing when it cannot be read or is longer than `limit`.
 std::optional<std::string> readAll(const FileDescriptor& file, std::size_t limit);
 std::optional<std::string> readFile(const std::filesystem::path& file, std::size_t limit);

@@ -1,5 +1,6 @@
 #include "Linux/Storage/RowStore.h"
 
+#include "Linux/Storage/DiskAccess.h"
 #include "Linux/Storage/PageFormat.h"
 
 #include <libdeflate.h>
@@ -92,9 +93,12 @@ Outcome identify(Database& database, Identity& identity) {
 // Damage to a page's header or to a pointer may hide rows without any error.
 Outcome checkPages(Database& database) {
   std::string finding;
+  const auto failedBefore = failedReads();
   const auto outcome = database.text("PRAGMA quick_check(1)", finding);
   database.execute("PRAGMA shrink_memory");  // which now holds pages that nobody asked for
-  return outcome == Outcome::done && finding != "ok" ? Outcome::damaged : outcome;
+  if (outcome != Outcome::done || finding == "ok") return outcome;
+  // It finds fault with a page that cannot be read, too.
+  return failedReads() == failedBefore ? Outcome::damaged : Outcome::failed;
 }
 
 }  // namespace
@@ -112,8 +116,10 @@ Outcome RowStore::open(std::unique_ptr<Database> database, Durability durability
   if (outcome != Outcome::done) return outcome;
   database->execute(durability == Durability::surviveCrash ? "PRAGMA synchronous=NORMAL"
                                                            : "PRAGMA synchronous=FULL");
-  store.reset(new RowStore(std::move(database)));
-  return Outcome::done;
+  std::unique_ptr<RowStore> opened(new RowStore(std::move(database)));
+  outcome = opened->findLists();
+  if (outcome == Outcome::done) store = std::move(opened);
+  return outcome;
 }
 
 Outcome RowStore::openForReading(std::unique_ptr<Database> database,
@@ -123,6 +129,7 @@ Outcome RowStore::openForReading(std::unique_ptr<Database> database,
   if (outcome != Outcome::done) return outcome;
   if (!identity.isStore()) return Outcome::damaged;
   store.reset(new RowStore(std::move(database)));
+  store->findLists();  // as far as they can be read
   return Outcome::done;
 }
 
@@ -135,17 +142,17 @@ RowStore::RowStore(std::unique_ptr<Database> database)
       _insertRow(_database->prepare("INSERT INTO list_rows VALUES(?,?,?,?)")),
       _removeRows(_database->prepare("DELETE FROM list_rows WHERE place>=? AND place<?")),
       _selectRows(_database->prepare("SELECT place, key, bytes, crc FROM list_rows WHERE place>=? "
-                                     "ORDER BY place")) {
-  findLists();
-}
+                                     "ORDER BY place")) {}
 
 // The rows tell which lists there are, whatever befell the entries.
-void RowStore::findLists() {
+Outcome RowStore::findLists() {
   auto select = _database->prepare(
       "SELECT place, key, bytes, crc FROM list_rows WHERE place>=? ORDER BY place LIMIT 1");
-  for (std::int64_t from = 0, seen = -1; seen != from && listAt(from) < listEnd;) {
+  auto outcome = Outcome::done;
+  for (std::int64_t from = 0, seen = -1;
+       outcome == Outcome::done && seen != from && listAt(from) < listEnd;) {
     seen = from;
-    select.bind(0, from).forEachRow([&](const Statement& row) {
+    outcome = select.bind(0, from).forEachRow([&](const Statement& row) {
       const auto place = row.number(0);
       from = place + 1;
       if (row.number(3) != checksum(row.text(1), place, row.text(2))) return;
@@ -153,6 +160,7 @@ void RowStore::findLists() {
       from = placeOf(listAt(place) + 1, 0);
     });
   }
+  return outcome;
 }
 
 std::int64_t RowStore::numberFor(std::string_view key) const {
@@ -234,8 +242,11 @@ Outcome RowStore::removeRows(std::int64_t list, Larder::OrdinalRange range) {
 }
 
 Outcome RowStore::edit(std::string_view key, const Larder::ListEdit& edit) {
+  // Made before the file changes: after that nothing may go wrong.
+  decltype(_lists) known;
+  if (!_lists.contains(key)) known.emplace(key, numberFor(key));
   const auto outcome = _database->transaction([&] { return edited(key, edit); });
-  if (outcome == Outcome::done) _lists.emplace(key, numberFor(key));
+  if (outcome == Outcome::done) _lists.merge(known);
   return outcome;
 }
 

@@ -69,7 +69,7 @@ class RowStore {
  private:
   explicit RowStore(std::unique_ptr<Database> database);
 
-  void findLists();
+  Outcome findLists();
   std::int64_t numberFor(std::string_view key) const;
   void forgetList(std::string_view key);
   Outcome putValue(std::string_view key, const SavedValue& value);

@@ -35,6 +35,15 @@ CachedStore::Codec sealing(const std::shared_ptr<const MasterKey>& master) {
   };
 }
 
+std::shared_ptr<const MasterKey> keyFor(const StoreFile& file, const std::filesystem::path& place,
+                                        const System& system) {
+  if (file.folder()) return readOrMakeMasterKey(*file.folder(), system);
+  // What was salvaged into memory is sealed with the key that is there.
+  const auto folder = PrivateFolder::open(place, /*make=*/false);
+  auto key = folder ? readMasterKey(*folder) : nullptr;
+  return key ? key : MasterKey::random();
+}
+
 }  // namespace
 
 SealedSecretsStorage::SealedSecretsStorage(std::unique_ptr<StoreFile> file,
@@ -57,7 +66,7 @@ std::shared_ptr<Larder::SecretsStorage> sealedSecretsStorage(const std::filesyst
                                                              const System& system) {
   const WithoutFileSizeSignal quiet;
   auto file = StoreFile::ownOrInMemory(folder, secretsStoreName(), system);
-  auto key = file->folder() ? readOrMakeMasterKey(*file->folder(), system) : MasterKey::random();
+  auto key = keyFor(*file, folder, system);
   if (!key) {
     system.print("[KITE] The secrets store keeps its values in memory only: it has no key");
     file = nullptr;  // lets go of its lock

@@ -1,5 +1,6 @@
 #include "Linux/Storage/StoreFile.h"
 
+#include "Base/IfMemoryAllows.h"
 #include "Linux/FileSizeSignal.h"
 #include "Linux/Storage/Carver.h"
 #include "Linux/Storage/WriteAheadLog.h"
@@ -7,6 +8,7 @@
 #include <sys/file.h>
 
 #include <ctime>
+#include <new>
 #include <utility>
 
 namespace kite::Linux {
@@ -39,10 +41,9 @@ StoreFile::Opened StoreFile::own(const std::filesystem::path& path, StoreName na
   // locks of the whole process along.
   if (auto reason = file->lock()) return Failure{*std::move(reason)};
   if (auto reason = file->makeFiles()) return Failure{*std::move(reason)};
-  const bool isBroken = WriteAheadLog(file->contents(logSuffix)).isBroken();
-  const auto outcome = isBroken ? Outcome::damaged : file->openRows();
-  if (outcome == Outcome::damaged) file->beginAfresh(system);
-  if (outcome == Outcome::failed) return Failure{file->path().string() + " cannot be opened"};
+  auto outcome = file->openOwnRows();
+  if (outcome == Outcome::damaged) outcome = file->beginAfresh(system);
+  if (outcome != Outcome::done) return Failure{file->path().string() + " cannot be opened"};
   return file;
 }
 
@@ -68,8 +69,16 @@ StoreFile::Opened StoreFile::inspect(const std::filesystem::path& path, StoreNam
 
 std::unique_ptr<StoreFile> StoreFile::inMemory(StoreName name) {
   std::unique_ptr<StoreFile> file(new StoreFile(std::move(name), Database::Access::readWrite));
-  file->openRows();
+  file->_rows = rowsInMemory(file->_name.durability);
   return file;
+}
+
+std::unique_ptr<RowStore> StoreFile::rowsInMemory(RowStore::Durability durability) {
+  std::unique_ptr<RowStore> rows;
+  auto database = Database::open("", Database::Access::readWrite);
+  if (!database || RowStore::open(std::move(database), durability, rows) != Outcome::done)
+    throw std::bad_alloc();
+  return rows;
 }
 
 std::unique_ptr<StoreFile> StoreFile::standIn(StoreName name, std::filesystem::path place) {
@@ -113,37 +122,63 @@ std::optional<std::string> StoreFile::fault() const {
   return std::nullopt;
 }
 
+// SQLite drops what follows a damaged frame of the log.
+Outcome StoreFile::openOwnRows() {
+  _bytes = openForReading(path());
+  const auto bytes = log();
+  if (!_bytes || !bytes) return Outcome::failed;
+  return WriteAheadLog(*bytes).isBroken() ? Outcome::damaged : openRows();
+}
+
 Outcome StoreFile::openRows() {
-  auto database = Database::open(_folder ? path() : "", _access);
+  auto database = Database::open(path(), _access);
   if (!database) return Outcome::failed;
   return isWritable() ? RowStore::open(std::move(database), _name.durability, _rows)
                       : RowStore::openForReading(std::move(database), _rows);
 }
 
-void StoreFile::beginAfresh(const System& system) {
+Outcome StoreFile::beginAfresh(const System& system) {
   // SQLite, when it closes the file, moves the sound beginning of the log into it.
-  const auto oldFile = contents(""), oldLog = contents(logSuffix);
-  _rows.reset();
+  const auto oldFile = _folder ? readBeginning(_bytes, largestSalvaged) : "", oldLog = log();
+  if (!oldFile || !oldLog) return Outcome::failed;
   const auto newName = _folder ? freeName(system.now()) : "";
-  if (!_folder || !setAside(newName) || openRows() != Outcome::done) {
-    moveToMemory();
+  // Whatever fails from here on, there is a store.
+  _rows = rowsInMemory(_name.durability);
+  bool isAnew = false;
+  ifMemoryAllows([&] { isAnew = _folder && setAside(newName) && openOwnRows() == Outcome::done; });
+  if (!isAnew) {
+    letGoOfFolder();
+    stayAway();
     system.print("[KITE] The " + _name.title + " is damaged, values are kept in memory only");
-    return;
+    return Outcome::done;
   }
-  std::size_t recovered = 0;
-  Carver damaged(oldFile, oldLog);
-  _rows->salvage(damaged, recovered);
+  auto recovered = salvage(*oldFile, *oldLog);
+  if (!recovered) {
+    // Memory has space for them until the disk has.
+    standInForItself();
+    recovered = salvage(*oldFile, *oldLog);
+  }
   system.print("[KITE] The " + _name.title + " is damaged: it was set aside as " + newName + ", " +
-               std::to_string(recovered) + " entries were recovered");
+               std::to_string(recovered.value_or(0)) + " entries were recovered");
+  return Outcome::done;
 }
 
-std::string StoreFile::contents(const char* companion) const {
-  if (!_folder) return "";
-  return readFile(_folder->path() / (_name.file + companion), largestSalvaged).value_or("");
+std::optional<std::size_t> StoreFile::salvage(const std::string& file, const std::string& log) {
+  Carver damaged(file, log);
+  std::size_t recovered = 0;
+  if (_rows->salvage(damaged, recovered) != Outcome::done) return std::nullopt;
+  return recovered;
+}
+
+std::optional<std::string> StoreFile::log() const {
+  const auto name = _name.file + logSuffix;
+  if (!_folder || _folder->isMissing(name)) return "";
+  const auto file = openForReading(_folder->path() / name);
+  return file ? readBeginning(file, largestSalvaged) : std::nullopt;
 }
 
 std::string StoreFile::freeName(Date now) const {
-  const auto name = _name.file + ".corrupt-" + utcStamp(now);
+  auto name = _name.file + ".corrupt-" + utcStamp(now);
   if (!_folder->exists(name)) return name;
   for (int number = 1;; ++number) {
     auto numbered = name + "-" + std::to_string(number);
@@ -159,10 +194,15 @@ bool StoreFile::setAside(const std::string& newName) {
   return !_folder->make(_name.file);
 }
 
-void StoreFile::moveToMemory() {
+void StoreFile::standInForItself() {
+  _rows = rowsInMemory(_name.durability);
+  letGoOfFolder();
+}
+
+void StoreFile::letGoOfFolder() {
+  _bytes = FileDescriptor();
+  _lock = FileDescriptor();
   _folder.reset();
-  _place.clear();
-  openRows();
 }
 
 }  // namespace kite::Linux

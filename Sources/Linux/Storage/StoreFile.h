@@ -56,30 +56,37 @@ class StoreFile {
   /// Where the store lives; null when that is nowhere but in memory.
   const PrivateFolder* folder() const { return _folder ? &*_folder : nullptr; }
 
-  /// Renames a file that turned out to be damaged and begins a new one with what can be read of it.
-  /// Goes on in memory when even that cannot be done.
-  void beginAfresh(const System& system);
+  /// Renames a file that turned out to be damaged and begins a new one with what can be made out in
+  /// it. Goes on in memory when that cannot be done. Fails, and leaves all as it is, when the bytes
+  /// cannot be read: they may be sound.
+  Outcome beginAfresh(const System& system);
 
  private:
   StoreFile(StoreName name, Database::Access access) : _name(std::move(name)), _access(access) {}
 
+  static std::unique_ptr<RowStore> rowsInMemory(RowStore::Durability durability);
   std::optional<std::string> lock();
   /// Those of the database, its log and the log's index.
   std::array<std::string, 3> fileNames() const;
   std::optional<std::string> makeFiles();
   std::optional<std::string> fault() const;
+  Outcome openOwnRows();
   Outcome openRows();
   std::filesystem::path path() const { return _folder->path() / _name.file; }
-  std::string contents(const char* companion) const;
+  /// The log's bytes, none when there is no log; nothing when they cannot be read.
+  std::optional<std::string> log() const;
   std::string freeName(Date now) const;
   bool setAside(const std::string& newName);
-  void moveToMemory();
+  std::optional<std::size_t> salvage(const std::string& file, const std::string& log);
+  void standInForItself();
+  void letGoOfFolder();
 
   StoreName _name;
   Database::Access _access;
   std::filesystem::path _place;
   std::optional<PrivateFolder> _folder;
   FileDescriptor _lock;
+  FileDescriptor _bytes;  ///< the database's; longer open than its rows, whose locks it would take
   std::unique_ptr<RowStore> _rows;
 };
 

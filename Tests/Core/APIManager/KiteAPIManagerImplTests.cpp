@@ -582,6 +582,22 @@ TEST_F(KiteAPIManagerImplTests, aRequestTimeThatIsNotFiniteFailsANamelessEventTo
             JSONValue(JSONValue::Array{"price"}));
 }
 
+TEST_F(KiteAPIManagerImplTests, aReplyThatFindsNoMemoryIsLost) {
+  start();
+  EXPECT_NO_THROW(manager->send({pending(anEvent("A"))},
+                                [](const auto&, bool, const auto&) { throw std::bad_alloc(); }));
+  EXPECT_EQ(endpoints().size(), 1U);
+}
+
+TEST_F(KiteAPIManagerImplTests, aBodyThatFindsNoMemoryIsNotDropped) {
+  manager = std::make_shared<KiteAPIManagerImpl>(
+      system.system(), [](int) -> std::unique_ptr<Gzip> { throw std::bad_alloc(); });
+  start();
+  EXPECT_THROW(send(), std::bad_alloc);
+  EXPECT_THAT(outcomes, IsEmpty());
+  EXPECT_THAT(whisker->reports(), IsEmpty());
+}
+
 TEST_F(KiteAPIManagerImplTests, aBodyThatCannotBeCompressedIsReported) {
   int askedLevel = 0;
   manager = std::make_shared<KiteAPIManagerImpl>(system.system(), [&](int level) {

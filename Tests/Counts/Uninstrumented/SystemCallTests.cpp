@@ -35,8 +35,13 @@ TEST(SystemCallTests, aTrackingCallMakesNoneWhileTheStorageIsBusy) {
   EXPECT_THAT(systemCalls([&](const Watch& watch) {
                 bench::HandDrivenHost host({.folder = folder.path()});
                 host->track(10);
+                std::binary_semaphore isBusy(0);
                 std::binary_semaphore mayGoOn(0);
-                host->storageQueue().run([&] { mayGoOn.acquire(); });
+                host->storageQueue().run([&] {
+                  isBusy.release();
+                  mayGoOn.acquire();
+                });
+                isBusy.acquire();
                 host->track(10);
                 watch([&] { host->track(1000); });
                 mayGoOn.release();

@@ -25,14 +25,13 @@ class Ordeal:
     `begin` and `end` are the fault; what is tracked in its midst stays in memory, goes out to the
     collector, and is on the disk within one write after the end."""
 
-    def __init__(self, run: Run, folder, collector: Collector, state, prefix=(),
-                 seconds: float = PATIENCE):
+    def __init__(self, run: Run, folder, collector: Collector, state, prefix=()):
         self.run, self.folder, self.collector = run, pathlib.Path(folder), collector
         self.state = pathlib.Path(state)
         self.oracle = Oracle()
         self.host = Host(run.program("timed_host"), state, arguments=(), collector=collector,
                          start_in_background=1, sync_on_session_end=1, prefix=prefix,
-                         seconds=seconds)
+                         seconds=PATIENCE)
         self._profile = 0
         self._begin = time.monotonic()
 
@@ -125,14 +124,13 @@ class Ordeal:
 
 
 def while_running(run: Run, state_of, begin, end, may_be_absent: bool = False, events: int = 5,
-                  is_log_long: bool = False, seconds: float = PATIENCE) -> dict:
+                  is_log_long: bool = False) -> dict:
     """The fault strikes a host that has begun."""
     folder = run.folder()
     with contextlib.ExitStack() as stack:
         collector = stack.enter_context(Collector(run.kite, folder))
         state = state_of(stack, folder)
-        ordeal = stack.enter_context(Ordeal(run, folder, collector, state,
-                                            seconds=seconds))
+        ordeal = stack.enter_context(Ordeal(run, folder, collector, state))
         ordeal.host.start()
         ordeal.use()
         ordeal.upload_all()
@@ -155,7 +153,7 @@ def while_running(run: Run, state_of, begin, end, may_be_absent: bool = False, e
         return {"events": ordeal.oracle.tracked}
 
 
-def from_the_start(run: Run, state_of, end=None, prefix=(), has_store: bool = False) -> dict:
+def from_the_start(run: Run, state_of, end=None, prefix=()) -> dict:
     """The fault is there before the host; without an `end` it stays."""
     folder = run.folder()
     with contextlib.ExitStack() as stack:
@@ -289,29 +287,25 @@ def strike_running(run: Run, inject: str, **more) -> dict:
     return counts | {"calls struck": strace.injected(injection.log)}
 
 
-def moments(run: Run, most: int) -> list[str]:
+# SQLite repeats them as long as signals interrupt them: it must outlast many, not all to come.
+REPEATED = ("pread64", "pwrite64", "ftruncate")
+
+
+def moments(run: Run, call: str, error: str, most: int) -> list[str]:
     """`count` of the calls one by one, and all of them."""
+    lasting = "1..500" if call in REPEATED and error == "EINTR" else "1+"
     if run.is_smoke:
-        return ["1+"]
-    return [*(str(number) for number in range(1, most + 1, max(1, most // run.count))), "1+"]
+        return [lasting]
+    return [*(str(number) for number in range(1, most + 1, max(1, most // run.count))), lasting]
 
 
 @case("disk", "errors of each call while running", full=10, smoke=1)
 def errors_while_running(run: Run) -> dict:
     """Once, at `count` of the calls of each kind, and for ever."""
     need("strace")
-    faults = {}
-    # Without locks SQLite tries for ten seconds, whatever the error is.
-    if not run.is_smoke:
-        faults["fcntl:error=EIO:when=1+"] = functools.partial(
-            strike_running, run, "fcntl:error=EIO:when=1+", events=1, seconds=120)
-    for call, most in calls_while_running(run).items():
-        for error in ERRORS[: 3 if run.is_smoke else None]:
-            for when in moments(run, most):
-                name = f"{call}:error={error}:when={when}"
-                if not (call == "fcntl" and when == "1+"):
-                    faults[name] = functools.partial(strike_running, run, name, **MUCH)
-    return survey(run, faults)
+    strike = functools.partial(strike_running, **MUCH)
+    return survey(run, faults_of(run, calls_while_running(run), strike,
+                                 ERRORS[: 3 if run.is_smoke else None]))
 
 
 def calls_from_the_start(run: Run) -> dict[str, int]:
@@ -327,24 +321,24 @@ def calls_from_the_start(run: Run) -> dict[str, int]:
 
 
 def strike_start(run: Run, inject: str) -> dict:
-    """A single error is over at once; strace cannot take the others back."""
     logs = []
 
     def prefix(state):
         logs.append(state.parent / "strace")
         return strace.prefix(state, logs[0], inject)
 
-    end = None if inject.endswith("+") else nothing
+    def end(ordeal: Ordeal):
+        strace.detach(ordeal.host.pid)
+
     counts = from_the_start(run, plain_folder, end, prefix)
-    strace.ended(logs[0])
     return counts | {"calls struck": strace.injected(logs[0])}
 
 
-def faults_of(run: Run, calls: dict[str, int], strike) -> dict:
+def faults_of(run: Run, calls: dict[str, int], strike, errors) -> dict:
     faults = {}
     for call, most in calls.items():
-        for error in ERRORS[: 1 if run.is_smoke else 3]:
-            for when in moments(run, most):
+        for error in errors:
+            for when in moments(run, call, error, most):
                 name = f"{call}:error={error}:when={when}"
                 faults[name] = functools.partial(strike, run, name)
     return faults
@@ -354,7 +348,38 @@ def faults_of(run: Run, calls: dict[str, int], strike) -> dict:
 def errors_from_the_start(run: Run) -> dict:
     """As above, from the first call of all: the host works without its disk."""
     need("strace")
-    return survey(run, faults_of(run, calls_from_the_start(run), strike_start))
+    return survey(run, faults_of(run, calls_from_the_start(run), strike_start,
+                                 ERRORS[: 1 if run.is_smoke else 3]))
+
+
+class Legacy:
+    """What a run leaves to the next one."""
+
+    def __init__(self, run: Run, folder, collector: Collector, state):
+        self._run, self._collector, self._state = run, collector, state
+        with Ordeal(run, folder, collector, state) as ordeal:
+            ordeal.host.start()
+            ordeal.use()
+            self.oracle, self._queued = ordeal.oracle, ordeal.queued()
+            ordeal.host.kill()
+        self._identifier = self._read_identifier()
+
+    def check_found(self):
+        """By the next run."""
+        with Host(self._run.kite, self._state, start_in_background=True) as host:
+            host.start()
+            profile = host.call("userInfo").get("proof")
+        check(profile == 1, f"the profile of the earlier run is gone: {profile}")
+        check(self._read_identifier() == self._identifier,
+              "the identifier of the earlier run is gone")
+        queue = stores.queue(self._run.kite, self._state)
+        self.oracle.demand(self.oracle.account(queue, self._collector.events()), self._queued)
+        aside = [path.name for path in self._state.glob("*/*") if ".corrupt-" in path.name
+                 or ".unusable-" in path.name]
+        check(not aside, f"sound files were set aside: {aside}")
+
+    def _read_identifier(self) -> str:
+        return stores.value(self._run.kite, self._state, "Kite-Keychain-Id", secrets=True)
 
 
 def over_a_store(run: Run, inject: str = "", trace: str = strace.CHANGES) -> pathlib.Path:
@@ -362,32 +387,17 @@ def over_a_store(run: Run, inject: str = "", trace: str = strace.CHANGES) -> pat
     folder = run.folder()
     state, log = folder / "state", folder / "strace"
     with Collector(run.kite, folder) as collector:
-        with Ordeal(run, folder, collector, state) as ordeal:
-            ordeal.host.start()
-            ordeal.use()
-            oracle, good = ordeal.oracle, ordeal.queued()
-            ordeal.host.kill()
-        identifier = stores.value(run.kite, state, "Kite-Keychain-Id", secrets=True)
+        legacy = Legacy(run, folder, collector, state)
         prefix = strace.prefix(state, log, inject, trace)
         with Ordeal(run, folder, collector, state, prefix) as ordeal:
-            ordeal.oracle = oracle
+            ordeal.oracle = legacy.oracle
             ordeal.host.start()
             for _ in range(5):
-                oracle.track(ordeal.host)
+                legacy.oracle.track(ordeal.host)
             ordeal.host.call("settle")
             ordeal.host.kill()
         strace.ended(log)
-        with Host(run.kite, state, start_in_background=True) as host:
-            host.start()
-            profile = host.call("userInfo").get("proof")
-        check(profile == 1, f"the profile of the earlier run is gone: {profile}")
-        found = stores.value(run.kite, state, "Kite-Keychain-Id", secrets=True)
-        check(found == identifier, "the identifier of the earlier run is gone")
-        account = oracle.account(stores.queue(run.kite, state), collector.events())
-        oracle.demand(account, good)
-    aside = [path.name for path in state.glob("*/*") if ".corrupt-" in path.name
-             or ".unusable-" in path.name]
-    check(not aside, f"sound files were set aside: {aside}")
+        legacy.check_found()
     return log
 
 
@@ -401,22 +411,19 @@ def errors_over_a_store(run: Run) -> dict:
     """An error is not damage: what the stores held is not given up."""
     need("strace")
     calls = strace.calls(over_a_store(run, trace=strace.ALL))
-    return survey(run, faults_of(run, calls, strike_over_a_store))
+    return survey(run, faults_of(run, calls, strike_over_a_store,
+                                 ERRORS[: 1 if run.is_smoke else 3]))
 
 
 class ReadOnly:
     """A state folder seen through a mount that allows no writing."""
 
-    def __init__(self, run: Run, has_store: bool):
-        self._run, self._has_store = run, has_store
+    def __init__(self):
         self._view: pathlib.Path | None = None
 
     def state_of(self, stack, folder):
         disk, self._view = folder / "disk", folder / "view"
-        disk.mkdir()
-        if self._has_store:
-            with Host(self._run.kite, disk / "state", start_in_background=True) as host:
-                host.start().quit()
+        disk.mkdir(exist_ok=True)
         stack.enter_context(disks.mounted(self._view, "--bind", disk))
         disks.remount(self._view, "bind,ro")
         return self._view / "state"
@@ -425,15 +432,42 @@ class ReadOnly:
         disks.remount(self._view, "bind,rw")
 
 
+def read_only_without_a_store(run: Run) -> dict:
+    disk = ReadOnly()
+    return from_the_start(run, disk.state_of, disk.end)
+
+
+def read_only_with_a_store(run: Run) -> dict:
+    """What an earlier run has left waits for the next start, and the host lives in memory."""
+    folder = run.folder()
+    disk = ReadOnly()
+    with contextlib.ExitStack() as stack:
+        collector = stack.enter_context(Collector(run.kite, folder))
+        legacy = Legacy(run, folder, collector, folder / "disk" / "state")
+        state = disk.state_of(stack, folder)
+        ordeal = stack.enter_context(Ordeal(run, folder, collector, state))
+        ordeal.oracle = Oracle("later")
+        ordeal.host.start()
+        ordeal.use()
+        ordeal.play_session()
+        disk.end(ordeal)
+        ordeal.use()
+        ordeal.play_session()
+        ordeal.upload_all()
+        ordeal.check_console()
+        check(not ordeal.queued(), "the queue on the disk is not the earlier run's alone")
+        ordeal.host.kill()
+        legacy.check_found()
+        return {"events": legacy.oracle.tracked + ordeal.oracle.tracked}
+
+
 @case("disk", "read-only, then writable", full=2, smoke=2)
 def read_only(run: Run) -> dict:
     need_root()
-    faults = {}
-    for has_store in (False, True):
-        disk = ReadOnly(run, has_store)
-        name = "with a store of an earlier run" if has_store else "without a store"
-        faults[name] = functools.partial(from_the_start, run, disk.state_of, disk.end)
-    return survey(run, faults)
+    return survey(run, {
+        "without a store": lambda: read_only_without_a_store(run),
+        "with a store of an earlier run": lambda: read_only_with_a_store(run),
+    })
 
 
 def remove_folders(*names):

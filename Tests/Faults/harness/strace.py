@@ -1,6 +1,7 @@
 """Injects faults into the system calls that touch the stores of one state folder."""
 
 import collections
+import os
 import pathlib
 import re
 import signal
@@ -35,9 +36,22 @@ def options(state, log, inject: str = "", trace: str = CHANGES) -> list[str]:
 
 
 def prefix(state, log, inject: str = "", trace: str = CHANGES) -> list[str]:
-    """Wraps a host from its first call; its process id stays."""
+    """Wraps a host from its first call, until `detach`; its process id stays."""
     need("strace")
-    return ["strace", "-D", *options(state, log, inject, trace)]
+    return ["strace", "-D", "-I", "2", *options(state, log, inject, trace)]
+
+
+def detach(pid: int):
+    """A process that `prefix` wraps goes on without faults."""
+    os.kill(_tracer_of(pid), signal.SIGINT)
+    if not eventually(lambda: _tracer_of(pid) == 0):
+        raise Failed("strace does not detach")
+
+
+def _tracer_of(pid: int) -> int:
+    """0 when there is none."""
+    status = pathlib.Path(f"/proc/{pid}/status").read_text()
+    return int(re.search(r"^TracerPid:\s*(\d+)$", status, re.MULTILINE)[1])
 
 
 class Strace:

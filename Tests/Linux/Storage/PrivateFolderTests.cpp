@@ -1,10 +1,13 @@
 #include "Linux/Storage/PrivateFolder.h"
 
+#include "Support/TemporaryFolder.h"
+
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <csignal>
+#include <fstream>
 #include <thread>
 
 namespace kite::Linux {
@@ -41,6 +44,17 @@ TEST(PrivateFolderTests, givesUpOnAReadThatIsInterruptedForEver) {
   const FileDescriptor reading(ends[0]), writing(ends[1]);
   const Interruptions interruptions;
   EXPECT_EQ(readAll(reading, 1), std::nullopt);
+}
+
+TEST(PrivateFolderTests, readsTheBeginningOfALongerFileButNotItAsAWhole) {
+  const test::TemporaryFolder temporary;
+  const auto name = temporary.path() / "file";
+  std::ofstream(name) << "123";
+  const auto file = openForReading(name);
+  EXPECT_EQ(readBeginning(file, 2), "12");
+  EXPECT_EQ(readBeginning(file, 4), "123");
+  EXPECT_EQ(readAll(file, 2), std::nullopt);
+  EXPECT_EQ(readAll(file, 3), "123");
 }
 
 }  // namespace

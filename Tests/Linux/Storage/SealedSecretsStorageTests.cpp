@@ -209,6 +209,21 @@ TEST_F(SealedSecretsStorageTests, comesBackWithItsKeyOnceThereIsAPlace) {
   EXPECT_EQ(savedText("c"), "3");
 }
 
+TEST_F(SealedSecretsStorageTests, comesBackOnceItsKeyCanBeKept) {
+  std::filesystem::create_directories(folder.parent_path());
+  std::ofstream(folder) << "in the way";
+  {
+    const auto storage = open();
+    std::filesystem::remove(folder);
+    std::filesystem::create_directories(folder / "master.key.new/in the way");
+    storage->write("a", {"1"});
+    std::filesystem::remove_all(folder / "master.key.new");
+    storage->write("b", {"2"});
+  }
+  EXPECT_EQ(savedText("a"), "1");
+  EXPECT_EQ(savedText("b"), "2");
+}
+
 TEST_F(SealedSecretsStorageTests, doesNotComeBackToAPlaceWithAnotherKey) {
   open();
   const auto key = contents(folder / "master.key");

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+
+namespace kite::Linux {
+
+/// The name of SQLite's way to the disk to open databases with. It is SQLite's own one, but for
+/// what that makes of errors:
+///
+/// - A read that fails says nothing about the bytes that are there; SQLite takes EIO for damage.
+/// - A lock that could not be let go of is let go of before the next one is taken; SQLite would
+///   stand in its own way for ever.
+/// - Where no locks can be had, as on some network file systems, SQLite tries a hundred times with
+///   pauses that add up to ten seconds; here they stay short.
+const char* diskAccessName();
+
+/// How many reads by this thread have failed until now.
+std::uint64_t failedReads();
+
+}  // namespace kite::Linux
