@@ -25,9 +25,12 @@ bool isPending() {
 }
 
 void writeBeyondTheLimit() {
-  const rlimit none{.rlim_cur = 0, .rlim_max = RLIM_INFINITY};
+  rlimit usual{};
+  getrlimit(RLIMIT_FSIZE, &usual);
+  const rlimit none{.rlim_cur = 0, .rlim_max = usual.rlim_max};
   setrlimit(RLIMIT_FSIZE, &none);
   if (::write(fileno(std::tmpfile()), "x", 1) != -1) std::exit(1);
+  setrlimit(RLIMIT_FSIZE, &usual);  // the end of the process may write
 }
 
 TEST(FileSizeSignalTest, isBlockedForAsLongAsTheGuardLives) {
