@@ -1,10 +1,7 @@
-#include <Kite/Linux/LinuxPlatform.h>
-
+#include "Linux/Storage/KVStoreFixture.h"
 #include "Support/AppendRows.h"
 #include "Support/FailingCalls.h"
-#include "Support/FakeSystem.h"
 #include "Support/RawDatabase.h"
-#include "Support/TemporaryFolder.h"
 #include "Support/TextSegment.h"
 
 #include <gmock/gmock.h>
@@ -41,16 +38,8 @@ class FileSizeLimit {
   rlimit _previous{};
 };
 
-class FailingDiskTests : public testing::Test {
+class FailingDiskTests : public KVStoreFixture {
  protected:
-  using Storage = std::shared_ptr<Larder::KVStorage>;
-
-  Storage open() { return Linux::sqliteKVStorage(folder, system.system()); }
-  static std::string text(const Storage& storage, const char* key) {
-    const auto value = storage->read(key);
-    return value ? value->data().bytes : "absent";
-  }
-  std::string savedText(const char* key) { return text(open(), key); }
   std::string textOnDisk(const std::string& key) {
     return RawDatabase(folder / "kv.sqlite")
         .value("SELECT bytes FROM entries WHERE key='" + key + "'");
@@ -89,10 +78,6 @@ class FailingDiskTests : public testing::Test {
     int status = -1;
     return ::waitpid(child, &status, 0) == child && status == 0;
   }
-
-  TemporaryFolder temporary;
-  std::filesystem::path folder = temporary.path() / "app";
-  FakeSystem system;
 };
 
 TEST_F(FailingDiskTests, aStoreThatCannotBeReadStaysAsItIs) {

@@ -1,8 +1,5 @@
-#include <Kite/Linux/LinuxPlatform.h>
-
+#include "Linux/Storage/KVStoreFixture.h"
 #include "Support/AppendRows.h"
-#include "Support/FakeSystem.h"
-#include "Support/TemporaryFolder.h"
 #include "Support/TextSegment.h"
 
 #include <gmock/gmock.h>
@@ -22,24 +19,12 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class ReturningStoreTests : public testing::Test {
+class ReturningStoreTests : public KVStoreFixture {
  protected:
-  using Storage = std::shared_ptr<Larder::KVStorage>;
-
-  Storage open() { return Linux::sqliteKVStorage(folder, system.system()); }
-  static std::string text(const Storage& storage, const char* key) {
-    const auto value = storage->read(key);
-    return value ? value->data().bytes : "absent";
-  }
-  std::string savedText(const char* key) { return text(open(), key); }
   void blockThePlace() {
     std::filesystem::create_directories(folder.parent_path());
     std::ofstream(folder) << "in the way";
   }
-
-  TemporaryFolder temporary;
-  std::filesystem::path folder = temporary.path() / "data/app";
-  FakeSystem system;
 };
 
 TEST_F(ReturningStoreTests, savesAllThatItHoldsOnceThereIsAPlace) {
