@@ -100,6 +100,12 @@ class SynchronizationManagerImplTests : public testing::Test {
     for (int i = 0; i < count; ++i) storage->insert(anEvent("E-" + std::to_string(i)));
   }
   void tick() { time->advance(SynchronizationManagerImpl::autoSyncDefaultInterval); }
+  void expectTheBatchAgain() {
+    api->answer = FakeAPIManager::accepts();
+    tick();
+    EXPECT_THAT(api->batches, ElementsAre(ElementsAre("E-0"), ElementsAre("E-0")));
+    EXPECT_TRUE(storage->pendingEvents().empty());
+  }
 };
 
 TEST_F(SynchronizationManagerImplTests, stopsTheProcessBeforeStart) {
@@ -471,10 +477,7 @@ TEST_F(SynchronizationManagerImplTests, aFailedBatchIsSentAgainAtTheNextFiring) 
   start();
   insert(1);
   tick();
-  api->answer = FakeAPIManager::accepts();
-  tick();
-  EXPECT_THAT(api->batches, ElementsAre(ElementsAre("E-0"), ElementsAre("E-0")));
-  EXPECT_TRUE(storage->pendingEvents().empty());
+  expectTheBatchAgain();
 }
 
 TEST_F(SynchronizationManagerImplTests, nothingIsPrintedForABatchThatWasTaken) {
@@ -636,10 +639,7 @@ TEST_F(SynchronizationManagerImplTests, aSyncWhoseAnswerIsLostEndsAndTheNextSend
   api->answer = [](const auto&, const auto&) {};
   tick();
   EXPECT_EQ(application->runningTasks(), 0U);
-  api->answer = FakeAPIManager::accepts();
-  tick();
-  EXPECT_THAT(api->batches, ElementsAre(ElementsAre("E-0"), ElementsAre("E-0")));
-  EXPECT_TRUE(storage->pendingEvents().empty());
+  expectTheBatchAgain();
 }
 
 TEST_F(SynchronizationManagerImplTests, aSyncThatFindsNoMemoryIsMadeAgain) {
