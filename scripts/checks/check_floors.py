@@ -9,7 +9,7 @@ import sys
 FLOORS = {
     "Sources/Base": ({"Base"}, ()),
     "Sources/Values": ({"Base", "Values"}, ("simdjson.h",)),
-    "Sources/Core": ({"Base", "Values", "Core"}, ("simdjson.h", "fmt/", "zlib.h")),
+    "Sources/Core": ({"Base", "Values", "Core"}, ("simdjson.h", "zlib.h")),
     "Sources/Linux": ({"Base", "Values", "Linux"}, None),  # None: any
     "Tests/Support": ({"Base", "Values", "Core", "Support"}, None),
     "Tools": ({"Collector", "Host", "Queue", "Store", "Demo", "Common"}, None),
