@@ -116,6 +116,9 @@ Outcome RowStore::open(std::unique_ptr<Database> database, Durability durability
   if (outcome != Outcome::done) return outcome;
   database->execute(durability == Durability::surviveCrash ? "PRAGMA synchronous=NORMAL"
                                                            : "PRAGMA synchronous=FULL");
+  // A page that a transaction writes twice spoils sums in the log until the commit, and so a
+  // process that is killed meanwhile leaves a store that looks damaged.
+  database->execute("PRAGMA cache_spill=OFF");
   std::unique_ptr<RowStore> opened(new RowStore(std::move(database)));
   outcome = opened->findLists();
   if (outcome == Outcome::done) store = std::move(opened);

@@ -204,6 +204,36 @@ TEST_F(SqliteKVStorageTests, savesAnEditAsRows) {
   EXPECT_EQ(beside.value("SELECT group_concat(place || '=' || bytes) FROM list_rows"), "2=2,3=3");
 }
 
+/// The last element of a long edit, which looks at the log while the others are on their way.
+class Watch final : public Larder::Segment {
+ public:
+  explicit Watch(std::filesystem::path log) : _log(std::move(log)) {}
+  std::size_t size() const override { return 1; }
+  void appendTo(std::string& text) const override {
+    text += '0';
+    sizesSeen.push_back(std::filesystem::file_size(_log));
+  }
+  mutable std::vector<std::uintmax_t> sizesSeen;
+
+ private:
+  std::filesystem::path _log;
+};
+
+TEST_F(SqliteKVStorageTests, beginsToWriteALongEditWhenAllOfItIsThere) {
+  const auto storage = open();
+  append(*storage, "l", {row(1, "1")});
+  const auto log = file.string() + "-wal";
+  const auto sizeBefore = std::filesystem::file_size(log);
+  const auto watch = std::make_shared<const Watch>(log);
+  std::vector<Larder::Row> rows;
+  for (std::uint64_t i = 2; i < 2000; ++i) rows.push_back(row(i, std::string(4000, '1')));
+  rows.push_back({2000, watch});
+  ASSERT_TRUE(append(*storage, "l", std::move(rows)));
+  EXPECT_THAT(watch->sizesSeen, testing::Each(sizeBefore));
+  EXPECT_FALSE(watch->sizesSeen.empty());
+  EXPECT_GT(std::filesystem::file_size(log), 2000u * 4000u);
+}
+
 TEST_F(SqliteKVStorageTests, usesAWriteAheadLog) {
   open();
   RawDatabase beside(file);

@@ -73,9 +73,26 @@ TEST_F(WriteAheadLogTests, isBrokenByAWrongByteOfItsHeader) {
   }
 }
 
+TEST_F(WriteAheadLogTests, isBrokenByAnyWrongByteOfItsLastFrame) {
+  constexpr unsigned char bits[] = {0x01, 0x80, 0xFF, 0x5A};
+  for (std::size_t place = 0; place < frameSize; ++place) {
+    auto damaged = twoGenerations;
+    auto& byte = damaged[frameAt(2) + place];
+    byte = static_cast<char>(byte ^ bits[place % std::size(bits)]);
+    EXPECT_TRUE(WriteAheadLog(damaged).isBroken()) << place;
+  }
+}
+
 TEST_F(WriteAheadLogTests, isBrokenByAWrongByteOfTheLastFrameOfTheFile) {
   oneGeneration.back() = '\x7F';
   EXPECT_TRUE(WriteAheadLog(oneGeneration).isBroken());
+}
+
+/// A commit that reads as none.
+TEST_F(WriteAheadLogTests, isBrokenByACommitThatIsNoLongerOne) {
+  ASSERT_EQ(twoGenerations.substr(frameAt(2) + 4, 3), std::string(3, '\0'));
+  twoGenerations[frameAt(2) + 7] = '\0';
+  EXPECT_TRUE(WriteAheadLog(twoGenerations).isBroken());
 }
 
 TEST_F(WriteAheadLogTests, isNotBrokenByAFrameThatWasBeingWrittenOverAnEarlierOne) {
@@ -87,6 +104,38 @@ TEST_F(WriteAheadLogTests, isNotBrokenByAFrameThatWasBeingWrittenOverAnEarlierOn
 TEST_F(WriteAheadLogTests, isNotBrokenByAFrameThatWasBeingAppended) {
   oneGeneration.resize(oneGeneration.size() - 1);
   EXPECT_FALSE(WriteAheadLog(oneGeneration).isBroken());
+}
+
+/// With so little memory that pages go to the log before the commit.
+class UnfinishedTransactionTests : public WriteAheadLogTests {
+ protected:
+  UnfinishedTransactionTests() {
+    database.execute("PRAGMA cache_size=5; INSERT INTO t VALUES(3)");
+    finished = WriteAheadLog(log()).frames().size();
+    database.execute("BEGIN");
+    for (int i = 0; i < 100; ++i) database.execute("INSERT INTO t VALUES(zeroblob(4000))");
+  }
+  void expectFinishedFrames(std::size_t count) {
+    const auto bytes = log();
+    EXPECT_GT(bytes.size(), frameAt(count + 10));
+    EXPECT_FALSE(WriteAheadLog(bytes).isBroken());
+    EXPECT_EQ(WriteAheadLog(bytes).frames().size(), count);
+  }
+
+  test::RawDatabase database{file};
+  std::size_t finished = 0;
+};
+
+TEST_F(UnfinishedTransactionTests, doNotBreakTheLogWithPagesThatTheyWriteTwice) {
+  database.execute("UPDATE t SET a=randomblob(4000)");
+  const auto bytes = log();
+  EXPECT_GT(bytes.size(), frameAt(finished + 10));
+  EXPECT_FALSE(WriteAheadLog(bytes).isBroken());
+}
+
+TEST_F(UnfinishedTransactionTests, leaveFramesBehindThatAreNotOfTheNextTransaction) {
+  database.execute("ROLLBACK; INSERT INTO t VALUES(4)");
+  expectFinishedFrames(finished + 1);
 }
 
 TEST_F(WriteAheadLogTests, isNotBrokenWhileItIsEmpty) {
