@@ -71,12 +71,12 @@ void trackLosesNothing(benchmark::State& state) {
   }
 }
 
-const auto calls = scaled(200000);
+const auto callCount = scaled(200000);
 BENCHMARK(track)
     ->Name("track")
     ->Setup(startTracking)
     ->Teardown(endTracking)
-    ->Iterations(calls)
+    ->Iterations(callCount)
     ->Threads(1)
     ->Threads(2)
     ->UseRealTime();
@@ -84,7 +84,7 @@ BENCHMARK(trackLimit)
     ->Name("track/limit")
     ->Setup(startPlainQueue)
     ->Teardown(endPlainQueue)
-    ->Iterations(calls)
+    ->Iterations(callCount)
     ->Threads(1)
     ->Threads(2)
     ->UseRealTime();

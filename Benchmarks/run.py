@@ -68,13 +68,15 @@ def judged(row, measured):
             "ratio": figure / limit if limit else None, "bars": bars}
 
 
-def judge_all(measured):
+def judge_all(measured, is_whole):
+    """A whole run has a figure for every row; others leave out what is of a group, or beside one, that did not run."""
     rows = []
     for row in ROWS:
         try:
             rows.append(judged(row, measured))
-        except KeyError:  # of a group, or beside one, that did not run
-            continue
+        except KeyError as missing:
+            if is_whole:
+                raise Failure(f"{row.name}: {missing} was not measured") from None
     return rows
 
 
@@ -126,13 +128,13 @@ def main():
         for group in arguments.only or GROUPS:
             print(f"bench: {group}", file=sys.stderr)
             measured.update(medians(run_group(program, group, arguments.smoke, folder)))
+        rows = judge_all(measured, is_whole=not arguments.only)
     except Failure as failure:
         print(f"bench: {failure}", file=sys.stderr)
         return 1
     finally:
         shutil.rmtree(folder, ignore_errors=True)
 
-    rows = judge_all(measured)
     print("{cpu}, {cores} cores, {memory_gib} GiB, Linux {kernel}, load {load_before:.1f}, {date}".format(**facts))
     print_table(rows, arguments.smoke)
     if arguments.json:

@@ -125,7 +125,7 @@ def summary(outcomes: list[Outcome]) -> str:
 
 def report(outcomes: list[Outcome], arguments) -> dict:
     return {"date": datetime.date.today().isoformat(), "kernel": platform.release(),
-            "cores": os.cpu_count(), "smoke": arguments.smoke, "seed": arguments.seed,
+            "cores": os.cpu_count(), "preset": arguments.preset, "smoke": arguments.smoke, "seed": arguments.seed,
             "seconds": round(sum(outcome.seconds for outcome in outcomes), 1),
             "cases": [vars(outcome) for outcome in outcomes]}
 
@@ -142,11 +142,10 @@ def parse_arguments():
     parser.add_argument("--keep", action="store_true", help="keep the folders of passed cases, too")
     parser.add_argument("--needs-asan", action="store_true", help=argparse.SUPPRESS)
     parser.add_argument("--build", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
-    parser.add_argument("--kite", type=pathlib.Path, default=os.environ.get("KITE_PROVE_KITE"),
-                        help=argparse.SUPPRESS)
+    parser.add_argument("--preset", default="release", help="the build to prove, release by default")
     arguments = parser.parse_args()
     arguments.build = arguments.build.resolve()
-    arguments.kite = pathlib.Path(arguments.kite or arguments.build / "release" / "kite").resolve()
+    arguments.kite = arguments.build / arguments.preset / "kite"
     if arguments.seed is None:
         arguments.seed = int.from_bytes(os.urandom(4), "big")
     return arguments

@@ -59,7 +59,7 @@ class Run:
     """What a case works with."""
 
     kite: pathlib.Path
-    build: pathlib.Path  # holds release/ and asan/
+    build: pathlib.Path  # holds a folder for each preset
     scratch: pathlib.Path  # a new, empty folder of the case's own
     count: int
     is_smoke: bool
@@ -73,16 +73,14 @@ class Run:
     @property
     def asan(self) -> pathlib.Path:
         """The tool under the address sanitizer."""
-        given = os.environ.get("KITE_PROVE_ASAN")
-        tool = pathlib.Path(given) if given else self.build / "asan" / "kite"
+        tool = self.build / "asan" / "kite"
         if not tool.exists():
             raise NotRun(f"{tool} is not built")
         return tool
 
     def program(self, name: str) -> pathlib.Path:
         """A host of Tests/Faults/programs."""
-        given = os.environ.get("KITE_PROVE_PROGRAMS")
-        folder = pathlib.Path(given) if given else self.build / "release" / "Tests" / "Faults"
+        folder = self.kite.parent / "Tests" / "Faults"
         if not (folder / name).exists():
             raise Failed(f"{folder / name} is not built")
         return folder / name
