@@ -45,6 +45,8 @@ class Subject:
         self.host.start()
         self.deliver()
         check(self.settles(), "the queue is not emptied by a service that accepts all")
+        check(eventually(lambda: self.outcomes() == len(self.server.bodies()), 10),
+              "the console does not tell of every batch")
 
     def __enter__(self) -> "Subject":
         return self
