@@ -3,6 +3,7 @@
 #include "Base/IfMemoryAllows.h"
 #include "Linux/FileSizeSignal.h"
 #include "Linux/Storage/Carver.h"
+#include "Linux/Storage/PageFormat.h"
 #include "Linux/Storage/WriteAheadLog.h"
 
 #include <sys/file.h>
@@ -26,6 +27,15 @@ std::string utcStamp(Date date) {
 constexpr const char* logSuffix = "-wal";
 
 constexpr std::size_t largestSalvaged = std::size_t{1} << 30;
+
+// Other numbers here SQLite takes for a wish that it must not write, or for news from the future.
+bool isHeaderSound(std::string_view file) {
+  constexpr std::size_t headerSize = 100;
+  constexpr std::string_view layout("\x20\0\2\2\0\x40\x20\x20", 8);
+  if (file.size() < headerSize) return true;
+  const auto schemaFormat = numberAt(file, 44);
+  return file.substr(16, layout.size()) == layout && (schemaFormat == 0 || schemaFormat == 4);
+}
 
 }  // namespace
 
@@ -125,9 +135,10 @@ std::optional<std::string> StoreFile::fault() const {
 // SQLite drops what follows a damaged frame of the log.
 Outcome StoreFile::openOwnRows() {
   _bytes = openForReading(path());
-  const auto bytes = log();
-  if (!_bytes || !bytes) return Outcome::failed;
-  return WriteAheadLog(*bytes).isBroken() ? Outcome::damaged : openRows();
+  const auto file = readBeginning(_bytes, pageSize), bytes = log();
+  if (!file || !bytes) return Outcome::failed;
+  const bool isSound = isHeaderSound(*file) && !WriteAheadLog(*bytes).isBroken();
+  return isSound ? openRows() : Outcome::damaged;
 }
 
 Outcome StoreFile::openRows() {

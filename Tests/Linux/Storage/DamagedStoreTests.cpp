@@ -59,10 +59,12 @@ class DamagedStoreTests : public testing::Test {
     return read(temporary.path());
   }
 
+  static void write(const Files& files, const std::filesystem::path& folder) {
+    for (const auto& [name, bytes] : files) std::ofstream(folder / name, std::ios::binary) << bytes;
+  }
   static Found open(const Files& files) {
     const TemporaryFolder temporary;
-    for (const auto& [name, bytes] : files)
-      std::ofstream(temporary.path() / name, std::ios::binary) << bytes;
+    write(files, temporary.path());
     FakeSystem system;
     const auto storage = Linux::sqliteKVStorage(temporary.path(), system.system());
     Found found;
@@ -75,6 +77,18 @@ class DamagedStoreTests : public testing::Test {
     found.hasNewestValue = value && value->data().bytes == "newest";
     found.isReported = !system.lines().empty();
     return found;
+  }
+
+  /// Whether a store with these files keeps a new value for the next run.
+  static bool isWritable(const Files& files) {
+    const TemporaryFolder temporary;
+    write(files, temporary.path());
+    const auto open = [&] {
+      return Linux::sqliteKVStorage(temporary.path(), FakeSystem().system());
+    };
+    open()->write("k", {"newer"});
+    const auto value = open()->read("k");
+    return value && value->data().bytes == "newer";
   }
 
   static void flip(std::string& bytes, std::size_t place) {
@@ -139,6 +153,28 @@ TEST_F(DamagedStoreTests, losesNothingButTheRowToAWrongByteInTheLog) {
     const auto frame = logHeader + frameHeader + page;
     expectAllRowsButTheDamagedOne(files, "kv.sqlite-wal",
                                   range(logHeader + part, size, 5 * (frame - logHeader)));
+  }
+}
+
+/// Some of which tell SQLite to write nothing.
+TEST_F(DamagedStoreTests, savesWhatComesAfterAWrongByteInTheHeader) {
+  const auto files = filesAtTheEnd();
+  for (const auto place : range(0, 100, 1)) {
+    auto damaged = files;
+    flip(damaged["kv.sqlite"], place);
+    EXPECT_TRUE(isWritable(damaged)) << place;
+  }
+}
+
+TEST_F(DamagedStoreTests, isNotReadWithoutItsLogWhateverTheHeaderSays) {
+  auto files = filesBeforeTheEnd();
+  auto& bytes = files["kv.sqlite"];
+  ASSERT_EQ(bytes.substr(18, 2), "\2\2");
+  for (const char version : {'\0', '\1'}) {
+    bytes[19] = version;
+    const auto found = open(files);
+    EXPECT_EQ(found.elements, rowCount);
+    EXPECT_TRUE(found.hasNewestValue);
   }
 }
 
