@@ -50,7 +50,9 @@ void EventStorageImpl::addObservers(const SessionListener& sessionListener) {
 void EventStorageImpl::insert(TrackedEvent event) {
   enqueue([event = std::move(event)](EventStorageImpl& self, EventList& events) mutable {
     events.append(self._encoder.encode(event.record()));
+    self._spentEvents.add(std::move(event));
   });
+  _spentEvents.destroy();
 }
 
 void EventStorageImpl::removeEvents(std::set<std::string> ids) {

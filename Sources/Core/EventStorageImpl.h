@@ -3,6 +3,7 @@
 #include "Base/Guarded.h"
 #include "Base/Started.h"
 #include "Core/Event/EventEncoder.h"
+#include "Core/Event/SpentEvents.h"
 #include "Core/EventStorage.h"
 
 #include <atomic>
@@ -67,6 +68,7 @@ class EventStorageImpl final : public EventStorage,
   Guarded<Tempra::Cancel> _cancellable;
   Guarded<std::optional<EventList>> _savedEvents;  // what the store holds, when that is known
 
+  SpentEvents _spentEvents;
   EventEncoder _encoder;  // on `eventStorageQueue` only
 };
 

@@ -19,21 +19,29 @@ class TrackedEvent {
       : _event(std::make_shared<Event>(std::in_place_type<Action>, std::move(payload),
                                        std::move(user), std::move(app))) {}
 
-  /// Made when it is first asked for.
-  const StoredEvent& record() {
-    if (const auto* action = std::get_if<Action>(_event.get()))
-      *_event = StoredEvent::from(action->action, action->app);
-    return std::get<StoredEvent>(*_event);
+  StoredEvent record() const {
+    if (const auto* action = std::get_if<Action>(&_event->content))
+      return StoredEvent::from(action->action, action->app);
+    return std::get<StoredEvent>(_event->content);
   }
 
  private:
+  friend class SpentEvents;
+
   struct Action {
     Action(UserAction::Payload&& payload, Shared<User>&& user, std::string&& appName)
         : action(std::move(payload), std::move(user)), app(std::move(appName)) {}
     UserAction action;
     std::string app;
   };
-  using Event = std::variant<StoredEvent, Action>;
+  struct Event {
+    template <class... Content>
+    explicit Event(Content&&... given) : content(std::forward<Content>(given)...) {}
+
+    std::variant<StoredEvent, Action> content;
+    std::shared_ptr<Event> spent;  // itself, while it is among the spent ones
+    Event* nextSpent = nullptr;
+  };
 
   std::shared_ptr<Event> _event;
 };
