@@ -1,4 +1,7 @@
 #include "Core/Event/StoredEventList.h"
+#include "Support/AppendRows.h"
+#include "Support/InMemoryKVStorage.h"
+#include "Support/TextSegment.h"
 #include "Values/JSONDecoder.h"
 
 #include <algorithm>
@@ -38,8 +41,9 @@ bool isSound(const PendingEvent& pending) {
 }
 
 void checkArray(std::string_view text) {
-  const Larder::StoredValue value(Data{std::string(text)});
-  const auto loaded = StoredEventList::load(&value).events;
+  test::InMemoryKVStorage storage;
+  storage.put("k", std::string(text));
+  const auto loaded = StoredEventList::load(storage, "k").events;
   const auto expected = decodeArray(text).value_or(std::vector<StoredEvent>());
   if (loaded.size() != expected.size()) std::abort();
   for (std::size_t i = 0; i < expected.size(); ++i) {
@@ -48,15 +52,16 @@ void checkArray(std::string_view text) {
 }
 
 void checkRows(std::string_view text) {
-  std::vector<Larder::StoredValue::StoredRow> rows;
+  std::vector<Larder::Row> rows;
   while (!text.empty()) {
     const std::string_view line = text.substr(0, text.find('\n'));
-    rows.push_back({.ordinal = rows.size(), .text = std::string(line)});
+    rows.push_back(test::row(rows.size(), std::string(line)));
     text.remove_prefix(std::min(line.size() + 1, text.size()));
   }
   const std::size_t count = rows.size();
-  const Larder::StoredValue value(std::move(rows));
-  const auto loaded = StoredEventList::load(&value);
+  test::InMemoryKVStorage storage;
+  test::appendRows(storage, "k", std::move(rows));
+  const auto loaded = StoredEventList::load(storage, "k");
   if (loaded.isSaved ? loaded.events.size() != count : !loaded.events.empty()) std::abort();
   for (std::size_t i = 0; i < loaded.events.size(); ++i)
     if (!isSound(*loaded.events[i])) std::abort();

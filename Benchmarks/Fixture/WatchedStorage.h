@@ -25,6 +25,9 @@ class WatchedStorage final : public Larder::KVStorage {
   std::shared_ptr<const Larder::StoredValue> read(std::string_view key) const override {
     return _store->read(key);
   }
+  bool readList(std::string_view key, Larder::ListReader& reader) const override {
+    return _store->readList(key, reader);
+  }
   void write(std::string_view key, Data data) override { _store->write(key, std::move(data)); }
   void remove(std::string_view key) override { _store->remove(key); }
   std::optional<double> readNumber(std::string_view key) const override {

@@ -27,8 +27,7 @@ void EventStorageImpl::start(EventStorageDependencies dependencies) {
 }
 
 void EventStorageImpl::load() {
-  const auto value = _dependencies->kvStorage->read(pendingEventsKey);
-  auto stored = StoredEventList::load(value.get());
+  auto stored = StoredEventList::load(*_dependencies->kvStorage, pendingEventsKey);
   _savedEvents.set(stored.isSaved ? std::optional(stored.events) : std::nullopt);
   _pendingEvents.set(std::move(stored.events));
 }

@@ -211,6 +211,36 @@ TYPED_TEST(KVStorageContract, bytesAreNoList) {
   EXPECT_EQ(this->storage().read("k")->rows(), nullptr);
 }
 
+/// What is taken, as one text.
+class TakenElements final : public Larder::ListReader {
+ public:
+  void begin() override { text = "begin"; }
+  void take(std::uint64_t ordinal, std::string_view element) override {
+    text.append(" ").append(std::to_string(ordinal)).append(":").append(element);
+  }
+
+  std::string text = "nothing";
+};
+
+TYPED_TEST(KVStorageContract, handsAListOverElementByElement) {
+  this->append("l", {row(1, "{\"a\":1}"), row(7, "2")});
+  TakenElements taken;
+  EXPECT_TRUE(this->storage().readList("l", taken));
+  EXPECT_EQ(taken.text, "begin 1:{\"a\":1} 7:2");
+  this->storage().edit("l", {.replacesAll = true, .removed = {}, .appended = {}});
+  EXPECT_TRUE(this->storage().readList("l", taken));
+  EXPECT_EQ(taken.text, "begin");
+}
+
+TYPED_TEST(KVStorageContract, handsNothingOverOfWhatIsNoList) {
+  this->storage().write("k", {"[1]"});
+  this->storage().writeNumber("n", 1);
+  TakenElements taken;
+  for (const auto* key : {"k", "n", "absent"})
+    EXPECT_FALSE(this->storage().readList(key, taken)) << key;
+  EXPECT_EQ(taken.text, "nothing");
+}
+
 TYPED_TEST(KVStorageContract, anEditAppendsBehindWhatStays) {
   this->append("l", {row(1, "1"), row(2, "2")});
   this->append("l", {row(5, "5")});

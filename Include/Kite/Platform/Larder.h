@@ -109,6 +109,16 @@ inline Data StoredValue::data() const {
   return array;
 }
 
+/// Takes the elements of a stored list over, one after the other.
+class ListReader {
+ public:
+  virtual ~ListReader() = default;
+  /// The list begins. When it begins once more, what came before counts no longer.
+  virtual void begin() = 0;
+  /// Ordinals ascend. The text lives for the call only.
+  virtual void take(std::uint64_t ordinal, std::string_view text) = 0;
+};
+
 /// Bytes under keys. Every operation is safe on any thread and atomic by itself.
 ///
 /// Reading never touches a disk, lists aside: these are read anew each time. Writing takes effect
@@ -128,6 +138,10 @@ class Storage {
 /// The application's own store; it goes when the application's data go.
 class KVStorage : public Storage {
  public:
+  /// What `read` gives of a list, without all of its elements being held at a time. False when the
+  /// key holds no list, or one that cannot be read: then what was taken does not count.
+  virtual bool readList(std::string_view key, ListReader& reader) const;
+
   /// Brings the list under `key` from its last saved state to the next one, in one transaction
   /// whose cost is that of the edit. Unless it is saved nothing changes.
   virtual EditOutcome edit(std::string_view key, const ListEdit& edit) = 0;
@@ -140,6 +154,15 @@ class KVStorage : public Storage {
   virtual void writeDictionary(std::string_view key,
                                const DynamicValue::Dictionary& dictionary) = 0;
 };
+
+inline bool KVStorage::readList(std::string_view key, ListReader& reader) const {
+  const auto value = read(key);
+  const auto* rows = value ? value->rows() : nullptr;
+  if (!rows) return false;
+  reader.begin();
+  for (const auto& [ordinal, text] : *rows) reader.take(ordinal, text);
+  return true;
+}
 
 /// The protected store; it survives the removal of the application.
 ///

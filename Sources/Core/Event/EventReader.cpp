@@ -19,7 +19,13 @@ class EventReader::Checker {
     simdjson::dom::object object;
     return _root.get_object().get(object) == simdjson::SUCCESS && object.size() == members;
   }
-  /// Whether all identifiers of the user are strings, in the text just checked.
+  /// Whether the text is that about application and user, and all identifiers in it are strings.
+  bool isUserText(std::string_view text) {
+    constexpr std::size_t appAndUser = 2;
+    return isObject('{' + std::string(text.substr(1)) + '}', appAndUser) && hasStringIds();
+  }
+
+ private:
   bool hasStringIds() const {
     simdjson::dom::object ids;
     if (_root["user"]["ids"].get(ids) != simdjson::SUCCESS) return false;
@@ -28,8 +34,6 @@ class EventReader::Checker {
     }
     return true;
   }
-
- private:
   bool parse(std::string_view text) {
     if (!makeRoom(text.size())) return false;
     text.copy(_padded.data(), text.size());
@@ -78,20 +82,19 @@ EventHandle EventReader::keepText(std::string_view text) {
   if (isStamped && !scan.skipNumber()) return nullptr;
   head.stampEnd = scan.position();
 
+  // What is JSON without the user's text is JSON with it, and that is checked once for all
+  // neighbours.
   const bool isKnownUser = _userText && scan.skip(*_userText);
   if (!isKnownUser && !scan.skipUser()) return nullptr;
-  const std::size_t dataBegin = scan.position();
-  if (!scan.skip(R"(,"data":{)") || text.back() != '}') return nullptr;
-  if (!_checker->isObject(text, isStamped ? 7 : 6)) return nullptr;
-  if (!isKnownUser) {
-    if (!_checker->hasStringIds()) return nullptr;
-    const auto userText = text.substr(head.stampEnd, dataBegin - head.stampEnd);
-    _userText = std::make_shared<const std::string>(userText);
-  }
-
+  const auto userText = text.substr(head.stampEnd, scan.position() - head.stampEnd);
+  const auto dataText = text.substr(scan.position());
+  if (!dataText.starts_with(R"(,"data":{)") || !dataText.ends_with('}')) return nullptr;
   std::string ownText;
-  ownText.reserve(head.stampEnd + text.size() - dataBegin);
-  ownText.append(text, 0, head.stampEnd).append(text, dataBegin);
+  ownText.reserve(head.stampEnd + dataText.size());
+  ownText.append(text, 0, head.stampEnd).append(dataText);
+  if (!_checker->isObject(ownText, isStamped ? 5 : 4)) return nullptr;
+  if (!isKnownUser && !_checker->isUserText(userText)) return nullptr;
+  if (!isKnownUser) _userText = std::make_shared<const std::string>(userText);
   return std::make_shared<const PendingEvent>(std::move(ownText), head, _userText);
 }
 

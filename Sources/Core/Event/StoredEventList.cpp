@@ -4,28 +4,34 @@
 
 #include <simdjson.h>
 
+#include <cstdint>
 #include <new>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 namespace kite {
 namespace {
 
-using StoredRows = std::vector<Larder::StoredValue::StoredRow>;
-
-std::optional<EventList> readRows(const StoredRows& rows) {
-  EventReader reader;
-  EventList events;
-  for (const auto& [ordinal, text] : rows) {
-    auto event = reader.read(text);
-    if (!event) return std::nullopt;
-    events.append(std::move(event), ordinal);
+/// The events of a list, unless any of its elements is none.
+class EventRows final : public Larder::ListReader {
+ public:
+  void begin() override { _events.emplace(); }
+  void take(std::uint64_t ordinal, std::string_view text) override {
+    if (!_events) return;
+    if (auto event = _reader.read(text)) {
+      _events->append(std::move(event), ordinal);
+    } else {
+      _events.reset();
+    }
   }
-  return events;
-}
+  std::optional<EventList> events() && { return std::move(_events); }
+
+ private:
+  EventReader _reader;
+  std::optional<EventList> _events;
+};
 
 /// Walks the array without building values; what is between the elements is checked here, the
 /// elements by the reader.
@@ -54,17 +60,20 @@ std::optional<EventList> readArray(std::string_view text) {
   return isAtEnd ? std::optional(std::move(events)) : std::nullopt;
 }
 
+StoredEventList queue(std::optional<EventList> events, bool isList) {
+  const bool isSaved = isList && events.has_value();
+  return {.events = std::move(events).value_or(EventList()), .isSaved = isSaved};
+}
+
 }  // namespace
 
-StoredEventList StoredEventList::load(const Larder::StoredValue* value) {
-  const StoredRows* rows = value ? value->rows() : nullptr;
-  if (!rows) {
-    auto events = value ? readArray(value->data().bytes) : std::nullopt;
-    return {.events = std::move(events).value_or(EventList()), .isSaved = false};
-  }
-  auto events = readRows(*rows);
-  const bool isSaved = events.has_value();
-  return {.events = std::move(events).value_or(EventList()), .isSaved = isSaved};
+StoredEventList StoredEventList::load(const Larder::KVStorage& storage, std::string_view key) {
+  EventRows rows;
+  if (storage.readList(key, rows)) return queue(std::move(rows).events(), /*isList=*/true);
+  const auto value = storage.read(key);
+  // What has rows is a list that could not be read.
+  const bool isBytes = value && !value->rows();
+  return queue(isBytes ? readArray(value->data().bytes) : std::nullopt, /*isList=*/false);
 }
 
 }  // namespace kite

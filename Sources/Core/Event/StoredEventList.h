@@ -2,6 +2,8 @@
 
 #include "Core/Event/EventList.h"
 
+#include <string_view>
+
 namespace kite {
 
 /// What a store holds as the queue of events.
@@ -12,7 +14,7 @@ struct StoredEventList {
 
   /// The queue stored as a list or as a JSON array. Empty when there is no value, or when any part
   /// of it is not an event.
-  static StoredEventList load(const Larder::StoredValue* value);
+  static StoredEventList load(const Larder::KVStorage& storage, std::string_view key);
 };
 
 }  // namespace kite

@@ -1,6 +1,13 @@
 #include "Core/Event/TextScanner.h"
 
 namespace kite {
+namespace {
+
+bool isPartOfNumber(char c) {
+  return (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E';
+}
+
+}  // namespace
 
 bool TextScanner::skip(std::string_view literal) {
   if (_text.substr(_position, literal.size()) != literal) return false;
@@ -9,9 +16,10 @@ bool TextScanner::skip(std::string_view literal) {
 }
 
 bool TextScanner::skipPlainString() {
-  const std::size_t begin = _position;
-  return skipString() && _position > begin + 2 &&
-         _text.substr(begin, _position - begin).find('\\') == std::string_view::npos;
+  if (!skip("\"")) return false;
+  const auto content = _text.substr(_position, _text.find('"', _position) - _position);
+  _position += content.size();
+  return !content.empty() && content.find('\\') == std::string_view::npos && skip("\"");
 }
 
 bool TextScanner::skipString() {
@@ -25,8 +33,8 @@ bool TextScanner::skipString() {
 
 bool TextScanner::skipNumber() {
   const std::size_t begin = _position;
-  _position = _text.find_first_not_of("+-.0123456789eE", begin);
-  return _position != std::string_view::npos && _position > begin;
+  while (_position < _text.size() && isPartOfNumber(_text[_position])) ++_position;
+  return _position < _text.size() && _position > begin;
 }
 
 bool TextScanner::skipObject() {

@@ -65,25 +65,29 @@ std::map<std::string, CachedStore::Value, std::less<>> CachedStore::all() const 
   return {_image.begin(), _image.end()};
 }
 
-std::shared_ptr<const Larder::StoredValue> CachedStore::list(std::string_view key) {
-  if (isInChild()) return nullptr;
+bool CachedStore::readList(std::string_view key, Larder::ListReader& reader) {
+  if (isInChild()) return false;
   const WithoutFileSizeSignal quiet;
   const std::scoped_lock writing(_writing);
-  RowStore::Rows rows;
-  auto outcome = _file->rows().rows(key, rows);
+  std::vector<std::uint64_t> damaged;
+  const auto read = [&] {
+    damaged.clear();
+    reader.begin();
+    return _file->rows().rows(key, reader, damaged);
+  };
+  auto outcome = read();
   if (outcome == Outcome::damaged && _file->isWritable()) {
     recover();
-    rows = {};
-    outcome = _file->rows().rows(key, rows);
+    outcome = read();
   }
-  if (outcome == Outcome::failed && _file->isWritable()) return leaveFile(), nullptr;
+  if (outcome == Outcome::failed && _file->isWritable()) return leaveFile(), false;
   if (outcome != Outcome::done)
     _system.print("[KITE] A list in the " + _file->name().title +
                   " cannot be read to its end: " + _file->rows().message());
   const auto value = find(key);
-  if (!value || !std::holds_alternative<List>(*value)) return nullptr;
-  if (!rows.damaged.empty()) dropRows(key, rows.damaged);
-  return std::make_shared<const Larder::StoredValue>(std::move(rows.undamaged));
+  if (!value || !std::holds_alternative<List>(*value)) return false;
+  if (!damaged.empty()) dropRows(key, damaged);
+  return true;
 }
 
 // Their ordinals must be free for new rows.

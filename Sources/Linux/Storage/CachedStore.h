@@ -46,8 +46,8 @@ class CachedStore {
 
   std::optional<Value> find(std::string_view key) const;
   std::map<std::string, Value, std::less<>> all() const;
-  /// Null when the key holds no list.
-  std::shared_ptr<const Larder::StoredValue> list(std::string_view key);
+  /// False when the key holds no list, or one that cannot be read.
+  bool readList(std::string_view key, Larder::ListReader& reader);
 
   void set(std::string_view key, Value value);
   void remove(std::string_view key);

@@ -194,16 +194,18 @@ Outcome RowStore::entries(Entries& entries) {
 }
 
 // To the end of the table: a damaged place can be beyond the list's, with sound rows behind it.
-Outcome RowStore::rows(std::string_view key, Rows& rows) {
+Outcome RowStore::rows(std::string_view key, Larder::ListReader& reader,
+                       std::vector<std::uint64_t>& damaged) {
   if (!_lists.contains(key)) findLists();
   const auto list = numberFor(key);
   return _selectRows.bind(0, placeOf(list, 0)).forEachRow([&](const Statement& row) {
     const auto place = row.number(0);
     if (listAt(place) != list) return;
-    if (row.text(1) == key && row.number(3) == checksum(key, place, row.text(2))) {
-      rows.undamaged.push_back({ordinalAt(place), std::string(row.text(2))});
+    const auto bytes = row.text(2);
+    if (row.text(1) == key && row.number(3) == checksum(key, place, bytes)) {
+      reader.take(ordinalAt(place), bytes);
     } else {
-      rows.damaged.push_back(ordinalAt(place));
+      damaged.push_back(ordinalAt(place));
     }
   });
 }

@@ -31,8 +31,6 @@ struct SavedValue {
 /// of a list and the ordinal within it, so that an element appended touches the last page alone.
 class RowStore {
  public:
-  using StoredRow = Larder::StoredValue::StoredRow;
-
   struct Entry {
     std::string key;
     SavedValue value;
@@ -40,10 +38,6 @@ class RowStore {
   struct Entries {
     std::vector<Entry> undamaged;
     std::size_t damaged = 0;
-  };
-  struct Rows {
-    std::vector<StoredRow> undamaged;
-    std::vector<std::uint64_t> damaged;
   };
 
   enum class Durability { surviveCrash, survivePowerFailure };
@@ -56,7 +50,9 @@ class RowStore {
 
   /// Of a file that breaks off, what could be read until then.
   Outcome entries(Entries& entries);
-  Outcome rows(std::string_view key, Rows& rows);
+  /// Gives the ordinals of damaged rows, which are left out.
+  Outcome rows(std::string_view key, Larder::ListReader& reader,
+               std::vector<std::uint64_t>& damaged);
 
   Outcome put(std::string_view key, const SavedValue& value);
   Outcome remove(std::string_view key);

@@ -7,7 +7,9 @@
 
 #include <bit>
 #include <cstdint>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace kite::Linux {
 
@@ -16,6 +18,18 @@ namespace {
 using Stored = std::shared_ptr<const Larder::StoredValue>;
 using Dictionary = std::shared_ptr<const DynamicValue::Dictionary>;
 using Value = CachedStore::Value;
+
+class CollectedRows final : public Larder::ListReader {
+ public:
+  void begin() override { _rows.clear(); }
+  void take(std::uint64_t ordinal, std::string_view text) override {
+    _rows.push_back({ordinal, std::string(text)});
+  }
+  Stored value() && { return std::make_shared<const Larder::StoredValue>(std::move(_rows)); }
+
+ private:
+  std::vector<Larder::StoredValue::StoredRow> _rows;
+};
 
 // Eight bytes, little-endian, so that every number survives, NaN too.
 std::string bytesOf(double number) {
@@ -73,9 +87,18 @@ SqliteKVStorage::SqliteKVStorage(std::unique_ptr<StoreFile> file, System system)
 Stored SqliteKVStorage::read(std::string_view key) const {
   auto value = _values->find(key);
   if (!value) return nullptr;
-  if (std::holds_alternative<CachedStore::List>(*value)) return _values->list(key);
+  if (std::holds_alternative<CachedStore::List>(*value)) {
+    CollectedRows rows;
+    return _values->readList(key, rows) ? std::move(rows).value() : nullptr;
+  }
   auto* stored = std::get_if<Stored>(&*value);
   return stored ? std::move(*stored) : nullptr;
+}
+
+bool SqliteKVStorage::readList(std::string_view key, Larder::ListReader& reader) const {
+  const auto value = _values->find(key);
+  return value && std::holds_alternative<CachedStore::List>(*value) &&
+         _values->readList(key, reader);
 }
 
 void SqliteKVStorage::write(std::string_view key, Data data) {

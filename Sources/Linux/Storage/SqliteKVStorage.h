@@ -15,6 +15,7 @@ class SqliteKVStorage final : public Larder::KVStorage {
   SqliteKVStorage(std::unique_ptr<StoreFile> file, System system);
 
   std::shared_ptr<const Larder::StoredValue> read(std::string_view key) const override;
+  bool readList(std::string_view key, Larder::ListReader& reader) const override;
   void write(std::string_view key, Data data) override;
   void remove(std::string_view key) override;
   Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit) override;

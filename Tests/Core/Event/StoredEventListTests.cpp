@@ -1,8 +1,11 @@
 #include "Core/Event/StoredEventList.h"
 
 #include "Core/Event/EventReader.h"
+#include "Support/AppendRows.h"
 #include "Support/Events.h"
+#include "Support/InMemoryKVStorage.h"
 #include "Support/ParsedJSON.h"
+#include "Support/TextSegment.h"
 
 #include <gmock/gmock.h>
 
@@ -13,13 +16,15 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 StoredEventList loadArray(std::string text) {
-  const Larder::StoredValue value(Data{std::move(text)});
-  return StoredEventList::load(&value);
+  InMemoryKVStorage storage;
+  storage.put("k", std::move(text));
+  return StoredEventList::load(storage, "k");
 }
 
-StoredEventList loadRows(std::vector<Larder::StoredValue::StoredRow> rows) {
-  const Larder::StoredValue value(std::move(rows));
-  return StoredEventList::load(&value);
+StoredEventList loadRows(std::vector<Larder::Row> rows) {
+  InMemoryKVStorage storage;
+  appendRows(storage, "k", std::move(rows));
+  return StoredEventList::load(storage, "k");
 }
 
 /// The text of an event with one place of it changed.
@@ -32,13 +37,13 @@ std::string changed(const std::string& from, const std::string& to) {
 EventHandle read(std::string_view text) { return EventReader().read(text); }
 
 TEST(StoredEventListTests, withoutAValueTheQueueIsEmptyAndNotSaved) {
-  const auto loaded = StoredEventList::load(nullptr);
+  const auto loaded = StoredEventList::load(InMemoryKVStorage(), "k");
   EXPECT_TRUE(loaded.events.empty());
   EXPECT_FALSE(loaded.isSaved);
 }
 
 TEST(StoredEventListTests, rowsComeBackInOrderWithTheirOrdinals) {
-  const auto loaded = loadRows({{3, textOfAnEvent("A")}, {8, textOfAnEvent("B")}});
+  const auto loaded = loadRows({row(3, textOfAnEvent("A")), row(8, textOfAnEvent("B"))});
   EXPECT_THAT(idsOf(loaded.events), ElementsAre("A", "B"));
   EXPECT_TRUE(loaded.isSaved);
   const auto rows = loaded.events.wholeEdit().appended;
@@ -53,9 +58,55 @@ TEST(StoredEventListTests, aListWithoutRowsIsAnEmptyQueueThatIsSaved) {
 }
 
 TEST(StoredEventListTests, oneRowThatIsNotAnEventEmptiesTheWholeQueue) {
-  const auto loaded = loadRows({{0, textOfAnEvent("A")}, {1, R"({"type":""})"}});
+  const auto loaded = loadRows({row(0, textOfAnEvent("A")), row(1, R"({"type":""})")});
   EXPECT_TRUE(loaded.events.empty());
   EXPECT_FALSE(loaded.isSaved);
+}
+
+/// A store whose lists break off when they are read.
+class BrokenStorage final : public Larder::KVStorage {
+ public:
+  explicit BrokenStorage(int attempts) : _attempts(attempts) {}
+
+  std::shared_ptr<const Larder::StoredValue> read(std::string_view) const override {
+    return std::make_shared<const Larder::StoredValue>(
+        std::vector<Larder::StoredValue::StoredRow>());
+  }
+  bool readList(std::string_view, Larder::ListReader& reader) const override {
+    for (int attempt = 0; attempt < _attempts; ++attempt) {
+      reader.begin();
+      reader.take(0, attempt == 0 ? R"({"type":""})" : textOfAnEvent("A"));
+      if (attempt == 0) continue;
+      reader.take(1, textOfAnEvent("B"));
+    }
+    return _attempts > 1;
+  }
+  void write(std::string_view, Data) override {}
+  void remove(std::string_view) override {}
+  Larder::EditOutcome edit(std::string_view, const Larder::ListEdit&) override {
+    return Larder::EditOutcome::failed;
+  }
+  std::optional<double> readNumber(std::string_view) const override { return std::nullopt; }
+  void writeNumber(std::string_view, double) override {}
+  std::optional<DynamicValue::Dictionary> readDictionary(std::string_view) const override {
+    return std::nullopt;
+  }
+  void writeDictionary(std::string_view, const DynamicValue::Dictionary&) override {}
+
+ private:
+  const int _attempts;
+};
+
+TEST(StoredEventListTests, aListThatCannotBeReadIsAnEmptyQueueThatIsNotSaved) {
+  const auto loaded = StoredEventList::load(BrokenStorage(1), "k");
+  EXPECT_TRUE(loaded.events.empty());
+  EXPECT_FALSE(loaded.isSaved);
+}
+
+TEST(StoredEventListTests, aListThatBeginsOnceMoreIsReadAnew) {
+  const auto loaded = StoredEventList::load(BrokenStorage(2), "k");
+  EXPECT_THAT(idsOf(loaded.events), ElementsAre("A", "B"));
+  EXPECT_TRUE(loaded.isSaved);
 }
 
 TEST(StoredEventListTests, anArrayComesBackInOrder) {
@@ -130,6 +181,17 @@ TEST(EventReaderTests, neighboursWithTheSameUserShareItsText) {
   const auto second = reader.read(textOfAnEvent("B"));
   EXPECT_TRUE(first->sharesUserTextWith(*second));
   EXPECT_EQ(storedText(*second), textOfAnEvent("B"));
+}
+
+TEST(EventReaderTests, checksWhatStandsBesideAUserThatItKnows) {
+  EventReader reader;
+  ASSERT_NE(reader.read(textOfAnEvent("E-1")), nullptr);
+  for (const auto& text : {changed("buy", "b\x01uy"), changed("12.5", "12.5.5"),
+                           changed("9.5", "09.5"), textOfAnEvent("E-1") + "}"})
+    EXPECT_EQ(reader.read(text), nullptr) << text;
+  const auto event = reader.read(changed(R"("buy"})", R"("buy"},"more":{})"));
+  ASSERT_NE(event, nullptr);
+  EXPECT_EQ(storedText(*event), textOfAnEvent("E-1"));
 }
 
 TEST(EventReaderTests, aChangedUserIsReadAnew) {
