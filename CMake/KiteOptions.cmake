@@ -74,7 +74,7 @@ function(kite_floor name folder)
   if(KITE_SANITIZERS)
     target_compile_options(kite_${name} PRIVATE -O1)  # the tests compile faster without
   endif()
-  target_compile_options(kite_${name} PRIVATE $<$<CONFIG:Release>:-Os;-ffunction-sections;-fdata-sections>)
+  target_compile_options(kite_${name} PRIVATE $<$<CONFIG:Release>:-Oz;-ffunction-sections;-fdata-sections>)
   if(KITE_LINK_TIME_OPTIMIZATION)
     target_compile_options(kite_${name} PRIVATE $<$<CONFIG:Release>:-flto=auto;-ffat-lto-objects>)
   endif()
