@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <thread>
+#include <utility>
 
 namespace kite::Linux {
 
@@ -107,10 +108,10 @@ std::unique_ptr<Database> Database::open(const std::filesystem::path& file, Acce
   sqlite3* handle = nullptr;
   const int code = sqlite3_open_v2(
       name.c_str(), &handle, mode | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW, diskAccessName());
-  std::unique_ptr<Database> database(new Database(handle));
+  Handle owned(handle);
   if (code != SQLITE_OK) return nullptr;
   sqlite3_busy_handler(handle, waitForOthers, nullptr);
-  return database;
+  return std::unique_ptr<Database>(new Database(std::move(owned)));
 }
 
 Outcome Database::execute(const char* sql) {

@@ -100,15 +100,16 @@ class Database {
   struct Closer {
     void operator()(sqlite3* database) const;
   };
+  using Handle = std::unique_ptr<sqlite3, Closer>;
   struct Undo {
     Database& database;
     ~Undo() { database.rollBack(); }
   };
-  explicit Database(sqlite3* handle) : _handle(handle) {}
+  explicit Database(Handle handle) : _handle(std::move(handle)) {}
   /// Ends a transaction that is not committed.
   void rollBack();
 
-  std::unique_ptr<sqlite3, Closer> _handle;
+  Handle _handle;
 };
 
 }  // namespace kite::Linux

@@ -1,6 +1,7 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
 #include "Base/IfMemoryAllows.h"
+#include "Linux/Storage/Database.h"
 #include "Support/AppendRows.h"
 #include "Support/FakeSystem.h"
 #include "Support/TemporaryFolder.h"
@@ -10,6 +11,7 @@
 #include <sqlite3.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <new>
 #include <optional>
 #include <string>
@@ -138,6 +140,21 @@ TEST_F(ScarceMemoryTests, aValueThatCouldNotBeSavedIsSavedWithTheNext) {
     storage = open(folder, system);
     EXPECT_EQ(storage->read(key)->data().bytes, "2");
     EXPECT_EQ(storage->readNumber("another"), 3);
+  });
+}
+
+TEST_F(ScarceMemoryTests, aDatabaseThatCannotBeOpenedLeavesNothingBehind) {
+  const TemporaryFolder folder;
+  const auto file = folder.path() / "database";
+  std::ofstream(file).close();
+  const auto open = [&] {
+    return Linux::Database::open(file, Linux::Database::Access::readWrite) != nullptr;
+  };
+  open();  // which registers what stays
+  const auto held = sqlite3_memory_used();
+  withAllocationsFailing(1, [&] {
+    scarcely(open);
+    EXPECT_EQ(sqlite3_memory_used(), held);
   });
 }
 
