@@ -75,6 +75,20 @@ TEST_F(EventStorageImplTests, namesItsPlaceWhenItIsUsedBeforeStart) {
   EXPECT_EQ(raised->where.line, 84U);
 }
 
+/// So that the thread that took an event's memory gives it back.
+TEST_F(EventStorageImplTests, destroysAnEncodedEventWhenTheNextOneComes) {
+  queue = manualQueue;
+  start();
+  auto user = std::make_shared<const User>();
+  const std::weak_ptr<const User> witness = user;
+  storage->insert(anEvent("A", Shared<User>(std::move(user))));
+  insert("B");
+  manualQueue->drain();
+  EXPECT_FALSE(witness.expired());
+  insert("C");
+  EXPECT_TRUE(witness.expired());
+}
+
 TEST_F(EventStorageImplTests, beginsEmptyAndClean) {
   EXPECT_TRUE(storage->pendingEvents().empty());
   EXPECT_FALSE(storage->isDirty());

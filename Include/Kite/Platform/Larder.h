@@ -115,7 +115,7 @@ class ListReader {
   virtual ~ListReader() = default;
   /// The list begins. When it begins once more, what came before counts no longer.
   virtual void begin() = 0;
-  /// Ordinals ascend. The text lives for the call only.
+  /// Ordinals ascend. The text lives for the call only, which must not use the store.
   virtual void take(std::uint64_t ordinal, std::string_view text) = 0;
 };
 

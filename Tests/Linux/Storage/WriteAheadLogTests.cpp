@@ -115,12 +115,6 @@ class UnfinishedTransactionTests : public WriteAheadLogTests {
     database.execute("BEGIN");
     for (int i = 0; i < 100; ++i) database.execute("INSERT INTO t VALUES(zeroblob(4000))");
   }
-  void expectFinishedFrames(std::size_t count) {
-    const auto bytes = log();
-    EXPECT_GT(bytes.size(), frameAt(count + 10));
-    EXPECT_FALSE(WriteAheadLog(bytes).isBroken());
-    EXPECT_EQ(WriteAheadLog(bytes).frames().size(), count);
-  }
 
   test::RawDatabase database{file};
   std::size_t finished = 0;
@@ -135,7 +129,10 @@ TEST_F(UnfinishedTransactionTests, doNotBreakTheLogWithPagesThatTheyWriteTwice) 
 
 TEST_F(UnfinishedTransactionTests, leaveFramesBehindThatAreNotOfTheNextTransaction) {
   database.execute("ROLLBACK; INSERT INTO t VALUES(4)");
-  expectFinishedFrames(finished + 1);
+  const auto bytes = log();
+  EXPECT_GT(bytes.size(), frameAt(finished + 10));
+  EXPECT_FALSE(WriteAheadLog(bytes).isBroken());
+  EXPECT_EQ(WriteAheadLog(bytes).frames().size(), finished + 1);
 }
 
 TEST_F(WriteAheadLogTests, isNotBrokenWhileItIsEmpty) {
