@@ -28,6 +28,7 @@ class WatchedStorage final : public Larder::KVStorage {
   bool readList(std::string_view key, Larder::ListReader& reader) const override {
     return _store->readList(key, reader);
   }
+  std::uint64_t revision() const override { return _store->revision(); }
   void write(std::string_view key, Data data) override { _store->write(key, std::move(data)); }
   void remove(std::string_view key) override { _store->remove(key); }
   std::optional<double> readNumber(std::string_view key) const override {

@@ -73,6 +73,7 @@ class KITE_EXPORT KiteData {
 
  private:
   friend class KiteValue;
+  friend class MemberText;
   friend KITE_EXPORT JSONValue::Object toJSONObject(const KiteData& data);
 
   template <class Value>

@@ -2,15 +2,16 @@
 
 #include <bit>
 #include <cstddef>
+#include <cstring>
 
 namespace kite {
 
 UUID RandomUUIDs::next() {
   UUID uuid;
   for (std::size_t half = 0; half < 2; ++half) {
-    const std::uint64_t bits = draw();
-    for (std::size_t i = 0; i < 8; ++i)
-      uuid.bytes[half * 8 + i] = static_cast<std::uint8_t>(bits >> (8 * i));
+    std::uint64_t bits = draw();
+    if constexpr (std::endian::native == std::endian::big) bits = __builtin_bswap64(bits);
+    std::memcpy(&uuid.bytes[half * sizeof bits], &bits, sizeof bits);
   }
   uuid.bytes[6] = static_cast<std::uint8_t>((uuid.bytes[6] & 0x0F) | 0x40);  // version 4
   uuid.bytes[8] = static_cast<std::uint8_t>((uuid.bytes[8] & 0x3F) | 0x80);  // variant of RFC 9562

@@ -1,9 +1,7 @@
-#include <Kite/Base/UUID.h>
+#include "Base/UUIDText.h"
 
 namespace kite {
 namespace {
-
-constexpr std::size_t textLength = 36;
 
 constexpr bool isHyphenAt(std::size_t position) {
   return position == 8 || position == 13 || position == 18 || position == 23;
@@ -19,10 +17,10 @@ std::optional<int> hexDigit(char character) {
 }  // namespace
 
 std::optional<UUID> UUID::parse(std::string_view text) {
-  if (text.size() != textLength) return std::nullopt;
+  if (text.size() != UUIDText::length) return std::nullopt;
   UUID uuid;
   std::size_t digits = 0;
-  for (std::size_t position = 0; position < textLength; ++position) {
+  for (std::size_t position = 0; position < UUIDText::length; ++position) {
     if (isHyphenAt(position)) {
       if (text[position] != '-') return std::nullopt;
       continue;
@@ -35,17 +33,18 @@ std::optional<UUID> UUID::parse(std::string_view text) {
   return uuid;
 }
 
-std::string UUID::text() const {
+UUIDText::UUIDText(const UUID& uuid) {
   constexpr char digits[] = "0123456789ABCDEF";
-  std::string text(textLength, '-');
-  std::size_t position = 0;
-  for (const std::uint8_t byte : bytes) {
-    if (isHyphenAt(position)) ++position;
-    text[position++] = digits[byte >> 4];
-    text[position++] = digits[byte & 0xF];
+  char* place = _text.data();
+  const char* const begin = place;
+  for (const std::uint8_t byte : uuid.bytes) {
+    if (isHyphenAt(static_cast<std::size_t>(place - begin))) *place++ = '-';
+    *place++ = digits[byte >> 4];
+    *place++ = digits[byte & 0xF];
   }
-  return text;
 }
+
+std::string UUID::text() const { return std::string(UUIDText(*this).view()); }
 
 const UUID& UUID::noop() {
   static const UUID uuid = *parse("123e4567-e89b-12d3-a456-426614174000");

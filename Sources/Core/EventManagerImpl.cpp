@@ -22,12 +22,26 @@ void EventManagerImpl::start(EventManagerDependencies dependencies) {
 Shared<User> EventManagerImpl::kiteUser() { return user(*_dependencies.get()); }
 
 Shared<User> EventManagerImpl::user(const EventManagerDependencies& dependencies) {
-  const auto info = UserInfoStore::userInfo(*dependencies.secretsStorage);
+  const auto revision = dependencies.secretsStorage->revision();
   const auto ids = dependencies.idProvider->ids();
+  if (auto known = knownUser(revision, ids.get())) return Shared<User>(std::move(known));
+  const auto info = UserInfoStore::userInfo(*dependencies.secretsStorage);
   return _knownUser.with([&](auto& known) {
-    if (!known || known->info != info || known->ids != ids)
-      known.emplace(KnownUser{info, ids, User{.info = info->data, .ids = allIds(*ids)}});
-    return known->user;
+    if (!known || known->info != info || known->ids != ids) {
+      auto user = std::make_shared<const User>(User{.info = info->data, .ids = allIds(*ids)});
+      known.emplace(KnownUser{revision, info, ids, std::move(user)});
+    }
+    known->revision = revision;
+    return Shared<User>(known->user);
+  });
+}
+
+/// Null when anything that the user is made of may have changed.
+std::shared_ptr<const User> EventManagerImpl::knownUser(std::uint64_t revision,
+                                                        const Usher::Ids* ids) {
+  return _knownUser.with([&](const auto& known) {
+    const bool isUnchanged = known && known->revision == revision && known->ids.get() == ids;
+    return isUnchanged ? known->user : nullptr;
   });
 }
 

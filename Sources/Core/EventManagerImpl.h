@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <concepts>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -38,14 +39,16 @@ class EventManagerImpl final : public EventManager {
   /// The user and what it was made of. While neither part changes events share one user, which is
   /// then encoded once for all of them.
   struct KnownUser {
+    std::uint64_t revision;  // of the store
     std::shared_ptr<const UserInfo> info;
     std::shared_ptr<const Usher::Ids> ids;
-    Shared<User> user;
+    std::shared_ptr<const User> user;
   };
 
   template <class MakeEvent>
   void track(MakeEvent makeEvent);
   Shared<User> user(const EventManagerDependencies& dependencies);
+  std::shared_ptr<const User> knownUser(std::uint64_t revision, const Usher::Ids* ids);
 
   Started<EventManagerDependencies> _dependencies{"Call start before using the event manager",
                                                   {"EventManagerImpl", "", 14}};

@@ -1,5 +1,6 @@
 #include "Core/EventStorageImpl.h"
 
+#include "Base/IfMemoryAllows.h"
 #include "Base/Weakly.h"
 #include "Core/Event/StoredEventList.h"
 
@@ -47,53 +48,88 @@ void EventStorageImpl::addObservers(const SessionListener& sessionListener) {
 }
 
 void EventStorageImpl::insert(TrackedEvent event) {
-  enqueue([event = std::move(event)](EventStorageImpl& self, EventList& events) mutable {
-    events.append(self._encoder.encode(event.record()));
-    self._spentEvents.add(std::move(event));
-  });
-  _spentEvents.destroy();
+  submit(std::move(event).asChange());
+  _spent.destroySome();
 }
 
 void EventStorageImpl::removeEvents(std::set<std::string> ids) {
-  enqueue([ids = std::move(ids)](EventStorageImpl&, EventList& events) { events.remove(ids); });
+  submit(std::make_unique<PendingChange>(std::move(ids)));
 }
 
-// The queue runs a block again that found no memory: what is made by then is not made twice.
-template <class Change>
-void EventStorageImpl::enqueue(Change change) {
-  auto block = [change = std::move(change), isMade = false](EventStorageImpl& self) mutable {
-    if (!isMade) self.updateMemoryPendingEvents(change);
-    isMade = true;
-    self.writeThrough();
-  };
-  _dependencies->eventStorageQueue->run(weakly(weak_from_this(), std::move(block)));
+// One block makes all changes that were submitted by then, so that most find it sent for. When
+// there is no memory for it the next change sends it, or the next flush makes them.
+void EventStorageImpl::submit(std::unique_ptr<PendingChange> change) {
+  auto& queue = *_dependencies->eventStorageQueue;
+  const bool isFirst = _submitted.add(std::move(change));
+  if (!isFirst && !_isBlockDue) return;
+  _isBlockDue = !ifMemoryAllows([&] {
+    queue.run(
+        weakly(weak_from_this(), [](EventStorageImpl& self) { self.makeSubmittedChanges(); }));
+  });
 }
 
 void EventStorageImpl::onSessionStart() {
   if (!cancellable()) startTimer();
 }
 
-void EventStorageImpl::onSessionEnd() {
-  _dependencies->eventStorageQueue->run(
-      weakly(weak_from_this(), [](EventStorageImpl& self) { self.alignMemoryAndDisk(); }));
-}
+void EventStorageImpl::onSessionEnd() { enqueueFlush(); }
 
 void EventStorageImpl::timerFired() {
-  if (!_isDirty && !_isWriteDue) return;
-  _dependencies->eventStorageQueue->run(
-      weakly(weak_from_this(), [](EventStorageImpl& self) { self.alignMemoryAndDisk(); }));
+  if (_isDirty || _isWriteDue || _isBlockDue) enqueueFlush();
 }
 
-template <class Change>
-void EventStorageImpl::updateMemoryPendingEvents(Change& change) {
-  auto events = pendingEvents();
-  change(*this, events);
-  _pendingEvents.set(std::move(events));
+void EventStorageImpl::enqueueFlush() {
+  _dependencies->eventStorageQueue->run(
+      weakly(weak_from_this(), [](EventStorageImpl& self) { self.flush(); }));
+}
+
+// What a turn that found no memory has left comes first.
+void EventStorageImpl::makeSubmittedChanges() {
+  makeChanges();
+  _isBlockDue = false;
+  _changes = _submitted.takeAll().reversed();
+  makeChanges();
+}
+
+// The queue runs a block again that found no memory: what is made by then is not made twice.
+void EventStorageImpl::makeChanges() {
+  while (!_changes.empty()) {
+    if (!_isFirstMade) updateMemoryPendingEvents(_changes.first());
+    _isFirstMade = true;
+    writeThrough();
+    _isFirstMade = false;
+    _spent.add(_changes.takeFirst());
+  }
+}
+
+void EventStorageImpl::updateMemoryPendingEvents(const PendingChange& change) {
+  if (const auto* tracked = std::get_if<TrackedAction>(&change.content)) {
+    append(_encoder.encode(tracked->action, tracked->app));
+  } else if (const auto* record = std::get_if<StoredEvent>(&change.content)) {
+    append(_encoder.encode(*record));
+  } else {
+    remove(std::get<PendingChange::Removal>(change.content));
+  }
   _isDirty = true;
+}
+
+void EventStorageImpl::append(EventHandle event) {
+  _pendingEvents.with([&](EventList& events) { events.append(std::move(event)); });
+}
+
+void EventStorageImpl::remove(const PendingChange::Removal& ids) {
+  auto events = pendingEvents();
+  events.remove(ids);
+  _pendingEvents.set(std::move(events));
 }
 
 void EventStorageImpl::writeThrough() {
   if (_dependencies->backgroundChecker.isInBackground()) alignMemoryAndDisk();
+}
+
+void EventStorageImpl::flush() {
+  makeSubmittedChanges();
+  alignMemoryAndDisk();
 }
 
 void EventStorageImpl::alignMemoryAndDisk() {

@@ -1,9 +1,10 @@
 #pragma once
 
 #include "Base/Guarded.h"
+#include "Base/HandOver.h"
 #include "Base/Started.h"
 #include "Core/Event/EventEncoder.h"
-#include "Core/Event/SpentEvents.h"
+#include "Core/Event/SpentChanges.h"
 #include "Core/EventStorage.h"
 
 #include <atomic>
@@ -48,12 +49,16 @@ class EventStorageImpl final : public EventStorage,
   void startTimer();
   void addObservers(const SessionListener& sessionListener);
   void timerFired();
-  template <class Change>
-  void enqueue(Change change);
+  void submit(std::unique_ptr<PendingChange> change);
+  void enqueueFlush();
 
   // On `eventStorageQueue` only.
-  template <class Change>
-  void updateMemoryPendingEvents(Change& change);
+  void makeSubmittedChanges();
+  void makeChanges();
+  void flush();
+  void updateMemoryPendingEvents(const PendingChange& change);
+  void append(EventHandle event);
+  void remove(const PendingChange::Removal& ids);
   void writeThrough();
   void alignMemoryAndDisk();
   void storePendingEvents(const EventList& events);
@@ -63,13 +68,18 @@ class EventStorageImpl final : public EventStorage,
   Guarded<EventList> _pendingEvents;
   std::atomic<bool> _isDirty{false};
   std::atomic<bool> _isWriteDue{false};  // the last write failed
+  std::atomic<bool> _isBlockDue{false};  // changes were submitted that no block makes
   Guarded<std::optional<CancelToken>> _sessionStartToken;
   Guarded<std::optional<CancelToken>> _sessionEndToken;
   Guarded<Tempra::Cancel> _cancellable;
   Guarded<std::optional<EventList>> _savedEvents;  // what the store holds, when that is known
 
-  SpentEvents _spentEvents;
-  EventEncoder _encoder;  // on `eventStorageQueue` only
+  HandOver<PendingChange> _submitted;
+  SpentChanges _spent;
+  // On `eventStorageQueue` only.
+  Chain<PendingChange> _changes;
+  bool _isFirstMade = false;
+  EventEncoder _encoder;
 };
 
 static_assert(std::is_default_constructible_v<EventStorageImpl>);

@@ -99,8 +99,8 @@ void SessionManagerImpl::setCurrentSession(const Session& session) {
   save(*dependencies->kvStorage, lastForegroundSessionKey, session);
 }
 
-std::shared_ptr<const Session> SessionManagerImpl::storedSession() const {
-  return load(*_dependencies->kvStorage, lastSessionKey);
+std::shared_ptr<const Session> SessionManagerImpl::storedSession() {
+  return _storedSession.load(*_dependencies->kvStorage, lastSessionKey);
 }
 
 bool SessionManagerImpl::opensSessions() const {
@@ -114,7 +114,7 @@ void SessionManagerImpl::openSession() {
   sendSessionStart(*currentSession());
 }
 
-std::optional<SessionEndPayload> SessionManagerImpl::lastSessionEndData() const {
+std::optional<SessionEndPayload> SessionManagerImpl::lastSessionEndData() {
   const auto session = storedSession();
   if (!session) return std::nullopt;
   if (session->endDate) return endData(*session, false, *session->endDate - session->startDate);

@@ -6,6 +6,7 @@
 #include "Base/Started.h"
 #include "Core/Event/SessionEvent.h"
 #include "Core/SessionManager.h"
+#include "Core/TypedStorage.h"
 
 #include <concepts>
 #include <memory>
@@ -46,10 +47,10 @@ class SessionManagerImpl : public SessionManager,
  private:
   Session createSession() const;
   void setCurrentSession(const Session& session);
-  std::shared_ptr<const Session> storedSession() const;
+  std::shared_ptr<const Session> storedSession();
   bool opensSessions() const;
   void openSession();
-  std::optional<SessionEndPayload> lastSessionEndData() const;
+  std::optional<SessionEndPayload> lastSessionEndData();
   SessionEndPayload endData(const Session& session, bool crashed, double duration) const;
   void sendSessionStart(const Session& session);
   void sendSessionEnd(SessionEndPayload payload);
@@ -58,6 +59,7 @@ class SessionManagerImpl : public SessionManager,
   void addObservers();
 
   const System _system;
+  RememberedRecord<Session> _storedSession;
   Guarded<Tempra::Cancel> _cancellable;
   Started<SessionManagerDependencies> _dependencies{"Call start before using the SessionManager",
                                                     {"Kite/SessionManagerImpl", "", 0}};

@@ -5,6 +5,7 @@
 #include "Core/TrackingConsent.h"
 #include "Core/TypedStorage.h"
 
+#include <atomic>
 #include <mutex>
 #include <utility>
 
@@ -38,11 +39,12 @@ class LiveConsent {
   void start(std::shared_ptr<Larder::KVStorage> storage) {
     const std::scoped_lock changing(_changing);
     const auto stored = load(*storage, trackingConsentKey);
-    _state.with([&](State& state) { state.consent = stored ? *stored : TrackingConsent{}; });
+    _state.with([&](State& state) { decide(state, stored ? *stored : TrackingConsent{}); });
     _storage = std::move(storage);
   }
 
   bool canTrackUserAction(std::string_view name) {
+    if (_allowsAll.load(std::memory_order_acquire)) return true;
     return _state.with([&](const State& state) {
       if (!state.consent) return false;
       if (state.technical.contains(name)) return true;
@@ -56,8 +58,10 @@ class LiveConsent {
     if (!_storage)
       fatalError("TrackingConsentManager not started yet", {"Kite/TrackingConsent+Live", "", 0});
     const auto changed = _state.with([&](State& state) {
-      (*state.consent).*which = value;
-      return *state.consent;
+      auto consent = *state.consent;
+      consent.*which = value;
+      decide(state, consent);
+      return consent;
     });
     save(*_storage, trackingConsentKey, changed);
   }
@@ -76,9 +80,15 @@ class LiveConsent {
     Names profilingOnly;
   };
 
+  void decide(State& state, TrackingConsent consent) {
+    state.consent = consent;
+    _allowsAll.store(consent.analytics && consent.profiling, std::memory_order_release);
+  }
+
   std::mutex _changing;  // keeps writes in the order of the changes; readers do not wait for them
   std::shared_ptr<Larder::KVStorage> _storage;
   Guarded<State> _state;
+  std::atomic<bool> _allowsAll = false;  // so that no name needs to be looked up
 };
 
 }  // namespace

@@ -2,10 +2,12 @@
 
 #include <Kite/Platform/Larder.h>
 
+#include "Base/Guarded.h"
 #include "Core/JSONCoding.h"
 #include "Values/JSONDecoder.h"
 #include "Values/JSONEncoder.h"
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -27,6 +29,28 @@ std::shared_ptr<const T> load(const Larder::Storage& storage, Larder::Key<T> key
   });
   return record ? std::shared_ptr<const T>(std::move(stored), record) : nullptr;
 }
+
+/// What `load` gives, looked up again only after the store has changed. Any thread.
+template <class T>
+class RememberedRecord {
+ public:
+  std::shared_ptr<const T> load(const Larder::Storage& storage, Larder::Key<T> key) {
+    const auto revision = storage.revision();
+    auto known = _known.with(
+        [&](const Known& last) { return last.revision == revision ? last.record : nullptr; });
+    if (known) return known;
+    known = kite::load(storage, key);
+    _known.set({revision, known});
+    return known;
+  }
+
+ private:
+  struct Known {
+    std::uint64_t revision = 0;
+    std::shared_ptr<const T> record;
+  };
+  Guarded<Known> _known;
+};
 
 /// Stores the record. One that has no JSON form is silently not stored, and the old one stays.
 template <class T>

@@ -28,6 +28,30 @@ constexpr std::size_t keptCapacity = 4096;
 constexpr auto pauseWithoutMemory = std::chrono::milliseconds(50);
 constexpr int mostTrials = 1200;
 
+// Whether blocks come so fast that a few had better gather: were each taken as it comes, what both
+// threads touch would travel between their cores every time.
+class Flood {
+ public:
+  static constexpr auto napTime = std::chrono::microseconds(50);
+
+  void count(std::size_t blocks) { _blocks += blocks; }
+  bool isOn(Clock::time_point now) {
+    if (now - _spanBegin < span) return _isOn;
+    _isOn = _blocks >= (_isOn ? 1 : fewest);
+    _spanBegin = now;
+    _blocks = 0;
+    return _isOn;
+  }
+
+ private:
+  static constexpr auto span = 2 * napTime;
+  static constexpr std::size_t fewest = 16;
+
+  Clock::time_point _spanBegin;
+  std::size_t _blocks = 0;
+  bool _isOn = false;
+};
+
 // What the queue and its thread share. Neither waits for the other when the queue ends.
 class Worker : public std::enable_shared_from_this<Worker> {
  public:
@@ -98,7 +122,11 @@ class Worker : public std::enable_shared_from_this<Worker> {
 
   bool awaitBatch() {
     const auto idleSince = Clock::now();
-    if (_isBusy) linger(idleSince);
+    if (_flood.isOn(idleSince)) {
+      std::this_thread::sleep_for(Flood::napTime);
+    } else if (_isBusy) {
+      linger(idleSince);
+    }
     std::unique_lock guard(_mutex);
     _rousedAt = Clock::now();
     while (_submitted.empty() && !_isStopped) {
@@ -111,6 +139,7 @@ class Worker : public std::enable_shared_from_this<Worker> {
     const std::scoped_lock batchGuard(_batchMutex);
     _batch.swap(_submitted);
     _nextOfBatch = 0;
+    _flood.count(_batch.size());
     return !_isStopped;
   }
 
@@ -144,7 +173,9 @@ class Worker : public std::enable_shared_from_this<Worker> {
   Blocks _batch;
   std::size_t _nextOfBatch = 0;
 
-  bool _isBusy = false;  // the worker's own
+  // The worker's own.
+  bool _isBusy = false;
+  Flood _flood;
 };
 
 class WorkerQueue final : public Tempra::Queue {

@@ -1,12 +1,10 @@
 #include "Values/JSONEncoder.h"
 
 #include "Values/JSONCursor.h"
+#include "Values/JSONNumber.h"
 #include "Values/JSONString.h"
 
-#include <algorithm>
 #include <array>
-#include <charconv>
-#include <cmath>
 #include <cstdint>
 
 namespace kite {
@@ -17,19 +15,15 @@ using Fault = const char*;
 constexpr Fault none = nullptr;
 
 void appendInteger(std::string& out, std::int64_t number) {
-  std::array<char, 20> buffer;
-  const auto end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), number).ptr;
-  out.append(buffer.data(), end);
+  std::array<char, longestJSONNumber> buffer;
+  out.append(buffer.data(), writeJSONNumber(buffer.data(), number));
 }
 
 Fault appendReal(std::string& out, double number) {
-  if (!std::isfinite(number)) return "A number that is not finite has no JSON text";
-  std::array<char, 32> buffer;
-  const auto end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), number).ptr;
+  std::array<char, longestJSONNumber> buffer;
+  char* const end = writeJSONNumber(buffer.data(), number);
+  if (!end) return "A number that is not finite has no JSON text";
   out.append(buffer.data(), end);
-  const bool readsAsInteger =
-      std::none_of(buffer.data(), end, [](char c) { return c == '.' || c == 'e'; });
-  if (readsAsInteger) out.append(".0");
   return none;
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -39,29 +40,46 @@ void appendEscape(std::string& out, char byte) {
 
 constexpr std::uint64_t eightTimes(unsigned char byte) { return 0x0101'0101'0101'0101U * byte; }
 
-/// Whether eight bytes stand for themselves; each term sets the high bit of a byte that does not.
-bool areClean(std::uint64_t bytes) {
-  const auto hasZero = [](std::uint64_t word) { return (word - eightTimes(1)) & ~word; };
-  const std::uint64_t isControl = (bytes - eightTimes(0x20)) & ~bytes;
-  const std::uint64_t isQuote = hasZero(bytes ^ eightTimes('"'));
-  const std::uint64_t isBackslash = hasZero(bytes ^ eightTimes('\\'));
-  return ((isControl | isQuote | isBackslash) & eightTimes(0x80)) == 0;
-}
+/// What there is among the bytes of a text, taken together eight at a time.
+class Survey {
+ public:
+  explicit Survey(std::string_view text) {
+    if (text.size() < eight) {
+      std::uint64_t few = eightTimes(' ');
+      text.copy(reinterpret_cast<char*>(&few), text.size());
+      add(few);
+    } else {
+      const char* const last = text.data() + text.size() - eight;
+      for (const char* place = text.data(); place < last; place += eight) add(bytesAt(place));
+      add(bytesAt(last));
+    }
+  }
 
-bool isClean(std::string_view text) {
-  std::uint64_t eight = eightTimes(' ');
-  if (text.size() < sizeof eight) {
-    text.copy(reinterpret_cast<char*>(&eight), text.size());
-    return areClean(eight);
+  bool hasEscapes() const { return (_escaped & highBits) != 0; }
+  bool isASCII() const { return (_all & highBits) == 0; }
+
+ private:
+  static constexpr std::size_t eight = sizeof(std::uint64_t);
+  static constexpr std::uint64_t highBits = eightTimes(0x80);
+
+  static std::uint64_t bytesAt(const char* place) {
+    std::uint64_t bytes;
+    std::memcpy(&bytes, place, eight);
+    return bytes;
   }
-  const char* const last = text.data() + text.size() - sizeof eight;
-  for (const char* at = text.data(); at < last; at += sizeof eight) {
-    std::memcpy(&eight, at, sizeof eight);
-    if (!areClean(eight)) return false;
+  /// Each term sets the high bit of a byte that does not stand for itself.
+  void add(std::uint64_t bytes) {
+    const auto hasZero = [](std::uint64_t word) { return (word - eightTimes(1)) & ~word; };
+    const std::uint64_t isControl = (bytes - eightTimes(0x20)) & ~bytes;
+    const std::uint64_t isQuote = hasZero(bytes ^ eightTimes('"'));
+    const std::uint64_t isBackslash = hasZero(bytes ^ eightTimes('\\'));
+    _escaped |= isControl | isQuote | isBackslash;
+    _all |= bytes;
   }
-  std::memcpy(&eight, last, sizeof eight);
-  return areClean(eight);
-}
+
+  std::uint64_t _escaped = 0;
+  std::uint64_t _all = 0;
+};
 
 void appendEscaped(std::string& out, std::string_view text) {
   while (true) {
@@ -76,18 +94,24 @@ void appendEscaped(std::string& out, std::string_view text) {
 
 }  // namespace
 
+bool isPlainUTF8(std::string_view text) {
+  const Survey survey(text);
+  return !survey.hasEscapes() && (survey.isASCII() || isUTF8(text));
+}
+
 void appendQuotedUTF8(std::string& out, std::string_view text) {
   out.push_back('"');
-  if (isClean(text)) {
-    out.append(text);
-  } else {
+  if (Survey(text).hasEscapes()) {
     appendEscaped(out, text);
+  } else {
+    out.append(text);
   }
   out.push_back('"');
 }
 
 void appendJSONString(std::string& out, std::string_view text) {
-  appendQuotedUTF8(out, isUTF8(text) ? text : std::string_view(repairedUTF8(text)));
+  const bool isKnown = Survey(text).isASCII() || isUTF8(text);
+  isKnown ? appendQuotedUTF8(out, text) : appendQuotedUTF8(out, repairedUTF8(text));
 }
 
 }  // namespace kite

@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace kite::test {
@@ -84,6 +85,33 @@ TYPED_TEST(KVStorageContract, hasNothingUnderAKeyThatWasNeverWritten) {
   EXPECT_EQ(this->storage().read("k"), nullptr);
   EXPECT_EQ(this->storage().readNumber("k"), std::nullopt);
   EXPECT_EQ(this->storage().readDictionary("k"), std::nullopt);
+}
+
+TYPED_TEST(KVStorageContract, hasAnotherRevisionAfterEveryChange) {
+  auto last = this->storage().revision();
+  const auto isAnother = [&] { return std::exchange(last, this->storage().revision()) != last; };
+  EXPECT_FALSE(isAnother());
+  this->storage().write("k", {"v"});
+  EXPECT_TRUE(isAnother());
+  this->storage().write("k", {"v"});
+  EXPECT_TRUE(isAnother());
+  this->storage().writeNumber("n", 1);
+  EXPECT_TRUE(isAnother());
+  this->storage().writeDictionary("d", {});
+  EXPECT_TRUE(isAnother());
+  this->append("l", {row(1, "1")});
+  EXPECT_TRUE(isAnother());
+  this->storage().remove("k");
+  EXPECT_TRUE(isAnother());
+}
+
+TYPED_TEST(KVStorageContract, keepsItsRevisionWhileNothingChanges) {
+  this->storage().write("k", {"v"});
+  const auto revision = this->storage().revision();
+  this->storage().read("k");
+  this->storage().readNumber("k");
+  this->storage().read("absent");
+  EXPECT_EQ(this->storage().revision(), revision);
 }
 
 TYPED_TEST(KVStorageContract, keepsAnyBytes) {

@@ -62,6 +62,17 @@ TYPED_TEST(SecretsStorageContract, hasNothingUnderAKeyThatWasNeverWritten) {
   EXPECT_EQ(this->storage().read("k"), nullptr);
 }
 
+TYPED_TEST(SecretsStorageContract, hasAnotherRevisionAfterEveryChangeOnly) {
+  const auto empty = this->storage().revision();
+  this->storage().write("k", {"v"});
+  const auto written = this->storage().revision();
+  EXPECT_NE(written, empty);
+  this->storage().read("k");
+  EXPECT_EQ(this->storage().revision(), written);
+  this->storage().remove("k");
+  EXPECT_NE(this->storage().revision(), written);
+}
+
 TYPED_TEST(SecretsStorageContract, keepsAnyBytes) {
   const std::string bytes("\0\xFF\"text\n", 8);
   this->storage().write("k", {bytes});

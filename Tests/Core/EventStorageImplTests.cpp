@@ -264,10 +264,10 @@ TEST_F(EventStorageImplTests, aBackgroundChangeIsWrittenBeforeItsTurnOnTheQueueE
   isInBackground = true;
   start();
   insert("A");
-  insert("B");
   manualQueue->runOne();
   EXPECT_EQ(store->text(queueKey), arrayOf({"A"}));
   EXPECT_FALSE(storage->isDirty());
+  insert("B");
   manualQueue->runOne();
   storage->removeEvents({"A"});
   manualQueue->runOne();
@@ -301,11 +301,86 @@ TEST_F(EventStorageImplTests, appliesChangesOnItsQueue) {
   insert("B");
   EXPECT_TRUE(storage->pendingEvents().empty());
   EXPECT_FALSE(storage->isDirty());
-  EXPECT_EQ(manualQueue->size(), 3U);
-  manualQueue->runOne();
-  EXPECT_THAT(idsOf(storage->pendingEvents()), ElementsAre("A"));
   manualQueue->drain();
   EXPECT_THAT(idsOf(storage->pendingEvents()), ElementsAre("B"));
+}
+
+TEST_F(EventStorageImplTests, makesTheChangesThatWaitInOneTurnAndTheirOrder) {
+  queue = manualQueue;
+  start();
+  insert("A");
+  insert("B");
+  storage->removeEvents({"A"});
+  insert("A");
+  EXPECT_EQ(manualQueue->size(), 1U);
+  manualQueue->runOne();
+  EXPECT_THAT(idsOf(storage->pendingEvents()), ElementsAre("B", "A"));
+  insert("C");
+  EXPECT_EQ(manualQueue->size(), 1U);
+}
+
+TEST_F(EventStorageImplTests, writesEachChangeOfATurnThroughInTheBackground) {
+  queue = manualQueue;
+  isInBackground = true;
+  start();
+  insert("A");
+  insert("B");
+  const int before = store->writes();
+  manualQueue->runOne();
+  EXPECT_EQ(store->writes(), before + 2);
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A", "B"}));
+}
+
+/// A queue that gives work up at once that finds no memory.
+class ImpatientQueue final : public Tempra::Queue {
+ public:
+  void run(Tempra::Block block) override { ifMemoryAllows(block); }
+};
+
+TEST_F(EventStorageImplTests, aChangeThatTheQueueGaveUpIsMadeOnceAndBeforeTheNext) {
+  queue = std::make_shared<ImpatientQueue>();
+  isInBackground = true;
+  start();
+  roomForAnswers = 0;
+  insert("A");
+  EXPECT_EQ(store->writes(), 0);
+  insert("B");
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A", "B"}));
+  EXPECT_EQ(storage->pendingEvents().size(), 2U);
+}
+
+/// A queue without memory for another block, once.
+class FullQueue final : public Tempra::Queue {
+ public:
+  explicit FullQueue(std::shared_ptr<Tempra::Queue> queue) : _queue(std::move(queue)) {}
+  void run(Tempra::Block block) override {
+    if (!std::exchange(_wasFull, true)) throw std::bad_alloc();
+    _queue->run(std::move(block));
+  }
+
+ private:
+  const std::shared_ptr<Tempra::Queue> _queue;
+  bool _wasFull = false;
+};
+
+TEST_F(EventStorageImplTests, anInsertionThatTheQueueHasNoMemoryForIsMadeWithTheNext) {
+  queue = std::make_shared<FullQueue>(queue);
+  start();
+  insert("A");
+  EXPECT_TRUE(storage->pendingEvents().empty());
+  insert("B");
+  EXPECT_THAT(idsOf(storage->pendingEvents()), ElementsAre("A", "B"));
+}
+
+TEST_F(EventStorageImplTests, anInsertionThatTheQueueHasNoMemoryForIsMadeByTheNextFlush) {
+  queue = std::make_shared<FullQueue>(queue);
+  start();
+  insert("A");
+  flush();
+  EXPECT_EQ(store->text(queueKey), arrayOf({"A"}));
+  const int writes = store->writes();
+  flush();
+  EXPECT_EQ(store->writes(), writes);
 }
 
 TEST_F(EventStorageImplTests, theTimerLooksAtTheFlagAndNotAtTheQueue) {

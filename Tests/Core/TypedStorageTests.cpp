@@ -58,5 +58,25 @@ TEST_F(TypedStorageTests, aRecordThatDoesNotEncodeLeavesTheOldOne) {
   EXPECT_EQ(storage.text("info"), R"({"data":{"a":1}})");
 }
 
+TEST_F(TypedStorageTests, aRememberedRecordIsTheStoredOne) {
+  RememberedRecord<TrackingConsent> remembered;
+  EXPECT_EQ(remembered.load(storage, aKey), nullptr);
+  save(storage, aKey, {.analytics = false, .profiling = true});
+  EXPECT_EQ(remembered.load(storage, aKey), load(storage, aKey));
+  save(storage, aKey, {.analytics = true, .profiling = false});
+  EXPECT_EQ(remembered.load(storage, aKey), load(storage, aKey));
+  storage.remove("consent");
+  EXPECT_EQ(remembered.load(storage, aKey), nullptr);
+}
+
+TEST_F(TypedStorageTests, aRememberedRecordIsTheSameUntilTheStoreChanges) {
+  RememberedRecord<TrackingConsent> remembered;
+  save(storage, aKey, {});
+  const auto record = remembered.load(storage, aKey);
+  EXPECT_EQ(remembered.load(storage, aKey), record);
+  save(storage, aKey, {});
+  EXPECT_NE(remembered.load(storage, aKey), record);
+}
+
 }  // namespace
 }  // namespace kite::test

@@ -15,6 +15,7 @@ class InMemorySecretsStorage final : public Larder::SecretsStorage {
   std::shared_ptr<const Larder::StoredValue> read(std::string_view key) const override {
     return _table.find<InMemoryTable::Stored>(key).value_or(nullptr);
   }
+  std::uint64_t revision() const override { return _table.revision(); }
   void write(std::string_view key, Data data) override {
     _table.set(key, std::make_shared<const Larder::StoredValue>(std::move(data)));
   }

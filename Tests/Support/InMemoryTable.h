@@ -2,6 +2,7 @@
 
 #include <Kite/Platform/Larder.h>
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -39,6 +40,11 @@ class InMemoryTable {
     return value ? (*value)->data().bytes : "";
   }
 
+  std::uint64_t revision() const {
+    const std::scoped_lock guard(_mutex);
+    return _revision;
+  }
+
   void set(std::string_view key, Value value) {
     const std::scoped_lock guard(_mutex);
     _values.insert_or_assign(std::string(key), std::move(value));
@@ -62,6 +68,7 @@ class InMemoryTable {
     const auto value = std::make_shared<const Larder::StoredValue>(Data{std::move(text)});
     _values.insert_or_assign(std::string(key), value);
     _saved.insert_or_assign(std::string(key), value);
+    ++_revision;
   }
   int writes() const {
     const std::scoped_lock guard(_mutex);
@@ -74,6 +81,7 @@ class InMemoryTable {
   void restart() {
     const std::scoped_lock guard(_mutex);
     _values = _saved;
+    ++_revision;
   }
 
  private:
@@ -81,6 +89,7 @@ class InMemoryTable {
 
   bool save() {
     ++_writes;
+    ++_revision;
     if (!_failing) _saved = _values;
     return !_failing;
   }
@@ -107,6 +116,7 @@ class InMemoryTable {
   Values _saved;
   bool _failing = false;
   int _writes = 0;
+  std::uint64_t _revision = 0;
 };
 
 }  // namespace kite::test

@@ -6,6 +6,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kite::test {
@@ -22,6 +23,7 @@ struct StorageModel {
   Entries pending;
   std::optional<Entries> saved;
   std::deque<std::function<void()>> queue;
+  std::vector<std::function<void()>> submitted;
   bool isInBackground = false;
   bool isDiskFull = false;
   bool isDirty = false;
@@ -40,19 +42,30 @@ struct StorageModel {
     if (isInBackground) write();
   }
   void insert(const Entry& entry) {
-    queue.emplace_back([this, entry] {
-      pending.push_back(entry);
-      changed();
-    });
+    submit([this, entry] { pending.push_back(entry); });
   }
   void remove(const std::set<std::string>& ids) {
-    queue.emplace_back([this, ids] {
+    submit([this, ids] {
       std::erase_if(pending, [&](const Entry& entry) { return ids.contains(entry.id); });
-      changed();
     });
   }
+  /// One turn on the queue makes all changes that were submitted by then.
+  void submit(std::function<void()> change) {
+    submitted.push_back(std::move(change));
+    if (submitted.size() == 1) queue.emplace_back([this] { makeChanges(); });
+  }
+  void makeChanges() {
+    for (const auto& change : submitted) {
+      change();
+      changed();
+    }
+    submitted.clear();
+  }
   void endSession() {
-    queue.emplace_back([this] { write(); });
+    queue.emplace_back([this] {
+      makeChanges();
+      write();
+    });
   }
   void tick() {
     if (isDirty || isWriteDue) endSession();
@@ -64,6 +77,7 @@ struct StorageModel {
   }
   void restart() {
     queue.clear();
+    submitted.clear();
     pending = saved.value_or(Entries());
     isDirty = isWriteDue = false;
   }

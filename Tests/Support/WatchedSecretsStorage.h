@@ -23,6 +23,7 @@ class WatchedSecretsStorage final : public Larder::SecretsStorage {
     _tell("read " + std::string(key));
     return _store->read(key);
   }
+  std::uint64_t revision() const override { return _store->revision(); }
   void write(std::string_view key, Data data) override {
     _tell("write " + std::string(key));
     _store->write(key, std::move(data));

@@ -130,6 +130,8 @@ class Storage {
 
   /// Null when the key is absent, or holds a native number or dictionary.
   virtual std::shared_ptr<const StoredValue> read(std::string_view key) const = 0;
+  /// Another number after every change of any value; the same one says that nothing has changed.
+  virtual std::uint64_t revision() const = 0;
   virtual void write(std::string_view key, Data data) = 0;
   /// Absent keys are ignored.
   virtual void remove(std::string_view key) = 0;

@@ -1,40 +1,54 @@
 #include "Core/Event/EventEncoder.h"
 
+#include "Base/UUIDText.h"
+
 #include <memory>
 #include <utility>
 
 namespace kite {
 namespace {
 
-Result<SharedText, EncodingError> encodeUser(const StoredEvent& event) {
+Result<SharedText, EncodingError> encodeUser(const std::string& app, const User& user) {
   std::string text;
-  if (auto error = EventText::appendUser(text, event.app, *event.user))
-    return Failure{*std::move(error)};
+  if (auto error = EventText::appendUser(text, app, user)) return Failure{*std::move(error)};
   text.shrink_to_fit();
   return SharedText(std::make_shared<const std::string>(std::move(text)));
-}
-
-EventHandle unencodable(const StoredEvent& event, EncodingError error) {
-  return std::make_shared<const PendingEvent>(event, std::move(error));
 }
 
 }  // namespace
 
 EventHandle EventEncoder::encode(const StoredEvent& event) {
-  EventText::HeadLayout head;
-  _scratch.clear();
-  if (auto error = EventText::appendHead(_scratch, event, head))
-    return unencodable(event, *std::move(error));
-  const UserText& user = userText(event);
-  if (!user) return unencodable(event, user.error());
-  if (auto error = EventText::appendData(_scratch, event.data))
-    return unencodable(event, *std::move(error));
-  return std::make_shared<const PendingEvent>(_scratch, head, *user);
+  auto encoded = encode(EventText::headOf(event), event.app, event.user, event.data);
+  return encoded ? *std::move(encoded)
+                 : std::make_shared<const PendingEvent>(event, encoded.error());
 }
 
-const EventEncoder::UserText& EventEncoder::userText(const StoredEvent& event) {
-  const bool isKnown = _last && _last->user.isSame(event.user) && _last->app == event.app;
-  if (!isKnown) _last.emplace(Encoded{event.app, event.user, encodeUser(event)});
+EventHandle EventEncoder::encode(const UserAction& action, const std::string& app) {
+  const EventType type = action.type();
+  const UUIDText id(action.payload().id);
+  const EventText::Head head{type.rawValue(), id.view(), action.timestamp(), std::nullopt};
+  auto encoded = encode(head, app, action.user(), action.payload());
+  return encoded ? *std::move(encoded) : encode(StoredEvent::from(action, app));
+}
+
+template <class Data>
+Result<EventHandle, EncodingError> EventEncoder::encode(const EventText::Head& head,
+                                                        const std::string& app,
+                                                        const Shared<User>& user,
+                                                        const Data& data) {
+  EventText::HeadLayout layout;
+  _scratch.clear();
+  if (auto error = EventText::appendHead(_scratch, head, layout)) return Failure{*std::move(error)};
+  const UserText& text = userText(app, user);
+  if (!text) return Failure{text.error()};
+  if (auto error = EventText::appendData(_scratch, data)) return Failure{*std::move(error)};
+  return EventHandle(std::make_shared<const PendingEvent>(_scratch, layout, *text));
+}
+
+const EventEncoder::UserText& EventEncoder::userText(const std::string& app,
+                                                     const Shared<User>& user) {
+  const bool isKnown = _last && _last->user.isSame(user) && _last->app == app;
+  if (!isKnown) _last.emplace(Encoded{app, user, encodeUser(app, *user)});
   return _last->text;
 }
 

@@ -14,6 +14,8 @@ namespace kite {
 class EventEncoder {
  public:
   EventHandle encode(const StoredEvent& event);
+  /// What the action's record encodes to, without a record being made of it.
+  EventHandle encode(const UserAction& action, const std::string& app);
 
  private:
   using UserText = Result<SharedText, EncodingError>;
@@ -23,7 +25,10 @@ class EventEncoder {
     UserText text;
   };
 
-  const UserText& userText(const StoredEvent& event);
+  template <class Data>
+  Result<EventHandle, EncodingError> encode(const EventText::Head& head, const std::string& app,
+                                            const Shared<User>& user, const Data& data);
+  const UserText& userText(const std::string& app, const Shared<User>& user);
 
   std::optional<Encoded> _last;
   std::string _scratch;

@@ -63,7 +63,7 @@ EventBatch EventList::first(std::size_t count) const {
 }
 
 void EventList::append(EventHandle event, std::uint64_t ordinal) {
-  const std::uint64_t hash = idHash(event->id());
+  const std::uint64_t hash = idHash(*event);
   makeRoomInTail();
   if (event->encodingError()) ++_unencodable;
   _tail.chunk->write(_tail.count++, std::move(event), hash, ordinal);
@@ -73,7 +73,9 @@ void EventList::append(EventHandle event, std::uint64_t ordinal) {
 
 void EventList::makeRoomInTail() {
   if (_tail.chunk && _tail.count == _tail.chunk->capacity()) {
-    auto full = std::make_shared<Slices>(*_full);
+    auto full = std::make_shared<Slices>();
+    full->reserve(_full->size() + 1);
+    *full = *_full;
     full->push_back(std::exchange(_tail, {}));
     _full = std::move(full);
   }

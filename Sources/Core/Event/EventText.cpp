@@ -31,19 +31,19 @@ void appendIds(std::string& out, const User& user) {
 
 }  // namespace
 
-Failed appendHead(std::string& out, const StoredEvent& event, HeadLayout& layout) {
+Failed appendHead(std::string& out, const Head& head, HeadLayout& layout) {
   const std::size_t begin = out.size();
   out += R"({"type":)";
-  appendJSONString(out, event.type.rawValue());
+  appendJSONString(out, head.type);
   out += R"(,"id":)";
   layout.idBegin = position(out, begin) + 1;
-  appendJSONString(out, event.id);
+  appendJSONString(out, head.id);
   layout.idEnd = position(out, begin) - 1;
   out += R"(,"timestamp":)";
-  if (auto error = appendJSON(out, event.timestamp)) return within({"timestamp"}, std::move(error));
+  if (auto error = appendJSON(out, head.timestamp)) return within({"timestamp"}, std::move(error));
   layout.stampBegin = position(out, begin);
-  if (event.requestTimestamp) {
-    if (auto error = appendRequestTimestamp(out, *event.requestTimestamp)) return error;
+  if (head.requestTimestamp) {
+    if (auto error = appendRequestTimestamp(out, *head.requestTimestamp)) return error;
   }
   layout.stampEnd = position(out, begin);
   return std::nullopt;
@@ -67,12 +67,20 @@ Failed appendUser(std::string& out, const std::string& app, const User& user) {
   return std::nullopt;
 }
 
-Failed appendData(std::string& out, const JSONValue::Object& data) {
+template <class Data>
+Failed appendDataOf(std::string& out, const Data& data) {
   constexpr int event = 1;
   out += R"(,"data":)";
   if (auto error = appendJSON(out, data, event)) return within({"data"}, std::move(error));
   out += '}';
   return std::nullopt;
+}
+
+Failed appendData(std::string& out, const JSONValue::Object& data) {
+  return appendDataOf(out, data);
+}
+Failed appendData(std::string& out, const UserAction::Payload& data) {
+  return appendDataOf(out, data);
 }
 
 }  // namespace kite::EventText

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "Core/Event/StoredEvent.h"
+#include "Core/Event/UserAction.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 /// The three pieces that an event's JSON object is joined from, in this order.
 ///
@@ -20,9 +22,21 @@ struct HeadLayout {
   std::uint32_t stampEnd;    ///< the end of the head
 };
 
+/// What an event begins with.
+struct Head {
+  std::string_view type;
+  std::string_view id;
+  double timestamp;
+  std::optional<double> requestTimestamp;
+};
+
 /// `{"type":…,"id":…,"timestamp":…` and, when the event has one, its request timestamp.
-[[nodiscard]] std::optional<EncodingError> appendHead(std::string& out, const StoredEvent& event,
+[[nodiscard]] std::optional<EncodingError> appendHead(std::string& out, const Head& head,
                                                       HeadLayout& layout);
+inline Head headOf(const StoredEvent& event) {
+  return {event.type.rawValue(), event.id, event.timestamp, event.requestTimestamp};
+}
+
 /// `,"request_timestamp":…`
 [[nodiscard]] std::optional<EncodingError> appendRequestTimestamp(std::string& out, double seconds);
 /// `,"app":…,"user":{…}`
@@ -31,5 +45,7 @@ struct HeadLayout {
 /// `,"data":{…}}`
 [[nodiscard]] std::optional<EncodingError> appendData(std::string& out,
                                                       const JSONValue::Object& data);
+[[nodiscard]] std::optional<EncodingError> appendData(std::string& out,
+                                                      const UserAction::Payload& data);
 
 }  // namespace kite::EventText

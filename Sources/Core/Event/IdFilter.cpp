@@ -7,6 +7,11 @@ namespace kite {
 
 std::uint64_t idHash(std::string_view id) { return std::hash<std::string_view>{}(id); }
 
+std::uint64_t idHash(const PendingEvent& event) {
+  const auto plain = event.plainId();
+  return idHash(plain ? *plain : event.id());
+}
+
 IdFilter::IdFilter(const std::set<std::string>& ids) {
   _byHash.reserve(ids.size());
   for (const std::string& id : ids) {

@@ -13,6 +13,7 @@
 namespace kite {
 
 std::uint64_t idHash(std::string_view id);
+std::uint64_t idHash(const PendingEvent& event);
 
 /// A set of identifiers, made to be asked about very many events of which few or none are in it.
 class IdFilter {

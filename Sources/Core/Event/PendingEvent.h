@@ -29,6 +29,8 @@ class PendingEvent final : public Larder::Segment {
 
   std::string id() const;
   bool hasId(std::string_view id) const;
+  /// The identifier where it stands, unless it is written with escapes.
+  std::optional<std::string_view> plainId() const;
 
   /// Why the event has no stored form, or null.
   const EncodingError* encodingError() const { return _failed ? &_failed->error : nullptr; }
@@ -55,9 +57,6 @@ class PendingEvent final : public Larder::Segment {
     StoredEvent event;
     EncodingError error;
   };
-
-  /// The identifier, unless its text is written with escapes.
-  std::optional<std::string_view> plainId() const;
 
   std::string _ownText;
   SharedText _userText;

@@ -22,7 +22,7 @@ struct JSONCoding<User> {
 
 std::optional<EncodingError> appendJSON(std::string& out, const StoredEvent& event) {
   EventText::HeadLayout layout;
-  if (auto error = EventText::appendHead(out, event, layout)) return error;
+  if (auto error = EventText::appendHead(out, EventText::headOf(event), layout)) return error;
   if (auto error = EventText::appendUser(out, event.app, *event.user)) return error;
   return EventText::appendData(out, event.data);
 }

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "Core/Event/StoredEvent.h"
-#include "Core/Event/UserAction.h"
+#include "Core/Event/PendingChange.h"
 
 #include <memory>
 #include <string>
@@ -10,40 +9,24 @@
 
 namespace kite {
 
-/// An event on its way to the storage, cheap to hand on. An action, of which there are many,
-/// becomes a record only there, off the thread that tracks it.
+/// An event on its way to the storage, cheap to hand on.
 class TrackedEvent {
  public:
-  TrackedEvent(StoredEvent record) : _event(std::make_shared<Event>(std::move(record))) {}
-  TrackedEvent(UserAction::Payload payload, Shared<User> user, std::string app)
-      : _event(std::make_shared<Event>(std::in_place_type<Action>, std::move(payload),
-                                       std::move(user), std::move(app))) {}
+  TrackedEvent(StoredEvent record) : _change(std::make_unique<PendingChange>(std::move(record))) {}
+  TrackedEvent(UserAction::Payload&& payload, const Shared<User>& user, const std::string& app)
+      : _change(std::make_unique<PendingChange>(std::in_place_type<TrackedAction>,
+                                                std::move(payload), user, app)) {}
 
   StoredEvent record() const {
-    if (const auto* action = std::get_if<Action>(&_event->content))
-      return StoredEvent::from(action->action, action->app);
-    return std::get<StoredEvent>(_event->content);
+    if (const auto* tracked = std::get_if<TrackedAction>(&_change->content))
+      return StoredEvent::from(tracked->action, tracked->app);
+    return std::get<StoredEvent>(_change->content);
   }
 
+  std::unique_ptr<PendingChange> asChange() && { return std::move(_change); }
+
  private:
-  friend class SpentEvents;
-
-  struct Action {
-    Action(UserAction::Payload&& payload, Shared<User>&& user, std::string&& appName)
-        : action(std::move(payload), std::move(user)), app(std::move(appName)) {}
-    UserAction action;
-    std::string app;
-  };
-  struct Event {
-    template <class... Content>
-    explicit Event(Content&&... given) : content(std::forward<Content>(given)...) {}
-
-    std::variant<StoredEvent, Action> content;
-    std::shared_ptr<Event> spent;  // itself, while it is among the spent ones
-    Event* nextSpent = nullptr;
-  };
-
-  std::shared_ptr<Event> _event;
+  std::unique_ptr<PendingChange> _change;
 };
 
 }  // namespace kite

@@ -3,6 +3,7 @@
 #include <Kite/KiteData.h>
 
 #include "Core/Event/KiteEvent.h"
+#include "Values/JSONEncoder.h"
 
 #include <utility>
 
@@ -26,13 +27,14 @@ class UserAction {
     friend bool operator==(const Payload&, const Payload&) = default;
   };
 
-  UserAction(Payload payload, Shared<User> user);
+  UserAction(Payload&& payload, const Shared<User>& user);
 
   EventType type() const { return EventType::Case::userAction; }
   std::string id() const { return _payload.id.text(); }
   double timestamp() const { return _payload.timestamp; }
   std::optional<double> requestTimestamp() const { return std::nullopt; }
   const Shared<User>& user() const { return _user; }
+  const Payload& payload() const { return _payload; }
   JSONValue::Object data() const { return _payload.data(); }
 
  private:
@@ -41,5 +43,11 @@ class UserAction {
 };
 
 static_assert(KiteEvent<UserAction>);
+
+/// Appends the text of `payload.data()`, of which there are many. On an error `out` keeps what was
+/// written before it.
+[[nodiscard]] std::optional<EncodingError> appendJSON(std::string& out,
+                                                      const UserAction::Payload& payload,
+                                                      int enclosingContainers);
 
 }  // namespace kite

@@ -100,15 +100,19 @@ void CachedStore::dropRows(std::string_view key, const std::vector<std::uint64_t
   _file->rows().edit(key, edit);
 }
 
+template <class Change>
+void CachedStore::changeImage(Change change) {
+  const std::scoped_lock guard(_imageMutex);
+  change(_image);
+  _revision.fetch_add(1, std::memory_order_release);
+}
+
 void CachedStore::set(std::string_view key, Value value) {
   if (isInChild()) return;
   const WithoutFileSizeSignal quiet;
   const std::scoped_lock writing(_writing);
   _unsaved.emplace(key);
-  {
-    const std::scoped_lock guard(_imageMutex);
-    _image.insert_or_assign(std::string(key), std::move(value));
-  }
+  changeImage([&](Image& image) { image.insert_or_assign(std::string(key), std::move(value)); });
   save();
 }
 
@@ -118,10 +122,7 @@ void CachedStore::remove(std::string_view key) {
   const std::scoped_lock writing(_writing);
   if (!find(key)) return;
   _unsaved.emplace(key);
-  {
-    const std::scoped_lock guard(_imageMutex);
-    _image.erase(_image.find(key));
-  }
+  changeImage([&](Image& image) { image.erase(image.find(key)); });
   save();
 }
 
@@ -146,9 +147,10 @@ Larder::EditOutcome CachedStore::edit(std::string_view key, const Larder::ListEd
   }
   report(outcome);
   if (outcome != Outcome::done) return Larder::EditOutcome::failed;
-  const std::scoped_lock guard(_imageMutex);
-  if (const auto earlier = _image.find(key); earlier != _image.end()) _image.erase(earlier);
-  _image.merge(edited);
+  changeImage([&](Image& image) {
+    if (const auto earlier = image.find(key); earlier != image.end()) image.erase(earlier);
+    image.merge(edited);
+  });
   return Larder::EditOutcome::saved;
 }
 
@@ -196,12 +198,11 @@ void CachedStore::recover() {
   std::set<std::string, std::less<>> lists;
   for (const auto& [key, saved] : entries.undamaged)
     if (saved.kind == ValueKind::list) lists.insert(key);
-  {
-    const std::scoped_lock guard(_imageMutex);
-    std::erase_if(_image, [&](const auto& item) {
+  changeImage([&](Image& image) {
+    std::erase_if(image, [&](const auto& item) {
       return std::holds_alternative<List>(item.second) && !lists.contains(item.first);
     });
-  }
+  });
 }
 
 // What it holds cannot be read this time, and must not be written over by what is known without it.

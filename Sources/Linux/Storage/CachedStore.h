@@ -6,6 +6,8 @@
 #include "Linux/Storage/StoreFile.h"
 #include "Linux/Storage/TroubleReport.h"
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -44,6 +46,8 @@ class CachedStore {
   CachedStore(const CachedStore&) = delete;
   CachedStore& operator=(const CachedStore&) = delete;
 
+  /// Another one after every change of any value.
+  std::uint64_t revision() const { return _revision.load(std::memory_order_acquire); }
   std::optional<Value> find(std::string_view key) const;
   std::map<std::string, Value, std::less<>> all() const;
   /// False when the key holds no list, or one that cannot be read.
@@ -75,6 +79,8 @@ class CachedStore {
   void comeBack();
   void forgetWhatIsSaved();
   void report(Outcome outcome);
+  template <class Change>
+  void changeImage(Change change);
 
   Codec _codec;
   System _system;
@@ -82,6 +88,8 @@ class CachedStore {
 
   mutable std::mutex _imageMutex;  // guards _image; a leaf, never held during I/O
   Image _image;
+  std::atomic<std::uint64_t> _revision =
+      0;  // counts on after a change, so that none goes unnoticed
 
   std::mutex _writing;  // guards all below, and the order of changes
   std::unique_ptr<StoreFile> _file;

@@ -18,6 +18,7 @@ class SealedSecretsStorage final : public Larder::SecretsStorage {
                        System system);
 
   std::shared_ptr<const Larder::StoredValue> read(std::string_view key) const override;
+  std::uint64_t revision() const override { return _values->revision(); }
   void write(std::string_view key, Data data) override;
   void remove(std::string_view key) override;
   void lock() override { _monitor.lock(); }

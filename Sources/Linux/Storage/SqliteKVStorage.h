@@ -16,6 +16,7 @@ class SqliteKVStorage final : public Larder::KVStorage {
 
   std::shared_ptr<const Larder::StoredValue> read(std::string_view key) const override;
   bool readList(std::string_view key, Larder::ListReader& reader) const override;
+  std::uint64_t revision() const override { return _values->revision(); }
   void write(std::string_view key, Data data) override;
   void remove(std::string_view key) override;
   Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit) override;

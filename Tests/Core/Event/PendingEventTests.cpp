@@ -162,5 +162,55 @@ TEST(EventEncoderTests, goesOnAfterAnEventThatDoesNotEncode) {
   EXPECT_EQ(storedText(*encoder.encode(anEvent("E-2"))), textOfAnEvent("E-2"));
 }
 
+UserAction::Payload anAction() {
+  return {.id = *UUID::parse("79690975-FBDE-45B0-A2A3-7357AE2CC59B"),
+          .timestamp = 12.5,
+          .actionKind = "buy \"it\"",
+          .actionInfo = {{"price", 9.5}, {"gift", true}, {"count", 3}},
+          .secondsFromSessionStart = 2.0,
+          .sessionId = UUID::noop(),
+          .processId = UUID::noop(),
+          .lastForegroundSessionId = std::nullopt,
+          .isBackgroundEvent = false};
+}
+
+/// An action, and the record that it stands for.
+void expectOneEncoding(UserAction::Payload payload) {
+  const UserAction action(std::move(payload), aUser());
+  const auto record = StoredEvent::from(action, "trail-maps");
+  const auto direct = EventEncoder().encode(action, "trail-maps");
+  const auto expected = pending(record);
+  EXPECT_EQ(storedText(*direct), storedText(*expected));
+  EXPECT_EQ(direct->id(), record.id);
+  EXPECT_EQ(stamped(*direct, 20.25).text, stamped(*expected, 20.25).text);
+  ASSERT_EQ(direct->encodingError() == nullptr, expected->encodingError() == nullptr);
+  if (direct->encodingError()) {
+    EXPECT_EQ(*direct->encodingError(), *expected->encodingError());
+  }
+}
+
+TEST(EventEncoderTests, encodesAnActionAsItsRecord) {
+  expectOneEncoding(anAction());
+  auto outsideAnySession = anAction();
+  outsideAnySession.secondsFromSessionStart = std::nullopt;
+  outsideAnySession.sessionId = std::nullopt;
+  outsideAnySession.lastForegroundSessionId = UUID::noop();
+  outsideAnySession.isBackgroundEvent = true;
+  outsideAnySession.actionInfo = {};
+  expectOneEncoding(std::move(outsideAnySession));
+}
+
+TEST(EventEncoderTests, failsAnActionAsItsRecord) {
+  auto payload = anAction();
+  payload.timestamp = std::nan("");
+  expectOneEncoding(payload);
+  payload = anAction();
+  payload.actionInfo.set("ratio", std::nan(""));
+  expectOneEncoding(payload);
+  payload = anAction();
+  payload.secondsFromSessionStart = std::nan("");
+  expectOneEncoding(payload);
+}
+
 }  // namespace
 }  // namespace kite::test

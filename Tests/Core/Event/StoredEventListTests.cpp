@@ -80,6 +80,7 @@ class BrokenStorage final : public Larder::KVStorage {
     }
     return _attempts > 1;
   }
+  std::uint64_t revision() const override { return 0; }
   void write(std::string_view, Data) override {}
   void remove(std::string_view) override {}
   Larder::EditOutcome edit(std::string_view, const Larder::ListEdit&) override {

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "Base/HandOver.h"
+#include "Core/Event/PendingChange.h"
+
+#include <atomic>
+#include <memory>
+#include <utility>
+
+namespace kite {
+
+/// Changes that the storage is done with, on their way back to the threads that track.
+///
+/// An allocator guards each thread's memory by a lock. Were the memory of events given back by the
+/// storage's thread, calls would sleep on that lock, many times as long as they take. Nobody waits
+/// here.
+class SpentChanges {
+ public:
+  static constexpr int mostKept = 256;
+  static constexpr int destroyedAtOnce = 4;
+
+  SpentChanges() = default;
+  SpentChanges(const SpentChanges&) = delete;
+  SpentChanges& operator=(const SpentChanges&) = delete;
+  ~SpentChanges() { Chain<PendingChange>(_waiting.load()); }
+
+  /// Keeps the change until `destroySome`; from a crowd, for which nobody may come, the first ones.
+  void add(std::unique_ptr<PendingChange> change) {
+    if (_count.load(std::memory_order_relaxed) == mostKept) return;
+    _count.fetch_add(1, std::memory_order_relaxed);
+    _changes.add(std::move(change));
+  }
+
+  /// Destroys a few, so that no call pays for a crowd.
+  void destroySome() {
+    if (_count.load(std::memory_order_relaxed) == 0) return;
+    Chain changes(_waiting.exchange(nullptr, std::memory_order_acquire));
+    if (changes.empty()) changes = _changes.takeAll();
+    int destroyed = 0;
+    for (; !changes.empty() && destroyed < destroyedAtOnce; ++destroyed) changes.takeFirst();
+    if (!changes.empty())
+      changes = Chain(_waiting.exchange(changes.release(), std::memory_order_acq_rel));
+    // What another thread has left there in the meantime.
+    for (; !changes.empty(); ++destroyed) changes.takeFirst();
+    _count.fetch_sub(destroyed, std::memory_order_relaxed);
+  }
+
+ private:
+  HandOver<PendingChange> _changes;
+  std::atomic<PendingChange*> _waiting = nullptr;  // taken, and not yet destroyed
+  std::atomic<int> _count = 0;
+};
+
+}  // namespace kite
