@@ -76,7 +76,7 @@ TEST_F(EventStorageImplTests, namesItsPlaceWhenItIsUsedBeforeStart) {
 }
 
 /// So that the thread that took an event's memory gives it back.
-TEST_F(EventStorageImplTests, destroysAnEncodedEventWhenTheNextOneComes) {
+TEST_F(EventStorageImplTests, destroysEncodedEventsWhenTheNextOnesCome) {
   queue = manualQueue;
   start();
   auto user = std::make_shared<const User>();
@@ -86,6 +86,7 @@ TEST_F(EventStorageImplTests, destroysAnEncodedEventWhenTheNextOneComes) {
   manualQueue->drain();
   EXPECT_FALSE(witness.expired());
   insert("C");
+  insert("D");
   EXPECT_TRUE(witness.expired());
 }
 

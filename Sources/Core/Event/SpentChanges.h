@@ -17,7 +17,7 @@ namespace kite {
 class SpentChanges {
  public:
   static constexpr int mostKept = 256;
-  static constexpr int destroyedAtOnce = 4;
+  static constexpr int destroyedOfACrowd = 4;
 
   SpentChanges() = default;
   SpentChanges(const SpentChanges&) = delete;
@@ -31,13 +31,16 @@ class SpentChanges {
     _changes.add(std::move(change));
   }
 
-  /// Destroys a few, so that no call pays for a crowd.
+  /// Destroys one, whose memory then serves the caller's next event; a few while they are many, for
+  /// no call is to pay for a crowd.
   void destroySome() {
-    if (_count.load(std::memory_order_relaxed) == 0) return;
+    const int count = _count.load(std::memory_order_relaxed);
+    if (count == 0) return;
+    const int most = count > mostKept / 2 ? destroyedOfACrowd : 1;
     Chain changes(_waiting.exchange(nullptr, std::memory_order_acquire));
     if (changes.empty()) changes = _changes.takeAll();
     int destroyed = 0;
-    for (; !changes.empty() && destroyed < destroyedAtOnce; ++destroyed) changes.takeFirst();
+    for (; !changes.empty() && destroyed < most; ++destroyed) changes.takeFirst();
     if (!changes.empty())
       changes = Chain(_waiting.exchange(changes.release(), std::memory_order_acq_rel));
     // What another thread has left there in the meantime.

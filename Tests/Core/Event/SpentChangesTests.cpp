@@ -27,17 +27,27 @@ class Witness {
   std::weak_ptr<const User> _user;
 };
 
-TEST(SpentChangesTests, liveUntilTheyAreDestroyed) {
+std::size_t alive(const std::vector<Witness>& witnesses) {
+  return static_cast<std::size_t>(std::ranges::count_if(witnesses, &Witness::isAlive));
+}
+
+TEST(SpentChangesTests, areDestroyedOneByOne) {
   SpentChanges spent;
-  Witness first;
-  Witness second;
-  spent.add(first.change());
-  spent.add(second.change());
-  EXPECT_TRUE(first.isAlive());
-  EXPECT_TRUE(second.isAlive());
+  std::vector<Witness> witnesses(3);
+  for (auto& witness : witnesses) spent.add(witness.change());
+  for (std::size_t left = 3; left > 0; --left) {
+    EXPECT_EQ(alive(witnesses), left);
+    spent.destroySome();
+  }
+  EXPECT_EQ(alive(witnesses), 0U);
+}
+
+TEST(SpentChangesTests, areDestroyedFasterWhileTheyAreMany) {
+  SpentChanges spent;
+  std::vector<Witness> witnesses(SpentChanges::mostKept);
+  for (auto& witness : witnesses) spent.add(witness.change());
   spent.destroySome();
-  EXPECT_FALSE(first.isAlive());
-  EXPECT_FALSE(second.isAlive());
+  EXPECT_EQ(alive(witnesses), witnesses.size() - SpentChanges::destroyedOfACrowd);
 }
 
 TEST(SpentChangesTests, areDestroyedWithTheirHolder) {
@@ -47,20 +57,6 @@ TEST(SpentChangesTests, areDestroyedWithTheirHolder) {
     spent.add(witness.change());
   }
   EXPECT_FALSE(witness.isAlive());
-}
-
-TEST(SpentChangesTests, areDestroyedAFewAtATime) {
-  constexpr std::size_t few = SpentChanges::destroyedAtOnce;
-  SpentChanges spent;
-  std::vector<Witness> witnesses(2 * few + 1);
-  const auto alive = [&] { return std::ranges::count_if(witnesses, &Witness::isAlive); };
-  for (auto& witness : witnesses) spent.add(witness.change());
-  spent.destroySome();
-  EXPECT_EQ(alive(), few + 1);
-  spent.destroySome();
-  EXPECT_EQ(alive(), 1);
-  spent.destroySome();
-  EXPECT_EQ(alive(), 0);
 }
 
 TEST(SpentChangesTests, areNotKeptInCrowds) {
