@@ -41,6 +41,8 @@ CurlLoop::CurlLoop(std::optional<std::filesystem::path> caFile)
     : _caFile(std::move(caFile)), _process(::getpid()), _multi(nullptr, &curl_multi_cleanup) {}
 
 void CurlLoop::submit(Exchange exchange) {
+  // Before the first handle is made: libcurl would come to OpenSSL by itself.
+  if (::getpid() == _process) initializeCurl();
   Transfers transfer;
   transfer.emplace_back(std::move(exchange));
   if (const char* const refusal = enqueue(transfer)) transfer.front().fail(refusal);
