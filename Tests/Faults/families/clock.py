@@ -208,6 +208,8 @@ def stopped(run: Run) -> dict:
             rate = Rate(collector)
             eventually(lambda: collector.request_count)
             rate.watch(6, "before")
+            # A request that the stop caught on its way would come just before the next one.
+            time.sleep(SYNC_PERIOD / 2)
             host.signal(signal.SIGSTOP)
             for _ in range(run.count):
                 time.sleep(1)
