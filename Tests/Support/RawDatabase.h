@@ -21,6 +21,10 @@ class RawDatabase {
   RawDatabase(const RawDatabase&) = delete;
   RawDatabase& operator=(const RawDatabase&) = delete;
 
+  /// Leaves so many bytes at the end of each page alone; before there are any.
+  void reserve(int bytes) {
+    sqlite3_file_control(_handle, "main", SQLITE_FCNTL_RESERVE_BYTES, &bytes);
+  }
   void execute(const std::string& sql) {
     if (sqlite3_exec(_handle, sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
       throw std::runtime_error(sqlite3_errmsg(_handle));

@@ -70,11 +70,7 @@ bool CachedStore::readList(std::string_view key, Larder::ListReader& reader) {
   const WithoutFileSizeSignal quiet;
   const std::scoped_lock writing(_writing);
   std::vector<std::uint64_t> damaged;
-  const auto read = [&] {
-    damaged.clear();
-    reader.begin();
-    return _file->rows().rows(key, reader, damaged);
-  };
+  const auto read = [&] { return _file->rows().rows(key, reader, damaged); };
   auto outcome = read();
   if (outcome == Outcome::damaged && _file->isWritable()) {
     recover();

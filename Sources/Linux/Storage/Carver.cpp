@@ -21,10 +21,11 @@ constexpr std::uint64_t mostReadings = 16;
 
 /// How many bytes of a row stand in its own page.
 std::size_t localSize(std::uint64_t size) {
-  constexpr std::size_t most = pageSize - 35;
-  constexpr std::size_t least = (pageSize - 12) * 32 / 255 - 23;
+  constexpr std::size_t most = usablePageSize - 35;
+  constexpr std::size_t least = (usablePageSize - 12) * 32 / 255 - 23;
   if (size <= most) return static_cast<std::size_t>(size);
-  const auto fitting = least + static_cast<std::size_t>((size - least) % (pageSize - linkSize));
+  const auto fitting =
+      least + static_cast<std::size_t>((size - least) % (usablePageSize - linkSize));
   return fitting <= most ? fitting : least;
 }
 
@@ -73,7 +74,7 @@ std::set<std::uint32_t> Carver::freePages() const {
   auto next = first == _pages.end() ? 0 : numberAt(first->second, firstFreePagePlace);
   while (isNew(next)) {
     const auto page = _pages.at(next);
-    const auto listed = std::min<std::size_t>(numberAt(page, 4), pageSize / linkSize - 2);
+    const auto listed = std::min<std::size_t>(numberAt(page, 4), usablePageSize / linkSize - 2);
     for (std::size_t i = 0; i < listed; ++i)
       if (!isNew(numberAt(page, (i + 2) * linkSize))) return free;
     next = numberAt(page, 0);
@@ -123,7 +124,8 @@ std::optional<std::string> Carver::gather(std::string_view rest, std::size_t siz
   for (auto next = needsMorePages ? numberAt(rest, local) : 0; bytes.size() < size;) {
     const auto found = _pages.find(next);
     if (found == _pages.end()) return std::nullopt;
-    bytes += found->second.substr(linkSize, size - bytes.size());
+    bytes +=
+        found->second.substr(linkSize, std::min(size - bytes.size(), usablePageSize - linkSize));
     next = numberAt(found->second, 0);
   }
   return bytes;

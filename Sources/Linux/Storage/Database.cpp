@@ -1,6 +1,7 @@
 #include "Linux/Storage/Database.h"
 
 #include "Linux/Storage/DiskAccess.h"
+#include "Linux/Storage/PageFormat.h"
 
 #include <sqlite3.h>
 
@@ -111,7 +112,9 @@ std::unique_ptr<Database> Database::open(const std::filesystem::path& file, Acce
   Handle owned(handle);
   if (code != SQLITE_OK) return nullptr;
   sqlite3_busy_handler(handle, waitForOthers, nullptr);
-  return std::unique_ptr<Database>(new Database(std::move(owned)));
+  std::unique_ptr<Database> database(new Database(std::move(owned)));
+  database->refuseWrongSums(access == Access::readWrite);
+  return database;
 }
 
 Outcome Database::execute(const char* sql) {
@@ -127,6 +130,17 @@ Outcome Database::text(const char* sql, std::string& result) {
 }
 
 std::string Database::message() const { return sqlite3_errmsg(_handle.get()); }
+
+void Database::reserveForSums() {
+  int size = pageSumSize;
+  sqlite3_file_control(_handle.get(), nullptr, SQLITE_FCNTL_RESERVE_BYTES, &size);
+}
+
+void Database::refuseWrongSums(bool isRefused) {
+  int value = isRefused ? 1 : 0;
+  sqlite3_file_control(_handle.get(), nullptr, Linux::refuseWrongSums, &value);
+  _refusesWrongSums = isRefused;
+}
 
 bool Database::hasChanged() const { return sqlite3_changes(_handle.get()) > 0; }
 

@@ -91,6 +91,12 @@ class Database {
     return outcome;
   }
 
+  /// Lets SQLite leave the end of each page alone; before there are any.
+  void reserveForSums();
+  /// Whether a page with a wrong sum is damage; at first it is, in a database that may be written.
+  bool refusesWrongSums() const { return _refusesWrongSums; }
+  void refuseWrongSums(bool isRefused);
+
   /// Whether the last statement that was run inserted, changed or deleted a row.
   bool hasChanged() const;
   /// Why the last operation failed, for a person.
@@ -110,6 +116,7 @@ class Database {
   void rollBack();
 
   Handle _handle;
+  bool _refusesWrongSums = false;
 };
 
 }  // namespace kite::Linux

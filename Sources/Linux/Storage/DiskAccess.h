@@ -12,7 +12,12 @@ namespace kite::Linux {
 ///   stand in its own way for ever.
 /// - Where no locks can be had, as on some network file systems, SQLite tries a hundred times with
 ///   pauses that add up to ten seconds; here they stay short.
+/// - The pages of a database file carry sums (`PageSum`), and a wrong one can be made damage.
 const char* diskAccessName();
+
+/// The operation for `sqlite3_file_control` that lets pages with wrong sums be read (with an int of
+/// 0, as at first) or be damage (1).
+inline constexpr int refuseWrongSums = 0x4B697465;
 
 /// How many reads by this thread have failed until now.
 std::uint64_t failedReads();

@@ -50,7 +50,7 @@ class RowStore {
 
   /// Of a file that breaks off, what could be read until then.
   Outcome entries(Entries& entries);
-  /// Gives the ordinals of damaged rows, which are left out.
+  /// Begins the reader, perhaps twice. Gives the ordinals of damaged rows, which are left out.
   Outcome rows(std::string_view key, Larder::ListReader& reader,
                std::vector<std::uint64_t>& damaged);
 
@@ -66,6 +66,11 @@ class RowStore {
   explicit RowStore(std::unique_ptr<Database> database);
 
   Outcome findLists();
+  Outcome readEntries(Entries& entries);
+  Outcome readRows(std::string_view key, Larder::ListReader& reader,
+                   std::vector<std::uint64_t>& damaged);
+  template <class Body>
+  Outcome change(Body body);
   std::int64_t numberFor(std::string_view key) const;
   void forgetList(std::string_view key);
   Outcome putValue(std::string_view key, const SavedValue& value);

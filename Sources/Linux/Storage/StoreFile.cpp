@@ -31,7 +31,7 @@ constexpr std::size_t largestSalvaged = std::size_t{1} << 30;
 // Other numbers here SQLite takes for a wish that it must not write, or for news from the future.
 bool isHeaderSound(std::string_view file) {
   constexpr std::size_t headerSize = 100;
-  constexpr std::string_view layout("\x20\0\2\2\0\x40\x20\x20", 8);
+  constexpr std::string_view layout("\x20\0\2\2\4\x40\x20\x20", 8);
   if (file.size() < headerSize) return true;
   const auto schemaFormat = numberAt(file, 44);
   return file.substr(16, layout.size()) == layout && (schemaFormat == 0 || schemaFormat == 4);
