@@ -95,6 +95,12 @@ std::optional<EncodingError> errorOf(Fault fault) {
 
 }  // namespace
 
+std::optional<EncodingError> within(std::initializer_list<const char*> path,
+                                    std::optional<EncodingError> error) {
+  if (error) error->codingPath.insert(error->codingPath.begin(), path.begin(), path.end());
+  return error;
+}
+
 std::optional<EncodingError> appendJSON(std::string& out, const JSONValue& value,
                                         int enclosingContainers) {
   const auto container = JSONCursor::of(value);

@@ -2,6 +2,7 @@
 
 #include <Kite/JSONValue.h>
 
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,6 +18,10 @@ struct EncodingError {
 
   friend bool operator==(const EncodingError&, const EncodingError&) = default;
 };
+
+/// The error, if there is one, as it is to whoever stands further out by `path`.
+[[nodiscard]] std::optional<EncodingError> within(std::initializer_list<const char*> path,
+                                                  std::optional<EncodingError> error);
 
 /// Containers may nest this deep in one encoded document.
 inline constexpr int maximumEncodedDepth = 512;

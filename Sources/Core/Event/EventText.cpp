@@ -8,11 +8,6 @@ namespace {
 
 using Failed = std::optional<EncodingError>;
 
-Failed within(std::initializer_list<const char*> path, Failed error) {
-  if (error) error->codingPath.insert(error->codingPath.begin(), path.begin(), path.end());
-  return error;
-}
-
 std::uint32_t position(const std::string& out, std::size_t begin) {
   return static_cast<std::uint32_t>(out.size() - begin);
 }

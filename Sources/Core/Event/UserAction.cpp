@@ -30,18 +30,13 @@ void appendId(std::string& out, const std::optional<UUID>& id) {
   id ? appendId(out, *id) : void(out += "null");
 }
 
-std::optional<EncodingError> within(const char* member, std::optional<EncodingError> error) {
-  if (error) error->codingPath.insert(error->codingPath.begin(), member);
-  return error;
-}
-
 }  // namespace
 
 std::optional<EncodingError> appendJSON(std::string& out, const UserAction::Payload& payload,
                                         int enclosingContainers) {
   out += R"({"action_info":)";
   if (auto error = appendJSON(out, payload.actionInfo, enclosingContainers + 1))
-    return within("action_info", std::move(error));
+    return within({"action_info"}, std::move(error));
   out += R"(,"action_kind":)";
   appendJSONString(out, payload.actionKind);
   out += R"(,"is_background_event":)";
@@ -54,7 +49,7 @@ std::optional<EncodingError> appendJSON(std::string& out, const UserAction::Payl
   if (!payload.secondsFromSessionStart) {
     out += "null";
   } else if (auto error = appendJSON(out, *payload.secondsFromSessionStart)) {
-    return within("seconds_from_session_start", std::move(error));
+    return within({"seconds_from_session_start"}, std::move(error));
   }
   out += R"(,"session_id":)";
   appendId(out, payload.sessionId);
