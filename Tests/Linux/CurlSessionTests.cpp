@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/crypto.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -504,6 +505,23 @@ TEST_F(CurlSessionTests, failsRequestsInAForkedChild) {
 TEST(CurlSessionDeathTest, theProcessMayExitWithARequestUnderWay) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(exitWithARequestUnderWay(), testing::ExitedWithCode(0), "");
+}
+
+// What is registered here runs after whatever OpenSSL registers.
+[[noreturn]] void exitAfterARequest() {
+  std::atexit([] {
+    if (OPENSSL_init_crypto(0, nullptr) != 1) ::_exit(3);
+  });
+  Outcomes outcomes;
+  const auto session = curlSession();
+  session->dataTask(post(*URL::parse("https://127.0.0.1:1")), outcomes.completion())->resume();
+  outcomes.await();
+  std::exit(0);
+}
+
+TEST(CurlSessionDeathTest, openSSLStaysWholeToTheVeryEnd) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(exitAfterARequest(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -6,9 +6,11 @@
 namespace {
 
 thread_local std::uint64_t allocations = 0;
+thread_local std::uint64_t failing = 0;  // its number, from 1
 
-void* counted(void* memory) {
-  ++allocations;
+bool mayAllocate() { return ++allocations != failing; }
+
+void* orThrow(void* memory) {
   if (!memory) throw std::bad_alloc();
   return memory;
 }
@@ -19,16 +21,18 @@ std::size_t roundedUp(std::size_t size, std::size_t alignment) {
 }  // namespace
 
 std::uint64_t kite::test::allocationsOfThisThread() { return allocations; }
+void kite::test::failAllocationAfter(std::uint64_t count) { failing = allocations + count + 1; }
 
 // The forms for arrays come down to these, except under a sanitizer, whose own ones stay together.
-void* operator new(std::size_t size) { return counted(std::malloc(size)); }
+void* operator new(std::size_t size) {
+  return orThrow(mayAllocate() ? std::malloc(size) : nullptr);
+}
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  ++allocations;
-  return std::malloc(size);
+  return mayAllocate() ? std::malloc(size) : nullptr;
 }
 void* operator new(std::size_t size, std::align_val_t alignment) {
   const auto least = static_cast<std::size_t>(alignment);
-  return counted(std::aligned_alloc(least, roundedUp(size, least)));
+  return orThrow(mayAllocate() ? std::aligned_alloc(least, roundedUp(size, least)) : nullptr);
 }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

@@ -7,4 +7,7 @@ namespace kite::test {
 /// How often this thread has taken memory by `new`, in this program.
 std::uint64_t allocationsOfThisThread();
 
+/// Lets one allocation by `new` of this thread fail, the first one after `count` others.
+void failAllocationAfter(std::uint64_t count);
+
 }  // namespace kite::test
