@@ -87,7 +87,7 @@ inline StoredEvent event(const Shared<User>& user, int number = 0) {
   UserAction::Payload action{
       .id = eventID(number),
       .timestamp = 1765432100.123456 + number,
-      .actionKind = std::string(actionName),
+      .actionKind = actionName,
       .actionInfo = actionProperties(number),
       .secondsFromSessionStart = 1.233456 + number,
       .sessionId = UUID::parse("000000C3-C2FF-414F-A90C-453A5C31AD4D"),

@@ -104,7 +104,7 @@ void EventStorageImpl::makeChanges() {
 
 void EventStorageImpl::updateMemoryPendingEvents(const PendingChange& change) {
   if (const auto* tracked = std::get_if<TrackedAction>(&change.content)) {
-    append(_encoder.encode(tracked->action, tracked->app));
+    append(_encoder.encode(tracked->action, tracked->app.view()));
   } else if (const auto* record = std::get_if<StoredEvent>(&change.content)) {
     append(_encoder.encode(*record));
   } else {

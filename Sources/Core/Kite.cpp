@@ -117,7 +117,7 @@ UserAction::Payload KiteState::prepareUserActionData(UserActionArguments argumen
       inBackground ? sessionManager->lastForegroundSession() : sessionManager->currentSession();
   UserAction::Payload payload{.id = system.randomUUID(),
                               .timestamp = system.now().secondsSince1970,
-                              .actionKind = std::string(arguments.name),
+                              .actionKind = arguments.name,
                               .actionInfo = std::move(arguments.data),
                               .secondsFromSessionStart = std::nullopt,
                               .sessionId = std::nullopt,

@@ -8,7 +8,7 @@
 namespace kite {
 namespace {
 
-Result<SharedText, EncodingError> encodeUser(const std::string& app, const User& user) {
+Result<SharedText, EncodingError> encodeUser(std::string_view app, const User& user) {
   std::string text;
   if (auto error = EventText::appendUser(text, app, user)) return Failure{*std::move(error)};
   text.shrink_to_fit();
@@ -23,17 +23,17 @@ EventHandle EventEncoder::encode(const StoredEvent& event) {
                  : std::make_shared<const PendingEvent>(event, encoded.error());
 }
 
-EventHandle EventEncoder::encode(const UserAction& action, const std::string& app) {
+EventHandle EventEncoder::encode(const UserAction& action, std::string_view app) {
   const EventType type = action.type();
   const UUIDText id(action.payload().id);
   const EventText::Head head{type.rawValue(), id.view(), action.timestamp(), std::nullopt};
   auto encoded = encode(head, app, action.user(), action.payload());
-  return encoded ? *std::move(encoded) : encode(StoredEvent::from(action, app));
+  return encoded ? *std::move(encoded) : encode(StoredEvent::from(action, std::string(app)));
 }
 
 template <class Data>
 Result<EventHandle, EncodingError> EventEncoder::encode(const EventText::Head& head,
-                                                        const std::string& app,
+                                                        std::string_view app,
                                                         const Shared<User>& user,
                                                         const Data& data) {
   EventText::HeadLayout layout;
@@ -45,10 +45,10 @@ Result<EventHandle, EncodingError> EventEncoder::encode(const EventText::Head& h
   return EventHandle(std::make_shared<const PendingEvent>(_scratch, layout, *text));
 }
 
-const EventEncoder::UserText& EventEncoder::userText(const std::string& app,
+const EventEncoder::UserText& EventEncoder::userText(std::string_view app,
                                                      const Shared<User>& user) {
   const bool isKnown = _last && _last->user.isSame(user) && _last->app == app;
-  if (!isKnown) _last.emplace(Encoded{app, user, encodeUser(app, *user)});
+  if (!isKnown) _last.emplace(Encoded{std::string(app), user, encodeUser(app, *user)});
   return _last->text;
 }
 

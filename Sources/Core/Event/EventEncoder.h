@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace kite {
 
@@ -15,7 +16,7 @@ class EventEncoder {
  public:
   EventHandle encode(const StoredEvent& event);
   /// What the action's record encodes to, without a record being made of it.
-  EventHandle encode(const UserAction& action, const std::string& app);
+  EventHandle encode(const UserAction& action, std::string_view app);
 
  private:
   using UserText = Result<SharedText, EncodingError>;
@@ -26,9 +27,9 @@ class EventEncoder {
   };
 
   template <class Data>
-  Result<EventHandle, EncodingError> encode(const EventText::Head& head, const std::string& app,
+  Result<EventHandle, EncodingError> encode(const EventText::Head& head, std::string_view app,
                                             const Shared<User>& user, const Data& data);
-  const UserText& userText(const std::string& app, const Shared<User>& user);
+  const UserText& userText(std::string_view app, const Shared<User>& user);
 
   std::optional<Encoded> _last;
   std::string _scratch;

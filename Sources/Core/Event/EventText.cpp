@@ -49,7 +49,7 @@ Failed appendRequestTimestamp(std::string& out, double seconds) {
   return within({"request_timestamp"}, appendJSON(out, seconds));
 }
 
-Failed appendUser(std::string& out, const std::string& app, const User& user) {
+Failed appendUser(std::string& out, std::string_view app, const User& user) {
   constexpr int eventAndUser = 2;
   out += R"(,"app":)";
   appendJSONString(out, app);

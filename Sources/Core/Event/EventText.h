@@ -40,7 +40,7 @@ inline Head headOf(const StoredEvent& event) {
 /// `,"request_timestamp":…`
 [[nodiscard]] std::optional<EncodingError> appendRequestTimestamp(std::string& out, double seconds);
 /// `,"app":…,"user":{…}`
-[[nodiscard]] std::optional<EncodingError> appendUser(std::string& out, const std::string& app,
+[[nodiscard]] std::optional<EncodingError> appendUser(std::string& out, std::string_view app,
                                                       const User& user);
 /// `,"data":{…}}`
 [[nodiscard]] std::optional<EncodingError> appendData(std::string& out,

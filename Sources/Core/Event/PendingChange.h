@@ -1,10 +1,12 @@
 #pragma once
 
+#include "Base/ShortText.h"
 #include "Core/Event/StoredEvent.h"
 #include "Core/Event/UserAction.h"
 
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 
@@ -12,11 +14,11 @@ namespace kite {
 
 /// An action becomes a record only where one is wanted: there are many.
 struct TrackedAction {
-  TrackedAction(UserAction::Payload&& payload, const Shared<User>& user, const std::string& appName)
+  TrackedAction(UserAction::Payload&& payload, const Shared<User>& user, std::string_view appName)
       : action(std::move(payload), user), app(appName) {}
 
   UserAction action;
-  std::string app;
+  ShortText app;
 };
 
 /// What the pending events wait for: an event to append, or identifiers whose events are to go.

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 
@@ -13,13 +14,13 @@ namespace kite {
 class TrackedEvent {
  public:
   TrackedEvent(StoredEvent record) : _change(std::make_unique<PendingChange>(std::move(record))) {}
-  TrackedEvent(UserAction::Payload&& payload, const Shared<User>& user, const std::string& app)
+  TrackedEvent(UserAction::Payload&& payload, const Shared<User>& user, std::string_view app)
       : _change(std::make_unique<PendingChange>(std::in_place_type<TrackedAction>,
                                                 std::move(payload), user, app)) {}
 
   StoredEvent record() const {
     if (const auto* tracked = std::get_if<TrackedAction>(&_change->content))
-      return StoredEvent::from(tracked->action, tracked->app);
+      return StoredEvent::from(tracked->action, std::string(tracked->app.view()));
     return std::get<StoredEvent>(_change->content);
   }
 

@@ -10,7 +10,7 @@ namespace kite {
 
 JSONValue::Object UserAction::Payload::data() const {
   return {{"action_info", toJSONObject(actionInfo)},
-          {"action_kind", actionKind},
+          {"action_kind", actionKind.view()},
           {"is_background_event", isBackgroundEvent},
           {"last_foreground_session_id", orNull(lastForegroundSessionId)},
           {"process_id", processId.text()},
@@ -38,7 +38,7 @@ std::optional<EncodingError> appendJSON(std::string& out, const UserAction::Payl
   if (auto error = appendJSON(out, payload.actionInfo, enclosingContainers + 1))
     return within({"action_info"}, std::move(error));
   out += R"(,"action_kind":)";
-  appendJSONString(out, payload.actionKind);
+  appendJSONString(out, payload.actionKind.view());
   out += R"(,"is_background_event":)";
   out += payload.isBackgroundEvent ? "true" : "false";
   out += R"(,"last_foreground_session_id":)";

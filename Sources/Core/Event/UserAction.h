@@ -2,6 +2,7 @@
 
 #include <Kite/KiteData.h>
 
+#include "Base/ShortText.h"
 #include "Core/Event/KiteEvent.h"
 #include "Values/JSONEncoder.h"
 
@@ -14,7 +15,7 @@ class UserAction {
   struct Payload {
     UUID id;
     double timestamp;
-    std::string actionKind;
+    ShortText actionKind;
     KiteData actionInfo;
     std::optional<double> secondsFromSessionStart;
     std::optional<UUID> sessionId;
