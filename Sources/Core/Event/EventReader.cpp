@@ -5,25 +5,30 @@
 
 #include <simdjson.h>
 
+#include <initializer_list>
 #include <utility>
 
 namespace kite {
 
-/// What a parser can tell of a text without its values being built.
+/// What a parser can tell of a text without its values being built. The text comes in pieces.
 class EventReader::Checker {
  public:
+  using Pieces = std::initializer_list<std::string_view>;
+
   /// Whether the text is one JSON object of so many members, nested no deeper than
   /// what encodes.
-  bool isObject(std::string_view text, std::size_t members) {
-    if (!parse(text)) return false;
+  bool isObject(Pieces pieces, std::size_t members) {
+    if (!parse(pieces)) return false;
     simdjson::dom::object object;
     return _root.get_object().get(object) == simdjson::SUCCESS && object.size() == members;
   }
   /// Whether the text is that about application and user, and all identifiers in it are strings.
   bool isUserText(std::string_view text) {
     constexpr std::size_t appAndUser = 2;
-    return isObject('{' + std::string(text.substr(1)) + '}', appAndUser) && hasStringIds();
+    return isObject({"{", text.substr(1), "}"}, appAndUser) && hasStringIds();
   }
+  /// What was looked at last.
+  std::string_view text() const { return {_padded.data(), _size}; }
 
  private:
   bool hasStringIds() const {
@@ -34,11 +39,15 @@ class EventReader::Checker {
     }
     return true;
   }
-  bool parse(std::string_view text) {
-    if (!makeRoom(text.size())) return false;
-    text.copy(_padded.data(), text.size());
+  bool parse(Pieces pieces) {
+    _size = 0;
+    for (const auto piece : pieces) {
+      if (!makeRoom(_size + piece.size())) return false;
+      piece.copy(_padded.data() + _size, piece.size());
+      _size += piece.size();
+    }
     constexpr bool isPadded = false;
-    return _parser.parse(_padded.data(), text.size(), isPadded).get(_root) == simdjson::SUCCESS;
+    return _parser.parse(_padded.data(), _size, isPadded).get(_root) == simdjson::SUCCESS;
   }
   bool makeRoom(std::size_t size) {
     if (_padded.size() >= size + simdjson::SIMDJSON_PADDING) return true;
@@ -52,6 +61,7 @@ class EventReader::Checker {
   simdjson::dom::parser _parser;
   simdjson::dom::element _root;
   std::string _padded;
+  std::size_t _size = 0;
 };
 
 EventReader::EventReader() : _checker(std::make_unique<Checker>()) {}
@@ -89,13 +99,13 @@ EventHandle EventReader::keepText(std::string_view text) {
   const auto userText = text.substr(head.stampEnd, scan.position() - head.stampEnd);
   const auto dataText = text.substr(scan.position());
   if (!dataText.starts_with(R"(,"data":{)") || !dataText.ends_with('}')) return nullptr;
-  std::string ownText;
-  ownText.reserve(head.stampEnd + dataText.size());
-  ownText.append(text, 0, head.stampEnd).append(dataText);
-  if (!_checker->isObject(ownText, isStamped ? 5 : 4)) return nullptr;
-  if (!isKnownUser && !_checker->isUserText(userText)) return nullptr;
-  if (!isKnownUser) _userText = std::make_shared<const std::string>(userText);
-  return std::make_shared<const PendingEvent>(std::move(ownText), head, _userText);
+  if (!isKnownUser) {
+    if (!_checker->isUserText(userText)) return nullptr;
+    _userText = std::make_shared<const std::string>(userText);
+  }
+  if (!_checker->isObject({text.substr(0, head.stampEnd), dataText}, isStamped ? 5 : 4))
+    return nullptr;
+  return std::make_shared<const PendingEvent>(std::string(_checker->text()), head, _userText);
 }
 
 }  // namespace kite

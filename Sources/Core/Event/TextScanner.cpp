@@ -1,5 +1,7 @@
 #include "Core/Event/TextScanner.h"
 
+#include <cstring>
+
 namespace kite {
 namespace {
 
@@ -10,7 +12,9 @@ bool isPartOfNumber(char c) {
 }  // namespace
 
 bool TextScanner::skip(std::string_view literal) {
-  if (_text.substr(_position, literal.size()) != literal) return false;
+  const auto rest = _text.substr(_position);
+  if (rest.size() < literal.size() || std::memcmp(rest.data(), literal.data(), literal.size()) != 0)
+    return false;
   _position += literal.size();
   return true;
 }
