@@ -1,11 +1,21 @@
 #include "Base/UUIDText.h"
 
+#include <algorithm>
+
 namespace kite {
 namespace {
 
 constexpr bool isHyphenAt(std::size_t position) {
   return position == 8 || position == 13 || position == 18 || position == 23;
 }
+
+constexpr auto hexPairs = [] {
+  constexpr std::string_view digits = "0123456789ABCDEF";
+  std::array<std::array<char, 2>, 256> pairs{};
+  for (std::size_t byte = 0; byte < pairs.size(); ++byte)
+    pairs[byte] = {digits[byte / 16], digits[byte % 16]};
+  return pairs;
+}();
 
 std::optional<int> hexDigit(char character) {
   if (character >= '0' && character <= '9') return character - '0';
@@ -34,13 +44,11 @@ std::optional<UUID> UUID::parse(std::string_view text) {
 }
 
 UUIDText::UUIDText(const UUID& uuid) {
-  constexpr char digits[] = "0123456789ABCDEF";
   char* place = _text.data();
-  const char* const begin = place;
-  for (const std::uint8_t byte : uuid.bytes) {
-    if (isHyphenAt(static_cast<std::size_t>(place - begin))) *place++ = '-';
-    *place++ = digits[byte >> 4];
-    *place++ = digits[byte & 0xF];
+  const std::uint8_t* byte = uuid.bytes.data();
+  for (const int size : {4, 2, 2, 2, 6}) {
+    if (place != _text.data()) *place++ = '-';
+    for (int i = 0; i < size; ++i) place = std::ranges::copy(hexPairs[*byte++], place).out;
   }
 }
 

@@ -1,8 +1,7 @@
 #include "Values/MemberText.h"
 
-#include "Values/JSONNumber.h"
-#include "Values/JSONString.h"
 #include "Values/PackedMembers.h"
+#include "Values/Pen.h"
 
 #include <array>
 #include <bit>
@@ -16,54 +15,6 @@ namespace kite {
 using PackedMembers::Kind;
 
 namespace {
-
-/// Writes at the end of a text, in room that was made ahead.
-class Pen {
- public:
-  Pen(std::string& out, std::size_t room) : _out(out), _room(room) { makeRoom(); }
-  Pen(const Pen&) = delete;
-  Pen& operator=(const Pen&) = delete;
-  ~Pen() { endText(); }
-
-  void put(char character) { *_place++ = character; }
-  void put(std::string_view text) {
-    text.copy(_place, text.size());
-    _place += text.size();
-  }
-  bool putQuoted(std::string_view text) {
-    if (!isPlainUTF8(text)) return false;
-    put('"');
-    put(text);
-    put('"');
-    return true;
-  }
-  template <class Number>
-  bool putNumber(Number number) {
-    char* const end = writeJSONNumber(_place, number);
-    if (end) _place = end;
-    return end != nullptr;
-  }
-  /// For what makes its own room.
-  template <class Append>
-  bool putBy(Append append) {
-    endText();
-    const bool isDone = append(_out);
-    makeRoom();
-    return isDone;
-  }
-
- private:
-  void makeRoom() {
-    const std::size_t size = _out.size();
-    _out.resize(size + _room);
-    _place = _out.data() + size;
-  }
-  void endText() { _out.resize(static_cast<std::size_t>(_place - _out.data())); }
-
-  std::string& _out;
-  const std::size_t _room;
-  char* _place = nullptr;
-};
 
 /// The first bytes of a name as a number, so that numbers compare as names do.
 std::uint64_t prefixOf(std::string_view name) {
@@ -146,7 +97,7 @@ class MemberText {
     pen.put('{');
     for (std::size_t i = 0; i < _count; ++i) {
       if (i > 0) pen.put(',');
-      if (!pen.putQuoted(_sorted[i]->nameText())) return false;
+      if (!pen.putIfPlain(_sorted[i]->nameText())) return false;
       pen.put(':');
       if (!writeValue(pen, *_sorted[i], enclosingContainers + 1)) return false;
     }
@@ -157,7 +108,7 @@ class MemberText {
   static bool writeValue(Pen& pen, const Member& member, int enclosingContainers) {
     switch (member.kind) {
       case Kind::text:
-        return pen.putQuoted(member.packedValue());
+        return pen.putIfPlain(member.packedValue());
       case Kind::integer:
         return pen.putNumber(PackedMembers::numberIn<std::int64_t>(member.packedValue()));
       case Kind::real:

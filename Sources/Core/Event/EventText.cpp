@@ -1,6 +1,7 @@
 #include "Core/Event/EventText.h"
 
-#include <initializer_list>
+#include "Values/Pen.h"
+
 #include <utility>
 
 namespace kite::EventText {
@@ -8,8 +9,8 @@ namespace {
 
 using Failed = std::optional<EncodingError>;
 
-std::uint32_t position(const std::string& out, std::size_t begin) {
-  return static_cast<std::uint32_t>(out.size() - begin);
+std::uint32_t distance(std::size_t begin, std::size_t end) {
+  return static_cast<std::uint32_t>(end - begin);
 }
 
 void appendIds(std::string& out, const User& user) {
@@ -27,20 +28,24 @@ void appendIds(std::string& out, const User& user) {
 }  // namespace
 
 Failed appendHead(std::string& out, const Head& head, HeadLayout& layout) {
+  constexpr std::size_t roomForNames = 64;
   const std::size_t begin = out.size();
-  out += R"({"type":)";
-  appendJSONString(out, head.type);
-  out += R"(,"id":)";
-  layout.idBegin = position(out, begin) + 1;
-  appendJSONString(out, head.id);
-  layout.idEnd = position(out, begin) - 1;
-  out += R"(,"timestamp":)";
-  if (auto error = appendJSON(out, head.timestamp)) return within({"timestamp"}, std::move(error));
-  layout.stampBegin = position(out, begin);
+  {
+    Pen pen(out, head.type.size() + head.id.size() + longestJSONNumber + roomForNames);
+    pen.put(R"({"type":)");
+    pen.putString(head.type);
+    pen.put(R"(,"id":)");
+    layout.idBegin = distance(begin, pen.position()) + 1;
+    pen.putString(head.id);
+    layout.idEnd = distance(begin, pen.position()) - 1;
+    pen.put(R"(,"timestamp":)");
+    if (auto error = pen.putReal(head.timestamp)) return within({"timestamp"}, std::move(error));
+  }
+  layout.stampBegin = distance(begin, out.size());
   if (head.requestTimestamp) {
     if (auto error = appendRequestTimestamp(out, *head.requestTimestamp)) return error;
   }
-  layout.stampEnd = position(out, begin);
+  layout.stampEnd = distance(begin, out.size());
   return std::nullopt;
 }
 

@@ -3,6 +3,7 @@
 #include "Base/UUIDText.h"
 #include "Core/Event/OrNull.h"
 #include "Values/MemberText.h"
+#include "Values/Pen.h"
 
 #include <utility>
 
@@ -20,40 +21,36 @@ JSONValue::Object UserAction::Payload::data() const {
 
 namespace {
 
-void appendId(std::string& out, const UUID& id) {
-  out += '"';
-  out += UUIDText(id).view();
-  out += '"';
-}
+void put(Pen& pen, const UUID& id) { pen.putQuoted(UUIDText(id).view()); }
 
-void appendId(std::string& out, const std::optional<UUID>& id) {
-  id ? appendId(out, *id) : void(out += "null");
-}
+void put(Pen& pen, const std::optional<UUID>& id) { id ? put(pen, *id) : pen.put("null"); }
 
 }  // namespace
 
 std::optional<EncodingError> appendJSON(std::string& out, const UserAction::Payload& payload,
                                         int enclosingContainers) {
+  constexpr std::size_t roomForTheRest = 320;
   out += R"({"action_info":)";
   if (auto error = appendJSON(out, payload.actionInfo, enclosingContainers + 1))
     return within({"action_info"}, std::move(error));
-  out += R"(,"action_kind":)";
-  appendJSONString(out, payload.actionKind.view());
-  out += R"(,"is_background_event":)";
-  out += payload.isBackgroundEvent ? "true" : "false";
-  out += R"(,"last_foreground_session_id":)";
-  appendId(out, payload.lastForegroundSessionId);
-  out += R"(,"process_id":)";
-  appendId(out, payload.processId);
-  out += R"(,"seconds_from_session_start":)";
+  Pen pen(out, payload.actionKind.view().size() + roomForTheRest);
+  pen.put(R"(,"action_kind":)");
+  pen.putString(payload.actionKind.view());
+  pen.put(R"(,"is_background_event":)");
+  pen.put(payload.isBackgroundEvent ? "true" : "false");
+  pen.put(R"(,"last_foreground_session_id":)");
+  put(pen, payload.lastForegroundSessionId);
+  pen.put(R"(,"process_id":)");
+  put(pen, payload.processId);
+  pen.put(R"(,"seconds_from_session_start":)");
   if (!payload.secondsFromSessionStart) {
-    out += "null";
-  } else if (auto error = appendJSON(out, *payload.secondsFromSessionStart)) {
+    pen.put("null");
+  } else if (auto error = pen.putReal(*payload.secondsFromSessionStart)) {
     return within({"seconds_from_session_start"}, std::move(error));
   }
-  out += R"(,"session_id":)";
-  appendId(out, payload.sessionId);
-  out += '}';
+  pen.put(R"(,"session_id":)");
+  put(pen, payload.sessionId);
+  pen.put('}');
   return std::nullopt;
 }
 

@@ -200,6 +200,18 @@ TEST(EventEncoderTests, encodesAnActionAsItsRecord) {
   expectOneEncoding(std::move(outsideAnySession));
 }
 
+TEST(EventEncoderTests, encodesTheLongestOfEachPart) {
+  auto action = anAction();
+  action.timestamp = action.secondsFromSessionStart.emplace(-2.2250738585072014e-308);
+  action.lastForegroundSessionId = UUID::noop();
+  for (const char* name : {"", "n", "\"", "\x01", "\xC3\xA4", "\xFF"}) {
+    std::string repeated;
+    for (int i = 0; i < 1000; ++i) repeated += name;
+    action.actionKind = ShortText(repeated);
+    expectOneEncoding(action);
+  }
+}
+
 TEST(EventEncoderTests, failsAnActionAsItsRecord) {
   auto payload = anAction();
   payload.timestamp = std::nan("");
