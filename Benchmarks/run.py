@@ -107,6 +107,19 @@ def machine():
             "load_before": os.getloadavg()[0], "date": datetime.date.today().isoformat()}
 
 
+def processor_ticks():
+    """How long the processors worked, and how long their host gave them to others meanwhile, since the machine began."""
+    user, nice, system, _, _, interrupts, soft_interrupts, stolen = map(
+        int, pathlib.Path("/proc/stat").read_text().split("\n", 1)[0].split()[1:9])
+    return user + nice + system + interrupts + soft_interrupts, stolen
+
+
+def stolen_share(before, after):
+    """Of the time that there was work to do, what a virtual machine's host took."""
+    worked, stolen = (later - earlier for earlier, later in zip(before, after))
+    return stolen / (worked + stolen) if worked + stolen else 0.0
+
+
 def parse_arguments():
     parser = argparse.ArgumentParser(prog="scripts/bench", description="Measures Kite against its physical limits.")
     parser.add_argument("--build", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
@@ -121,7 +134,7 @@ def parse_arguments():
 def main():
     arguments = parse_arguments()
     program = arguments.build / "Benchmarks" / "kite_bench"
-    facts = machine()
+    facts, ticks = machine(), processor_ticks()
     folder = tempfile.mkdtemp(prefix="work-", dir=arguments.build)  # on the disk, which /tmp may not be
     measured = {}
     try:
@@ -135,7 +148,9 @@ def main():
     finally:
         shutil.rmtree(folder, ignore_errors=True)
 
-    print("{cpu}, {cores} cores, {memory_gib} GiB, Linux {kernel}, load {load_before:.1f}, {date}".format(**facts))
+    facts["stolen"] = stolen_share(ticks, processor_ticks())
+    print("{cpu}, {cores} cores, {memory_gib} GiB, Linux {kernel}, load {load_before:.1f}, {stolen:.0%} stolen by the host, "
+          "{date}".format(**facts))
     print_table(rows, arguments.smoke)
     if arguments.json:
         arguments.json.write_text(json.dumps({"machine": facts, "rows": rows, "measured": measured}, indent=1) + "\n")
