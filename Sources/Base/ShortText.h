@@ -13,11 +13,11 @@ class ShortText {
  public:
   static constexpr std::size_t mostInPlace = 39;
 
-  ShortText(std::string_view text) : _size(text.size()) {
-    if (_size > mostInPlace) {
+  ShortText(std::string_view text) {
+    if (text.size() > mostInPlace) {
       _long = std::make_unique<const std::string>(text);
     } else {
-      text.copy(_short.data(), _size);
+      _size = text.copy(_short.data(), text.size());
     }
   }
   ShortText(const char* text) : ShortText(std::string_view(text)) {}
@@ -35,7 +35,7 @@ class ShortText {
 
  private:
   std::unique_ptr<const std::string> _long;
-  std::size_t _size;
+  std::size_t _size = 0;  // of what is in place: a long text that was moved away leaves nothing
   std::array<char, mostInPlace> _short;
 };
 

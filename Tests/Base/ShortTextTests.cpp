@@ -20,6 +20,12 @@ TEST(ShortTextTests, keepsBytesOfAnyKind) {
   EXPECT_EQ(ShortText(text).view(), text);
 }
 
+TEST(ShortTextTests, aLongTextThatWasMovedAwayLeavesNothing) {
+  ShortText text(std::string(1000, 'a'));
+  const ShortText moved = std::move(text);
+  EXPECT_EQ(text.view(), "");
+}
+
 TEST(ShortTextTests, isCopiedMovedAndCompared) {
   for (const std::size_t size : {ShortText::mostInPlace, ShortText::mostInPlace + 1}) {
     const ShortText text(std::string(size, 'a'));
