@@ -3,27 +3,21 @@
 namespace kite {
 namespace {
 
-std::optional<std::string> asText(const DynamicValue* object) {
-  return object && object->string() ? std::optional(*object->string()) : std::nullopt;
-}
-
-std::optional<double> asNumber(const DynamicValue* object) {
-  if (object && object->integer()) return static_cast<double>(*object->integer());
-  return object && object->real() ? std::optional(*object->real()) : std::nullopt;
-}
-
-std::optional<bool> asFlag(const DynamicValue* object) {
-  if (object && object->boolean()) return *object->boolean();
-  const auto* number = object ? object->integer() : nullptr;
-  return number && (*number == 0 || *number == 1) ? std::optional(*number == 1) : std::nullopt;
+/// The contents that `contents` finds in the entry under `key`.
+template <class T>
+std::optional<T> entry(const DynamicValue::Dictionary& legacy, std::string_view key,
+                       const T* (DynamicValue::*contents)() const) {
+  const auto* object = valueFor(legacy, key);
+  const auto* value = object ? (object->*contents)() : nullptr;
+  return value ? std::optional<T>(*value) : std::nullopt;
 }
 
 }  // namespace
 
 StoredInformations fromLegacyRecord(const DynamicValue::Dictionary& legacy) {
-  return {.firstInstallTimestamp = asNumber(valueFor(legacy, "Install-Timestamp")),
-          .installedBeforeKite = asFlag(valueFor(legacy, "Installed-Before-Kite")),
-          .appVersion = asText(valueFor(legacy, "Last-App-Version")),
+  return {.firstInstallTimestamp = entry(legacy, "Install-Timestamp", &DynamicValue::real),
+          .installedBeforeKite = entry(legacy, "Installed-Before-Kite", &DynamicValue::boolean),
+          .appVersion = entry(legacy, "Last-App-Version", &DynamicValue::string),
           .bundleVersion = std::nullopt};
 }
 

@@ -9,8 +9,7 @@ namespace kite {
 /// What an earlier version remembered of the application; an entry of the wrong type counts as
 /// absent.
 ///
-/// Boxed numbers convert as on the platform that wrote them: an integer may stand for a timestamp,
-/// and 0 or 1 for a boolean.
+/// No number stands for another type: a timestamp is a real, and a flag is a boolean.
 StoredInformations fromLegacyRecord(const DynamicValue::Dictionary& legacy);
 
 }  // namespace kite

@@ -34,21 +34,22 @@ TEST(LegacyInstallRecordTests, anEmptyDictionaryMakesAnEmptyRecord) {
   EXPECT_EQ(fromLegacyRecord({}), StoredInformations{});
 }
 
-TEST(LegacyInstallRecordTests, anIntegerServesAsATimestampAndABooleanDoesNot) {
-  EXPECT_EQ(timestampFrom(1000), std::optional(1000.0));
+TEST(LegacyInstallRecordTests, onlyARealServesAsATimestamp) {
+  EXPECT_EQ(timestampFrom(1000.0), std::optional(1000.0));
+  EXPECT_EQ(timestampFrom(1000), std::nullopt);
+  EXPECT_EQ(timestampFrom(std::uint64_t(-1)), std::nullopt);
   EXPECT_EQ(timestampFrom(true), std::nullopt);
   EXPECT_EQ(timestampFrom("1000"), std::nullopt);
   EXPECT_EQ(timestampFrom(DynamicValue::NullObject{}), std::nullopt);
   EXPECT_EQ(timestampFrom(Date{1000}), std::nullopt);
 }
 
-TEST(LegacyInstallRecordTests, zeroAndOneServeAsBooleansAndNoOtherNumberDoes) {
+TEST(LegacyInstallRecordTests, onlyABooleanServesAsAFlag) {
   EXPECT_EQ(flagFrom(true), std::optional(true));
   EXPECT_EQ(flagFrom(false), std::optional(false));
-  EXPECT_EQ(flagFrom(1), std::optional(true));
-  EXPECT_EQ(flagFrom(0), std::optional(false));
-  EXPECT_EQ(flagFrom(2), std::nullopt);
-  EXPECT_EQ(flagFrom("true"), std::nullopt);
+  for (const DynamicValue& other : {DynamicValue(1), DynamicValue(0), DynamicValue(1.0),
+                                    DynamicValue(0.0), DynamicValue("true")})
+    EXPECT_EQ(flagFrom(other), std::nullopt);
 }
 
 TEST(LegacyInstallRecordTests, onlyTextServesAsAVersion) {
