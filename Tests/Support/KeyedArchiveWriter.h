@@ -54,6 +54,16 @@ class KeyedArchiveWriter {
   Reference date(double secondsSince2001) {
     return instance("NSDate", {{"NS.time", plist_new_real(secondsSince2001)}});
   }
+  /// A decimal number whose mantissa is these 16 bytes, of which so many pairs count.
+  Reference decimal(const std::string& mantissa, int length, int exponent, bool isNegative = false,
+                    int byteOrder = 1, const char* className = "NSDecimalNumber") {
+    return instance(className, {{"NS.mantissa", plist_new_data(mantissa.data(), mantissa.size())},
+                                {"NS.mantissa.bo", integerNode(byteOrder)},
+                                {"NS.length", integerNode(length)},
+                                {"NS.exponent", integerNode(exponent)},
+                                {"NS.negative", plist_new_bool(isNegative ? 1 : 0)},
+                                {"NS.compact", plist_new_bool(1)}});
+  }
 
   Reference array(const std::vector<Reference>& elements, const char* className = "NSArray") {
     return instance(className, {{"NS.objects", references(elements)}});
@@ -86,6 +96,10 @@ class KeyedArchiveWriter {
     const auto array = plist_new_array();
     for (const auto target : targets) plist_array_append_item(array, plist_new_uid(target));
     return array;
+  }
+
+  static plist_t integerNode(int value) {
+    return plist_new_uint(static_cast<std::uint64_t>(value));  // read back as signed
   }
 
   /// The archive with this root, as a tree of property-list nodes.

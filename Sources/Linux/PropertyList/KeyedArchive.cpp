@@ -1,6 +1,7 @@
 #include <Kite/Platform/LegacyArchive.h>
 
 #include "Linux/PropertyList/Allowance.h"
+#include "Linux/PropertyList/DecimalNumber.h"
 #include "Linux/PropertyList/PropertyList.h"
 
 #include <string>
@@ -11,6 +12,11 @@ namespace kite {
 namespace {
 
 using PropertyList::Allowance;
+using PropertyList::DecimalNumber;
+
+// The byte orders of a decimal number.
+constexpr std::int64_t littleEndian = 1;
+constexpr std::int64_t bigEndian = 2;
 
 const DynamicValue* member(const DynamicValue& value, std::string_view key) {
   const auto* dictionary = value.dictionary();
@@ -62,6 +68,8 @@ class KeyedArchive {
       return string(find(content, "NS.string"));
     if (*name == "NSData" || *name == "NSMutableData") return data(find(content, "NS.data"));
     if (*name == "NSDate") return date(find(content, "NS.time"));
+    if (*name == "NSDecimalNumber" || *name == "NSDecimalNumberPlaceholder")
+      return decimal(content);
     if (*name == "NSNull") return DynamicValue::NullObject{};
     return DynamicValue::Opaque{*name};
   }
@@ -121,6 +129,35 @@ class KeyedArchive {
     if (time && time->integer())
       return Date::sinceReferenceDate(static_cast<double>(*time->integer()));
     return std::nullopt;
+  }
+
+  Value decimal(const DynamicValue& content) {
+    const auto length = integer(content, "NS.length", 0, DecimalNumber::maximumLength);
+    const auto exponent = integer(content, "NS.exponent", -128, 127);
+    const auto byteOrder = integer(content, "NS.mantissa.bo", littleEndian, bigEndian);
+    const auto* sign = find(content, "NS.negative");
+    const auto* bytes = find(content, "NS.mantissa");
+    DecimalNumber number;
+    if (!length || !exponent || !byteOrder || !sign || !sign->boolean() || !bytes ||
+        !bytes->data() || bytes->data()->bytes.size() != 2 * number.mantissa.size())
+      return std::nullopt;
+    number.length = static_cast<std::size_t>(*length);
+    number.exponent = *exponent;
+    number.isNegative = *sign->boolean();
+    const std::size_t low = *byteOrder == littleEndian ? 0 : 1;
+    for (std::size_t i = 0; i < number.mantissa.size(); ++i)
+      number.mantissa[i] = twoBytes(bytes->data()->bytes, 2 * i + low, 2 * i + 1 - low);
+    return number.value();
+  }
+  static std::uint16_t twoBytes(const std::string& bytes, std::size_t low, std::size_t high) {
+    const auto byte = [&](std::size_t place) { return static_cast<unsigned char>(bytes[place]); };
+    return static_cast<std::uint16_t>(byte(high) << 8U | byte(low));
+  }
+  std::optional<std::int64_t> integer(const DynamicValue& content, std::string_view key,
+                                      std::int64_t least, std::int64_t largest) {
+    const auto* value = find(content, key);
+    const auto* number = value ? value->integer() : nullptr;
+    return number && *number >= least && *number <= largest ? std::optional(*number) : std::nullopt;
   }
 
   Value plain(const DynamicValue* value) {

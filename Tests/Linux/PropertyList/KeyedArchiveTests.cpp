@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
 #include <string>
 
 namespace kite::test {
@@ -68,6 +70,88 @@ TEST_F(KeyedArchiveTests, readsInstancesOfValueClasses) {
       Data{"changing"});
 }
 
+/// The 16 bytes of a mantissa that begin with these.
+std::string mantissa(std::string beginning) {
+  beginning.resize(16);
+  return beginning;
+}
+
+TEST_F(KeyedArchiveTests, readsADecimalNumberAsTheIntegerThatItIs) {
+  EXPECT_EQ(readBack(archive.decimal(mantissa("\x39\x30"), 1, 0)), 12345);
+  EXPECT_EQ(readBack(archive.decimal(mantissa("\x39\x30"), 1, 3)), 12'345'000);
+  EXPECT_EQ(readBack(archive.decimal(mantissa("\x64"), 1, -2)), 1);
+  EXPECT_EQ(readBack(archive.decimal(mantissa("\x07"), 1, 0, true)), -7);
+  EXPECT_EQ(readBack(archive.decimal(mantissa(""), 0, 5)), 0);
+}
+
+TEST_F(KeyedArchiveTests, readsADecimalNumberAsTheNearestRealElse) {
+  EXPECT_EQ(readBack(archive.decimal(mantissa("\x39\x30"), 1, -2)), 123.45);
+  EXPECT_EQ(readBack(archive.decimal(mantissa("\x01"), 1, -1, true)), -0.1);
+  EXPECT_EQ(readBack(archive.decimal(mantissa("\x01"), 1, 127)), 1e127);
+  EXPECT_EQ(readBack(archive.decimal(mantissa("\x01"), 1, -128)), 1e-128);
+  EXPECT_EQ(readBack(archive.decimal(std::string(16, '\xFF'), 8, 0)), 0x1p128);
+}
+
+TEST_F(KeyedArchiveTests, readsTheLargestIntegersOfDecimalNumbersExactly) {
+  const std::string largest = "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x7F";
+  const std::string next = std::string(7, '\0') + "\x80";
+  EXPECT_EQ(readBack(archive.decimal(mantissa(largest), 4, 0)),
+            std::numeric_limits<std::int64_t>::max());
+  EXPECT_EQ(readBack(archive.decimal(mantissa(next), 4, 0, true)),
+            std::numeric_limits<std::int64_t>::min());
+  EXPECT_EQ(readBack(archive.decimal(mantissa(next), 4, 0)), 0x1p63);
+  EXPECT_EQ(readBack(archive.decimal(mantissa("\x01"), 1, 18)),
+            std::int64_t{1'000'000'000'000'000'000});
+  EXPECT_EQ(readBack(archive.decimal(mantissa("\x01"), 1, 19)), 1e19);
+}
+
+TEST_F(KeyedArchiveTests, readsTheMantissaOfADecimalNumberInItsByteOrder) {
+  EXPECT_EQ(readBack(archive.decimal(mantissa("\x30\x39"), 1, 0, false, 2)), 12345);
+  const std::string twoPairs("\x00\x02\x00\x01", 4);
+  EXPECT_EQ(readBack(archive.decimal(mantissa(twoPairs), 2, 0, false, 2)), 65538);
+}
+
+TEST_F(KeyedArchiveTests, countsOnlyTheLengthOfADecimalNumbersMantissa) {
+  EXPECT_EQ(readBack(archive.decimal(mantissa("\x02\x01\x03\x01"), 1, 0)), 0x0102);
+}
+
+TEST_F(KeyedArchiveTests, readsADecimalNumberOfEitherClass) {
+  EXPECT_EQ(
+      readBack(archive.decimal(mantissa("\x07"), 1, 0, false, 1, "NSDecimalNumberPlaceholder")), 7);
+}
+
+TEST_F(KeyedArchiveTests, readsTheDecimalNumberThatIsNoneAsANaN) {
+  const auto root =
+      archive.dictionary({{archive.text("k"), archive.decimal(mantissa(""), 0, 0, true)}});
+  const auto read = unarchiveDictionary(archive.binary(root));
+  ASSERT_TRUE(read);
+  const auto* real = read->front().value.real();
+  ASSERT_NE(real, nullptr);
+  EXPECT_TRUE(std::isnan(*real));
+}
+
+TEST_F(KeyedArchiveTests, refusesADecimalNumberThatIsMalformed) {
+  const auto sound = mantissa("\x07");
+  const auto refuses = [this](KeyedArchiveWriter::Reference object) {
+    return readBack(object) == "absent";
+  };
+  EXPECT_TRUE(refuses(archive.decimal(sound.substr(1), 1, 0)));
+  EXPECT_TRUE(refuses(archive.decimal(sound + "x", 1, 0)));
+  EXPECT_TRUE(refuses(archive.decimal(sound, 9, 0)));
+  EXPECT_TRUE(refuses(archive.decimal(sound, -1, 0)));
+  EXPECT_TRUE(refuses(archive.decimal(sound, 1, 128)));
+  EXPECT_TRUE(refuses(archive.decimal(sound, 1, -129)));
+  EXPECT_TRUE(refuses(archive.decimal(sound, 1, 0, false, 0)));
+  EXPECT_TRUE(refuses(archive.decimal(sound, 1, 0, false, 3)));
+  EXPECT_TRUE(refuses(archive.instance("NSDecimalNumber", {})));
+  EXPECT_TRUE(refuses(
+      archive.instance("NSDecimalNumber", {{"NS.mantissa", plist_new_data(sound.data(), 16)},
+                                           {"NS.mantissa.bo", KeyedArchiveWriter::integerNode(1)},
+                                           {"NS.length", KeyedArchiveWriter::integerNode(1)},
+                                           {"NS.exponent", KeyedArchiveWriter::integerNode(0)},
+                                           {"NS.negative", plist_new_string("no")}})));
+}
+
 TEST_F(KeyedArchiveTests, readsNestedCollections) {
   const auto inner = archive.array({archive.integer(1), archive.text("two")}, "NSMutableArray");
   const auto outer = archive.dictionary({{archive.text("list"), inner}}, "NSMutableDictionary");
@@ -117,6 +201,8 @@ TEST_F(KeyedArchiveTests, refusesReferencesToObjectsThatAreNotThere) {
   const auto key = archive.text("k");
   EXPECT_EQ(unarchiveDictionary(archive.binary(archive.dictionary({{key, 999}}))), std::nullopt);
   EXPECT_EQ(unarchiveDictionary(archive.binary(999)), std::nullopt);
+  const auto last = archive.dictionary({{key, key}});
+  EXPECT_EQ(unarchiveDictionary(archive.binary(last + 1)), std::nullopt);
 }
 
 TEST_F(KeyedArchiveTests, refusesADictionaryWithMoreKeysThanValues) {
