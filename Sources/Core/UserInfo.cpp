@@ -106,8 +106,8 @@ void deleteKey(Larder::SecretsStorage& store, std::string_view key) {
 }
 
 void deleteDeviceName(Larder::SecretsStorage& store) {
-  const std::scoped_lock guard(store);
   deleteKey(store, "device_name");
+  const std::scoped_lock guard(store);
   auto data = userInfo(store)->data;
   const auto* stored = data.at("device");
   if (!stored || !stored->object()) return;

@@ -225,13 +225,18 @@ TEST_F(UserInfoMonitor, isHeldFromReadToWriteByEverythingElse) {
   };
   UserInfoStore::deleteKey(watched, "a");
   expectOneTurn();
-  UserInfoStore::deleteDeviceName(watched);
-  expectOneTurn();
   UserInfoStore::ensureBundleVersionIsString(watched);
   expectOneTurn();
   secrets.remove(userInfoKey);
   UserInfoStore::userInfo(watched);
   expectOneTurn();
+}
+
+TEST_F(UserInfoMonitor, isLeftBetweenTheTwoPlacesOfTheDeviceName) {
+  UserInfoStore::deleteDeviceName(watched);
+  EXPECT_THAT(operations,
+              ElementsAre("lock", "read Kite-User-Info", "write Kite-User-Info", "unlock",  //
+                          "lock", "read Kite-User-Info", "write Kite-User-Info", "unlock"));
 }
 
 TEST_F(UserInfoMonitor, doesNotKeepAnUpdateFromOverwritingOneThatCameMeanwhile) {
@@ -296,6 +301,22 @@ TEST_F(UserInfoMigration, keepsTheKindsOfTheArchivedObjects) {
                       {"half", "<real>0.5</real>"},
                       {"name", "<string>Ann</string>"}}),
             parsedObject(R"({"flag": true, "one": 1, "half": 0.5, "name": "Ann"})"));
+}
+
+TEST_F(UserInfoMigration, keepsArchivedDecimalNumbers) {
+  // Its class description stands behind it, at the fifth place of the archive.
+  const auto decimal = [](const std::string& exponent) {
+    return "<dict><key>$class</key><dict><key>CF$UID</key><integer>5</integer></dict>"
+           "<key>NS.mantissa</key><data>OTAAAAAAAAAAAAAAAAAAAA==</data>"
+           "<key>NS.mantissa.bo</key><integer>1</integer><key>NS.length</key><integer>1</integer>"
+           "<key>NS.exponent</key><integer>" +
+           exponent +
+           "</integer><key>NS.negative</key><false/><key>NS.compact</key><true/></dict>"
+           "<dict><key>$classname</key><string>NSDecimalNumber</string></dict>";
+  };
+  EXPECT_EQ(migrated({{"price", decimal("-2")}}), (Object{{"price", 123.45}}));
+  secrets.remove(userInfoKey);
+  EXPECT_EQ(migrated({{"price", decimal("0")}}), (Object{{"price", 12345}}));
 }
 
 TEST_F(UserInfoMigration, anExperimentReplacesAPlainOneThatCameBeforeAndIsNoObject) {
