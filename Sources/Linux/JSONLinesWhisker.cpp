@@ -88,7 +88,7 @@ class JSONLinesWhisker final : public Whisker {
         {"info", event.info},
         {"file", where.file},
         {"function", where.function},
-        {"line", std::int64_t{where.line}},
+        {"line", static_cast<std::int64_t>(where.line)},
     };
     if (event.errorCode) report["error_code"] = *event.errorCode;
     _sink->write(jsonLine(std::move(report)));

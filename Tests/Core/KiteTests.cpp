@@ -228,6 +228,26 @@ TEST_F(KiteTests, aDebugEventMayLeaveOutItsPlace) {
   EXPECT_EQ(*data.at("function"), JSONValue(""));
 }
 
+TEST_F(KiteTests, theLineOfADebugEventKeepsAllOfItsBits) {
+  start();
+  constexpr std::uint64_t line = (std::uint64_t{1} << 32U) + 42;
+  kite.trackDebugEvent({.severity = Severity::debug,
+                        .message = "m",
+                        .category = "c",
+                        .where = {"File.cpp", "decode()", line}});
+  EXPECT_EQ(*dataOf("DebugEvent").front().at("line"), JSONValue(std::int64_t{line}));
+}
+
+TEST_F(KiteTests, aDebugEventWhoseLineHasNoJSONFormStopsTheProcessInTheCall) {
+  start();
+  CatchFatalErrors trap;
+  EXPECT_FATAL(kite.trackDebugEvent({.severity = Severity::debug,
+                                     .message = "m",
+                                     .category = "c",
+                                     .where = {"File.cpp", "decode()", std::uint64_t{1} << 63U}}),
+               "A number above the largest signed 64-bit integer has no JSON form");
+}
+
 TEST_F(KiteTests, sessionDataIsMergedAndTheNewValueWins) {
   start();
   kite.updateSessionData({{"a", 1}, {"b", 1}});
@@ -289,6 +309,15 @@ TEST_F(KiteTests, theFirstInstallTimestampIsTheOneOfTheSecretsStoreOrElseOfTheKe
   EXPECT_EQ(kite.firstInstallTimestamp(), 2.5);
   world.secrets->put("Kite-Install-Manager", R"({"firstInstallTimestamp":1.5})");
   EXPECT_EQ(kite.firstInstallTimestamp(), 1.5);
+}
+
+TEST_F(KiteTests, whetherTheApplicationIsOlderThanTheLibraryIsWhatTheHostSaid) {
+  for (const bool installedBefore : {true, false}) {
+    auto bundle = world.dependencies();
+    bundle.installedBeforeKite = installedBefore;
+    kite.start(bundle);
+    EXPECT_EQ(kite.installedBeforeKite(), installedBefore);
+  }
 }
 
 TEST_F(KiteTests, uploadsCarryTheHeadersOfTheBundle) {

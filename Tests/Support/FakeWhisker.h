@@ -18,7 +18,7 @@ class FakeWhisker final : public Whisker {
     DebugEvent event;  ///< with the categories of the client's scope in front
     std::string file;
     std::string function;
-    std::uint32_t line;
+    std::uint64_t line;
   };
 
   FakeWhisker() : _log(std::make_shared<Log>()) {}

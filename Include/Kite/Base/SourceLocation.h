@@ -9,7 +9,7 @@ namespace kite {
 struct SourceLocation {
   const char* file = __builtin_FILE();
   const char* function = __builtin_FUNCTION();
-  std::uint32_t line = __builtin_LINE();
+  std::uint64_t line = __builtin_LINE();
 };
 
 }  // namespace kite

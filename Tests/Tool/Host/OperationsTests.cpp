@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 
 namespace kite::tool {
 namespace {
@@ -87,6 +88,7 @@ TEST_F(OperationsTests, tracksALog) {
 }
 
 TEST_F(OperationsTests, tracksADebugEventWithAllItsMembers) {
+  constexpr std::uint64_t largest = std::numeric_limits<std::int64_t>::max();
   EXPECT_CALL(
       kite,
       trackDebugEvent(AllOf(
@@ -99,10 +101,10 @@ TEST_F(OperationsTests, tracksADebugEventWithAllItsMembers) {
           Field(&DebugEventArguments::info, isData(R"({"i":1})")),
           Field(&DebugEventArguments::where, AllOf(Field(&SourceLocation::file, StrEq("f.cpp")),
                                                    Field(&SourceLocation::function, StrEq("g")),
-                                                   Field(&SourceLocation::line, 42U))))));
+                                                   Field(&SourceLocation::line, largest))))));
   EXPECT_EQ(run(R"({"op":"trackDebugEvent","severity":"Warning","message":"m","category":"c",
                     "domain":"d","code":"e","type":"t","description":"s","info":{"i":1},
-                    "file":"f.cpp","function":"g","line":42})"),
+                    "file":"f.cpp","function":"g","line":9223372036854775807})"),
             "");
 }
 
@@ -176,8 +178,11 @@ TEST_F(OperationsTests, touchesNothingWhenAMemberIsOfTheWrongKind) {
   EXPECT_EQ(run(R"({"op":"trackLog","name":"n","severity":"warning","data":{}})"),
             "\"severity\" must be Debug, Notice, Warning, Error or Critical");
   EXPECT_EQ(run(R"({"op":"trackDebugEvent","severity":"Debug","message":"m","category":"c",
-                    "line":4294967296})"),
-            "\"line\" must be between 0 and 4294967295");
+                    "line":-1})"),
+            "\"line\" must not be negative");
+  EXPECT_EQ(run(R"({"op":"trackDebugEvent","severity":"Debug","message":"m","category":"c",
+                    "line":42.0})"),
+            "\"line\" must be an integer");
 }
 
 TEST_F(OperationsTests, readsTheFacadesProperties) {

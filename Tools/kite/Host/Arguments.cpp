@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <limits>
 
 namespace kite::tool {
 namespace {
@@ -87,13 +86,12 @@ std::optional<std::string> Arguments::optionalText(std::string_view name) const 
   return text(name);
 }
 
-std::optional<std::uint32_t> Arguments::optionalLine(std::string_view name) const {
+std::optional<std::uint64_t> Arguments::optionalLine(std::string_view name) const {
   const auto* value = present(name);
   if (!value || value->isNull()) return std::nullopt;
   const auto line = expect(value->integer(), name, "an integer");
-  if (line < 0 || line > std::numeric_limits<std::uint32_t>::max())
-    throw BadLine(fmt::format("\"{}\" must be between 0 and 4294967295", name));
-  return static_cast<std::uint32_t>(line);
+  if (line < 0) throw BadLine(fmt::format("\"{}\" must not be negative", name));
+  return static_cast<std::uint64_t>(line);
 }
 
 KiteData Arguments::optionalData(std::string_view name) const {

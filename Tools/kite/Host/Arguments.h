@@ -23,7 +23,7 @@ class BadLine : public std::runtime_error {
 /// Where a line stands.
 struct Place {
   std::string source;
-  std::uint32_t line;
+  std::uint64_t line;
 };
 
 /// The members of one line, asked for by kind. Every question throws `BadLine` when the member is
@@ -47,7 +47,7 @@ class Arguments {
 
   /// Nothing when the member is missing or null.
   std::optional<std::string> optionalText(std::string_view name) const;
-  std::optional<std::uint32_t> optionalLine(std::string_view name) const;
+  std::optional<std::uint64_t> optionalLine(std::string_view name) const;
   /// Empty when the member is missing.
   KiteData optionalData(std::string_view name) const;
 
