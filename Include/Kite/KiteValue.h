@@ -90,6 +90,8 @@ class KITE_EXPORT KiteValue {
   template <KiteConvertible T>
   KiteValue(const T& value) : _json(ToJSONValue<T>::convert(value)) {}
 
+  /// Stops the process when something in it has no JSON form.
+  void requireJSON() const;
   JSONValue toJSONValue() const&;
   JSONValue toJSONValue() &&;
 
@@ -110,7 +112,6 @@ class KITE_EXPORT KiteValue {
   };
   KiteValue(JSONValue json, Form form) : _json(std::move(json)), _form(form) {}
   JSONValue takeFrom(KiteValue child);
-  void requireJSON() const;
   bool isGone(const JSONValue& child) const { return _form == Form::stored && child.isNull(); }
 
   JSONValue _json;

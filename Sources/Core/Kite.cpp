@@ -1,11 +1,13 @@
 #include <Kite/KiteManagerImpl.h>
 
+#include "Base/CurrentOperation.h"
 #include "Base/Guarded.h"
 #include "Core/APIManager/KiteAPIManagerImpl.h"
 #include "Core/EventManagerImpl.h"
 #include "Core/EventStorageImpl.h"
 #include "Core/InstallManagerImpl.h"
 #include "Core/KiteState.h"
+#include "Core/MissingPart.h"
 #include "Core/SessionManagerImpl.h"
 #include "Core/SynchronizationManagerImpl.h"
 #include "Core/UserInfoKeys.h"
@@ -28,6 +30,8 @@ KiteState::KiteState(System givenSystem)
       trackingConsent(TrackingConsentManager::live()) {}
 
 void KiteState::start(KiteDependencies bundle) {
+  if (const char* const part = missingPart(bundle))
+    fatalError("KiteDependencies." + std::string(part) + " is missing", {"Kite/Kite", "start", 0});
   dependencies.set(std::move(bundle));
   _currentProcessId.set(dependencies->uuidProvider());
   enabled = true;
@@ -175,81 +179,98 @@ KiteManagerImpl::~KiteManagerImpl() {
 }
 
 KiteData KiteManagerImpl::sessionDataKiteValue() {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return {};
   return toKiteValue(_state->sessionManager->currentSession()->sessionData);
 }
 
 KiteData KiteManagerImpl::userInfoKiteValue() {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return {};
   return toKiteValue(_state->userInfo());
 }
 
 std::optional<double> KiteManagerImpl::firstInstallTimestamp() {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return {};
   const auto fromSecrets = _state->installManager->ssInfo().firstInstallTimestamp;
   return fromSecrets ? fromSecrets : _state->installManager->kvInfo().firstInstallTimestamp;
 }
 
 std::string KiteManagerImpl::keychainId() {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return {};
   return _state->dependencies->idProvider->keychainId().value;
 }
 
 std::string KiteManagerImpl::userDefaultsId() {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return {};
   return _state->dependencies->idProvider->userDefaultsId().value;
 }
 
 UUID KiteManagerImpl::currentSessionId() {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return {};
   return _state->sessionManager->currentSession()->id;
 }
 
 UUID KiteManagerImpl::currentProcessId() {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return {};
   return _state->_currentProcessId.get();
 }
 
 bool KiteManagerImpl::installedBeforeKite() {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return false;
   return _state->dependencies->installedBeforeKite;
 }
 
 void KiteManagerImpl::start(KiteDependencies dependencies) {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return;
   _state->start(std::move(dependencies));
 }
 
 void KiteManagerImpl::addSessionData(std::string_view key, const KiteValue& value) {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return;
+  value.requireJSON();
   if (!_state->enabled) return;
   _state->sessionManager->addSessionData(value.toJSONValue(), repairedUTF8(key));
 }
 
 void KiteManagerImpl::updateSessionData(KiteData data) {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return;
+  data.requireJSON();
   const auto session = _state->sessionManager->currentSession();
   if (!_state->enabled) return;
   _state->sessionManager->updateSessionData(session->sessionData.merged(toJSONObject(data)));
 }
 
 void KiteManagerImpl::addUserInfo(std::string_view key, const KiteValue& value) {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return;
+  value.requireJSON();
   _state->dependencies.get();
   if (!_state->enabled) return;
   _state->updateUserInfo({{repairedUTF8(key), value.toJSONValue()}});
 }
 
 void KiteManagerImpl::updateUserInfo(KiteData data) {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return;
+  data.requireJSON();
   _state->updateUserInfo(toJSONObject(data));
 }
 
 void KiteManagerImpl::trackUserAction(std::string_view name, KiteData data) {
   if (!_state->home.isHere()) return;
+  data.requireJSON();
   const Date now = _state->system.now();
   if (!_state->enabled || !_state->trackingConsent._canTrackUserAction(name)) return;
-  data.requireJSON();
   const bool inBackground = _state->dependencies->backgroundChecker.isInBackground();
   _state->eventManager->trackUserAction(
       _state->prepareUserActionData({.name = name,
@@ -262,6 +283,7 @@ void KiteManagerImpl::trackUserAction(std::string_view name, KiteData data) {
 // Custom events are rows of the foreground: in the background the call is dropped without a trace.
 void KiteManagerImpl::trackCustomEvent(std::string_view table, KiteData data) {
   if (!_state->home.isHere()) return;
+  data.requireJSON();
   if (!_state->enabled || _state->dependencies->backgroundChecker.isInBackground()) return;
   _state->eventManager->trackCustomEvent(repairedUTF8(table),
                                          {.data = toJSONObject(data),
@@ -271,6 +293,7 @@ void KiteManagerImpl::trackCustomEvent(std::string_view table, KiteData data) {
 
 void KiteManagerImpl::trackLog(std::string_view name, Severity severity, KiteData data) {
   if (!_state->home.isHere()) return;
+  data.requireJSON();
   if (!_state->enabled) return;
   _state->trackDebugEvent({.severity = severity,
                            .message = std::string(name),
@@ -281,11 +304,13 @@ void KiteManagerImpl::trackLog(std::string_view name, Severity severity, KiteDat
 
 void KiteManagerImpl::trackDebugEvent(DebugEventArguments arguments) {
   if (!_state->home.isHere()) return;
+  arguments.info.requireJSON();
   if (_state->enabled) _state->trackDebugEvent(std::move(arguments));
 }
 
 void KiteManagerImpl::trackExperimentSegmentsReceived(
     const std::map<std::string, std::int64_t>& segments) {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return;
   JSONValue::Object::Entries entries;
   for (const auto& [name, segment] : segments) entries.emplace_back(repairedUTF8(name), segment);
@@ -295,36 +320,44 @@ void KiteManagerImpl::trackExperimentSegmentsReceived(
 }
 
 void KiteManagerImpl::monetizationFieldsDidChange(KiteData newValue) {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return;
+  newValue.requireJSON();
   _state->monetizationFieldsDidChange(toJSONObject(newValue));
 }
 
 void KiteManagerImpl::isBaselineUserDidChange(bool newValue) {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return;
   _state->boolUserInfoDidChange(UserInfoKeys::isBaselineKey, newValue);
 }
 
 void KiteManagerImpl::isFreeUserDidChange(bool newValue) {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return;
   _state->boolUserInfoDidChange(UserInfoKeys::isFreeKey, newValue);
 }
 
 void KiteManagerImpl::setAnalyticsTrackingConsent(bool value) {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return;
   _state->trackingConsent._setAnalyticsTrackingConsent(value);
 }
 
 void KiteManagerImpl::setProfilingTrackingConsent(bool value) {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return;
   _state->trackingConsent._setProfilingTrackingConsent(value);
 }
 
 void KiteManagerImpl::addTechnicalEvents(const std::set<std::string>& names) {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return;
   _state->trackingConsent._addTechnicalEvents(names);
 }
 
 void KiteManagerImpl::addProfilingOnlyEvents(const std::set<std::string>& names) {
+  const CurrentOperation operation;
   if (!_state->home.isHere()) return;
   _state->trackingConsent._addProfilingOnlyEvents(names);
 }

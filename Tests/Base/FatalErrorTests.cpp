@@ -1,5 +1,6 @@
 #include <Kite/Base/FatalError.h>
 
+#include "Base/CurrentOperation.h"
 #include "Support/CatchFatalErrors.h"
 
 #include <gtest/gtest.h>
@@ -20,6 +21,17 @@ TEST_F(FatalErrorDeathTests, stopsTheProcessAndSaysWhyAndWhere) {
   EXPECT_EXIT(fatalError("Call start before using Kite", {"Kite", "", 41}),
               ::testing::KilledBySignal(SIGABRT),
               "^Fatal error: Call start before using Kite: file Kite, line 41\n$");
+}
+
+TEST_F(FatalErrorDeathTests, namesTheInnermostOperationOnALineOfItsOwn) {
+  const CurrentOperation outer("outer");
+  {
+    const CurrentOperation inner("inner");
+    EXPECT_EXIT(fatalError("wrong", {"File", "", 4}), ::testing::KilledBySignal(SIGABRT),
+                "^Fatal error: wrong: file File, line 4\nin inner\n$");
+  }
+  EXPECT_EXIT(fatalError("wrong", {"File", "", 5}), ::testing::KilledBySignal(SIGABRT),
+              "^Fatal error: wrong: file File, line 5\nin outer\n$");
 }
 
 TEST_F(FatalErrorDeathTests, stopsTheProcessEvenWhenTheHandlerReturns) {
@@ -60,7 +72,7 @@ TEST(FatalError, givesTheHandlerMessageAndPlace) {
 }
 
 TEST(FatalError, namesTheCallersPlaceByDefault) {
-  const std::uint32_t line = __LINE__ + 1;
+  const std::uint64_t line = __LINE__ + 1;
   const auto raised = fatalErrorOf([] { fatalError("here"); });
   ASSERT_TRUE(raised);
   EXPECT_EQ(raised->where.line, line);

@@ -7,6 +7,7 @@
 #include "Core/SessionManagerImpl.h"
 #include "Core/SynchronizationManagerImpl.h"
 #include "Core/TrackingConsent.h"
+#include "Support/TestWorld.h"
 #include "Values/DynamicConversion.h"
 
 #include <gtest/gtest.h>
@@ -30,6 +31,54 @@ class FatalMessagesTests : public testing::Test {
 TEST_F(FatalMessagesTests, theFacadeBeforeStart) {
   EXPECT_EXIT(KiteManagerImpl().keychainId(), testing::KilledBySignal(SIGABRT),
               fatal("Call start before using Kite", "Kite/Kite") + "325");
+}
+
+/// Every operation that stops the process before `start` is named on a second line.
+TEST_F(FatalMessagesTests, theOperationThatWasCalledTooEarly) {
+  using Operation = void (*)(KiteManager&);
+  const std::pair<const char*, Operation> operations[] = {
+      {"sessionDataKiteValue", [](auto& kite) { kite.sessionDataKiteValue(); }},
+      {"userInfoKiteValue", [](auto& kite) { kite.userInfoKiteValue(); }},
+      {"firstInstallTimestamp", [](auto& kite) { kite.firstInstallTimestamp(); }},
+      {"keychainId", [](auto& kite) { kite.keychainId(); }},
+      {"userDefaultsId", [](auto& kite) { kite.userDefaultsId(); }},
+      {"currentSessionId", [](auto& kite) { kite.currentSessionId(); }},
+      {"currentProcessId", [](auto& kite) { kite.currentProcessId(); }},
+      {"installedBeforeKite", [](auto& kite) { kite.installedBeforeKite(); }},
+      {"updateSessionData", [](auto& kite) { kite.updateSessionData({}); }},
+      {"addUserInfo", [](auto& kite) { kite.addUserInfo("a", 1); }},
+      {"updateUserInfo", [](auto& kite) { kite.updateUserInfo({}); }},
+      {"trackExperimentSegmentsReceived",
+       [](auto& kite) { kite.trackExperimentSegmentsReceived({}); }},
+      {"monetizationFieldsDidChange", [](auto& kite) { kite.monetizationFieldsDidChange({}); }},
+      {"isBaselineUserDidChange", [](auto& kite) { kite.isBaselineUserDidChange(true); }},
+      {"isFreeUserDidChange", [](auto& kite) { kite.isFreeUserDidChange(true); }},
+      {"setAnalyticsTrackingConsent", [](auto& kite) { kite.setAnalyticsTrackingConsent(true); }},
+      {"setProfilingTrackingConsent", [](auto& kite) { kite.setProfilingTrackingConsent(true); }},
+  };
+  for (const auto& [name, operation] : operations) {
+    const auto call = operation;
+    EXPECT_EXIT(
+        {
+          KiteManagerImpl kite;
+          call(kite);
+        },
+        testing::KilledBySignal(SIGABRT),
+        "^Fatal error: [^\n]*: file [^\n]*, line [0-9]+\nin " + std::string(name) + "\n$");
+  }
+}
+
+TEST_F(FatalMessagesTests, aBundleWithAMissingPart) {
+  EXPECT_EXIT(
+      {
+        test::TestWorld world;
+        auto bundle = world.dependencies();
+        bundle.sessionListener.onSessionStart = nullptr;
+        KiteManagerImpl().start(bundle);
+      },
+      testing::KilledBySignal(SIGABRT),
+      "^Fatal error: KiteDependencies.sessionListener.onSessionStart is missing: file Kite/Kite, "
+      "line [0-9]+\nin start\n$");
 }
 
 TEST_F(FatalMessagesTests, theEventManagerBeforeStart) {

@@ -11,7 +11,8 @@ using FatalErrorHandler = void (*)(std::string_view message, const SourceLocatio
 
 /// Stops the process: misuse by the host, never a condition of the outside world.
 ///
-/// Prints "Fatal error: MESSAGE: file FILE, line N" to standard error and aborts.
+/// Prints "Fatal error: MESSAGE: file FILE, line N" to standard error and, when the host called an
+/// operation of the facade, a second line "in OPERATION". Then it aborts.
 [[noreturn]] KITE_EXPORT void fatalError(std::string_view message, SourceLocation where = {});
 
 /// Replaces what happens before the abort, for tests; the only process-wide variable of the

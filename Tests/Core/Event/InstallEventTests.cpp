@@ -22,12 +22,12 @@ InstallPayload aPayload() {
           .documentDirectoryCreationTimestamp = std::nullopt};
 }
 
-InstallEvent anEvent(InstallPayload payload, std::optional<Storefront> storefront = {}) {
+InstallEvent anInstallEvent(InstallPayload payload, std::optional<Storefront> storefront = {}) {
   return {std::move(payload), User{.info = {{"a", 1}}, .ids = {}}, std::move(storefront)};
 }
 
 TEST(InstallEventTests, tellsWhatItIsFromItsPayload) {
-  const auto event = anEvent(aPayload());
+  const auto event = anInstallEvent(aPayload());
   EXPECT_EQ(event.type(), EventType(EventType::Case::install));
   EXPECT_EQ(event.id(), FakeSystem::uuid(1).text());
   EXPECT_EQ(event.timestamp(), 12.5);
@@ -36,7 +36,7 @@ TEST(InstallEventTests, tellsWhatItIsFromItsPayload) {
 }
 
 TEST(InstallEventTests, withoutOldVersionsLeavesTheirKeysOutButKeepsTheDirectorysAsNull) {
-  EXPECT_EQ(anEvent(aPayload()).data(), parsedObject(R"({
+  EXPECT_EQ(anInstallEvent(aPayload()).data(), parsedObject(R"({
     "installed_before_kite": true,
     "keychain_id_status": "read_from_file",
     "userdefault_id_status": "just_generated",
@@ -50,7 +50,7 @@ TEST(InstallEventTests, carriesTheOldVersionsAndTheDirectorysAgeWhenTheyAreKnown
   payload.oldAppVersion = "1.0";
   payload.oldBundleVersion = "100";
   payload.documentDirectoryCreationTimestamp = 7.25;
-  const auto data = anEvent(payload).data();
+  const auto data = anInstallEvent(payload).data();
   EXPECT_EQ(*data.at("old_app_version"), JSONValue("1.0"));
   EXPECT_EQ(*data.at("old_bundle_version"), JSONValue("100"));
   EXPECT_EQ(*data.at("document_directory_creation_timestamp"), JSONValue(7.25));
@@ -90,14 +90,14 @@ TEST(InstallEventTests, namesTheThreeIdentifierStatuses) {
 
 TEST(InstallEventTests, withAStorefrontHasBothOfItsKeys) {
   const auto data =
-      anEvent(aPayload(), Storefront{.identifier = "143450", .countryCode = "ITA"}).data();
+      anInstallEvent(aPayload(), Storefront{.identifier = "143450", .countryCode = "ITA"}).data();
   EXPECT_EQ(*data.at("storefront_id"), JSONValue("143450"));
   EXPECT_EQ(*data.at("storefront_country_code"), JSONValue("ITA"));
   EXPECT_EQ(data.size(), 7U);
 }
 
 TEST(InstallEventTests, withoutAStorefrontHasNeitherOfItsKeys) {
-  const auto data = anEvent(aPayload()).data();
+  const auto data = anInstallEvent(aPayload()).data();
   EXPECT_FALSE(data.contains("storefront_id"));
   EXPECT_FALSE(data.contains("storefront_country_code"));
 }
