@@ -7,9 +7,12 @@
 #include "Linux/Storage/WriteAheadLog.h"
 
 #include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <ctime>
 #include <new>
+#include <sstream>
 #include <utility>
 
 namespace kite::Linux {
@@ -22,6 +25,21 @@ std::string utcStamp(Date date) {
   char text[32];
   if (!::gmtime_r(&seconds, &parts)) return "unknown";
   return {text, std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &parts)};
+}
+
+/// Whether the lock on a file is this process's own, as far as the system tells.
+bool isLockedHere(const FileDescriptor& file) {
+  constexpr std::size_t longest = std::size_t{1} << 20;
+  struct stat status {};
+  if (::fstat(file.get(), &status) != 0) return false;
+  std::istringstream locks(readFile("/proc/locks", longest).value_or(""));
+  const auto holder = " WRITE " + std::to_string(::getpid()) + " ";
+  const auto place = ":" + std::to_string(status.st_ino) + " ";
+  for (std::string line; std::getline(locks, line);)
+    if (line.find("FLOCK") != line.npos && line.find(holder) != line.npos &&
+        line.find(place) != line.npos)
+      return true;
+  return false;
 }
 
 constexpr const char* logSuffix = "-wal";
@@ -105,7 +123,8 @@ std::optional<std::string> StoreFile::lock() {
   auto file = _folder->openFile(_name.file + ".lock");
   if (!file) return file.error();
   if (::flock(file->get(), LOCK_EX | LOCK_NB) != 0)
-    return path().string() + " is in use by another process";
+    return path().string() + (isLockedHere(*file) ? " is in use by this process already"
+                                                  : " is in use by another process");
   _lock = *std::move(file);
   return std::nullopt;
 }

@@ -253,7 +253,7 @@ TEST_F(SealedSecretsStorageTests, aSecondOwnerWorksInMemory) {
   const auto second = open();
   EXPECT_THAT(system.lines(), ElementsAre("[KITE] The secrets store keeps its values in memory "
                                           "only: " +
-                                          file.string() + " is in use by another process"));
+                                          file.string() + " is in use by this process already"));
   second->write("k", {"2"});
   EXPECT_EQ(second->read("k")->data().bytes, "2");
   EXPECT_EQ(first->read("k")->data().bytes, "1");

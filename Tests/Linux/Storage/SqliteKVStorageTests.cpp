@@ -1,5 +1,6 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
+#include "Linux/Storage/StoreFile.h"
 #include "Support/AppendRows.h"
 #include "Support/FakeSystem.h"
 #include "Support/RawDatabase.h"
@@ -171,7 +172,7 @@ TEST_F(SqliteKVStorageTests, aSecondOwnerWorksInMemory) {
   const auto second = open();
   EXPECT_THAT(system.lines(),
               ElementsAre("[KITE] The key-value store keeps its values in memory only: " +
-                          file.string() + " is in use by another process"));
+                          file.string() + " is in use by this process already"));
   EXPECT_EQ(second->read("k"), nullptr);
   second->write("k", {"2"});
   EXPECT_TRUE(append(*second, "l", {row(1, "1")}));
@@ -253,6 +254,18 @@ TEST_F(SqliteKVStorageTests, readsADamagedValueAsAbsent) {
   EXPECT_EQ(text(storage, "bad"), "absent");
   EXPECT_EQ(storage->readNumber("worse"), std::nullopt);
   EXPECT_THAT(system.lines(), ElementsAre("[KITE] Damaged values in the key-value store: 2"));
+}
+
+TEST_F(SqliteKVStorageTests, readsANumberOfAnotherSizeAsAbsent) {
+  for (const std::size_t size : {7U, 9U, 16U}) {
+    {
+      const auto store = Linux::StoreFile::own(folder, Linux::keyValueStoreName(), system.system());
+      ASSERT_TRUE(store) << store.error();
+      EXPECT_EQ((*store)->rows().put("n", {Linux::ValueKind::number, std::string(size, '\1')}),
+                Linux::Outcome::done);
+    }
+    EXPECT_EQ(open()->readNumber("n"), std::nullopt) << size;
+  }
 }
 
 TEST_F(SqliteKVStorageTests, noticesAValueUnderTheWrongKey) {
@@ -547,6 +560,20 @@ TEST_F(SqliteKVStorageTests, aLimitOfFileSizesFailsTheWriteAndLeavesTheProcessAl
     storage->write("k", {"1"});
     storage.reset();
     ::_exit(isReported && savedText("k19").size() == 9000 && savedText("k") == "1" ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(SqliteKVStorageTests, aSecondOwnerInAnotherProcessIsToldSo) {
+  const auto first = open();
+  const auto child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const auto second = open();
+    const auto lines = system.lines();
+    ::_exit(lines.size() == 1 && lines.front().ends_with("is in use by another process") ? 0 : 1);
   }
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);

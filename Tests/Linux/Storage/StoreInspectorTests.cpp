@@ -133,7 +133,8 @@ TEST_F(StoreInspectorTests, refusesToWriteBesideALiveHost) {
   const auto secrets = secretHost();
   const auto inspector = inspectStore(folder, StoreKind::keyValues, true);
   ASSERT_FALSE(inspector);
-  EXPECT_EQ(inspector.error(), (folder / "kv.sqlite").string() + " is in use by another process");
+  EXPECT_EQ(inspector.error(),
+            (folder / "kv.sqlite").string() + " is in use by this process already");
   EXPECT_FALSE(inspectStore(folder, StoreKind::secrets, true));
 }
 
