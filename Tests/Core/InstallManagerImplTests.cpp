@@ -13,6 +13,8 @@
 
 #include <gmock/gmock.h>
 
+#include <limits>
+
 namespace kite::test {
 namespace {
 
@@ -34,6 +36,7 @@ class InstallManagerImplTests : public testing::Test {
   std::shared_ptr<FakeEventManager> events = std::make_shared<FakeEventManager>();
   bool installedBeforeKite = false;
   std::optional<Date> folderCreation;
+  Date now{1000.5};
   InstallManagerImpl manager{system.system()};
 
   /// Runs version 2.0 (200); the injected clock says 1000.5, the system's 5000.5.
@@ -51,7 +54,7 @@ class InstallManagerImplTests : public testing::Test {
                            [this](const std::string&) {
                              return std::optional(FileAttributes{folderCreation});
                            }},
-                   .now = [] { return Date{1000.5}; }});
+                   .now = [this] { return now; }});
   }
   void startFresh() {
     usher->setCreationTypes(CreationType::justGenerated, CreationType::justGenerated);
@@ -103,6 +106,25 @@ TEST_F(InstallManagerImplTests, anInstallMovesTheVersionsOfTheUserInfo) {
   startFresh();
   EXPECT_EQ(userInfo(), parsedObject(R"({"app_version": "2.0", "bundle_version": "200",
                                          "installed_before_kite": false, "country": "NZ"})"));
+}
+
+TEST_F(InstallManagerImplTests, aRecordThatDoesNotEncodeIsSilentlyNotStored) {
+  putBoth(R"({"appVersion": "1.0"})");
+  now.secondsSince1970 = std::numeric_limits<double>::infinity();
+  startFresh();
+  EXPECT_EQ(theInstall().oldAppVersion, "1.0");
+  EXPECT_EQ(keyValues->text(installKey), R"({"appVersion": "1.0"})");
+  EXPECT_EQ(secrets->text(installKey), R"({"appVersion": "1.0"})");
+  EXPECT_THAT(system.lines(), IsEmpty());
+}
+
+TEST_F(InstallManagerImplTests, aLegacyRecordThatDoesNotEncodeIsSilentlyNotStored) {
+  keyValues->writeDictionary(legacyKey,
+                             {{"Install-Timestamp", std::numeric_limits<double>::infinity()},
+                              {"Last-App-Version", "2.0"}});
+  start();
+  EXPECT_EQ(theInstall().oldAppVersion, std::nullopt);
+  EXPECT_EQ(manager.kvInfo().firstInstallTimestamp, 1000.5);
 }
 
 TEST_F(InstallManagerImplTests, everythingIsStoredBeforeTheEventIsSent) {

@@ -17,6 +17,11 @@ TEST(KiteNoopTests, thePlaceholderIsWrittenInUpperCase) {
   EXPECT_EQ(KiteManager::noop().currentSessionId().text(), "123E4567-E89B-12D3-A456-426614174000");
 }
 
+TEST(KiteNoopTests, thePlaceholderIsReadFromEitherCase) {
+  EXPECT_EQ(UUID::parse("123e4567-e89b-12d3-a456-426614174000"), UUID::noop());
+  EXPECT_EQ(UUID::parse("123E4567-E89B-12D3-A456-426614174000"), UUID::noop());
+}
+
 TEST(KiteNoopTests, everyReadGivesItsPlaceholder) {
   KiteNoop noop;
   EXPECT_TRUE(noop.sessionDataKiteValue().empty());

@@ -71,6 +71,8 @@ TEST_F(StartupUserInfoTests, aLocaleWithoutRegionRemovesTheCountry) {
 TEST_F(StartupUserInfoTests, emptyPiecesOfTheIdentifierAreNoLanguage) {
   locale.identifier = "_US";
   EXPECT_EQ(*info().at("app_language"), JSONValue("US"));
+  locale.identifier = "_en_US";
+  EXPECT_EQ(*info().at("app_language"), JSONValue("en"));
   locale.identifier = "__";
   EXPECT_FALSE(info().contains("app_language"));
   locale.identifier = "";

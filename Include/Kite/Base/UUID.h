@@ -21,7 +21,8 @@ struct KITE_EXPORT UUID {
   /// The canonical form used everywhere: 36 characters, upper case, with hyphens.
   std::string text() const;
 
-  /// The placeholder for sessions and processes that do not exist.
+  /// The placeholder for sessions and processes that do not exist:
+  /// 123e4567-e89b-12d3-a456-426614174000. Its `text` is in upper case, as every UUID's is.
   static const UUID& noop();
 
   friend constexpr auto operator<=>(const UUID&, const UUID&) = default;

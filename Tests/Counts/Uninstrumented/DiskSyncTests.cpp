@@ -1,6 +1,7 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
 #include "Counts/Uninstrumented/TracedCalls.h"
+#include "Linux/Storage/MasterKeyFile.h"
 #include "Support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <vector>
 
 namespace kite::test {
 namespace {
@@ -31,6 +33,18 @@ TEST(DiskSyncTests, aSecretIsOnTheDiskWhenItsWriteReturns) {
   const TemporaryFolder folder;
   EXPECT_GE(
       waitsOfAWrite([&] { return Linux::sealedSecretsStorage(folder.path(), System::live()); }), 1);
+}
+
+// Or a power failure could leave secrets behind that no key opens.
+TEST(DiskSyncTests, aNewKeyIsOnTheDiskBeforeItHasItsNameAndSoIsItsName) {
+  const TemporaryFolder folder;
+  std::vector<long> calls;
+  for (const auto& call : systemCalls([&](const Watch& watch) {
+         const auto open = Linux::PrivateFolder::open(folder.path(), /*make=*/true);
+         watch([&] { Linux::readOrMakeMasterKey(*open, System::live()); });
+       }))
+    if (waitsForTheDisk(call) || call.number == SYS_renameat) calls.push_back(call.number);
+  EXPECT_EQ(calls, (std::vector<long>{SYS_fsync, SYS_renameat, SYS_fsync}));
 }
 
 TEST(DiskSyncTests, aValueOfTheApplicationsDoesNotWaitForTheDisk) {

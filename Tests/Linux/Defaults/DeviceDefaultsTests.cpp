@@ -14,6 +14,15 @@
 #include <fstream>
 #include <string>
 
+namespace {
+bool unameFails = false;
+}
+
+// The linker sends every call of `uname` here.
+int realUname(utsname* system) asm("__real_uname");
+int failingUname(utsname* system) asm("__wrap_uname");
+int failingUname(utsname* system) { return unameFails ? -1 : realUname(system); }
+
 namespace kite::Linux {
 namespace {
 
@@ -53,6 +62,15 @@ TEST_F(DeviceDefaultsTests, takesTheReleaseOfTheKernelWhenNothingElseIsKnown) {
   utsname system{};
   ASSERT_EQ(::uname(&system), 0);
   EXPECT_EQ(device(files)->systemVersion, system.release);
+}
+
+TEST_F(DeviceDefaultsTests, knowsNeitherKernelNorMachineWhenTheSystemDoesNotTell) {
+  unameFails = true;
+  const auto silent = device(files);
+  EXPECT_EQ(silent->systemVersion, "");
+  EXPECT_EQ(silent->machine(), Device::MachineField{});
+  unameFails = false;
+  EXPECT_NE(silent->machine(), Device::MachineField{});
 }
 
 TEST_F(DeviceDefaultsTests, takesTheNameOfTheProduct) {

@@ -55,5 +55,13 @@ TEST(LocaleDefaults, readsRegionsMadeOfDigits) {
   EXPECT_EQ(localeFrom(environment({{"LANG", "es_419"}})).regionCode, "419");
 }
 
+TEST(LocaleDefaults, readsRegionsOfTwoOrThreeCharactersOnly) {
+  for (const auto* region : {"U", "USAA"})
+    EXPECT_EQ(localeFrom(environment({{"LANG", std::string("en_") + region}})).regionCode,
+              std::nullopt)
+        << region;
+  EXPECT_EQ(localeFrom(environment({{"LANG", "en_USA"}})).regionCode, "USA");
+}
+
 }  // namespace
 }  // namespace kite::Linux

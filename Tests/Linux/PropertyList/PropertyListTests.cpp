@@ -198,6 +198,20 @@ TEST(PropertyListWriter, writesWhatAnotherLibraryReads) {
   EXPECT_EQ(plist_dict_get_size(list.get()), 7u);
 }
 
+// A count of 15 and more no longer fits into an object's first byte.
+TEST(PropertyListWriter, writesContainersTextsAndDataOfEveryCountAroundFifteen) {
+  for (std::size_t count = 13; count <= 17; ++count) {
+    Dictionary entries;
+    for (std::size_t i = 0; i < count; ++i) entries.push_back({"k" + std::to_string(i), 1});
+    const Dictionary whole{{"dictionary", entries},
+                           {"array", Array(count, 1)},
+                           {"text", std::string(count, 'x')},
+                           {"data", Data{std::string(count, 'x')}}};
+    EXPECT_EQ(read(PropertyList::write(whole)), whole) << count;
+    EXPECT_EQ(read(PropertyList::write(entries)), entries) << count;
+  }
+}
+
 TEST(PropertyListWriter, leavesOutWhatPropertyListsCannotHold) {
   const auto document = PropertyList::write({{5, "a key that is a number"},
                                              {"null", DynamicValue::NullObject{}},
