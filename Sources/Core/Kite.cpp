@@ -11,6 +11,7 @@
 #include "Core/SessionManagerImpl.h"
 #include "Core/SynchronizationManagerImpl.h"
 #include "Core/UserInfoKeys.h"
+#include "Values/LastingParser.h"
 #include "Values/UTF8.h"
 
 #include <utility>
@@ -32,6 +33,7 @@ KiteState::KiteState(System givenSystem)
 void KiteState::start(KiteDependencies bundle) {
   if (const char* const part = missingPart(bundle))
     fatalError("KiteDependencies." + std::string(part) + " is missing", {"Kite/Kite", "start", 0});
+  useLastingParser();
   dependencies.set(std::move(bundle));
   _currentProcessId.set(dependencies->uuidProvider());
   enabled = true;

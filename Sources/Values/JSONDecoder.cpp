@@ -107,33 +107,6 @@ std::string withRealIntegers(std::string_view text) {
   return result;
 }
 
-const simdjson::implementation* undying(const simdjson::implementation* best) {
-#if SIMDJSON_IMPLEMENTATION_ICELAKE
-  if (best->name() == "icelake") return new simdjson::icelake::implementation;
-#endif
-#if SIMDJSON_IMPLEMENTATION_HASWELL
-  if (best->name() == "haswell") return new simdjson::haswell::implementation;
-#endif
-#if SIMDJSON_IMPLEMENTATION_WESTMERE
-  if (best->name() == "westmere") return new simdjson::westmere::implementation;
-#endif
-#if SIMDJSON_IMPLEMENTATION_ARM64
-  if (best->name() == "arm64") return new simdjson::arm64::implementation;
-#endif
-#if SIMDJSON_IMPLEMENTATION_FALLBACK
-  if (best->name() == "fallback") return new simdjson::fallback::implementation;
-#endif
-  return best;
-}
-
-// A process that exits destroys simdjson's own implementations under the hands of threads that
-// still decode; this one stays.
-[[maybe_unused]] const bool outlivesMain = [] {
-  const auto* best = simdjson::get_available_implementations().detect_best_supported();
-  simdjson::get_active_implementation() = undying(best);
-  return true;
-}();
-
 // Memory that ran out says nothing about the text.
 bool isDone(simdjson::error_code error) {
   if (error == simdjson::MEMALLOC) throw std::bad_alloc();

@@ -3,8 +3,12 @@
 #include "Core/KiteState.h"
 #include "Core/RecordingManagers.h"
 #include "Support/TestWorld.h"
+#include "Values/JSONDecoder.h"
 
 #include <gmock/gmock.h>
+#include <simdjson.h>
+
+#include <algorithm>
 
 namespace kite::test {
 namespace {
@@ -65,6 +69,14 @@ TEST_F(KiteStartTests, drawsTheProcessIdentifierAndThenStartsAllManagersInTheirO
   EXPECT_THAT(log, ElementsAre("identifier", "API manager", "event storage", "event manager",
                                "user info", "attribution", "install manager", "session manager",
                                "synchronization manager", "tracking consent"));
+}
+
+TEST_F(KiteStartTests, parsesWithWhatTheProcessesExitDoesNotDestroy) {
+  state->start(bundle());
+  ASSERT_TRUE(decodeJSON("[1]"));
+  const simdjson::implementation* const used = simdjson::get_active_implementation();
+  const auto& destroyed = simdjson::get_available_implementations();
+  EXPECT_EQ(std::count(destroyed.begin(), destroyed.end(), used), 0);
 }
 
 TEST_F(KiteStartTests, takesTheProcessIdentifierFromTheBundle) {

@@ -7,6 +7,7 @@ import sys
 import tempfile
 import unittest
 
+import check_before_main
 import check_exports
 import check_hardening
 
@@ -127,6 +128,22 @@ class Hardening(unittest.TestCase):
         self.assertEqual(self.count(dynamic=""), 1)
         self.assertEqual(self.count(symbols="__memcpy_chk@GLIBC_2.3.4"), 1)
         self.assertEqual(self.count(symbols="__stack_chk_fail@GLIBC_2.4"), 1)
+
+
+class BeforeMain(unittest.TestCase):
+    FUNCTION = "0000000000001000 T start\n"
+
+    def count(self, symbols):
+        return len(list(check_before_main.faults(symbols)))
+
+    def test_functions_pass(self):
+        self.assertEqual(self.count(self.FUNCTION), 0)
+
+    def test_a_global_object_fails(self):
+        self.assertEqual(self.count(self.FUNCTION + "0000000000002000 t _GLOBAL__sub_I_A.cpp\n"), 1)
+
+    def test_a_library_without_symbols_fails(self):
+        self.assertEqual(self.count(""), 1)
 
 
 if __name__ == "__main__":

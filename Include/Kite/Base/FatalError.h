@@ -15,7 +15,7 @@ using FatalErrorHandler = void (*)(std::string_view message, const SourceLocatio
 /// operation of the facade, a second line "in OPERATION". Then it aborts.
 [[noreturn]] KITE_EXPORT void fatalError(std::string_view message, SourceLocation where = {});
 
-/// Replaces what happens before the abort, for tests; the only process-wide variable of the
+/// Replaces what happens before the abort, for tests; the only process-wide setting of the
 /// library.
 ///
 /// A handler may leave by throwing. One that returns changes nothing: the process still aborts.
