@@ -10,7 +10,7 @@
 
 namespace kite::Linux {
 
-/// Where an application keeps what (XDG Base Directory Specification).
+/// Where an application keeps what: in the XDG base directories.
 struct Folders {
   std::filesystem::path data;
   std::filesystem::path secrets;

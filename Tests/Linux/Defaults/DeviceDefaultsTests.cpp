@@ -120,7 +120,7 @@ TEST(FileManagerDefaults, knowsNothingOfWhatIsNotThere) {
   EXPECT_FALSE(fileManager("/data").attributesOfItem("/no/such/folder"));
 }
 
-TEST(FoldersTests, followTheDirectorySpecification) {
+TEST(FoldersTests, areTheXDGBaseDirectories) {
   const auto folders = foldersFor({.applicationName = "app"}, environment({{"HOME", "/home/u"}}));
   EXPECT_EQ(folders.data, "/home/u/.local/share/app");
   EXPECT_EQ(folders.secrets, "/home/u/.local/share/kite-secrets/app");
