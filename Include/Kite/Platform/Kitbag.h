@@ -13,6 +13,9 @@ struct Kitbag {
   std::optional<std::string> bundleVersion;
   DistributionChannel distributionChannel = DistributionChannel::debug;
 
+  // Not inlined: gcc 12 would warn the host that versions given in braces may be uninitialized.
+  [[gnu::noinline]] ~Kitbag() = default;
+
   friend bool operator==(const Kitbag&, const Kitbag&) = default;
 };
 
