@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -55,7 +56,9 @@ class Sink {
     const int found = std::fscanf(lines, "%255s %4095[^\n]", url, caFile);
     std::fclose(lines);
     if (found != 2) throw std::runtime_error("the sink does not tell its address");
-    _url = URL::parse(url);
+    const auto parsed = URL::parse(url);
+    if (!parsed) throw std::runtime_error("the sink tells no URL: " + parsed.error());
+    _url = *parsed;
     _caFile = caFile;
   }
 

@@ -125,7 +125,7 @@ bool ModelledHost::isTaken(const test::Answer& answer, const URL& url) const {
   if (answer.error) return false;
   const auto status = answer.response ? answer.response->statusCode : std::nullopt;
   if (status) return *status >= 200 && *status <= 299;
-  return url == URL::parse(endpoint);
+  return url == *URL::parse(endpoint);
 }
 
 void ModelledHost::check() const {

@@ -77,7 +77,7 @@ void restart(ModelledHost& host, RandomBytes&) { host.restart(); }
 
 void changeAnswers(ModelledHost& host, RandomBytes& random) {
   const auto body = random.text();
-  const auto elsewhere = URL::parse("https://elsewhere.test/v4/events");
+  const auto elsewhere = *URL::parse("https://elsewhere.test/v4/events");
   const std::array scripts{
       test::answers(200, body),
       test::answers(200, R"({"delta":1.5,"last_event_timestamp":7})"),

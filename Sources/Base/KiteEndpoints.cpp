@@ -7,7 +7,8 @@ namespace {
 URL endpoint(std::string_view text) {
   const auto url = URL::parse(text);
   if (!url)
-    fatalError("Invalid endpoint " + std::string(text), {"KiteEndpoints", __func__, __LINE__});
+    fatalError("Invalid endpoint " + std::string(text) + ": " + url.error(),
+               {"KiteEndpoints", __func__, __LINE__});
   return *url;
 }
 

@@ -1,6 +1,7 @@
 #include <Kite/Base/URL.h>
 
 #include <algorithm>
+#include <optional>
 
 namespace kite {
 namespace {
@@ -48,15 +49,35 @@ bool isHost(std::string_view text) {
                      [](char c) { return isHexDigit(c) || c == ':' || c == '.'; });
 }
 
-bool isAuthority(std::string_view text) {
-  if (const auto at = text.find('@'); at != std::string_view::npos) {
-    if (!consistsOf("-._~!$&'()*+,;=:", text.substr(0, at))) return false;
-    text.remove_prefix(at + 1);
+/// The parts of a text that has a scheme; not yet looked at, but for where they end.
+struct Parts {
+  std::string_view scheme;
+  std::optional<std::string_view> userInfo;
+  std::string_view host;
+  std::string_view port;
+  std::string_view rest;  ///< path, query and fragment
+
+  explicit Parts(std::string_view text) {
+    const auto colon = std::min(text.find("://"), text.size());
+    scheme = text.substr(0, colon);
+    if (colon == text.size()) return;
+    const auto hierarchy = text.substr(colon + 3);
+    const auto end = std::min(hierarchy.find_first_of("/?#"), hierarchy.size());
+    splitAuthority(hierarchy.substr(0, end));
+    rest = hierarchy.substr(end);
   }
-  const auto colon = text.rfind(':');
-  const bool hasPort = colon != std::string_view::npos && !text.ends_with(']');
-  return hasPort ? isHost(text.substr(0, colon)) && isPort(text.substr(colon + 1)) : isHost(text);
-}
+
+ private:
+  void splitAuthority(std::string_view authority) {
+    if (const auto at = authority.find('@'); at != authority.npos) {
+      userInfo = authority.substr(0, at);
+      authority.remove_prefix(at + 1);
+    }
+    const auto colon = authority.ends_with(']') ? authority.npos : authority.rfind(':');
+    host = authority.substr(0, colon);
+    if (colon != authority.npos) port = authority.substr(colon + 1);
+  }
+};
 
 bool isPathQueryAndFragment(std::string_view text) {
   const auto hash = std::min(text.find('#'), text.size());
@@ -65,23 +86,39 @@ bool isPathQueryAndFragment(std::string_view text) {
          (hash == text.size() || consistsOf(allowed, text.substr(hash + 1)));
 }
 
+/// What is wrong with the first part that is wrong, or null.
+const char* fault(std::string_view text) {
+  const Parts parts(text);
+  if (parts.scheme.size() == text.size()) return "it does not begin with a scheme and \"://\"";
+  if (!isScheme(parts.scheme)) return "its scheme is malformed";
+  if (parts.userInfo && !consistsOf("-._~!$&'()*+,;=:", *parts.userInfo))
+    return "its user information holds a character that must be percent-encoded";
+  if (parts.host.empty()) return "it has no host";
+  if (!isHost(parts.host)) return "its host is malformed";
+  if (!isPort(parts.port)) return "its port is not a number up to 65535";
+  if (!isPathQueryAndFragment(parts.rest))
+    return "its path, query or fragment holds a character that must be percent-encoded";
+  return nullptr;
+}
+
 }  // namespace
 
-std::optional<URL> URL::parse(std::string_view text) {
-  const auto colon = std::min(text.find(':'), text.size());
-  const auto afterScheme = text.substr(colon);
-  if (!isScheme(text.substr(0, colon)) || !afterScheme.starts_with("://")) return std::nullopt;
-  const auto hierarchy = afterScheme.substr(3);
-  const auto authorityEnd = std::min(hierarchy.find_first_of("/?#"), hierarchy.size());
-  if (!isAuthority(hierarchy.substr(0, authorityEnd))) return std::nullopt;
-  if (!isPathQueryAndFragment(hierarchy.substr(authorityEnd))) return std::nullopt;
+Result<URL, std::string> URL::parse(std::string_view text) {
+  if (const char* const reason = fault(text)) return Failure{std::string(reason)};
   return URL(std::string(text));
 }
 
 std::string URL::scheme() const {
-  std::string scheme = _text.substr(0, _text.find(':'));
+  std::string scheme(Parts(_text).scheme);
   std::transform(scheme.begin(), scheme.end(), scheme.begin(), lowerCase);
   return scheme;
+}
+
+std::string URL::origin() const {
+  const Parts parts(_text);
+  auto origin = scheme().append("://").append(parts.host);
+  if (!parts.port.empty()) origin.append(":").append(parts.port);
+  return origin;
 }
 
 }  // namespace kite

@@ -232,8 +232,12 @@ URLResponse CurlTransfer::response() const {
   curl_easy_getinfo(_handle.get(), CURLINFO_EFFECTIVE_URL, &effectiveURL);
   // libcurl spells a URL in its own way; without a redirect the request's own spelling stays.
   const auto& requested = _exchange.request.url;
-  const auto url = redirects > 0 && effectiveURL ? URL::parse(effectiveURL) : requested;
-  return {.url = url,
+  std::optional<URL> url = requested;
+  if (redirects > 0 && effectiveURL) {
+    const auto arrived = URL::parse(effectiveURL);
+    url = arrived ? std::optional(*arrived) : std::nullopt;
+  }
+  return {.url = std::move(url),
           .statusCode = status > 0 ? std::optional(static_cast<int>(status)) : std::nullopt};
 }
 

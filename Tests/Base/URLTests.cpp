@@ -27,6 +27,32 @@ TEST(URL, givesItsSchemeInLowerCase) {
   EXPECT_EQ(schemeOf("http://h/x://y"), "http");
 }
 
+TEST(URL, givesItsOriginWithoutWhatMayBeSecret) {
+  const auto originOf = [](std::string_view text) { return URL::parse(text)->origin(); };
+  EXPECT_EQ(originOf("https://events.kite.example/v4/events"), "https://events.kite.example");
+  EXPECT_EQ(originOf("HTTP://user:secret@H:8080?token=private#x"), "http://H:8080");
+  EXPECT_EQ(originOf("https://user@[::1]:8443/"), "https://[::1]:8443");
+  EXPECT_EQ(originOf("https://[::1]"), "https://[::1]");
+  EXPECT_EQ(originOf("https://h:/"), "https://h");
+}
+
+std::string reason(std::string_view text) {
+  const auto url = URL::parse(text);
+  return url ? "none" : url.error();
+}
+
+TEST(URL, saysWhyItIsRefused) {
+  EXPECT_EQ(reason("events.kite.example/v4"), "it does not begin with a scheme and \"://\"");
+  EXPECT_EQ(reason("ht tp://h"), "its scheme is malformed");
+  EXPECT_EQ(reason("https://u s@h"),
+            "its user information holds a character that must be percent-encoded");
+  EXPECT_EQ(reason("https:///v4/events"), "it has no host");
+  EXPECT_EQ(reason("https://a b/v4"), "its host is malformed");
+  EXPECT_EQ(reason("https://h:99999"), "its port is not a number up to 65535");
+  EXPECT_EQ(reason("https://h/a b"),
+            "its path, query or fragment holds a character that must be percent-encoded");
+}
+
 TEST(URL, isRefusedWithoutAScheme) {
   for (const auto* text :
        {"", "events.kite.example", "//h", "://h", "1http://h", "ht tp://h", "h_t://h"})
@@ -65,8 +91,8 @@ TEST(URL, isRefusedWithAPercentSignThatEncodesNothing) {
 }
 
 TEST(URL, isComparedByItsText) {
-  EXPECT_EQ(URL::parse("https://h"), URL::parse("https://h"));
-  EXPECT_NE(URL::parse("https://h"), URL::parse("https://h/"));
+  EXPECT_EQ(*URL::parse("https://h"), *URL::parse("https://h"));
+  EXPECT_NE(*URL::parse("https://h"), *URL::parse("https://h/"));
 }
 
 }  // namespace

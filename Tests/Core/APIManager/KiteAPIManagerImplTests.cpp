@@ -116,7 +116,7 @@ TEST_F(KiteAPIManagerImplTests, stopsTheProcessBeforeStart) {
 TEST_F(KiteAPIManagerImplTests, hasNoEndpointBeforeStartAndTheBaseURLAfterIt) {
   EXPECT_EQ(manager->currentEndpoint(), std::nullopt);
   start({second});
-  EXPECT_EQ(manager->currentEndpoint(), URL::parse(base));
+  EXPECT_EQ(manager->currentEndpoint(), *URL::parse(base));
 }
 
 // The request
@@ -126,7 +126,7 @@ TEST_F(KiteAPIManagerImplTests, postsTheBodyWithItsHeaders) {
   send();
   ASSERT_EQ(network.requests().size(), 1U);
   const auto request = network.requests()[0];
-  EXPECT_EQ(request.url, URL::parse(base));
+  EXPECT_EQ(request.url, *URL::parse(base));
   EXPECT_EQ(request.method, "POST");
   EXPECT_EQ(request.timeoutSeconds, 60);
   EXPECT_EQ(unpacked(request.body), R"({"events":[)" + stampedTextOf("A", "1.7e+09") + "]}");
@@ -212,7 +212,7 @@ TEST_F(KiteAPIManagerImplTests, aStatusOutsideTheTwoHundredsFallsBack) {
     network.respond(on(base, answers(status), answers(200, goodReply)));
     start({second});
     send();
-    EXPECT_EQ(manager->currentEndpoint(), URL::parse(second)) << status;
+    EXPECT_EQ(manager->currentEndpoint(), *URL::parse(second)) << status;
     EXPECT_TRUE(outcomes.back().success);
   }
 }
@@ -249,7 +249,7 @@ TEST_F(KiteAPIManagerImplTests, onTheLastEndpointAnErrorCountsMoreThanAReplyOfSu
   EXPECT_FALSE(outcomes[0].success);
   EXPECT_EQ(outcomes[0].error, UploadError(TransportError{"cut off"}));
   EXPECT_EQ(manager->delta(), std::nullopt);
-  EXPECT_EQ(manager->currentEndpoint(), URL::parse(base));
+  EXPECT_EQ(manager->currentEndpoint(), *URL::parse(base));
   EXPECT_THAT(system.lines(), ElementsAre("[KITE] Error detected: cut off"));
 }
 
@@ -281,7 +281,7 @@ TEST_F(KiteAPIManagerImplTests, afterAFallbackTheBaseURLIsAFallbackItself) {
 }
 
 TEST_F(KiteAPIManagerImplTests, aRedirectMovesLaterBatchesToItsTarget) {
-  const auto target = URL::parse("https://moved.test/v5/events");
+  const auto target = *URL::parse("https://moved.test/v5/events");
   network.respond(answersFrom(target, 200, goodReply));
   start();
   send();
@@ -306,7 +306,7 @@ TEST_F(KiteAPIManagerImplTests, aFailedBatchKeepsTheCurrentEndpoint) {
   send();
   network.respond(fails());
   send();
-  EXPECT_EQ(manager->currentEndpoint(), URL::parse(second));
+  EXPECT_EQ(manager->currentEndpoint(), *URL::parse(second));
 }
 
 TEST_F(KiteAPIManagerImplTests, aFallbackIsPreparedAnew) {
@@ -346,7 +346,7 @@ TEST_F(KiteAPIManagerImplTests, anAcceptedBatchIsReportedWithTheEventsAsTheyWere
 }
 
 TEST_F(KiteAPIManagerImplTests, theEndpointIsKnownBeforeTheCallbackAndTheReplysNumbersAfterIt) {
-  const auto target = URL::parse(second);
+  const auto target = *URL::parse(second);
   network.respond(answersFrom(target, 200, goodReply));
   start();
   bool wasCalled = false;

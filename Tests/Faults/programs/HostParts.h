@@ -40,7 +40,7 @@ class HostParts {
 
   KiteDependencies dependencies(const Platform& platform, bool syncOnSessionEnd = true) const {
     const auto endpoint = URL::parse(_options.text("endpoint", "https://127.0.0.1:9/v4/events"));
-    if (!endpoint) throw std::runtime_error("--endpoint is no URL");
+    if (!endpoint) throw std::runtime_error("--endpoint is no URL: " + endpoint.error());
     return {platform, FromCustomIDs{.installedBeforeKite = false,
                                     .customIDs = {},
                                     .endpoints = {.production = *endpoint, .staging = *endpoint},

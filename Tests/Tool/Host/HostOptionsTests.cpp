@@ -114,5 +114,11 @@ TEST(HostOptions, refuseWhatTheyDoNotUnderstand) {
   EXPECT_THAT(complaint({"one", "two"}), HasSubstr("two"));
 }
 
+TEST(HostOptions, sayWhatIsWrongWithAnEndpointWithoutItsPassword) {
+  for (const std::string option : {"--endpoint", "--secondary"})
+    EXPECT_EQ(complaint({option, "https://user:secret@h:x/"}),
+              option + ": not an absolute URL: its port is not a number up to 65535");
+}
+
 }  // namespace
 }  // namespace kite::tool

@@ -30,9 +30,11 @@ CLI::Option* repeated(CLI::App& command, const std::string& name,
       ->allow_extra_args(false);
 }
 
-URL parsedURL(const std::string& option, const std::string& given) {
-  if (const auto url = URL::parse(given)) return *url;
-  throw CLI::ValidationError(option, fmt::format("\"{}\" is not an absolute URL", given));
+// The complaint leaves the URL's text out: it may hold a password.
+URL parsedEndpoint(const std::string& option, const std::string& given) {
+  const auto url = URL::parse(given);
+  if (!url) throw CLI::ValidationError(option, "not an absolute URL: " + url.error());
+  return *url;
 }
 
 /// The two texts around the first `separator`, neither of them empty.
@@ -47,11 +49,11 @@ std::pair<std::string, std::string> halves(const std::string& option, const std:
 void addNetwork(CLI::App& command, HostOptions& options) {
   text(
       command, "--endpoint",
-      [&](auto& given) { options.endpoint = parsedURL("--endpoint", given); },
+      [&](auto& given) { options.endpoint = parsedEndpoint("--endpoint", given); },
       "Where events go, for production and staging builds alike", "URL");
   repeated(
       command, "--secondary",
-      [&](auto& given) { options.secondaries.push_back(parsedURL("--secondary", given)); },
+      [&](auto& given) { options.secondaries.push_back(parsedEndpoint("--secondary", given)); },
       "Where events go when the endpoint fails (repeatable)", "URL");
   text(
       command, "--ca-file", [&](auto& given) { options.caFile = given; },
