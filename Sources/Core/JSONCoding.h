@@ -33,6 +33,7 @@ struct JSONCoding<bool> {
 /// A number without a fraction reads as an integer, and is a double all the same.
 template <>
 struct JSONCoding<double> {
+  static JSONValue encode(double number) { return number; }
   static std::optional<double> decode(const JSONValue& json) {
     if (json.integer()) return static_cast<double>(*json.integer());
     return json.real() ? std::optional(*json.real()) : std::nullopt;

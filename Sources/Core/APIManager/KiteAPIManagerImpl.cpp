@@ -4,6 +4,7 @@
 #include "Core/APIManager/Headers.h"
 #include "Core/APIManager/ServerBody.h"
 #include "Core/Event/WhiskerEvents.h"
+#include "Core/TypedStorage.h"
 
 #include <string>
 #include <utility>
@@ -167,13 +168,14 @@ std::optional<ServerResponse> KiteAPIManagerImpl::dataTaskCompletion(const Event
   return reply.responseData ? decodeServerResponse(reply.responseData->bytes) : std::nullopt;
 }
 
-std::optional<double> KiteAPIManagerImpl::number(std::string_view key) const {
-  return _dependencies->kvStorage->readNumber(key);
+std::optional<double> KiteAPIManagerImpl::number(Larder::Key<double> key) const {
+  const auto stored = load(*_dependencies->kvStorage, key);
+  return stored ? std::optional(*stored) : std::nullopt;
 }
 
-void KiteAPIManagerImpl::setNumber(std::string_view key, std::optional<double> value) {
+void KiteAPIManagerImpl::setNumber(Larder::Key<double> key, std::optional<double> value) {
   const auto store = _dependencies->kvStorage;
-  value ? store->writeNumber(key, *value) : store->remove(key);
+  value ? save(*store, key, *value) : store->remove(key.name);
 }
 
 }  // namespace kite

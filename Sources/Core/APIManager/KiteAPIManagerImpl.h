@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Kite/Platform/Larder.h>
 #include <Kite/Platform/System.h>
 
 #include "Base/Guarded.h"
@@ -11,7 +12,6 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <string_view>
 #include <type_traits>
 
 namespace kite {
@@ -22,8 +22,8 @@ namespace kite {
 class KiteAPIManagerImpl final : public KiteAPIManager,
                                  public std::enable_shared_from_this<KiteAPIManagerImpl> {
  public:
-  static constexpr std::string_view deltaKey = "delta";
-  static constexpr std::string_view lastEventTimestampKey = "last_event_timestamp";
+  static constexpr Larder::Key<double> deltaKey{"delta"};
+  static constexpr Larder::Key<double> lastEventTimestampKey{"last_event_timestamp"};
 
   struct PrepareBodyArguments {
     EventBatch events;
@@ -76,8 +76,8 @@ class KiteAPIManagerImpl final : public KiteAPIManager,
   URLRequest request(URL url, std::shared_ptr<const Data> body) const;
   EventBatch encodable(const PrepareBodyArguments& arguments) const;
   void report(const Whisker::DebugEvent& event) const;
-  std::optional<double> number(std::string_view key) const;
-  void setNumber(std::string_view key, std::optional<double> value);
+  std::optional<double> number(Larder::Key<double> key) const;
+  void setNumber(Larder::Key<double> key, std::optional<double> value);
 
   System _system;
   GzipFactory _makeGzip;

@@ -167,16 +167,24 @@ TEST_F(KiteAPIManagerImplTests, theNumbersOutliveTheManager) {
   EXPECT_EQ(manager->lastEventTimestamp(), 20);
 }
 
-TEST_F(KiteAPIManagerImplTests, theNumbersAreNativeOnesUnderTheirKeys) {
+TEST_F(KiteAPIManagerImplTests, theNumbersAreKeptAsJSONUnderTheirKeys) {
   start();
   manager->setDelta(-2.5);
   manager->setLastEventTimestamp(30);
-  EXPECT_EQ(store->readNumber("delta"), -2.5);
-  EXPECT_EQ(store->readNumber("last_event_timestamp"), 30);
+  EXPECT_EQ(store->text("delta"), "-2.5");
+  EXPECT_EQ(store->text("last_event_timestamp"), "30.0");
   manager->setDelta(std::nullopt);
   EXPECT_FALSE(store->contains("delta"));
   manager->setLastEventTimestamp(std::nullopt);
   EXPECT_FALSE(store->contains("last_event_timestamp"));
+}
+
+TEST_F(KiteAPIManagerImplTests, whatIsNoJSONNumberUnderTheirKeysIsAsIfAbsent) {
+  store->writeNumber("delta", 1.5);
+  store->write("last_event_timestamp", Data{R"("20")"});
+  start();
+  EXPECT_EQ(manager->delta(), std::nullopt);
+  EXPECT_EQ(manager->lastEventTimestamp(), std::nullopt);
 }
 
 // Endpoints
@@ -474,7 +482,7 @@ TEST_F(KiteAPIManagerImplTests, answersAfterItsOwnerHasLetGoOfIt) {
   manager.reset();
   network.answer(answers(200, goodReply));
   EXPECT_EQ(outcomes.size(), 1U);
-  EXPECT_EQ(store->readNumber("delta"), 1.5);
+  EXPECT_EQ(store->text("delta"), "1.5");
 }
 
 // The body
