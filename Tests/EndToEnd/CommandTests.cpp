@@ -28,6 +28,8 @@ TEST(Command, saysWhatIsWrongWithItsUsageInOneLine) {
   expectUsageError({"host"});
   expectUsageError({"host", "--key", "k", "--sessions", "never"});
   expectUsageError({"host", "--key", "k", "--endpoint", "nowhere"});
+  expectUsageError({"host", "--key", "k", "--endpoint", "http://127.0.0.1/v4/events"});
+  expectUsageError({"host", "--key", "k", "--secondary", "http://127.0.0.1/v4/events"});
   expectUsageError({"host", "--key", "k", "--wings"});
   expectUsageError({"queue"});
   expectUsageError({"store", "--state", "x"});

@@ -44,15 +44,27 @@ KiteAPIManagerImpl::KiteAPIManagerImpl(System system, GzipFactory makeGzip)
 
 void KiteAPIManagerImpl::start(APIManagerDependencies dependencies) {
   URL baseURL = dependencies.baseURL;
+  for (const auto& endpoint : endpoints(dependencies)) tellIfInsecure(endpoint);
   _dependencies.set(std::move(dependencies));
   _currentEndpoint.set(std::move(baseURL));
 }
 
+KiteAPIManagerImpl::Endpoints KiteAPIManagerImpl::endpoints(
+    const APIManagerDependencies& dependencies) {
+  Endpoints all(dependencies.secondaryURLs.begin(), dependencies.secondaryURLs.end());
+  all.insert(dependencies.baseURL);
+  return all;
+}
+
+/// The others may be sound, so that the library works on.
+void KiteAPIManagerImpl::tellIfInsecure(const URL& endpoint) const {
+  if (endpoint.scheme() == "https") return;
+  _system.print("[KITE] Nothing is sent to " + endpoint.origin() + ": an endpoint must be HTTPS");
+}
+
 void KiteAPIManagerImpl::send(EventBatch events, Callback callback) {
   const auto dependencies = _dependencies.get();
-  Endpoints availableEndpoints(dependencies->secondaryURLs.begin(),
-                               dependencies->secondaryURLs.end());
-  availableEndpoints.insert(dependencies->baseURL);
+  auto availableEndpoints = endpoints(*dependencies);
   URL url = currentEndpoint().value_or(dependencies->baseURL);
   availableEndpoints.erase(url);
   send(std::make_shared<const Upload>(Upload{std::move(events), std::move(callback)}),

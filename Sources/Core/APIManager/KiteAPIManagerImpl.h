@@ -70,6 +70,8 @@ class KiteAPIManagerImpl final : public KiteAPIManager,
   };
   using Endpoints = std::set<URL>;
 
+  static Endpoints endpoints(const APIManagerDependencies& dependencies);
+  void tellIfInsecure(const URL& endpoint) const;
   void send(std::shared_ptr<const Upload> upload, URL url, Endpoints availableEndpoints);
   void complete(std::shared_ptr<const Upload> upload, Endpoints availableEndpoints,
                 const Reply& reply);

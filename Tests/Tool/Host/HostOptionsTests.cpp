@@ -115,9 +115,12 @@ TEST(HostOptions, refuseWhatTheyDoNotUnderstand) {
 }
 
 TEST(HostOptions, sayWhatIsWrongWithAnEndpointWithoutItsPassword) {
-  for (const std::string option : {"--endpoint", "--secondary"})
+  for (const std::string option : {"--endpoint", "--secondary"}) {
     EXPECT_EQ(complaint({option, "https://user:secret@h:x/"}),
               option + ": not an absolute URL: its port is not a number up to 65535");
+    EXPECT_EQ(complaint({option, "http://user:secret@h:80/v4/events?token=private"}),
+              option + ": http://h:80 is refused: events go over HTTPS only");
+  }
 }
 
 }  // namespace

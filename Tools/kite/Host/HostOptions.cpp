@@ -30,10 +30,12 @@ CLI::Option* repeated(CLI::App& command, const std::string& name,
       ->allow_extra_args(false);
 }
 
-// The complaint leaves the URL's text out: it may hold a password.
+// The complaints leave the URL's text out: it may hold a password.
 URL parsedEndpoint(const std::string& option, const std::string& given) {
   const auto url = URL::parse(given);
   if (!url) throw CLI::ValidationError(option, "not an absolute URL: " + url.error());
+  if (url->scheme() != "https")
+    throw CLI::ValidationError(option, url->origin() + " is refused: events go over HTTPS only");
   return *url;
 }
 
