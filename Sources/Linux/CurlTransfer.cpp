@@ -15,7 +15,7 @@ constexpr long connectTimeoutSeconds = 15;
 constexpr double defaultTimeoutSeconds = 60;
 constexpr double longestTimeoutSeconds = 24 * 60 * 60;
 constexpr long mostRedirects = 5;
-constexpr std::size_t longestBody = 256 * 1024;
+constexpr std::size_t longestBody = 1024 * 1024;
 constexpr std::size_t longestHeader = 256 * 1024;
 constexpr const char* outOfMemory = "Out of memory";  // short enough to need none
 
@@ -156,18 +156,12 @@ void CurlTransfer::setLimits() {
   set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
 }
 
-bool CurlTransfer::take(std::size_t& counter, std::size_t size, std::size_t limit,
-                        const char* complaint) {
-  counter += size;
-  if (counter <= limit) return true;
-  _complaint = complaint;
-  return false;
-}
-
 std::size_t CurlTransfer::receiveBody(char* bytes, std::size_t, std::size_t size, void* self) {
   auto& transfer = *static_cast<CurlTransfer*>(self);
-  if (!transfer.take(transfer._bodySize, size, longestBody, "The reply is longer than 256 KiB"))
+  if (size > longestBody - transfer._body.size()) {
+    transfer._isBodyTooLong = true;
     return CURL_WRITEFUNC_ERROR;
+  }
   if (ifMemoryAllows([&] { transfer._body.append(bytes, size); })) return size;
   transfer._complaint = outOfMemory;
   return CURL_WRITEFUNC_ERROR;
@@ -178,9 +172,10 @@ std::size_t CurlTransfer::receiveHeader(char* bytes, std::size_t, std::size_t si
   const std::string_view line(bytes, size);
   if (line.starts_with("HTTP/")) transfer._isHeaderWhole = false;
   if (line == "\r\n" || line == "\n") transfer._isHeaderWhole = true;
-  const bool fits = transfer.take(transfer._headerSize, size, longestHeader,
-                                  "The reply's header is longer than 256 KiB");
-  return fits ? size : CURL_WRITEFUNC_ERROR;
+  transfer._headerSize += size;
+  if (transfer._headerSize <= longestHeader) return size;
+  transfer._complaint = "The reply's header is longer than 256 KiB";
+  return CURL_WRITEFUNC_ERROR;
 }
 
 void CurlTransfer::finish(CURLcode outcome) {
@@ -189,9 +184,9 @@ void CurlTransfer::finish(CURLcode outcome) {
   tell(std::move(told));
 }
 
-void CurlTransfer::fail(std::string_view description) const {
+void CurlTransfer::fail(std::string_view cause) const {
   Reply told = failure(outOfMemory);
-  ifMemoryAllows([&] { told = failure(std::string(description)); });
+  ifMemoryAllows([&] { told = failure(std::string(cause)); });
   tell(std::move(told));
 }
 
@@ -203,13 +198,22 @@ void CurlTransfer::tell(Reply reply) const {
 }
 
 CurlTransfer::Reply CurlTransfer::reply(CURLcode outcome) {
-  if (outcome != CURLE_OK)
+  const bool isEarly = !isSentWhole();
+  auto from = response();
+  const int status = from.statusCode.value_or(0);
+  // A refusal counts however its connection ends. A status below 400 may not be the last one:
+  // libcurl follows redirects and waits interim replies out.
+  const bool isEarlyRefusal = isEarly && status >= 400;
+  const bool isStatusEnough = _isHeaderWhole && (_isBodyTooLong || isEarlyRefusal);
+  if (outcome != CURLE_OK && !isStatusEnough)
     return failure(_complaint.empty() ? describe(outcome) : std::string(_complaint));
   // Both are successes to libcurl.
   if (!_isHeaderWhole) return failure("The reply breaks off within its header");
-  if (!isSentWhole()) return failure("The reply came before the request was sent whole");
-  auto from = response();
-  return {.body = Data{std::move(_body)}, .response = std::move(from), .error = {}};
+  if (isEarly && status >= 200 && status <= 299)
+    return failure("The reply came before the request was sent whole");
+  Reply told{.body = {}, .response = std::move(from), .error = {}};
+  if (outcome == CURLE_OK) told.body = Data{std::move(_body)};
+  return told;
 }
 
 CurlTransfer::Reply CurlTransfer::failure(std::string description) {

@@ -40,7 +40,7 @@ class CurlTransfer {
   /// Tells the outcome of the performed handle.
   void finish(CURLcode outcome);
   /// Tells why there is none.
-  void fail(std::string_view description) const;
+  void fail(std::string_view cause) const;
 
  private:
   struct Reply {
@@ -58,7 +58,6 @@ class CurlTransfer {
   void setLimits();
   void addHeaderLine(const std::string& line);
 
-  bool take(std::size_t& counter, std::size_t size, std::size_t limit, const char* complaint);
   static std::size_t receiveBody(char* bytes, std::size_t, std::size_t size, void* self);
   static std::size_t receiveHeader(char* bytes, std::size_t, std::size_t size, void* self);
 
@@ -76,9 +75,9 @@ class CurlTransfer {
   CURLcode _setUp = CURLE_OK;
   std::chrono::steady_clock::time_point _deadline;
   std::string _body;
-  std::size_t _bodySize = 0;
   std::size_t _headerSize = 0;
   bool _isHeaderWhole = false;
+  bool _isBodyTooLong = false;
   std::string_view _complaint;  ///< why we stopped the transfer ourselves
 };
 

@@ -144,10 +144,12 @@ inline Reply endlessHeader() {
   };
 }
 /// Promises more than it sends.
-inline Reply truncated() {
-  return [](TLSConnection& connection) {
-    connection.write("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf");
+inline Reply truncated(int status = 200) {
+  return [=](TLSConnection& connection) {
+    connection.write("HTTP/1.1 " + std::to_string(status) +
+                     " Any\r\nContent-Length: 100\r\n\r\nhalf");
     connection.closeProperly();
+    connection.awaitEnd();  // a close with bytes unread would be a reset
     return false;
   };
 }

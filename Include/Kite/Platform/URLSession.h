@@ -45,6 +45,9 @@ class URLSessionDataTask {
 /// Sends requests over HTTPS. Any thread may call it.
 class URLSession {
  public:
+  /// Gets a response and its body, or an error. A body that is too large to be taken gives the
+  /// response alone: its status still counts. A success counts only once the whole request was
+  /// sent, a refusal before that too.
   using Completion =
       std::function<void(std::optional<Data> body, std::optional<URLResponse> response,
                          std::optional<TransportError> error)>;

@@ -15,7 +15,8 @@ from harness.hostile import (GOOD_REPLY, Connection, Hostile, Request, Script, h
                              over_https)
 
 MOST_GROWTH = 4096  # kB
-LONGEST = 256 << 10  # bytes of a reply
+LONGEST = 1 << 20  # bytes of a reply
+MOST_GROWTH_TO_READ = 8 * LONGEST >> 10  # kB; an index of the body is larger than the body
 MOST_SECONDS = 60
 MARGIN = 2.5  # for two busy cores
 OUTCOMES = ("[KITE] Events sent successfully", "[KITE] ❌ ERROR")
@@ -350,14 +351,17 @@ def lengths() -> list[Rudeness]:
     one = b"%x\r\n%s\r\n" % (good, GOOD_REPLY)
     huge = b"HTTP/1.1 200 OK\r\nContent-Length: 10737418240\r\n\r\n"
     return [
-        Rudeness("an endless body", endless(head(200, (("Connection", "close"),)), b"x" * 65536)),
+        Rudeness("an endless body", endless(head(200, (("Connection", "close"),)), b"x" * 65536),
+                 is_delivered=True),
         Rudeness("an endless chunked body", endless(head(200, chunked), b"1000\r\n" + b"x" * 4096
-                                                    + b"\r\n")),
+                                                    + b"\r\n"),
+                 is_delivered=True),
         Rudeness("10 GB announced", raw(huge + GOOD_REPLY)),
-        Rudeness("10 GB announced and begun", endless(huge, b"x" * 65536)),
+        Rudeness("10 GB announced and begun", endless(huge, b"x" * 65536), is_delivered=True),
         Rudeness("an endless failure", endless(head(500, (("Connection", "close"),)),
                                                b"x" * 65536)),
-        Rudeness("a body that is too long by a byte", replying(b" " * (LONGEST + 1))),
+        Rudeness("a body that is too long by a byte", replying(b" " * (LONGEST + 1)), is_delivered=True),
+        Rudeness("a failure that is too long by a byte", replying(b" " * (LONGEST + 1), 500)),
         Rudeness("a length too long", replying(GOOD_REPLY, length=good + 1)),
         Rudeness("a length too short", replying(GOOD_REPLY, length=good - 1), is_delivered=True),
         Rudeness("a negative length", raw(b"HTTP/1.1 200 OK\r\nContent-Length: -5\r\n\r\n"
@@ -431,7 +435,8 @@ def bodies() -> list[Rudeness]:
         "one number": b"17", "two documents": GOOD_REPLY * 2, "half of it": GOOD_REPLY[:20],
         "one of the two": b'{"delta":1.5}', "the other": b'{"last_event_timestamp":1.5}',
     }
-    rude = [Rudeness(f"a body of {name}", replying(text), is_delivered=True)
+    rude = [Rudeness(f"a body of {name}", replying(text), is_delivered=True,
+                     growth=MOST_GROWTH_TO_READ)
             for name, text in texts.items()]
     packed = (("Content-Encoding", "gzip"),)
     rude.append(Rudeness("a body that claims to be packed", replying(GOOD_REPLY, headers=packed),
@@ -503,7 +508,7 @@ def rudenesses() -> list[Rudeness]:
             *hasty_replies()]
 
 
-@case("replies", "rude replies", full=129, smoke=40)
+@case("replies", "rude replies", full=130, smoke=40)
 def rude_replies(run: Run) -> dict:
     return all_endure(run, rudenesses(), workers=2)
 
