@@ -186,7 +186,7 @@ void CurlTransfer::finish(CURLcode outcome) {
 
 void CurlTransfer::fail(std::string_view cause) const {
   Reply told = failure(outOfMemory);
-  ifMemoryAllows([&] { told = failure(std::string(cause)); });
+  ifMemoryAllows([&] { told = failure(named(cause)); });
   tell(std::move(told));
 }
 
@@ -206,11 +206,11 @@ CurlTransfer::Reply CurlTransfer::reply(CURLcode outcome) {
   const bool isEarlyRefusal = isEarly && status >= 400;
   const bool isStatusEnough = _isHeaderWhole && (_isBodyTooLong || isEarlyRefusal);
   if (outcome != CURLE_OK && !isStatusEnough)
-    return failure(_complaint.empty() ? describe(outcome) : std::string(_complaint));
+    return failure(named(_complaint.empty() ? describe(outcome) : std::string(_complaint)));
   // Both are successes to libcurl.
-  if (!_isHeaderWhole) return failure("The reply breaks off within its header");
+  if (!_isHeaderWhole) return failure(named("The reply breaks off within its header"));
   if (isEarly && status >= 200 && status <= 299)
-    return failure("The reply came before the request was sent whole");
+    return failure(named("The reply came before the request was sent whole"));
   Reply told{.body = {}, .response = std::move(from), .error = {}};
   if (outcome == CURLE_OK) told.body = Data{std::move(_body)};
   return told;
@@ -218,6 +218,11 @@ CurlTransfer::Reply CurlTransfer::reply(CURLcode outcome) {
 
 CurlTransfer::Reply CurlTransfer::failure(std::string description) {
   return {.body = {}, .response = {}, .error = TransportError{std::move(description)}};
+}
+
+/// With the endpoint, since a host may have several.
+std::string CurlTransfer::named(std::string_view cause) const {
+  return _exchange.request.url.origin().append(": ").append(cause);
 }
 
 bool CurlTransfer::isSentWhole() const {

@@ -63,6 +63,7 @@ class CurlTransfer {
 
   Reply reply(CURLcode outcome);
   static Reply failure(std::string description);
+  std::string named(std::string_view cause) const;
   void tell(Reply reply) const;
   bool isSentWhole() const;
   URLResponse response() const;

@@ -93,7 +93,7 @@ TEST(LibraryThread, aRequestWithoutAThreadFailsOnce) {
                    })
         ->resume();
   }
-  EXPECT_EQ(description, "The session's thread cannot be started");
+  EXPECT_EQ(description, "https://127.0.0.1:1: The session's thread cannot be started");
 }
 
 }  // namespace

@@ -28,7 +28,7 @@ struct URLResponse {
 
 /// Why a request has no response.
 struct TransportError {
-  std::string description;
+  std::string description;  ///< names the endpoint, and nothing of its URL that may be secret
 
   friend bool operator==(const TransportError&, const TransportError&) = default;
 };
