@@ -1,5 +1,6 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
+#include "Linux/CurlOptions.h"
 #include "Support/Outcomes.h"
 #include "Support/TLSTestServer.h"
 #include "Support/TestCertificates.h"
@@ -412,6 +413,14 @@ TEST_F(CurlSessionTests, givesUpOnAReplyThatStopsInTheMiddle) {
   auto request = post(server.url());
   request.timeoutSeconds = 0.2;
   EXPECT_THAT(failure(send(request)), HasSubstr("imeout"));
+}
+
+// A host that answers no packet cannot be had here, nor may a test wait for so long.
+TEST_F(CurlSessionTests, givesAConnectionFifteenSeconds) {
+  TLSTestServer server(authority.issue());
+  const WatchedCurlOption limit(CURLOPT_CONNECTTIMEOUT);
+  EXPECT_EQ(status(send(post(server.url()))), 200);
+  EXPECT_EQ(limit.value(), 15);
 }
 
 // Connections.
