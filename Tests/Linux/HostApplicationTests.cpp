@@ -2,7 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstddef>
 #include <memory>
+#include <semaphore>
+#include <set>
+#include <thread>
 #include <vector>
 
 namespace kite::Linux {
@@ -54,13 +59,91 @@ TEST_F(HostApplicationTests, givesEachBackgroundTaskAnIdentifierOfItsOwn) {
   EXPECT_NE(application->beginBackgroundTask({}), first);
 }
 
-TEST_F(HostApplicationTests, neverExpiresATask) {
+TEST_F(HostApplicationTests, expiresNoTaskByItself) {
   bool hasExpired = false;
   const auto task = application->beginBackgroundTask([&hasExpired] { hasExpired = true; });
   application->didEnterBackground();
   application->willEnterForeground();
   application->endBackgroundTask(task);
   EXPECT_FALSE(hasExpired);
+}
+
+TEST_F(HostApplicationTests, expiresEveryTaskThatIsUnderWayOnce) {
+  int first = 0;
+  int second = 0;
+  application->beginBackgroundTask([&] { ++first; });
+  application->beginBackgroundTask({});
+  application->beginBackgroundTask([&] { ++second; });
+  application->expireBackgroundTasks();
+  EXPECT_EQ(first, 1);
+  EXPECT_EQ(second, 1);
+  application->expireBackgroundTasks();
+  EXPECT_EQ(first, 1);
+  EXPECT_EQ(second, 1);
+}
+
+TEST_F(HostApplicationTests, doesNotExpireATaskThatHasEnded) {
+  bool hasExpired = false;
+  const auto task = application->beginBackgroundTask([&] { hasExpired = true; });
+  application->endBackgroundTask(task);
+  application->endBackgroundTask(task);
+  application->expireBackgroundTasks();
+  EXPECT_FALSE(hasExpired);
+}
+
+TEST_F(HostApplicationTests, letsAHandlerEndItsOwnTaskAndOthers) {
+  std::vector<UIBackgroundTaskIdentifier> tasks;
+  int expired = 0;
+  const auto endAll = [&] {
+    ++expired;
+    for (const auto task : tasks) application->endBackgroundTask(task);
+  };
+  tasks.push_back(application->beginBackgroundTask(endAll));
+  tasks.push_back(application->beginBackgroundTask(endAll));
+  application->expireBackgroundTasks();
+  EXPECT_EQ(expired, 1);
+}
+
+TEST_F(HostApplicationTests, runsAHandlerOnTheThreadThatSaysThatTimeIsUp) {
+  std::thread::id runner;
+  application->beginBackgroundTask([&] { runner = std::this_thread::get_id(); });
+  application->expireBackgroundTasks();
+  EXPECT_EQ(runner, std::this_thread::get_id());
+}
+
+// Whatever the handler uses may go once its task has ended.
+TEST_F(HostApplicationTests, endsATaskOnlyOnceItsHandlerHasReturned) {
+  for (int round = 0; round < 20; ++round) {
+    std::binary_semaphore begun(0);
+    std::atomic<bool> isGone = false;
+    bool cameLate = false;
+    const auto task = application->beginBackgroundTask([&] {
+      begun.release();
+      for (int i = 0; i < 100; ++i) std::this_thread::yield();
+      cameLate = isGone;
+    });
+    std::thread expiring([&] { application->expireBackgroundTasks(); });
+    begun.acquire();
+    application->endBackgroundTask(task);
+    isGone = true;
+    expiring.join();
+    ASSERT_FALSE(cameLate);
+  }
+}
+
+TEST_F(HostApplicationTests, givesTasksOfSeveralThreadsIdentifiersOfTheirOwn) {
+  std::vector<UIBackgroundTaskIdentifier> tasks(400);
+  std::vector<std::thread> threads;
+  for (std::size_t thread = 0; thread < 4; ++thread)
+    threads.emplace_back([&, thread] {
+      for (std::size_t i = thread; i < tasks.size(); i += 4) {
+        tasks[i] = application->beginBackgroundTask([] {});
+        if (i % 2 == 0) application->endBackgroundTask(tasks[i]);
+        application->expireBackgroundTasks();
+      }
+    });
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(std::set(tasks.begin(), tasks.end()).size(), tasks.size());
 }
 
 }  // namespace

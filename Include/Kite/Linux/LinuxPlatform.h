@@ -42,6 +42,9 @@ class HostApplication : public Application {
   /// Any thread; the notification's handlers run on it.
   virtual void willEnterForeground() = 0;
   virtual void didEnterBackground() = 0;
+  /// For a host that learns that its time runs out: calls the expiration handler of every
+  /// background task that has not ended, on this thread. A handler is called once.
+  virtual void expireBackgroundTasks() = 0;
 };
 KITE_EXPORT std::shared_ptr<HostApplication> hostApplication(
     std::shared_ptr<NotificationCenter> center,
