@@ -332,6 +332,15 @@ TEST_F(KiteTests, uploadsCarryTheHeadersOfTheBundle) {
   EXPECT_EQ(headers.at("Kite-Version"), "iOS-4.0.0");
 }
 
+TEST_F(KiteTests, uploadsOfAnAppStoreBuildAreNoTesters) {
+  world.kitbag.distributionChannel = DistributionChannel::appStore;
+  start();
+  const auto requests = world.network.requests();
+  ASSERT_FALSE(requests.empty());
+  EXPECT_EQ(requests.front().url.absoluteString(), "https://production.test/v4/events");
+  EXPECT_EQ(requests.front().headerFields.at("Kite-Tester"), "false");
+}
+
 TEST_F(KiteTests, telemetryIsScopedToTheLibrary) {
   world.network.respond(answers(200));
   start();

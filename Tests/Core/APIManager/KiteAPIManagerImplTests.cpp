@@ -19,6 +19,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pair;
 using testing::UnorderedElementsAre;
 
 constexpr const char* base = "https://base.test/v4/events";
@@ -185,6 +186,14 @@ TEST_F(KiteAPIManagerImplTests, whatIsNoJSONNumberUnderTheirKeysIsAsIfAbsent) {
   start();
   EXPECT_EQ(manager->delta(), std::nullopt);
   EXPECT_EQ(manager->lastEventTimestamp(), std::nullopt);
+}
+
+TEST_F(KiteAPIManagerImplTests, aProductionBuildIsNoTester) {
+  auto production = dependencies();
+  production.isTestEnvironment = false;
+  manager->start(std::move(production));
+  send();
+  EXPECT_EQ(network.requests().at(0).headerFields.at("Kite-Tester"), "false");
 }
 
 // Endpoints
@@ -437,25 +446,49 @@ TEST_F(KiteAPIManagerImplTests, aRejectedBatchClearsTheNumbersToo) {
   EXPECT_EQ(manager->lastEventTimestamp(), std::nullopt);
 }
 
-TEST_F(KiteAPIManagerImplTests, aTransportErrorIsPrintedAfterTheCallback) {
-  network.respond(fails("no route"));
-  start();
-  manager->send({}, [this](const auto&, bool success, const auto&) {
-    EXPECT_FALSE(success);
-    EXPECT_THAT(system.lines(), IsEmpty());
-  });
-  EXPECT_THAT(system.lines(), ElementsAre("[KITE] Error detected: no route"));
+/// What is done when a batch ends, in order: what is printed and which callback is called, and the
+/// endpoint that is remembered then.
+class EndOfABatch : public KiteAPIManagerImplTests {
+ protected:
+  void note(const std::string& step) {
+    steps.emplace_back(step, manager->currentEndpoint()->absoluteString());
+  }
+
+  std::vector<std::pair<std::string, std::string>> stepsAfter(Script script) {
+    auto noting = system.system();
+    noting.print = [this](std::string_view line) { note(std::string(line)); };
+    manager = std::make_shared<KiteAPIManagerImpl>(noting);
+    network.respond(std::move(script));
+    start();
+    manager->send({}, [this](const auto&, bool success, const auto& error) {
+      outcomes.push_back({{}, success, error});
+      note("callback");
+    });
+    return steps;
+  }
+
+  std::vector<std::pair<std::string, std::string>> steps;
+};
+
+TEST_F(EndOfABatch, byATransportErrorIsPrintedAfterTheCallback) {
+  EXPECT_THAT(stepsAfter(fails("no route")),
+              ElementsAre(Pair("callback", base), Pair("[KITE] Error detected: no route", base)));
+  EXPECT_FALSE(outcomes[0].success);
 }
 
-TEST_F(KiteAPIManagerImplTests, aRejectionIsPrintedBeforeTheCallback) {
-  network.respond(answers(422, R"({"error_code":101,"message":"x"})"));
-  start();
-  manager->send({}, [this](const auto&, bool success, const auto& error) {
-    EXPECT_FALSE(success);
-    EXPECT_EQ(error, UploadError(ServerError{ServerError::EventValidation{"x"}}));
-    EXPECT_THAT(system.lines(), ElementsAre("[KITE] Server Error: Failed event validation: x"));
-  });
-  EXPECT_EQ(system.lines().size(), 1U);
+TEST_F(EndOfABatch, byARejectionIsPrintedBeforeTheCallback) {
+  EXPECT_THAT(stepsAfter(answers(422, R"({"error_code":101,"message":"x"})")),
+              ElementsAre(Pair("[KITE] Server Error: Failed event validation: x", base),
+                          Pair("callback", base)));
+  EXPECT_FALSE(outcomes[0].success);
+  EXPECT_EQ(outcomes[0].error, UploadError(ServerError{ServerError::EventValidation{"x"}}));
+}
+
+TEST_F(EndOfABatch, bySuccessIsPrintedThenItsEndpointKeptThenTheCallbackCalled) {
+  EXPECT_THAT(
+      stepsAfter(answersFrom(*URL::parse(second), 200, goodReply)),
+      ElementsAre(Pair("[KITE] Events sent successfully to kite", base), Pair("callback", second)));
+  EXPECT_TRUE(outcomes[0].success);
 }
 
 TEST_F(KiteAPIManagerImplTests, rejectionsThatAreNotKnownCarryTheStatus) {
@@ -559,6 +592,18 @@ TEST_F(KiteAPIManagerImplTests, leavesOutAndReportsWhatDoesNotEncode) {
             JSONValue(JSONValue::Array{"data", "action_info", "price"}));
   EXPECT_EQ(reports[0].file, "Sources/Core/APIManager/KiteAPIManagerImpl");
   EXPECT_EQ(reports[0].function, "prepareBody(events:now:delta:lastEventTimestamp:)");
+}
+
+TEST_F(KiteAPIManagerImplTests, reportsEachEventThatDoesNotEncodeByItself) {
+  auto other = anEvent("B");
+  other.data.insertOrAssign("action_info", JSONValue::Object{{"weight", std::nan("")}});
+  start();
+  prepareBody({pending(anUnencodableEvent("A")), pending(other)});
+  std::vector<JSONValue> paths;
+  for (const auto& report : whisker->reports())
+    paths.push_back(*report.event.info.at("error_coding_path"));
+  EXPECT_THAT(paths, ElementsAre(JSONValue(JSONValue::Array{"data", "action_info", "price"}),
+                                 JSONValue(JSONValue::Array{"data", "action_info", "weight"})));
 }
 
 TEST_F(KiteAPIManagerImplTests, aBatchOfWhichNothingEncodesIsFinishedWithoutARequest) {

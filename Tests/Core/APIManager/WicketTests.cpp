@@ -79,6 +79,14 @@ TEST(WicketTests, aSecureURLIsSignedAsIfItWereNot) {
   EXPECT_EQ(Wicket::signature(plain), Wicket::signature(aRequest()));
 }
 
+TEST(WicketTests, everySecureURLWithinAURLIsSignedAsIfItWereNot) {
+  auto secure = aRequest();
+  secure.url = *URL::parse("https://a.test/https://https://b.test?next=https://c.test");
+  auto plain = aRequest();
+  plain.url = *URL::parse("http://a.test/http://http://b.test?next=http://c.test");
+  EXPECT_EQ(Wicket::signature(secure), Wicket::signature(plain));
+}
+
 TEST(WicketTests, theRestOfTheURLCounts) {
   auto other = aRequest();
   other.url = *URL::parse("https://b.test/v4/events");
