@@ -524,7 +524,7 @@ TEST_F(SynchronizationManagerImplTests, aTaskThatExpiresIsEndedThenAndNotAgain) 
 TEST_F(SynchronizationManagerImplTests, aTaskThatExpiresWhileItBeginsIsEndedBySyncsEnd) {
   auto expiring = dependencies();
   expiring.backgroundTaskScheduler.beginBackgroundTask = [this](auto handler) {
-    (*handler)();
+    handler.value()();
     return application->beginBackgroundTask(std::nullopt);
   };
   manager->start(expiring);

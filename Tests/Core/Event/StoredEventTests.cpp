@@ -99,7 +99,7 @@ TEST(StoredEventTests, aReservedNameInLowerCaseIsAccepted) {
 
 TEST(StoredEventTests, everyOtherFieldIsRequired) {
   for (const char* key : {"type", "id", "timestamp", "app", "user", "data", "info", "ids"}) {
-    const std::string quoted = "\"" + std::string(key) + "\"";
+    const std::string quoted = std::string("\"") + key + "\"";
     EXPECT_EQ(decode(altered(quoted, "\"other\"")), std::nullopt) << key;
   }
 }
