@@ -4,7 +4,7 @@
 
 namespace kite {
 
-CustomEvent::CustomEvent(std::string tableName, Payload payload, Shared<User> user)
-    : _tableName(std::move(tableName)), _payload(std::move(payload)), _user(std::move(user)) {}
+CustomEvent::CustomEvent(std::string tableName, Payload payload, const Shared<User>& user)
+    : _tableName(std::move(tableName)), _payload(std::move(payload)), _user(user) {}
 
 }  // namespace kite

@@ -16,7 +16,7 @@ class CustomEvent {
     friend bool operator==(const Payload&, const Payload&) = default;
   };
 
-  CustomEvent(std::string tableName, Payload payload, Shared<User> user);
+  CustomEvent(std::string tableName, Payload payload, const Shared<User>& user);
 
   EventType type() const { return EventType::custom(_tableName); }
   std::string id() const { return _payload.id.text(); }

@@ -22,7 +22,7 @@ JSONValue::Object DebugEvent::Payload::data() const {
           {"line", KiteValue(line).toJSONValue()}};
 }
 
-DebugEvent::DebugEvent(Payload payload, Shared<User> user)
-    : _payload(std::move(payload)), _user(std::move(user)) {}
+DebugEvent::DebugEvent(Payload payload, const Shared<User>& user)
+    : _payload(std::move(payload)), _user(user) {}
 
 }  // namespace kite

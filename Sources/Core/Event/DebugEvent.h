@@ -31,7 +31,7 @@ class DebugEvent {
     friend bool operator==(const Payload&, const Payload&) = default;
   };
 
-  DebugEvent(Payload payload, Shared<User> user);
+  DebugEvent(Payload payload, const Shared<User>& user);
 
   EventType type() const { return EventType::Case::debugEvent; }
   std::string id() const { return _payload.id.text(); }

@@ -6,8 +6,8 @@ namespace kite {
 
 class ExperimentSegmentsReceived {
  public:
-  ExperimentSegmentsReceived(std::string id, double timestamp, Shared<User> user)
-      : _id(std::move(id)), _timestamp(timestamp), _user(std::move(user)) {}
+  ExperimentSegmentsReceived(std::string id, double timestamp, const Shared<User>& user)
+      : _id(std::move(id)), _timestamp(timestamp), _user(user) {}
 
   EventType type() const { return EventType::Case::experimentSegmentsReceived; }
   const std::string& id() const { return _id; }

@@ -34,9 +34,9 @@ JSONValue::Object InstallPayload::data() const {
   return data;
 }
 
-InstallEvent::InstallEvent(InstallPayload payload, Shared<User> user,
+InstallEvent::InstallEvent(InstallPayload payload, const Shared<User>& user,
                            std::optional<Storefront> storefront)
-    : _payload(std::move(payload)), _user(std::move(user)), _storefront(std::move(storefront)) {}
+    : _payload(std::move(payload)), _user(user), _storefront(std::move(storefront)) {}
 
 JSONValue::Object InstallEvent::data() const {
   return withStorefront(_storefront, _payload.data());

@@ -25,7 +25,8 @@ struct InstallPayload {
 
 class InstallEvent {
  public:
-  InstallEvent(InstallPayload payload, Shared<User> user, std::optional<Storefront> storefront);
+  InstallEvent(InstallPayload payload, const Shared<User>& user,
+               std::optional<Storefront> storefront);
 
   EventType type() const { return EventType::Case::install; }
   std::string id() const { return _payload.id.text(); }

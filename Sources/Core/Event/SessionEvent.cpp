@@ -26,9 +26,9 @@ JSONValue::Object toJSONValue(const SessionSubtype& subtype) {
   return std::visit([](const auto& payload) { return kite::data(payload); }, subtype);
 }
 
-SessionEvent::SessionEvent(SessionSubtype subtype, Shared<User> user,
+SessionEvent::SessionEvent(SessionSubtype subtype, const Shared<User>& user,
                            std::optional<Storefront> storefront)
-    : _subtype(std::move(subtype)), _user(std::move(user)), _storefront(std::move(storefront)) {}
+    : _subtype(std::move(subtype)), _user(user), _storefront(std::move(storefront)) {}
 
 std::string SessionEvent::id() const {
   return std::visit([](const auto& payload) { return payload.id.text(); }, _subtype);

@@ -33,7 +33,8 @@ JSONValue::Object toJSONValue(const SessionSubtype& subtype);
 
 class SessionEvent {
  public:
-  SessionEvent(SessionSubtype subtype, Shared<User> user, std::optional<Storefront> storefront);
+  SessionEvent(SessionSubtype subtype, const Shared<User>& user,
+               std::optional<Storefront> storefront);
 
   EventType type() const { return EventType::Case::session; }
   std::string id() const;

@@ -18,7 +18,7 @@ JSONValue::Object UserInfoUpdated::Payload::data() const {
           {"lost_keys", arrayOf(lostKeys)}};
 }
 
-UserInfoUpdated::UserInfoUpdated(Payload payload, Shared<User> user)
-    : _payload(std::move(payload)), _user(std::move(user)) {}
+UserInfoUpdated::UserInfoUpdated(Payload payload, const Shared<User>& user)
+    : _payload(std::move(payload)), _user(user) {}
 
 }  // namespace kite

@@ -21,7 +21,7 @@ class UserInfoUpdated {
     friend bool operator==(const Payload&, const Payload&) = default;
   };
 
-  UserInfoUpdated(Payload payload, Shared<User> user);
+  UserInfoUpdated(Payload payload, const Shared<User>& user);
 
   EventType type() const { return EventType::Case::userInfoUpdated; }
   std::string id() const { return _payload.id.text(); }

@@ -54,9 +54,9 @@ std::optional<DynamicValue> dateFrom(std::string_view text) {
   const year_month_day day{year(part(0, 4)), month(static_cast<unsigned>(part(5, 2))),
                            std::chrono::day(static_cast<unsigned>(part(8, 2)))};
   if (!day.ok() || part(11, 2) > 23 || part(14, 2) > 59 || part(17, 2) > 60) return std::nullopt;
-  const auto seconds = sys_seconds(sys_days(day)).time_since_epoch().count() + 3600 * part(11, 2) +
-                       60 * part(14, 2) + part(17, 2);
-  return Date{static_cast<double>(seconds)};
+  const sys_seconds time =
+      sys_days(day) + hours(part(11, 2)) + minutes(part(14, 2)) + seconds(part(17, 2));
+  return Date{static_cast<double>(time.time_since_epoch().count())};
 }
 
 int base64Digit(char character) {
