@@ -21,7 +21,9 @@ EventStorageImpl::~EventStorageImpl() {
 
 void EventStorageImpl::start(EventStorageDependencies dependencies) {
   const SessionListener sessionListener = dependencies.sessionListener;
+  const bool isAnotherStart = static_cast<bool>(_dependencies.unwrapped());
   _dependencies.set(std::move(dependencies));
+  if (isAnotherStart) _isBlockDue = true;  // the last one may go with the queue of before
   load();
   startTimer();
   addObservers(sessionListener);
@@ -59,11 +61,11 @@ void EventStorageImpl::removeEvents(std::set<std::string> ids) {
 // One block makes all changes that were submitted by then, so that most find it sent for. When
 // there is no memory for it the next change sends it, or the next flush makes them.
 void EventStorageImpl::submit(std::unique_ptr<PendingChange> change) {
-  auto& queue = *_dependencies->eventStorageQueue;
+  const auto dependencies = _dependencies.get();
   const bool isFirst = _submitted.add(std::move(change));
   if (!isFirst && !_isBlockDue) return;
   _isBlockDue = !ifMemoryAllows([&] {
-    queue.run(
+    dependencies->eventStorageQueue->run(
         weakly(weak_from_this(), [](EventStorageImpl& self) { self.makeSubmittedChanges(); }));
   });
 }
@@ -93,6 +95,7 @@ void EventStorageImpl::makeSubmittedChanges() {
 
 // The queue runs a block again that found no memory: what is made by then is not made twice.
 void EventStorageImpl::makeChanges() {
+  const ReadSection section;  // the changes read their dependencies one by one
   while (!_changes.empty()) {
     if (!_isFirstMade) updateMemoryPendingEvents(_changes.first());
     _isFirstMade = true;

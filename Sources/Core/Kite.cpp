@@ -273,7 +273,8 @@ void KiteManagerImpl::trackUserAction(std::string_view name, KiteData data) {
   data.requireJSON();
   const Date now = _state->system.now();
   if (!_state->enabled || !_state->trackingConsent._canTrackUserAction(name)) return;
-  const bool inBackground = _state->dependencies->backgroundChecker.isInBackground();
+  const auto bundle = _state->dependencies.get();  // the managers read theirs within
+  const bool inBackground = bundle->backgroundChecker.isInBackground();
   _state->eventManager->trackUserAction(
       _state->prepareUserActionData({.name = name,
                                      .data = std::move(data),

@@ -86,6 +86,7 @@ SynchronizationManagerImpl::~SynchronizationManagerImpl() {
 }
 
 void SynchronizationManagerImpl::start(SynchronizationManagerDependencies dependencies) {
+  const ReadSection section;  // the timer of before is cancelled with its scheduler still there
   const SessionListener sessionListener = dependencies.sessionListener;
   _dependencies.set(std::move(dependencies));
   setupNotificationHandlers(sessionListener);

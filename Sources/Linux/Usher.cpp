@@ -58,30 +58,30 @@ std::optional<Id> readOrMakeFile(const std::string& path, const System& system) 
 }  // namespace
 
 void Manager::start(UsherDependencies given) {
-  State state{.kept = {}, .provided = std::move(given.customIdentifiers)};
-  state.kept.emplace(userDefaultsName, readOrMake(*given.kvstorage, userDefaultsIdKey, _system));
+  Ids kept;
+  kept.emplace(userDefaultsName, readOrMake(*given.kvstorage, userDefaultsIdKey, _system));
   {
     const std::scoped_lock monitor(*given.secretsStorage);
-    state.kept.emplace(keychainName, readOrMake(*given.secretsStorage, keychainIdKey, _system));
+    kept.emplace(keychainName, readOrMake(*given.secretsStorage, keychainIdKey, _system));
   }
   if (const auto folder = given.notBackuppableIdFolderProvider())
     if (auto id = readOrMakeFile(*folder, _system))
-      state.kept.emplace(notBackuppableName, *std::move(id));
+      kept.emplace(notBackuppableName, *std::move(id));
   // A host that knows these two better says so among its own identifiers.
-  state.provided.emplace(advertisingName, std::move(given.idfaProvider));
-  state.provided.emplace(vendorName, given.identifierForVendorProvider->identifierForVendor);
-  std::erase_if(state.provided,
-                [&](const auto& item) { return state.kept.contains(item.first) || !item.second; });
-  _state.set(std::move(state));
+  auto provided = std::move(given.customIdentifiers);
+  provided.emplace(advertisingName, std::move(given.idfaProvider));
+  provided.emplace(vendorName, given.identifierForVendorProvider->identifierForVendor);
+  std::erase_if(provided,
+                [&](const auto& item) { return kept.contains(item.first) || !item.second; });
+  _state.set(std::move(kept), std::move(provided));
 }
 
 std::shared_ptr<const Ids> Manager::ids() const {
   const auto state = _state.get();
-  auto last = _last.copy();
-  if (last && last->state != state) last = nullptr;
+  auto last = state->last.copy();
   if (auto values = changedValues(*state, last.get())) {
-    last = answer(state, *std::move(values));
-    _last.set(last);
+    last = answer(*state, *std::move(values));
+    state->last.set(last);
   }
   const Ids* ids = &last->ids;
   return {std::move(last), ids};
@@ -103,12 +103,12 @@ std::optional<Manager::Values> Manager::changedValues(const State& state, const 
   return changed;
 }
 
-std::shared_ptr<const Manager::Answer> Manager::answer(const State* state, Values values) {
-  auto ids = state->kept;
-  for (std::size_t i = 0; const auto& [name, provider] : state->provided) {
+std::shared_ptr<const Manager::Answer> Manager::answer(const State& state, Values values) {
+  auto ids = state.kept;
+  for (std::size_t i = 0; const auto& [name, provider] : state.provided) {
     if (const auto& value = values[i++]) ids.emplace(name, Id{*value});
   }
-  return std::make_shared<const Answer>(Answer{state, std::move(values), std::move(ids)});
+  return std::make_shared<const Answer>(Answer{std::move(values), std::move(ids)});
 }
 
 Id Manager::userDefaultsId() const { return _state->kept.find(userDefaultsName)->second; }

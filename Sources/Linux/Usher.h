@@ -26,25 +26,24 @@ class Manager final : public UsherManager {
   Id keychainId() const override;
 
  private:
-  struct State {
-    Ids kept;
-    CustomIdentifiers provided;  // by names that `kept` does not have
-  };
   using Values = std::vector<std::optional<std::string>>;  // in the order of `provided`
 
   /// What the host answered last, and the identifiers that it makes.
   struct Answer {
-    const State* state;
     Values values;
     Ids ids;
   };
+  struct State {
+    Ids kept;
+    CustomIdentifiers provided;  // by names that `kept` does not have
+    mutable Guarded<std::shared_ptr<const Answer>> last{};
+  };
 
   static std::optional<Values> changedValues(const State& state, const Answer* last);
-  static std::shared_ptr<const Answer> answer(const State* state, Values values);
+  static std::shared_ptr<const Answer> answer(const State& state, Values values);
 
   System _system;
   Started<State> _state{"Call start before using the UsherManager", {}};
-  mutable Guarded<std::shared_ptr<const Answer>> _last;
 };
 
 inline constexpr Larder::Key<UUID> userDefaultsIdKey{"Kite-User-Defaults-Id"};

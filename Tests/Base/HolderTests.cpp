@@ -4,7 +4,6 @@
 
 #include "Base/Guarded.h"
 #include "Base/LateInit.h"
-#include "Base/Started.h"
 #include "Base/Weakly.h"
 #include "Support/CatchFatalErrors.h"
 
@@ -31,24 +30,6 @@ TEST(LateInit, givesTheLatestValue) {
   holder.set(1);
   holder.set(2);
   EXPECT_EQ(holder.get(), 2);
-}
-
-TEST(Started, stopsTheProcessBeforeStart) {
-  const Started<std::string> record("Call start before", {"Manager", "", 84});
-  const auto raised = fatalErrorOf([&] { static_cast<void>(record->size()); });
-  ASSERT_TRUE(raised);
-  EXPECT_EQ(raised->message, "Call start before");
-  EXPECT_EQ(raised->where.line, 84U);
-  EXPECT_EQ(record.unwrapped(), nullptr);
-}
-
-TEST(Started, keepsARecordAliveForWhoReadsItDuringASecondStart) {
-  Started<std::string> record("", {});
-  record.set("first");
-  const auto first = record.get();
-  record.set("second");
-  EXPECT_EQ(*first, "first");
-  EXPECT_EQ(*record.unwrapped(), "second");
 }
 
 TEST(Guarded, isChangedByOneThreadAtATime) {

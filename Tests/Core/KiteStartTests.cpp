@@ -86,7 +86,7 @@ TEST_F(KiteStartTests, takesTheProcessIdentifierFromTheBundle) {
 
 TEST_F(KiteStartTests, aFacadeThatWasNotStartedIsDisabledAndHasStartedNothing) {
   EXPECT_FALSE(state->enabled);
-  EXPECT_EQ(state->dependencies.unwrapped(), nullptr);
+  EXPECT_FALSE(state->dependencies.unwrapped());
   EXPECT_FALSE(state->fatalErrorForTests);
   EXPECT_THAT(log, ElementsAre());
 }
