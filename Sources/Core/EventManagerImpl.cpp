@@ -21,12 +21,12 @@ void EventManagerImpl::start(EventManagerDependencies dependencies) {
 
 Shared<User> EventManagerImpl::kiteUser() { return user(*_dependencies.get()); }
 
-Shared<User> EventManagerImpl::user(const EventManagerDependencies& dependencies) {
-  const auto revision = dependencies.secretsStorage->revision();
-  const auto ids = dependencies.idProvider->ids();
-  if (auto known = knownUser(revision, ids.get())) return Shared<User>(std::move(known));
-  const auto info = UserInfoStore::userInfo(*dependencies.secretsStorage);
-  return _knownUser.with([&](auto& known) {
+Shared<User> EventManagerImpl::user(const Running& running) {
+  const auto revision = running.secretsStorage->revision();
+  const auto ids = running.idProvider->ids();
+  if (auto known = knownUser(running, revision, ids.get())) return Shared<User>(std::move(known));
+  const auto info = UserInfoStore::userInfo(*running.secretsStorage);
+  return running.user.with([&](auto& known) {
     if (!known || known->info != info || known->ids != ids) {
       auto user = std::make_shared<const User>(User{.info = info->data, .ids = allIds(*ids)});
       known.emplace(KnownUser{revision, info, ids, std::move(user)});
@@ -37,9 +37,10 @@ Shared<User> EventManagerImpl::user(const EventManagerDependencies& dependencies
 }
 
 /// Null when anything that the user is made of may have changed.
-std::shared_ptr<const User> EventManagerImpl::knownUser(std::uint64_t revision,
+std::shared_ptr<const User> EventManagerImpl::knownUser(const Running& running,
+                                                        std::uint64_t revision,
                                                         const Usher::Ids* ids) {
-  return _knownUser.with([&](const auto& known) {
+  return running.user.with([&](const auto& known) {
     const bool isUnchanged = known && known->revision == revision && known->ids.get() == ids;
     return isUnchanged ? known->user : nullptr;
   });

@@ -45,15 +45,20 @@ class EventManagerImpl final : public EventManager {
     std::shared_ptr<const User> user;
   };
 
+  /// One start's stores and the user that was read from them.
+  struct Running : EventManagerDependencies {
+    mutable Guarded<std::optional<KnownUser>> user{};
+  };
+
   template <class MakeEvent>
   void track(MakeEvent makeEvent);
-  Shared<User> user(const EventManagerDependencies& dependencies);
-  std::shared_ptr<const User> knownUser(std::uint64_t revision, const Usher::Ids* ids);
+  static Shared<User> user(const Running& running);
+  static std::shared_ptr<const User> knownUser(const Running& running, std::uint64_t revision,
+                                               const Usher::Ids* ids);
 
-  Started<EventManagerDependencies> _dependencies{"Call start before using the event manager",
-                                                  {"EventManagerImpl", "", 14}};
+  Started<Running> _dependencies{"Call start before using the event manager",
+                                 {"EventManagerImpl", "", 14}};
   std::atomic<bool> _isEnabled = false;
-  Guarded<std::optional<KnownUser>> _knownUser;
 };
 
 static_assert(std::default_initializable<EventManagerImpl>);

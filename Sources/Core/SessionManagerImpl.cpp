@@ -27,34 +27,41 @@ SessionManagerImpl::~SessionManagerImpl() {
 }
 
 std::shared_ptr<const Session> SessionManagerImpl::currentSession() {
-  if (auto stored = storedSession()) return stored;
+  return currentSession(*_dependencies.get());
+}
+
+std::shared_ptr<const Session> SessionManagerImpl::currentSession(const Running& running) {
+  if (auto stored = storedSession(running)) return stored;
   // Not stored here: until a start or an assignment stores one, every read makes another session.
-  auto session = std::make_shared<const Session>(createSession());
-  if (opensSessions()) sendSessionStart(*session);
+  auto session = std::make_shared<const Session>(createSession(running));
+  if (opensSessions(running)) sendSessionStart(running, *session);
   return session;
 }
 
 std::shared_ptr<const Session> SessionManagerImpl::lastForegroundSession() {
-  auto stored = load(*_dependencies->kvStorage, lastForegroundSessionKey);
-  return stored ? stored : currentSession();
+  const auto running = _dependencies.get();
+  auto stored = load(*running->kvStorage, lastForegroundSessionKey);
+  return stored ? stored : currentSession(*running);
 }
 
 void SessionManagerImpl::start(SessionManagerDependencies dependencies) {
   _dependencies.set(std::move(dependencies));
-  if (auto payload = lastSessionEndData()) sendSessionEnd(*std::move(payload));
-  if (opensSessions()) openSession();
-  startHeartbeat();
-  addObservers();
+  const auto running = _dependencies.get();
+  if (auto payload = lastSessionEndData(*running)) sendSessionEnd(*running, *std::move(payload));
+  if (opensSessions(*running)) openSession(*running);
+  startHeartbeat(*running);
+  addObservers(*running);
 }
 
 void SessionManagerImpl::addSessionData(std::optional<JSONValue> data, std::string_view key) {
-  auto session = *currentSession();
+  const auto running = _dependencies.get();
+  auto session = *currentSession(*running);
   if (data) {
     session.sessionData.insertOrAssign(std::string(key), *std::move(data));
   } else {
     session.sessionData.erase(key);
   }
-  setCurrentSession(session);
+  setCurrentSession(*running, session);
 }
 
 void SessionManagerImpl::removeSessionData(std::string_view key) {
@@ -62,30 +69,32 @@ void SessionManagerImpl::removeSessionData(std::string_view key) {
 }
 
 void SessionManagerImpl::updateSessionData(const JSONValue::Object& data) {
-  auto session = *currentSession();
+  const auto running = _dependencies.get();
+  auto session = *currentSession(*running);
   session.sessionData = session.sessionData.merged(data);
-  setCurrentSession(session);
+  setCurrentSession(*running, session);
 }
 
 // The heartbeat of before is forgotten, not cancelled, when an end signal has not already done so.
 void SessionManagerImpl::trackStartSession() {
-  if (storedSession()) trackEndSession();
-  openSession();
-  startHeartbeat();
+  const auto running = _dependencies.get();
+  if (storedSession(*running)) trackEndSession();
+  openSession(*running);
+  startHeartbeat(*running);
 }
 
 void SessionManagerImpl::trackEndSession() {
+  const auto running = _dependencies.get();
   if (const auto cancel = _cancellable.copy()) cancel();
-  if (!storedSession()) return;
-  const auto session = currentSession();
-  const auto duration = _dependencies->timeProvider.now() - session->startDate;
-  sendSessionEnd(endData(*session, false, duration));
+  if (!storedSession(*running)) return;
+  const auto session = currentSession(*running);
+  const auto duration = running->timeProvider.now() - session->startDate;
+  sendSessionEnd(*running, endData(*session, false, duration));
 }
 
-Session SessionManagerImpl::createSession() const {
-  const auto dependencies = _dependencies.get();
-  return {.id = dependencies->uuidProvider(),
-          .startDate = dependencies->timeProvider.now(),
+Session SessionManagerImpl::createSession(const Running& running) {
+  return {.id = running.uuidProvider(),
+          .startDate = running.timeProvider.now(),
           .sessionData = {},
           .isCrashed = false,
           .endDate = std::nullopt,
@@ -93,32 +102,31 @@ Session SessionManagerImpl::createSession() const {
 }
 
 // The second record outlives the session; it is written in the background too.
-void SessionManagerImpl::setCurrentSession(const Session& session) {
-  const auto dependencies = _dependencies.get();
-  save(*dependencies->kvStorage, lastSessionKey, session);
-  save(*dependencies->kvStorage, lastForegroundSessionKey, session);
+void SessionManagerImpl::setCurrentSession(const Running& running, const Session& session) {
+  save(*running.kvStorage, lastSessionKey, session);
+  save(*running.kvStorage, lastForegroundSessionKey, session);
 }
 
-std::shared_ptr<const Session> SessionManagerImpl::storedSession() {
-  return _storedSession.load(*_dependencies->kvStorage, lastSessionKey);
+std::shared_ptr<const Session> SessionManagerImpl::storedSession(const Running& running) {
+  return running.session.load(*running.kvStorage, lastSessionKey);
 }
 
-bool SessionManagerImpl::opensSessions() const {
-  const auto dependencies = _dependencies.get();
-  return !dependencies->sessionListener.disableAutomaticSession &&
-         !dependencies->backgroundChecker.isInBackground();
+bool SessionManagerImpl::opensSessions(const Running& running) {
+  return !running.sessionListener.disableAutomaticSession &&
+         !running.backgroundChecker.isInBackground();
 }
 
-void SessionManagerImpl::openSession() {
-  setCurrentSession(createSession());
-  sendSessionStart(*currentSession());
+void SessionManagerImpl::openSession(const Running& running) {
+  setCurrentSession(running, createSession(running));
+  sendSessionStart(running, *currentSession(running));
 }
 
-std::optional<SessionEndPayload> SessionManagerImpl::lastSessionEndData() {
-  const auto session = storedSession();
+std::optional<SessionEndPayload> SessionManagerImpl::lastSessionEndData(
+    const Running& running) const {
+  const auto session = storedSession(running);
   if (!session) return std::nullopt;
   if (session->endDate) return endData(*session, false, *session->endDate - session->startDate);
-  const auto counter = _dependencies->kvStorage->readNumber(counterKey);
+  const auto counter = running.kvStorage->readNumber(counterKey);
   return endData(*session, true, counter.value_or(unknownDuration));
 }
 
@@ -132,36 +140,33 @@ SessionEndPayload SessionManagerImpl::endData(const Session& session, bool crash
           .sessionEndTimestamp = _system.now().secondsSince1970};
 }
 
-void SessionManagerImpl::sendSessionStart(const Session& session) {
-  const auto dependencies = _dependencies.get();
-  dependencies->kvStorage->writeNumber(counterKey, 0.0);
-  dependencies->eventManager->trackSession(SessionStartPayload{
+void SessionManagerImpl::sendSessionStart(const Running& running, const Session& session) {
+  running.kvStorage->writeNumber(counterKey, 0.0);
+  running.eventManager->trackSession(SessionStartPayload{
       .id = session.id, .sessionStartDate = session.startDate.secondsSince1970});
 }
 
-void SessionManagerImpl::sendSessionEnd(SessionEndPayload payload) {
-  const auto dependencies = _dependencies.get();
-  dependencies->eventManager->trackSession(std::move(payload));
-  dependencies->kvStorage->remove(lastSessionKey.name);
-  dependencies->kvStorage->remove(counterKey);
+void SessionManagerImpl::sendSessionEnd(const Running& running, SessionEndPayload payload) {
+  running.eventManager->trackSession(std::move(payload));
+  running.kvStorage->remove(lastSessionKey.name);
+  running.kvStorage->remove(counterKey);
 }
 
-void SessionManagerImpl::startHeartbeat() {
-  _cancellable.set(_dependencies->scheduler->schedule(
+void SessionManagerImpl::startHeartbeat(const Running& running) {
+  _cancellable.set(running.scheduler->schedule(
       heartbeatInterval, heartbeatInterval,
       weakly(weak_from_this(), [](SessionManagerImpl& self) { self.timerTicked(); })));
 }
 
 void SessionManagerImpl::timerTicked() {
-  const auto dependencies = _dependencies.get();
-  const auto session = currentSession();
-  const double age = dependencies->timeProvider.now() - session->startDate;
-  dependencies->kvStorage->writeNumber(counterKey, age);
+  const auto running = _dependencies.get();
+  const auto session = currentSession(*running);
+  const double age = running->timeProvider.now() - session->startDate;
+  running->kvStorage->writeNumber(counterKey, age);
 }
 
-void SessionManagerImpl::addObservers() {
-  const auto dependencies = _dependencies.get();
-  const auto& listener = dependencies->sessionListener;
+void SessionManagerImpl::addObservers(const Running& running) {
+  const auto& listener = running.sessionListener;
   _startListenerToken.set(listener.onSessionStart(
       weakly(weak_from_this(), [](SessionManagerImpl& self) { self.trackStartSession(); })));
   _endListenerToken.set(listener.onSessionEnd(

@@ -45,24 +45,29 @@ class SessionManagerImpl : public SessionManager,
   virtual void trackEndSession();
 
  private:
-  Session createSession() const;
-  void setCurrentSession(const Session& session);
-  std::shared_ptr<const Session> storedSession();
-  bool opensSessions() const;
-  void openSession();
-  std::optional<SessionEndPayload> lastSessionEndData();
+  /// One start's store and what was read from it. An operation keeps to the one that it began with.
+  struct Running : SessionManagerDependencies {
+    mutable RememberedRecord<Session> session{};
+  };
+
+  static Session createSession(const Running& running);
+  static void setCurrentSession(const Running& running, const Session& session);
+  static std::shared_ptr<const Session> storedSession(const Running& running);
+  static std::shared_ptr<const Session> currentSession(const Running& running);
+  static bool opensSessions(const Running& running);
+  static void openSession(const Running& running);
+  std::optional<SessionEndPayload> lastSessionEndData(const Running& running) const;
   SessionEndPayload endData(const Session& session, bool crashed, double duration) const;
-  void sendSessionStart(const Session& session);
-  void sendSessionEnd(SessionEndPayload payload);
-  void startHeartbeat();
+  static void sendSessionStart(const Running& running, const Session& session);
+  static void sendSessionEnd(const Running& running, SessionEndPayload payload);
+  void startHeartbeat(const Running& running);
   void timerTicked();
-  void addObservers();
+  void addObservers(const Running& running);
 
   const System _system;
-  RememberedRecord<Session> _storedSession;
   Guarded<Tempra::Cancel> _cancellable;
-  Started<SessionManagerDependencies> _dependencies{"Call start before using the SessionManager",
-                                                    {"Kite/SessionManagerImpl", "", 0}};
+  Started<Running> _dependencies{"Call start before using the SessionManager",
+                                 {"Kite/SessionManagerImpl", "", 0}};
   Guarded<std::optional<CancelToken>> _startListenerToken;
   Guarded<std::optional<CancelToken>> _endListenerToken;
 };

@@ -119,6 +119,19 @@ TEST_F(EventManagerImplTests, isDisabledUntilItIsStarted) {
   EXPECT_TRUE(manager.isEnabled());
 }
 
+TEST_F(EventManagerImplTests, aStartWithAnotherStoreForgetsTheUserOfTheFirst) {
+  secrets->put("Kite-User-Info", R"({"data":{"from":"first"}})");
+  start();
+  manager.trackDebugEvent(aDebugEvent);
+  const auto first = std::exchange(secrets, std::make_shared<InMemorySecretsStorage>());
+  secrets->put("Kite-User-Info", R"({"data":{"from":"second"}})");
+  ASSERT_EQ(secrets->revision(), first->revision()) << "or the stores could be told apart by it";
+  start();
+  manager.trackDebugEvent(aDebugEvent);
+  EXPECT_EQ(storage->inserted().at(0).user->info, (JSONValue::Object{{"from", "first"}}));
+  EXPECT_EQ(storage->inserted().at(1).user->info, (JSONValue::Object{{"from", "second"}}));
+}
+
 TEST_F(EventManagerImplTests, aDisabledManagerReadsAndRecordsNothing) {
   start();
   manager.setEnabled(false);

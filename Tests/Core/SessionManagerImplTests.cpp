@@ -87,6 +87,20 @@ class SessionManagerImplTests : public testing::Test {
   }
 };
 
+TEST_F(SessionManagerImplTests, aStartWithAnotherStoreForgetsTheSessionOfTheFirst) {
+  start();
+  const auto first = manager->currentSession()->id;
+  const auto before = std::exchange(keyValues, std::make_shared<InMemoryKVStorage>());
+  storeSession(anOldSession());
+  while (keyValues->revision() < before->revision()) keyValues->put("another", "1");
+  ASSERT_EQ(keyValues->revision(), before->revision()) << "or the stores could be told apart by it";
+  isInBackground = true;
+  start();
+  ASSERT_THAT(ends(), SizeIs(1));
+  EXPECT_EQ(ends().front().sessionStartId, anOldSession().id);
+  EXPECT_EQ(load(*before, Larder::Key<Session>{sessionKey})->id, first) << "it stays in its store";
+}
+
 TEST_F(SessionManagerImplTests, theFirstStartInTheForegroundOpensASession) {
   start();
   EXPECT_THAT(ends(), IsEmpty());
