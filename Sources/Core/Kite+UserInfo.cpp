@@ -40,21 +40,22 @@ void KiteState::configureUserInfo() {
                                .device = *bundle->device,
                                .libraryShortVersion = bundle->libraryShortVersion,
                                .now = system.now()});
-  updateUserInfo(info);
-  requestAttribution(std::move(info));
+  updateUserInfo(*bundle->secretsStorage, info);
+  requestAttribution(*bundle, std::move(info));
 }
 
 // The reply repeats the whole start-up info beside "search_ads": a host may have changed one of its
-// keys meanwhile, and the start-up value then counts again.
-void KiteState::requestAttribution(JSONValue::Object startupInfo) {
-  dependencies->attributionClient.requestAttributionDetails(weakly(
+// keys meanwhile, and the start-up value then counts again. It belongs to the profile that was
+// asked for, whatever has been started since.
+void KiteState::requestAttribution(const KiteDependencies& bundle, JSONValue::Object startupInfo) {
+  bundle.attributionClient.requestAttributionDetails(weakly(
       weak_from_this(),
-      [info = std::move(startupInfo)](KiteState& self,
-                                      const std::optional<AttributionClient::Details>& details,
-                                      const std::optional<std::string>& /*error*/) {
+      [secrets = bundle.secretsStorage, info = std::move(startupInfo)](
+          KiteState& self, const std::optional<AttributionClient::Details>& details,
+          const std::optional<std::string>& /*error*/) {
         if (!details) return;
         self.updateUserInfo(
-            info.merged({{std::string(searchAdsKey), attributionObject(*details)}}));
+            *secrets, info.merged({{std::string(searchAdsKey), attributionObject(*details)}}));
       }));
 }
 
@@ -62,8 +63,8 @@ JSONValue::Object KiteState::userInfo() {
   return UserInfoStore::userInfo(*dependencies->secretsStorage)->data;
 }
 
-std::optional<JSONValue> KiteState::monetizationField() {
-  const auto info = UserInfoStore::userInfo(*dependencies->secretsStorage);
+std::optional<JSONValue> KiteState::monetizationField(Larder::SecretsStorage& secrets) {
+  const auto info = UserInfoStore::userInfo(secrets);
   const JSONValue* field = info->data.at(monetizationUserInfoKey);
   return field ? std::optional(*field) : std::nullopt;
 }
@@ -74,10 +75,13 @@ bool KiteState::mayUpdate(const JSONValue::Object& newData) const {
 }
 
 void KiteState::updateUserInfo(const JSONValue::Object& newData) {
-  const auto bundle = dependencies.get();
+  updateUserInfo(*dependencies->secretsStorage, newData);
+}
+
+void KiteState::updateUserInfo(Larder::SecretsStorage& secrets, const JSONValue::Object& newData) {
   if (!mayUpdate(newData)) return;
-  const auto before = UserInfoStore::userInfo(*bundle->secretsStorage);
-  const auto after = UserInfoStore::updateUserInfo(*bundle->secretsStorage, newData);
+  const auto before = UserInfoStore::userInfo(secrets);
+  const auto after = UserInfoStore::updateUserInfo(secrets, newData);
   trackUserInfoUpdated(before->data, after, newData);
 }
 
@@ -111,19 +115,21 @@ void KiteState::trackUserInfoUpdated(const JSONValue::Object& oldUserInfo,
 }
 
 void KiteState::monetizationFieldsDidChange(const JSONValue::Object& newValue) {
-  const auto stored = monetizationField();
+  const auto bundle = dependencies.get();
+  const auto stored = monetizationField(*bundle->secretsStorage);
   if (!enabled) return;
   const JSONValue::Object* fields = stored ? stored->object() : nullptr;
-  updateUserInfo(
-      {{std::string(monetizationUserInfoKey), fields ? fields->merged(newValue) : newValue}});
+  updateUserInfo(*bundle->secretsStorage, {{std::string(monetizationUserInfoKey),
+                                            fields ? fields->merged(newValue) : newValue}});
 }
 
 void KiteState::boolUserInfoDidChange(std::string_view key, bool newValue) {
-  const auto info = UserInfoStore::userInfo(*dependencies->secretsStorage);
+  const auto bundle = dependencies.get();
+  const auto info = UserInfoStore::userInfo(*bundle->secretsStorage);
   if (!enabled) return;
   const JSONValue* stored = info->data.at(key);
   if (stored && stored->boolean() && *stored->boolean() == newValue) return;
-  updateUserInfo({{std::string(key), newValue}});
+  updateUserInfo(*bundle->secretsStorage, {{std::string(key), newValue}});
 }
 
 }  // namespace kite

@@ -59,7 +59,6 @@ struct KiteState : std::enable_shared_from_this<KiteState> {
 
   void configureUserInfo();
   JSONValue::Object userInfo();
-  std::optional<JSONValue> monetizationField();
   void updateUserInfo(const JSONValue::Object& newData);
   void trackUserInfoUpdated(const JSONValue::Object& oldUserInfo,
                             const JSONValue::Object& newUserInfo, const JSONValue::Object& newData);
@@ -73,7 +72,9 @@ struct KiteState : std::enable_shared_from_this<KiteState> {
   void startInstallManager();
   void startSessionManager();
   void startSynchronizationManager();
-  void requestAttribution(JSONValue::Object startupInfo);
+  void requestAttribution(const KiteDependencies& bundle, JSONValue::Object startupInfo);
+  static std::optional<JSONValue> monetizationField(Larder::SecretsStorage& secrets);
+  void updateUserInfo(Larder::SecretsStorage& secrets, const JSONValue::Object& newData);
   bool mayUpdate(const JSONValue::Object& newData) const;
 };
 

@@ -241,6 +241,21 @@ TEST_F(KiteUserInfoTests, aLateAttributionReplyPutsTheStartUpValuesBack) {
   EXPECT_EQ(*stored().at("locale"), JSONValue("en_US"));
 }
 
+TEST_F(KiteUserInfoTests, anAttributionReplyGoesIntoTheProfileThatItWasAskedFor) {
+  AttributionClient::Callback reply;
+  world.attribution = {[&](const AttributionClient::Callback& callback) { reply = callback; }};
+  state->start(world.dependencies());
+  const auto first = std::exchange(world.secrets, std::make_shared<InMemorySecretsStorage>());
+  world.attribution = AttributionClient::none();
+  state->start(world.dependencies());
+  const auto reported = updates().size();
+  reply(AttributionClient::Details{{"id", 3}}, std::nullopt);
+  EXPECT_EQ(*UserInfoStore::userInfo(*first)->data.at("search_ads"), JSONValue(Object{{"id", 3}}));
+  EXPECT_FALSE(stored().contains("search_ads"));
+  ASSERT_EQ(updates().size(), reported + 1);
+  EXPECT_THAT(updates().back().updatedKeys, ElementsAre("search_ads"));
+}
+
 TEST_F(KiteUserInfoTests, anAttributionReplyAfterTheFacadeIsGoneDoesNothing) {
   AttributionClient::Callback reply;
   world.attribution = {[&](const AttributionClient::Callback& callback) { reply = callback; }};
