@@ -1,5 +1,6 @@
 #include "Base/Started.h"
 
+#include "Base/Semaphore.h"
 #include "Support/CatchFatalErrors.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +9,6 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
-#include <semaphore>
 #include <string>
 #include <thread>
 #include <vector>
@@ -101,8 +101,8 @@ TEST_F(StartedTests, keepsItUntilTheOutermostReadingEnds) {
 
 TEST_F(StartedTests, keepsItForReadersOnOtherThreadsTheLastOfWhichReleasesIt) {
   const auto first = start(1);
-  std::binary_semaphore isRead{0};
-  std::binary_semaphore mayEnd{0};
+  Semaphore isRead;
+  Semaphore mayEnd;
   std::thread reader([&] {
     const auto reading = bundle.get();
     isRead.release();

@@ -250,7 +250,9 @@ TEST_F(KiteUserInfoTests, anAttributionReplyGoesIntoTheProfileThatItWasAskedFor)
   state->start(world.dependencies());
   const auto reported = updates().size();
   reply(AttributionClient::Details{{"id", 3}}, std::nullopt);
-  EXPECT_EQ(*UserInfoStore::userInfo(*first)->data.at("search_ads"), JSONValue(Object{{"id", 3}}));
+  const auto asked = UserInfoStore::userInfo(*first)->data;
+  ASSERT_TRUE(asked.contains("search_ads"));
+  EXPECT_EQ(*asked.at("search_ads"), JSONValue(Object{{"id", 3}}));
   EXPECT_FALSE(stored().contains("search_ads"));
   ASSERT_EQ(updates().size(), reported + 1);
   EXPECT_THAT(updates().back().updatedKeys, ElementsAre("search_ads"));

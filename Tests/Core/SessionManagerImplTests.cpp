@@ -98,7 +98,9 @@ TEST_F(SessionManagerImplTests, aStartWithAnotherStoreForgetsTheSessionOfTheFirs
   start();
   ASSERT_THAT(ends(), SizeIs(1));
   EXPECT_EQ(ends().front().sessionStartId, anOldSession().id);
-  EXPECT_EQ(load(*before, Larder::Key<Session>{sessionKey})->id, first) << "it stays in its store";
+  const auto left = load(*before, Larder::Key<Session>{sessionKey});
+  ASSERT_TRUE(left) << "it stays in its store";
+  EXPECT_EQ(left->id, first);
 }
 
 TEST_F(SessionManagerImplTests, theFirstStartInTheForegroundOpensASession) {
