@@ -17,6 +17,10 @@ struct CancelToken {
 };
 
 /// Signals the start and the end of sessions. Copies share their handlers.
+///
+/// The standard ones call handlers in the order in which they were registered, but at a session's
+/// end those of the host first, then the session manager's, which records the end, the storage's,
+/// which writes the queue, and the synchronization's.
 struct KITE_EXPORT SessionListener {
   using Handler = std::function<void()>;
 

@@ -3,6 +3,7 @@
 #include "Base/IfMemoryAllows.h"
 #include "Base/Weakly.h"
 #include "Core/Event/StoredEventList.h"
+#include "Core/SessionEndHandler.h"
 
 #include <utility>
 
@@ -45,8 +46,9 @@ void EventStorageImpl::startTimer() {
 void EventStorageImpl::addObservers(const SessionListener& sessionListener) {
   _sessionStartToken.set(sessionListener.onSessionStart(
       weakly(weak_from_this(), [](EventStorageImpl& self) { self.onSessionStart(); })));
-  _sessionEndToken.set(sessionListener.onSessionEnd(
-      weakly(weak_from_this(), [](EventStorageImpl& self) { self.onSessionEnd(); })));
+  _sessionEndToken.set(sessionListener.onSessionEnd(SessionEndHandler{
+      SessionEndStep::writeQueue,
+      weakly(weak_from_this(), [](EventStorageImpl& self) { self.onSessionEnd(); })}));
 }
 
 void EventStorageImpl::insert(TrackedEvent event) {

@@ -3,6 +3,7 @@
 #include <Kite/Platform/System.h>
 
 #include "Base/Guarded.h"
+#include "Core/SessionEndHandler.h"
 
 #include <algorithm>
 #include <atomic>
@@ -13,12 +14,17 @@
 namespace kite {
 namespace {
 
-/// The handlers of one signal, shared by all copies of a listener. Any thread.
+/// The handlers of one signal, shared by all copies of a listener: step by step, those of one step
+/// as they were registered. Any thread.
 class HandlerTable {
  public:
   CancelToken add(SessionListener::Handler handler) {
     const CancelToken token{System::live().randomUUID()};
-    _entries.with([&](Entries& entries) { entries.push_back({token, std::move(handler)}); });
+    const auto step = stepOf(handler);
+    _entries.with([&](Entries& entries) {
+      const auto next = std::ranges::upper_bound(entries, step, {}, &Entry::step);
+      entries.insert(next, {token, step, std::move(handler)});
+    });
     return token;
   }
 
@@ -42,6 +48,7 @@ class HandlerTable {
  private:
   struct Entry {
     CancelToken token;
+    SessionEndStep step;
     SessionListener::Handler handler;
   };
   using Entries = std::vector<Entry>;
@@ -57,7 +64,12 @@ class NotifiedTable {
 
   CancelToken add(SessionListener::Handler handler) {
     const auto token = _handlers->add(std::move(handler));
-    attachOnce();
+    try {
+      attachOnce();
+    } catch (...) {
+      _handlers->remove(token);
+      throw;
+    }
     return token;
   }
 
@@ -71,10 +83,15 @@ class NotifiedTable {
   // is not observed for again.
   void attachOnce() {
     if (_isAttached.exchange(true)) return;
-    _observation.set(_center->addObserver(
-        _notification, [handlers = std::weak_ptr<const HandlerTable>(_handlers)] {
-          if (const auto table = handlers.lock()) table->callAll();
-        }));
+    try {
+      _observation.set(_center->addObserver(
+          _notification, [handlers = std::weak_ptr<const HandlerTable>(_handlers)] {
+            if (const auto table = handlers.lock()) table->callAll();
+          }));
+    } catch (...) {
+      _isAttached = false;
+      throw;
+    }
   }
 
   const std::shared_ptr<NotificationCenter> _center;

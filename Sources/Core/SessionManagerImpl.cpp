@@ -2,6 +2,7 @@
 
 #include "Base/Weakly.h"
 #include "Core/EventManager.h"
+#include "Core/SessionEndHandler.h"
 #include "Core/TypedStorage.h"
 
 #include <string>
@@ -169,8 +170,9 @@ void SessionManagerImpl::addObservers(const Running& running) {
   const auto& listener = running.sessionListener;
   _startListenerToken.set(listener.onSessionStart(
       weakly(weak_from_this(), [](SessionManagerImpl& self) { self.trackStartSession(); })));
-  _endListenerToken.set(listener.onSessionEnd(
-      weakly(weak_from_this(), [](SessionManagerImpl& self) { self.trackEndSession(); })));
+  _endListenerToken.set(listener.onSessionEnd(SessionEndHandler{
+      SessionEndStep::recordEnd,
+      weakly(weak_from_this(), [](SessionManagerImpl& self) { self.trackEndSession(); })}));
 }
 
 }  // namespace kite

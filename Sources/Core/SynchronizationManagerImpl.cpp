@@ -5,6 +5,7 @@
 #include "Base/Weakly.h"
 #include "Core/APIManager/KiteAPIManager.h"
 #include "Core/EventStorage.h"
+#include "Core/SessionEndHandler.h"
 
 #include <set>
 #include <string>
@@ -96,8 +97,9 @@ void SynchronizationManagerImpl::start(SynchronizationManagerDependencies depend
 void SynchronizationManagerImpl::setupNotificationHandlers(const SessionListener& sessionListener) {
   _sessionStartToken.set(sessionListener.onSessionStart(
       weakly(weak_from_this(), [](SynchronizationManagerImpl& self) { self.startAutoSync(); })));
-  _sessionEndToken.set(sessionListener.onSessionEnd(
-      weakly(weak_from_this(), [](SynchronizationManagerImpl& self) { self.onSessionEnd(); })));
+  _sessionEndToken.set(sessionListener.onSessionEnd(SessionEndHandler{
+      SessionEndStep::upload,
+      weakly(weak_from_this(), [](SynchronizationManagerImpl& self) { self.onSessionEnd(); })}));
 }
 
 void SynchronizationManagerImpl::setSuspended(bool value) {

@@ -1,13 +1,19 @@
 #include <Kite/SessionListener.h>
 
+#include "Core/SessionEndHandler.h"
 #include "Support/FakeNotificationCenter.h"
 
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <functional>
+#include <memory>
+#include <new>
 #include <optional>
+#include <string>
 #include <thread>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace kite::test {
@@ -19,6 +25,47 @@ constexpr auto didEnterBackground = "UIApplicationDidEnterBackgroundNotification
 SessionListener::Handler counting(int& calls) {
   return [&calls] { ++calls; };
 }
+
+/// Registers one handler for every step of an end, in the order of the managers' start, twice, and
+/// gives what `signal` calls.
+std::vector<std::string> stepsOf(const SessionListener& listener,
+                                 const std::function<void()>& signal) {
+  auto called = std::make_shared<std::vector<std::string>>();
+  const auto noting = [&](const char* name) {
+    return [called, name] { called->emplace_back(name); };
+  };
+  for (int start = 0; start < 2; ++start) {
+    listener.onSessionEnd(SessionEndHandler{SessionEndStep::writeQueue, noting("storage")});
+    listener.onSessionEnd(SessionEndHandler{SessionEndStep::recordEnd, noting("session")});
+    listener.onSessionEnd(SessionEndHandler{SessionEndStep::upload, noting("synchronization")});
+  }
+  listener.onSessionEnd(noting("host"));
+  listener.onSessionEnd(noting("host's second"));
+  signal();
+  return *called;
+}
+const std::vector<std::string> allSteps{
+    "host",    "host's second", "session",         "session",
+    "storage", "storage",       "synchronization", "synchronization"};
+
+/// Has no memory for the first observer.
+class FailingOnceCenter final : public NotificationCenter {
+ public:
+  std::shared_ptr<Observation> addObserver(std::string_view name,
+                                           std::function<void()> block) override {
+    if (!std::exchange(_hasFailed, true)) throw std::bad_alloc();
+    return center.addObserver(name, std::move(block));
+  }
+  void removeObserver(const std::shared_ptr<Observation>& observation) override {
+    center.removeObserver(observation);
+  }
+  void post(std::string_view name) override { center.post(name); }
+
+  FakeNotificationCenter center;
+
+ private:
+  bool _hasFailed = false;
+};
 
 class AutomaticSessionListener : public testing::Test {
  protected:
@@ -97,6 +144,27 @@ TEST_F(AutomaticSessionListener, theSameHoldsForEndHandlers) {
   EXPECT_EQ(center->observers(didEnterBackground), 0U);
   center->post(didEnterBackground);
   EXPECT_EQ(second, 0);
+}
+
+TEST_F(AutomaticSessionListener, anEndIsRecordedThenWrittenThenUploaded) {
+  EXPECT_EQ(stepsOf(listener, [&] { center->post(didEnterBackground); }), allSteps);
+}
+
+TEST_F(AutomaticSessionListener, startHandlersAreCalledAsTheyWereRegistered) {
+  std::vector<int> called;
+  for (int i = 0; i < 3; ++i) listener.onSessionStart([&called, i] { called.push_back(i); });
+  center->post(willEnterForeground);
+  EXPECT_EQ(called, (std::vector{0, 1, 2}));
+}
+
+TEST_F(AutomaticSessionListener, aRegistrationThatFailsLeavesNothingBehindAndMayBeRepeated) {
+  const auto failing = std::make_shared<FailingOnceCenter>();
+  const auto onFailing = SessionListener::notificationCenter(failing);
+  EXPECT_THROW(onFailing.onSessionEnd(counting(first)), std::bad_alloc);
+  onFailing.onSessionEnd(counting(second));
+  failing->center.post(didEnterBackground);
+  EXPECT_EQ(first, 0);
+  EXPECT_EQ(second, 1);
 }
 
 TEST_F(AutomaticSessionListener, anUnknownTokenIsIgnored) {
@@ -188,6 +256,11 @@ TEST(ManualSessionListener, eachTriggerCallsTheHandlersOfItsSideOnce) {
   manual.triggerSessionEnd();
   EXPECT_EQ(starts, 2);
   EXPECT_EQ(ends, 1);
+}
+
+TEST(ManualSessionListener, anEndIsRecordedThenWrittenThenUploaded) {
+  const auto manual = SessionListener::manual();
+  EXPECT_EQ(stepsOf(manual.witness, manual.triggerSessionEnd), allSteps);
 }
 
 TEST(ManualSessionListener, detachedHandlersAreNotCalled) {

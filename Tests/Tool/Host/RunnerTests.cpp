@@ -31,6 +31,10 @@ TEST_F(RunnerTests, answersAnOperation) {
   EXPECT_EQ(answer(R"({"op":"willEnterForeground"})"), R"({"ok":true})");
 }
 
+TEST_F(RunnerTests, hasNoStorageToWaitForWithoutALibraryThatWasStarted) {
+  EXPECT_EQ(answer(R"({"op":"awaitStorage"})"), R"({"ok":true})");
+}
+
 TEST_F(RunnerTests, answersAReadWithItsValue) {
   EXPECT_EQ(answer(R"({"op":"userInfo"})"), R"({"ok":true,"value":{}})");
   EXPECT_EQ(answer(R"({"op":"firstInstallTimestamp"})"), R"({"ok":true,"value":null})");

@@ -8,6 +8,8 @@
 #include "Host/AttributionFile.h"
 #include "Host/HostLocale.h"
 
+#include <future>
+
 namespace kite::tool {
 namespace {
 
@@ -58,6 +60,13 @@ void Host::start() {
   if (_options.isNoop) return;
   if (!_dependencies) _dependencies = dependencies();
   _kite->start(*_dependencies);
+}
+
+void Host::awaitStorage() {
+  if (!_dependencies) return;
+  std::promise<void> isReached;
+  _dependencies->eventStorageQueue->run([&] { isReached.set_value(); });
+  isReached.get_future().wait();
 }
 
 const ManualSessionListener* Host::manualSessions() const {

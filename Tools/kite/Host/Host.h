@@ -21,6 +21,8 @@ class Host {
   KiteManager& kite() { return *_kite; }
   /// Opens the stores at the first call; with the inert facade there is nothing to open.
   void start();
+  /// Returns when the storage's queue has done all that was asked of it before.
+  void awaitStorage();
   Linux::HostApplication& application() { return *_application; }
   /// Null when sessions are automatic.
   const ManualSessionListener* manualSessions() const;

@@ -29,6 +29,7 @@ Next wait(Host&, const Arguments& its) {
 }
 
 void start(Host& host) { host.start(); }
+void awaitStorage(Host& host) { host.awaitStorage(); }
 void willEnterForeground(Host& host) { host.application().willEnterForeground(); }
 void didEnterBackground(Host& host) { host.application().didEnterBackground(); }
 void triggerSessionStart(Host& host) { manualSessions(host).triggerSessionStart(); }
@@ -43,6 +44,7 @@ const std::vector<HostOperation>& hostOperations() {
       {"didEnterBackground", {}, plainly<didEnterBackground>},
       {"triggerSessionStart", {}, plainly<triggerSessionStart>},
       {"triggerSessionEnd", {}, plainly<triggerSessionEnd>},
+      {"awaitStorage", {}, plainly<awaitStorage>},
       {"wait", {"seconds"}, wait},
       {"crash", {}, [](auto&, auto&) { return Next::crash; }},
       {"quit", {}, [](auto&, auto&) { return Next::quit; }},
