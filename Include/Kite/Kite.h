@@ -8,3 +8,4 @@
 #include <Kite/KiteManagerImpl.h>
 #include <Kite/KiteNoop.h>
 #include <Kite/KiteProvider.h>
+#include <Kite/TrackingConsentManager.h>

@@ -2,6 +2,7 @@
 
 #include <Kite/KiteDependencies.h>
 #include <Kite/KiteManagerImpl.h>
+#include <Kite/TrackingConsentManager.h>
 
 #include "Base/HomeProcess.h"
 #include "Base/LateInit.h"

@@ -1,4 +1,5 @@
 #include <Kite/Base/FatalError.h>
+#include <Kite/TrackingConsentManager.h>
 
 #include "Base/Guarded.h"
 #include "Core/Event/TechnicalEvents.h"
@@ -6,7 +7,12 @@
 #include "Core/TypedStorage.h"
 
 #include <atomic>
-#include <mutex>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace kite {
@@ -37,10 +43,12 @@ Names technicalNames() {
 class LiveConsent {
  public:
   void start(std::shared_ptr<Larder::KVStorage> storage) {
-    const std::scoped_lock changing(_changing);
     const auto stored = load(*storage, trackingConsentKey);
-    _state.with([&](State& state) { decide(state, stored ? *stored : TrackingConsent{}); });
-    _storage = std::move(storage);
+    _state.with([&](State& state) {
+      decide(state, stored ? *stored : TrackingConsent{});
+      if (state.latest.storage != storage) state.latest = {};
+      std::swap(state.storage, storage);  // the one of before is released after the lock
+    });
   }
 
   bool canTrackUserAction(std::string_view name) {
@@ -54,16 +62,14 @@ class LiveConsent {
   }
 
   void set(bool TrackingConsent::*which, bool value) {
-    const std::scoped_lock changing(_changing);
-    if (!_storage)
+    auto change = made(which, value);
+    if (!change.storage)
       fatalError("TrackingConsentManager not started yet", {"Kite/TrackingConsent+Live", "", 0});
-    const auto changed = _state.with([&](State& state) {
-      auto consent = *state.consent;
-      consent.*which = value;
-      decide(state, consent);
-      return consent;
-    });
-    save(*_storage, trackingConsentKey, changed);
+    // Another thread's later change may be in the store already: then it belongs there again.
+    for (std::uint64_t written = 0; written != change.number; change = latestAfter(change)) {
+      save(*change.storage, trackingConsentKey, change.consent);
+      written = change.number;
+    }
   }
 
   void addTechnicalEvents(const std::set<std::string>& names) {
@@ -74,19 +80,42 @@ class LiveConsent {
   }
 
  private:
+  struct Change {
+    std::uint64_t number = 0;
+    std::shared_ptr<Larder::KVStorage> storage;
+    TrackingConsent consent;
+  };
   struct State {
-    std::optional<TrackingConsent> consent;  // unknown until started
+    std::shared_ptr<Larder::KVStorage> storage;  // null until started
+    std::optional<TrackingConsent> consent;      // unknown until started
+    Change latest;
+    std::uint64_t changes = 0;
     Names technical = technicalNames();
     Names profilingOnly;
   };
+
+  /// Without a store before `start`: nothing is changed then.
+  Change made(bool TrackingConsent::*which, bool value) {
+    return _state.with([&](State& state) {
+      if (!state.storage) return Change{};
+      auto consent = *state.consent;
+      consent.*which = value;
+      decide(state, consent);
+      state.latest = {++state.changes, state.storage, consent};
+      return state.latest;
+    });
+  }
+  Change latestAfter(const Change& change) {
+    return _state.with([&](const State& state) {
+      return state.latest.storage == change.storage ? state.latest : change;
+    });
+  }
 
   void decide(State& state, TrackingConsent consent) {
     state.consent = consent;
     _allowsAll.store(consent.analytics && consent.profiling, std::memory_order_release);
   }
 
-  std::mutex _changing;  // keeps writes in the order of the changes; readers do not wait for them
-  std::shared_ptr<Larder::KVStorage> _storage;
   Guarded<State> _state;
   std::atomic<bool> _allowsAll = false;  // so that no name needs to be looked up
 };

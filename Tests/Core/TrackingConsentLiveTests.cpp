@@ -1,4 +1,4 @@
-#include "Core/TrackingConsent.h"
+#include <Kite/TrackingConsentManager.h>
 
 #include "Support/CatchFatalErrors.h"
 #include "Support/InMemoryKVStorage.h"
@@ -6,7 +6,10 @@
 
 #include <gmock/gmock.h>
 
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace kite::test {
 namespace {
@@ -133,6 +136,48 @@ TEST_F(TrackingConsentLiveTests, aSetterBeforeStartIsReportedFromItsFixedPlace) 
   const auto raised = fatalErrorOf([&] { consent._setAnalyticsTrackingConsent(true); });
   ASSERT_TRUE(raised);
   EXPECT_STREQ(raised->where.file, "Kite/TrackingConsent+Live");
+}
+
+TEST_F(TrackingConsentLiveTests, aSetterWritesAnUnchangedValueToo) {
+  start();
+  consent._setAnalyticsTrackingConsent(true);
+  EXPECT_EQ(keyValues->writes(), 1);
+  EXPECT_EQ(parsed(keyValues->text(consentKey)),
+            parsed(R"({"analytics": true, "profiling": true})"));
+  consent._setProfilingTrackingConsent(true);
+  EXPECT_EQ(keyValues->writes(), 2);
+}
+
+TEST_F(TrackingConsentLiveTests, anotherStartReadsTheConsentsOfItsStore) {
+  start();
+  set(false, false);
+  keyValues = std::make_shared<InMemoryKVStorage>();
+  keyValues->put(consentKey, R"({"analytics": true, "profiling": false})");
+  consent._addProfilingOnlyEvents({"profile"});
+  start();
+  EXPECT_TRUE(allows("buy"));
+  EXPECT_FALSE(allows("profile"));
+  consent._setProfilingTrackingConsent(true);
+  EXPECT_EQ(parsed(keyValues->text(consentKey)),
+            parsed(R"({"analytics": true, "profiling": true})"));
+}
+
+// Of the two writes the first change's comes last, as it would on another thread that was
+// interrupted before it.
+TEST_F(TrackingConsentLiveTests, aWriteThatALaterChangeOvertookIsFollowedByTheLatest) {
+  start();
+  std::vector<std::string> written;
+  bool isOvertaken = false;
+  keyValues->onWrite = [&] {
+    if (std::exchange(isOvertaken, true)) return written.push_back(keyValues->text(consentKey));
+    consent._setProfilingTrackingConsent(false);
+  };
+  consent._setAnalyticsTrackingConsent(false);
+  ASSERT_EQ(written.size(), 2U);
+  EXPECT_EQ(parsed(keyValues->text(consentKey)),
+            parsed(R"({"analytics": false, "profiling": false})"));
+  EXPECT_EQ(parsed(written.back()), parsed(R"({"analytics": false, "profiling": true})"))
+      << "the older change was written over the later one before that was written again";
 }
 
 TEST_F(TrackingConsentLiveTests, copiesShareTheirState) {

@@ -6,7 +6,6 @@
 #include "Core/InstallManagerImpl.h"
 #include "Core/SessionManagerImpl.h"
 #include "Core/SynchronizationManagerImpl.h"
-#include "Core/TrackingConsent.h"
 #include "Support/TestWorld.h"
 #include "Values/DynamicConversion.h"
 

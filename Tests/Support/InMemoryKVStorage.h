@@ -4,6 +4,7 @@
 
 #include "Support/InMemoryTable.h"
 
+#include <functional>
 #include <new>
 #include <utility>
 
@@ -12,15 +13,19 @@ namespace kite::test {
 /// A key-value store without a disk.
 class InMemoryKVStorage final : public Larder::KVStorage {
  public:
+  std::function<void()> onWrite = [] {};  ///< before a value is written or a list edited
+
   std::shared_ptr<const Larder::StoredValue> read(std::string_view key) const override {
     return _table.find<InMemoryTable::Stored>(key).value_or(nullptr);
   }
   std::uint64_t revision() const override { return _table.revision(); }
   void write(std::string_view key, Data data) override {
+    onWrite();
     _table.set(key, std::make_shared<const Larder::StoredValue>(std::move(data)));
   }
   void remove(std::string_view key) override { _table.remove(key); }
   Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit) override {
+    onWrite();
     const auto outcome = _table.edit(key, edit);
     if (std::exchange(_losesOutcome, false)) throw std::bad_alloc();
     return outcome;
