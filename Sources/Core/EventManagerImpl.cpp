@@ -21,28 +21,34 @@ void EventManagerImpl::start(EventManagerDependencies dependencies) {
 
 Shared<User> EventManagerImpl::kiteUser() { return user(*_dependencies.get()); }
 
+// The info is read before the identifiers. It is not read again while its store is unchanged.
 Shared<User> EventManagerImpl::user(const Running& running) {
-  const auto revision = running.secretsStorage->revision();
+  auto& secrets = *running.secretsStorage;
+  const auto revision = secrets.revision();
+  const bool isKnown = running.revision == revision;
+  const auto info = isKnown ? nullptr : UserInfoStore::userInfo(secrets);
   const auto ids = running.idProvider->ids();
-  if (auto known = knownUser(running, revision, ids.get())) return Shared<User>(std::move(known));
-  const auto info = UserInfoStore::userInfo(*running.secretsStorage);
-  return running.user.with([&](auto& known) {
-    if (!known || known->info != info || known->ids != ids) {
-      auto user = std::make_shared<const User>(User{.info = info->data, .ids = allIds(*ids)});
-      known.emplace(KnownUser{revision, info, ids, std::move(user)});
-    }
-    known->revision = revision;
-    return Shared<User>(known->user);
-  });
+  auto user = userMadeOf(running, revision, info, ids);
+  // Another thread knows an earlier info by now.
+  if (!user) user = userMadeOf(running, revision, UserInfoStore::userInfo(secrets), ids);
+  return Shared<User>(std::move(user));
 }
 
-/// Null when anything that the user is made of may have changed.
-std::shared_ptr<const User> EventManagerImpl::knownUser(const Running& running,
-                                                        std::uint64_t revision,
-                                                        const Usher::Ids* ids) {
-  return running.user.with([&](const auto& known) {
-    const bool isUnchanged = known && known->revision == revision && known->ids.get() == ids;
-    return isUnchanged ? known->user : nullptr;
+/// Without `info` of what is known of this revision; null when nothing is.
+std::shared_ptr<const User> EventManagerImpl::userMadeOf(
+    const Running& running, std::uint64_t revision, std::shared_ptr<const UserInfo> info,
+    const std::shared_ptr<const Usher::Ids>& ids) {
+  return running.user.with([&](auto& known) -> std::shared_ptr<const User> {
+    const bool isInfoKnown = known && (info ? known->info == info : known->revision == revision);
+    if (!info && !isInfoKnown) return nullptr;
+    if (!isInfoKnown || known->ids != ids) {
+      if (!info) info = known->info;
+      auto user = std::make_shared<const User>(User{.info = info->data, .ids = allIds(*ids)});
+      known.emplace(KnownUser{revision, std::move(info), ids, std::move(user)});
+    }
+    known->revision = revision;
+    running.revision = revision;
+    return known->user;
   });
 }
 
@@ -88,8 +94,8 @@ void EventManagerImpl::trackDebugEvent(DebugEvent::Payload payload) {
 
 void EventManagerImpl::trackExperimentSegmentsReceived() {
   track([](const auto& dependencies, const auto& user) {
-    return ExperimentSegmentsReceived(dependencies.uuidGenerator().text(),
-                                      dependencies.now().secondsSince1970, user);
+    auto id = dependencies.uuidGenerator().text();
+    return ExperimentSegmentsReceived(std::move(id), dependencies.now().secondsSince1970, user);
   });
 }
 

@@ -8,6 +8,7 @@
 #include <concepts>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -48,13 +49,16 @@ class EventManagerImpl final : public EventManager {
   /// One start's stores and the user that was read from them.
   struct Running : EventManagerDependencies {
     mutable Guarded<std::optional<KnownUser>> user{};
+    mutable std::atomic<std::uint64_t> revision{unknown};  // of the user's info
+    static constexpr auto unknown = std::numeric_limits<std::uint64_t>::max();
   };
 
   template <class MakeEvent>
   void track(MakeEvent makeEvent);
   static Shared<User> user(const Running& running);
-  static std::shared_ptr<const User> knownUser(const Running& running, std::uint64_t revision,
-                                               const Usher::Ids* ids);
+  static std::shared_ptr<const User> userMadeOf(const Running& running, std::uint64_t revision,
+                                                std::shared_ptr<const UserInfo> info,
+                                                const std::shared_ptr<const Usher::Ids>& ids);
 
   Started<Running> _dependencies{"Call start before using the event manager",
                                  {"EventManagerImpl", "", 14}};

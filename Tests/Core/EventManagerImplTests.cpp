@@ -132,6 +132,63 @@ TEST_F(EventManagerImplTests, aStartWithAnotherStoreForgetsTheUserOfTheFirst) {
   EXPECT_EQ(storage->inserted().at(1).user->info, (JSONValue::Object{{"from", "second"}}));
 }
 
+/// What an event reads, and its insertion, in their order.
+class EventManagerOrderTests : public EventManagerImplTests {
+ protected:
+  EventManagerOrderTests() {
+    usher->onRead = noting("identifiers");
+    onStorefrontRead = noting("storefront");
+    storage->onInsert = noting("insertion");
+    auto watching = dependencies();
+    watching.secretsStorage =
+        std::make_shared<WatchedSecretsStorage>(secrets, [this](const std::string& operation) {
+          if (operation == "lock") log.emplace_back("user info");
+        });
+    watching.now = [this] { return noting("clock")(), system.now(); };
+    watching.uuidGenerator = [this] { return noting("identifier")(), FakeSystem::uuid(1); };
+    secrets->put("Kite-User-Info", R"({"data":{}})");
+    manager.start(watching);
+  }
+
+  std::function<void()> noting(const char* read) {
+    return [this, read] { log.emplace_back(read); };
+  }
+
+  std::vector<std::string> log;
+};
+
+TEST_F(EventManagerOrderTests, theUserIsReadBeforeTheStorefront) {
+  manager.trackSession(aStart);
+  EXPECT_THAT(log, ElementsAre("user info", "identifiers", "storefront", "insertion"));
+  log.clear();
+  secrets->put("Kite-User-Info", R"({"data":{"a":1}})");
+  manager.trackInstallEvent(anInstall);
+  EXPECT_THAT(log, ElementsAre("user info", "identifiers", "storefront", "insertion"));
+}
+
+TEST_F(EventManagerOrderTests, otherEventsReadTheUserOnly) {
+  manager.trackUserAction(anAction);
+  EXPECT_THAT(log, ElementsAre("user info", "identifiers", "insertion"));
+  log.clear();
+  secrets->put("Kite-User-Info", R"({"data":{"a":1}})");
+  manager.trackCustomEvent("Orders", aCustomEvent);
+  EXPECT_THAT(log, ElementsAre("user info", "identifiers", "insertion"));
+}
+
+TEST_F(EventManagerOrderTests, experimentSegmentsReadTheUserThenTheirIdentifierThenTheClock) {
+  manager.trackExperimentSegmentsReceived();
+  EXPECT_THAT(log, ElementsAre("user info", "identifiers", "identifier", "clock", "insertion"));
+}
+
+TEST_F(EventManagerOrderTests, aChangedIdentifierDoesNotReadTheUserInfoAgain) {
+  manager.trackUserAction(anAction);
+  log.clear();
+  usher->set("another", {"x", Usher::CreationType::readFromFile});
+  manager.trackUserAction(anAction);
+  EXPECT_THAT(log, ElementsAre("identifiers", "insertion"));
+  EXPECT_TRUE(storage->inserted().back().user->ids.contains("another"));
+}
+
 TEST_F(EventManagerImplTests, aDisabledManagerReadsAndRecordsNothing) {
   start();
   manager.setEnabled(false);

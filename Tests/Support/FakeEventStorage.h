@@ -2,6 +2,7 @@
 
 #include "Core/EventStorage.h"
 
+#include <functional>
 #include <mutex>
 #include <set>
 #include <string>
@@ -15,7 +16,10 @@ class FakeEventStorage final : public EventStorage {
  public:
   void start(EventStorageDependencies) override {}
   EventList pendingEvents() const override { return {}; }
+  std::function<void()> onInsert = [] {};
+
   void insert(TrackedEvent event) override {
+    onInsert();
     const std::scoped_lock guard(_mutex);
     _inserted.push_back(std::move(event).record());
   }

@@ -3,6 +3,7 @@
 #include <Kite/Platform/Usher.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -16,6 +17,8 @@ class FakeUsher final : public Usher::UsherManager {
  public:
   static constexpr const char* userDefaultsName = "user_defaults_id";
   static constexpr const char* keychainName = "keychain_id";
+
+  std::function<void()> onRead = [] {};  ///< whenever `ids()` is asked
 
   FakeUsher() {
     set(userDefaultsName, {"user-defaults", Usher::CreationType::readFromFile});
@@ -37,6 +40,7 @@ class FakeUsher final : public Usher::UsherManager {
   }
   std::shared_ptr<const Usher::Ids> ids() const override {
     ++_reads;
+    onRead();
     return _ids;
   }
   Usher::Id userDefaultsId() const override { return _ids->at(userDefaultsName); }
