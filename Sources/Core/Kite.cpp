@@ -139,6 +139,12 @@ UserAction::Payload KiteState::prepareUserActionData(UserActionArguments argumen
   return payload;
 }
 
+void KiteState::updateSessionData(const KiteData& data) {
+  const auto session = sessionManager->currentSession();
+  if (!enabled) return;
+  sessionManager->updateSessionData(session->sessionData.merged(toJSONObject(data)));
+}
+
 namespace {
 
 /// A host may fill a place by hand, and leave a part of it out.
@@ -247,9 +253,7 @@ void KiteManagerImpl::updateSessionData(KiteData data) {
   const CurrentOperation operation;
   if (!_state->home.isHere()) return;
   data.requireJSON();
-  const auto session = _state->sessionManager->currentSession();
-  if (!_state->enabled) return;
-  _state->sessionManager->updateSessionData(session->sessionData.merged(toJSONObject(data)));
+  _state->updateSessionData(data);
 }
 
 void KiteManagerImpl::addUserInfo(std::string_view key, const KiteValue& value) {

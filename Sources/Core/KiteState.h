@@ -13,7 +13,6 @@
 #include "Core/InstallManager.h"
 #include "Core/SessionManager.h"
 #include "Core/SynchronizationManager.h"
-#include "Core/TrackingConsent.h"
 
 #include <atomic>
 #include <functional>
@@ -57,6 +56,7 @@ struct KiteState : std::enable_shared_from_this<KiteState> {
   void start(KiteDependencies bundle);
   UserAction::Payload prepareUserActionData(UserActionArguments arguments);
   void trackDebugEvent(DebugEventArguments arguments);
+  void updateSessionData(const KiteData& data);
 
   void configureUserInfo();
   JSONValue::Object userInfo();

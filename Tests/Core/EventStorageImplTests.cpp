@@ -99,6 +99,27 @@ TEST_F(EventStorageImplTests, beginsEmptyAndClean) {
   EXPECT_EQ(store->writes(), 0);
 }
 
+TEST_F(EventStorageImplTests, isDirtyUntilAFlushHasStoredTheEvents) {
+  start();
+  insert("A");
+  std::vector<bool> wasDirty;
+  store->onWrite = [&] { wasDirty.push_back(storage->isDirty()); };
+  flush();
+  EXPECT_THAT(wasDirty, ElementsAre(true));
+  EXPECT_FALSE(storage->isDirty());
+}
+
+TEST_F(EventStorageImplTests, isDirtyUntilAChangeInTheBackgroundIsStored) {
+  isInBackground = true;
+  start();
+  std::vector<bool> wasDirty;
+  store->onWrite = [&] { wasDirty.push_back(storage->isDirty()); };
+  insert("A");
+  storage->removeEvents({"A"});
+  EXPECT_THAT(wasDirty, ElementsAre(true, true));
+  EXPECT_FALSE(storage->isDirty());
+}
+
 // Without memory
 
 TEST_F(EventStorageImplTests, anInsertionThatFindsNoMemoryToWriteIsMadeOnce) {

@@ -79,6 +79,35 @@ TEST_F(KiteStartTests, parsesWithWhatTheProcessesExitDoesNotDestroy) {
   EXPECT_EQ(std::count(destroyed.begin(), destroyed.end(), used), 0);
 }
 
+TEST_F(KiteStartTests, isEnabledOnceTheProcessIdentifierIsDrawnAndBeforeAnyManagerStarts) {
+  auto given = bundle();
+  std::vector<bool> enabled;
+  const auto look = [&] { enabled.push_back(state->enabled); };
+  given.uuidProvider = [&, draw = given.uuidProvider] {
+    look();
+    return draw();
+  };
+  api->onStart = look;
+  storage->onStart = look;
+  state->start(given);
+  EXPECT_THAT(enabled, ElementsAre(false, true, true));
+}
+
+TEST_F(KiteStartTests, newSessionDataWinsOverTheSessionsAndTheRestIsKept) {
+  state->start(bundle());
+  Session session;
+  session.sessionData = {{"a", 1}, {"b", 1}};
+  sessions->session = std::make_shared<const Session>(session);
+  state->updateSessionData({{"a", 2}, {"c", 3}});
+  EXPECT_EQ(sessions->updatedWith, (JSONValue::Object{{"a", 2}, {"b", 1}, {"c", 3}}));
+}
+
+TEST_F(KiteStartTests, sessionDataIsNotUpdatedWhileDisabled) {
+  sessions->session = std::make_shared<const Session>();
+  state->updateSessionData({{"a", 2}});
+  EXPECT_FALSE(sessions->updatedWith);
+}
+
 TEST_F(KiteStartTests, takesTheProcessIdentifierFromTheBundle) {
   state->start(bundle());
   EXPECT_EQ(state->_currentProcessId.get(), TestWorld::bundleUUID(1));

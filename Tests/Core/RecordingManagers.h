@@ -7,6 +7,7 @@
 #include "Core/SessionManager.h"
 #include "Core/SynchronizationManager.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -27,10 +28,12 @@ class RecordingManager : public Manager {
 
   void start(Dependencies dependencies) override {
     note(_name);
+    onStart();
     given = std::move(dependencies);
   }
 
   std::optional<Dependencies> given;
+  std::function<void()> onStart = [] {};
 
  protected:
   void note(std::string event) { _log.push_back(std::move(event)); }
@@ -84,11 +87,14 @@ class RecordingSessionManager final
     : public RecordingManager<SessionManager, SessionManagerDependencies> {
  public:
   using RecordingManager::RecordingManager;
-  std::shared_ptr<const Session> currentSession() override { return nullptr; }
+  std::shared_ptr<const Session> currentSession() override { return session; }
   std::shared_ptr<const Session> lastForegroundSession() override { return nullptr; }
   void addSessionData(std::optional<JSONValue>, std::string_view) override {}
   void removeSessionData(std::string_view) override {}
-  void updateSessionData(const JSONValue::Object&) override {}
+  void updateSessionData(const JSONValue::Object& data) override { updatedWith = data; }
+
+  std::shared_ptr<const Session> session;
+  std::optional<JSONValue::Object> updatedWith;
 };
 
 class RecordingSynchronizationManager final
