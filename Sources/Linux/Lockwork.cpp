@@ -26,7 +26,7 @@ EVP_MAC* hmacImplementation() {
   return other;
 }
 
-const char* digestName(Algorithm algorithm) {
+std::string_view digestName(Algorithm algorithm) {
   return algorithm == Algorithm::sha256 ? "SHA256" : "SHA512";
 }
 
@@ -49,7 +49,7 @@ struct HMAC::Context {
   }
   Context(Algorithm algorithm, std::string_view key) : mac(newContext()) {
     std::array<char, 8> digest{};
-    std::strcpy(digest.data(), digestName(algorithm));
+    digestName(algorithm).copy(digest.data(), digest.size() - 1);
     const std::array<OSSL_PARAM, 2> parameters{
         OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest.data(), 0),
         OSSL_PARAM_construct_end()};

@@ -25,7 +25,7 @@ constexpr const char* storageNotStarted = "Call start before using the EventStor
 /// The stored form of the events with these identifiers.
 std::string arrayOf(const std::vector<std::string>& ids) {
   std::string text = "[";
-  for (const auto& id : ids) text += (text.size() > 1 ? "," : "") + textOfAnEvent(id);
+  for (const auto& id : ids) text.append(text.size() > 1 ? "," : "").append(textOfAnEvent(id));
   return text + "]";
 }
 

@@ -19,7 +19,7 @@ std::optional<EncodingError> appendNumber(std::string& text, std::string_view ke
 }  // namespace
 
 std::optional<EncodingError> ServerBody::write(Gzip& out, double requestTimestamp) const {
-  constexpr auto pieceSize = std::size_t{32} * 1024;
+  constexpr std::size_t pieceSize = 32 * 1024;
   std::string text = "{";
   if (auto error = appendNumber(text, "delta", delta)) return error;
   if (auto error = appendNumber(text, "last_event_timestamp", lastEventTimestamp)) return error;

@@ -14,7 +14,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-std::string idOf(std::size_t number) { return "E-" + std::to_string(number); }
+std::string idOf(std::size_t number) { return std::string("E-").append(std::to_string(number)); }
 
 /// Events with the numbers from `begin` to `end`.
 void append(EventList& list, std::size_t begin, std::size_t end) {
@@ -249,7 +249,7 @@ TEST(EventListTests, editsBringAStoreFromEachSavedStateToTheNext) {
     saved = list;
     std::string expected;
     for (const auto& event : all(list))
-      expected += (expected.empty() ? "[" : ",") + storedText(*event);
+      expected.append(expected.empty() ? "[" : ",").append(storedText(*event));
     EXPECT_EQ(store.text("key"), expected.empty() ? "[]" : expected + "]");
   }
 }

@@ -553,7 +553,8 @@ TEST_F(SqliteKVStorageTests, aLimitOfFileSizesFailsTheWriteAndLeavesTheProcessAl
     const auto unlimited = limit.rlim_cur;
     limit.rlim_cur = std::filesystem::file_size(folder / "kv.sqlite-wal") + 8192;
     ::setrlimit(RLIMIT_FSIZE, &limit);
-    for (int i = 0; i < 20; ++i) storage->write("k" + std::to_string(i), {std::string(9000, 'x')});
+    for (int i = 0; i < 20; ++i)
+      storage->write(std::string("k").append(std::to_string(i)), {std::string(9000, 'x')});
     const bool isReported = !system.lines().empty();
     limit.rlim_cur = unlimited;
     ::setrlimit(RLIMIT_FSIZE, &limit);
