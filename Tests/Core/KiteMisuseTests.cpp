@@ -174,7 +174,7 @@ TEST_F(KiteMissingPartTests, isNamedByStartWhicheverItIs) {
 TEST_F(KiteMissingPartTests, leavesNothingBegun) {
   expectMissing("storefrontProvider", [](auto& bundle) { bundle.storefrontProvider = nullptr; });
   EXPECT_FALSE(state->enabled);
-  EXPECT_EQ(state->dependencies.unwrapped(), nullptr);
+  EXPECT_FALSE(state->dependencies.unwrapped());
   EXPECT_EQ(world.keyValues->writes(), 0);
   EXPECT_EQ(world.secrets->writes(), 0);
   EXPECT_EQ(world.time->armed(), 0U);
