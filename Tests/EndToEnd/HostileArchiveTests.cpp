@@ -132,8 +132,9 @@ TEST_F(HostileFindTests, stopTheProcessWhenAValueOfTheUserCannotBeTakenOver) {
     Host host(application, closed.url(), "/dev/null", inBackground);
     host.process.send(R"({"op":"start"})");
     EXPECT_EQ(host.process.wait(), -SIGABRT);
-    EXPECT_THAT(contents(application.log),
-                EndsWith("Fatal error: User Info Migration failed: file UserInfo, line 229\n"));
+    EXPECT_THAT(
+        contents(application.log),
+        EndsWith("Fatal error: User Info Migration failed: file UserInfo, line 229\nin start\n"));
     EXPECT_EQ(secrets.get("Kite-User-Info"), std::nullopt);
     EXPECT_EQ(secrets.get(userInfoEntry), archive);
   }
