@@ -365,7 +365,7 @@ TYPED_TEST(KVStorageContract, takesWritesFromManyThreads) {
     });
   for (auto& worker : workers) worker.join();
   for (int worker = 0; worker < threads; ++worker)
-    EXPECT_EQ(this->text(("k" + std::to_string(worker)).c_str()), "50");
+    EXPECT_EQ(this->text(std::string("k").append(std::to_string(worker)).c_str()), "50");
 }
 
 }  // namespace

@@ -14,8 +14,8 @@ namespace {
 /// Linux sends a reset at once when a connected socket is dissolved.
 void sendReset(evhttp_connection* connection) {
   const sockaddr nowhere{.sa_family = AF_UNSPEC, .sa_data = {}};
-  ::connect(bufferevent_getfd(evhttp_connection_get_bufferevent(connection)), &nowhere,
-            sizeof nowhere);
+  static_cast<void>(::connect(bufferevent_getfd(evhttp_connection_get_bufferevent(connection)),
+                              &nowhere, sizeof nowhere));
 }
 
 }  // namespace

@@ -12,9 +12,9 @@ Statement::~Statement() { sqlite3_finalize(_statement); }
 bool Statement::step() {
   const int status = sqlite3_step(_statement);
   if (status == SQLITE_ROW) return true;
-  const DatabaseError error(sqlite3_errmsg(_database));
+  const std::string message = sqlite3_errmsg(_database);
   sqlite3_reset(_statement);
-  if (status != SQLITE_DONE) throw error;
+  if (status != SQLITE_DONE) throw DatabaseError(message);
   return false;
 }
 

@@ -38,6 +38,7 @@ int openForAppending(const std::filesystem::path& file) {
 
 std::vector<char*> pointers(std::vector<std::string>& arguments) {
   std::vector<char*> result;
+  result.reserve(arguments.size() + 1);
   for (auto& argument : arguments) result.push_back(argument.data());
   result.push_back(nullptr);
   return result;

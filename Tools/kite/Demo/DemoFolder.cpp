@@ -3,8 +3,8 @@
 #include "Common/CommandFailure.h"
 
 #include <fmt/format.h>
-#include <stdlib.h>
 
+#include <cstdlib>
 #include <system_error>
 
 namespace kite::tool {
@@ -29,7 +29,7 @@ std::filesystem::path emptyFolder(const std::string& wanted) {
 }  // namespace
 
 std::filesystem::path makeDemoFolder(const std::string& wanted) {
-  const auto folder =
+  auto folder =
       wanted.empty() ? newFolder(std::filesystem::temp_directory_path()) : emptyFolder(wanted);
   std::error_code error;
   std::filesystem::create_directory(folder / "collector", error);
