@@ -3,12 +3,11 @@
 find_package(Threads REQUIRED)
 find_package(ZLIB REQUIRED)
 find_package(OpenSSL REQUIRED)
-find_package(SQLite3 REQUIRED)
 find_package(CURL REQUIRED)
 find_package(simdjson REQUIRED)
 find_package(fmt REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(libdeflate REQUIRED IMPORTED_TARGET libdeflate)
 
-set(KITE_THIRD_PARTY simdjson::simdjson ZLIB::ZLIB PkgConfig::libdeflate SQLite::SQLite3 OpenSSL::Crypto OpenSSL::SSL
+set(KITE_THIRD_PARTY simdjson::simdjson ZLIB::ZLIB PkgConfig::libdeflate OpenSSL::Crypto OpenSSL::SSL
                      CURL::libcurl Threads::Threads)

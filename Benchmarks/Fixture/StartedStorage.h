@@ -20,7 +20,7 @@ class StartedStorage {
  public:
   explicit StartedStorage(const std::filesystem::path& folder, bool isInBackground = false,
                           std::shared_ptr<Tempra::Queue> queue = Linux::workerQueue("kite.storage"))
-      : _queue(std::move(queue)), _store(Linux::sqliteKVStorage(folder, quietSystem())) {
+      : _queue(std::move(queue)), _store(Linux::keyValueStorage(folder, quietSystem())) {
     _events->start({.backgroundChecker = {[isInBackground] { return isInBackground; }},
                     .scheduler = _timers,
                     .eventStorageQueue = _queue,

@@ -16,8 +16,9 @@ class WatchedStorage final : public Larder::KVStorage {
 
   std::uint64_t edits() const { return _edits.load(std::memory_order_acquire); }
 
-  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit) override {
-    const auto outcome = _store->edit(key, edit);
+  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit,
+                           Larder::Durability durability) override {
+    const auto outcome = _store->edit(key, edit, durability);
     if (outcome == Larder::EditOutcome::saved) _edits.fetch_add(1, std::memory_order_release);
     return outcome;
   }

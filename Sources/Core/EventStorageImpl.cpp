@@ -9,6 +9,7 @@
 
 namespace kite {
 
+using Larder::Durability;
 using Larder::EditOutcome;
 
 EventStorageImpl::~EventStorageImpl() {
@@ -129,24 +130,25 @@ void EventStorageImpl::remove(const PendingChange::Removal& ids) {
 }
 
 void EventStorageImpl::writeThrough() {
-  if (_dependencies->backgroundChecker.isInBackground()) alignMemoryAndDisk();
+  if (_dependencies->backgroundChecker.isInBackground())
+    alignMemoryAndDisk(Durability::survivesKill);
 }
 
 void EventStorageImpl::flush() {
   makeSubmittedChanges();
-  alignMemoryAndDisk();
+  alignMemoryAndDisk(Durability::survivesPowerCut);
 }
 
-void EventStorageImpl::alignMemoryAndDisk() {
-  storePendingEvents(pendingEvents());
+void EventStorageImpl::alignMemoryAndDisk(Durability durability) {
+  storePendingEvents(pendingEvents(), durability);
   _isDirty = false;
 }
 
-void EventStorageImpl::storePendingEvents(const EventList& events) {
+void EventStorageImpl::storePendingEvents(const EventList& events, Durability durability) {
   // The stored value is one array: an event without a text leaves it as it was written last.
   if (!events.isEncodable()) return;
   const auto save = [&](const Larder::ListEdit& edit) {
-    return _dependencies->kvStorage->edit(pendingEventsKey, edit);
+    return _dependencies->kvStorage->edit(pendingEventsKey, edit, durability);
   };
   // Of an edit that memory ran out on nobody knows how far it came: then all is written anew.
   auto savedEvents = _savedEvents.take();

@@ -60,8 +60,8 @@ class EventStorageImpl final : public EventStorage,
   void append(EventHandle event);
   void remove(const PendingChange::Removal& ids);
   void writeThrough();
-  void alignMemoryAndDisk();
-  void storePendingEvents(const EventList& events);
+  void alignMemoryAndDisk(Larder::Durability durability);
+  void storePendingEvents(const EventList& events, Larder::Durability durability);
 
   Started<EventStorageDependencies> _dependencies{"Call start before using the EventStorage",
                                                   {"EventStorage", "", 84}};

@@ -52,7 +52,7 @@ Platform platform(PlatformOptions given) {
       .kvStorage =
           [options, folders, stores] {
             return stores->keyValues.get(
-                [&] { return sqliteKVStorage(folders->data, options->system); });
+                [&] { return keyValueStorage(folders->data, options->system); });
           },
       .secretsStorage =
           [options, folders, stores](const Kitbag&) {

@@ -53,8 +53,8 @@ TEST_F(LinuxPlatformTests, keepsTheStoresInTheirFolders) {
   const auto platform = Linux::platform(options());
   platform.kvStorage()->write("k", {"1"});
   platform.secretsStorage({})->write("k", {"1"});
-  EXPECT_TRUE(std::filesystem::exists(folder.path() / "data/kv.sqlite"));
-  EXPECT_TRUE(std::filesystem::exists(folder.path() / "secrets/secrets.sqlite"));
+  EXPECT_TRUE(std::filesystem::exists(folder.path() / "data/kv.values.log"));
+  EXPECT_TRUE(std::filesystem::exists(folder.path() / "secrets/secrets.values.log"));
   EXPECT_THAT(platform.fileManager().urlsForDirectory(FileManager::documentDirectory,
                                                       FileManager::userDomainMask),
               ElementsAre((folder.path() / "data").string()));

@@ -12,10 +12,10 @@ namespace kite::test {
 inline bool appendRows(Larder::KVStorage& storage, std::string_view key,
                        std::vector<Larder::Row> rows) {
   Larder::ListEdit edit{.replacesAll = false, .removed = {}, .appended = std::move(rows)};
-  auto outcome = storage.edit(key, edit);
+  auto outcome = storage.edit(key, edit, Larder::Durability::survivesKill);
   if (outcome == Larder::EditOutcome::listIsGone) {
     edit.replacesAll = true;
-    outcome = storage.edit(key, edit);
+    outcome = storage.edit(key, edit, Larder::Durability::survivesKill);
   }
   return outcome == Larder::EditOutcome::saved;
 }

@@ -24,7 +24,8 @@ class InMemoryKVStorage final : public Larder::KVStorage {
     _table.set(key, std::make_shared<const Larder::StoredValue>(std::move(data)));
   }
   void remove(std::string_view key) override { _table.remove(key); }
-  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit) override {
+  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit,
+                           Larder::Durability) override {
     onWrite();
     const auto outcome = _table.edit(key, edit);
     if (std::exchange(_losesOutcome, false)) throw std::bad_alloc();

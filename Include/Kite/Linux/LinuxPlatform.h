@@ -30,7 +30,7 @@ struct PlatformOptions {
   System system = System::live();  ///< its `print` gets the parts' console lines
 };
 
-/// The real parts: SQLite stores, libcurl, OpenSSL, threads. Nothing is opened before a factory in
+/// The real parts: stores in record logs, libcurl, OpenSSL, threads. Nothing is opened before a factory in
 /// it is called.
 KITE_EXPORT Platform platform(PlatformOptions options);
 
@@ -68,7 +68,7 @@ KITE_EXPORT std::shared_ptr<Tempra::Scheduler> timerThreadScheduler();
 KITE_EXPORT std::shared_ptr<URLSession> curlSession(
     std::optional<std::filesystem::path> caFile = {});
 
-KITE_EXPORT std::shared_ptr<Larder::KVStorage> sqliteKVStorage(const std::filesystem::path& folder,
+KITE_EXPORT std::shared_ptr<Larder::KVStorage> keyValueStorage(const std::filesystem::path& folder,
                                                                const System& system);
 KITE_EXPORT std::shared_ptr<Larder::SecretsStorage> sealedSecretsStorage(
     const std::filesystem::path& folder, const System& system);

@@ -46,6 +46,12 @@ struct ListEdit {
   std::vector<Row> appended;  ///< ascending, each above all that stay
 };
 
+/// What an edit outlives once it is saved.
+enum class Durability {
+  survivesKill,      ///< the process's end
+  survivesPowerCut,  ///< the machine's: the edit, and all that was written before, is on the medium
+};
+
 enum class EditOutcome {
   saved,
   failed,      ///< the saved list is still the old one, and the edit is the caller's to repeat
@@ -113,8 +119,9 @@ inline Data StoredValue::data() const {
 class ListReader {
  public:
   virtual ~ListReader() = default;
-  /// The list begins. When it begins once more, what came before counts no longer.
-  virtual void begin() = 0;
+  /// The list begins. When it begins once more, what came before counts no longer. `next` is above
+  /// every ordinal that the list has used.
+  virtual void begin(std::uint64_t next) = 0;
   /// Ordinals ascend. The text lives for the call only, which must not use the store.
   virtual void take(std::uint64_t ordinal, std::string_view text) = 0;
 };
@@ -146,7 +153,7 @@ class KVStorage : public Storage {
 
   /// Brings the list under `key` from its last saved state to the next one, in one transaction
   /// whose cost is that of the edit. Unless it is saved nothing changes.
-  virtual EditOutcome edit(std::string_view key, const ListEdit& edit) = 0;
+  virtual EditOutcome edit(std::string_view key, const ListEdit& edit, Durability durability) = 0;
 
   /// Native numbers and dictionaries are kept as such, not as JSON. Nothing when the key holds
   /// another kind.
@@ -161,7 +168,7 @@ inline bool KVStorage::readList(std::string_view key, ListReader& reader) const 
   const auto value = read(key);
   const auto* rows = value ? value->rows() : nullptr;
   if (!rows) return false;
-  reader.begin();
+  reader.begin(rows->empty() ? 0 : rows->back().ordinal + 1);
   for (const auto& [ordinal, text] : *rows) reader.take(ordinal, text);
   return true;
 }

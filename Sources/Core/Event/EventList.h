@@ -2,6 +2,7 @@
 
 #include "Core/Event/PendingEvent.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <set>
@@ -34,6 +35,9 @@ class EventList {
   void append(EventHandle event) { append(std::move(event), _nextOrdinal); }
   /// `ordinal` is above all that the list has used.
   void append(EventHandle event, std::uint64_t ordinal);
+
+  /// Ordinals from `next` on are the first to be used.
+  void skipOrdinals(std::uint64_t next) { _nextOrdinal = std::max(_nextOrdinal, next); }
 
   /// Removes every event with one of these identifiers.
   void remove(const std::set<std::string>& ids);

@@ -17,7 +17,10 @@ namespace {
 /// The events of a list, unless any of its elements is none.
 class EventRows final : public Larder::ListReader {
  public:
-  void begin() override { _events.emplace(); }
+  void begin(std::uint64_t next) override {
+    _events.emplace();
+    _events->skipOrdinals(next);
+  }
   void take(std::uint64_t ordinal, std::string_view text) override {
     if (!_events) return;
     if (auto event = _reader.read(text)) {

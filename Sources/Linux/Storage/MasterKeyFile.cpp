@@ -1,5 +1,6 @@
 #include "Linux/Storage/MasterKeyFile.h"
 
+#include <fcntl.h>
 #include <openssl/crypto.h>
 
 #include <optional>
@@ -31,7 +32,7 @@ std::shared_ptr<const MasterKey> readMasterKey(const PrivateFolder& folder) {
 std::shared_ptr<const MasterKey> readOrMakeMasterKey(const PrivateFolder& folder,
                                                      const System& system) {
   if (auto key = readMasterKey(folder)) {
-    folder.make(fileName);  // takes it from others' eyes
+    static_cast<void>(folder.openFile(fileName, O_RDWR));  // takes it from others' eyes
     return key;
   }
   if (!folder.isMissing(fileName)) {

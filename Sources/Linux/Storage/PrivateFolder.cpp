@@ -57,39 +57,44 @@ Result<PrivateFolder, std::string> PrivateFolder::open(const std::filesystem::pa
   return PrivateFolder(std::move(real), std::move(folder));
 }
 
+namespace {
+
+const char* refusal(const struct stat& status) {
+  if (S_ISLNK(status.st_mode)) return " is a symbolic link";
+  if (!S_ISREG(status.st_mode)) return " is not a plain file";
+  if (status.st_uid != ::geteuid()) return " belongs to another user";
+  if (status.st_nlink > 1) return " is also reachable under another name";
+  return nullptr;
+}
+
+}  // namespace
+
 std::optional<std::string> PrivateFolder::fault(const std::string& name) const {
   struct stat status {};
   if (::fstatat(_folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
     return because(_path / name);
-  const auto refused = [&](const char* reason) { return (_path / name).string() + reason; };
-  if (S_ISLNK(status.st_mode)) return refused(" is a symbolic link");
-  if (!S_ISREG(status.st_mode)) return refused(" is not a plain file");
-  if (status.st_uid != ::geteuid()) return refused(" belongs to another user");
-  if (status.st_nlink > 1) return refused(" is also reachable under another name");
-  return std::nullopt;
+  const char* refused = refusal(status);
+  return refused ? std::optional((_path / name).string() + refused) : std::nullopt;
 }
 
-std::optional<std::string> PrivateFolder::make(const std::string& name) const {
-  const FileDescriptor made(::openat(_folder.get(), name.c_str(),
-                                     O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
-  if (!made && errno != EEXIST) return because(_path / name);
-  if (auto reason = fault(name)) return reason;
-  const bool isPrivate = ::fchmodat(_folder.get(), name.c_str(), fileMode, 0) == 0;
-  if (!isPrivate && errno != EROFS) return because(_path / name);
-  return std::nullopt;
-}
-
-Result<FileDescriptor, std::string> PrivateFolder::openFile(const std::string& name) const {
-  if (auto reason = make(name)) return Failure{*std::move(reason)};
-  FileDescriptor file(::openat(_folder.get(), name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
-  if (!file) return Failure{because(_path / name)};
+Result<FileDescriptor, std::string> PrivateFolder::openFile(const std::string& name,
+                                                            int flags) const {
+  FileDescriptor file(
+      ::openat(_folder.get(), name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, fileMode));
+  struct stat status {};
+  if (!file || ::fstat(file.get(), &status) != 0) {
+    auto reason = because(_path / name);
+    return Failure{exists(name) ? fault(name).value_or(std::move(reason)) : std::move(reason)};
+  }
+  if (const char* refused = refusal(status)) return Failure{(_path / name).string() + refused};
+  if ((status.st_mode & othersMay) != 0) ::fchmod(file.get(), fileMode);
   return file;
 }
 
 bool PrivateFolder::replaceFile(const std::string& name, std::string_view contents) const {
   const auto fresh = name + ".new";
-  ::unlinkat(_folder.get(), fresh.c_str(), 0);
-  const auto file = openFile(fresh);
+  remove(fresh);
+  const auto file = openFile(fresh, O_RDWR | O_CREAT | O_EXCL);
   if (!file || !writeAll(*file, contents) || ::fsync(file->get()) != 0) return false;
   if (!rename(fresh, name)) return false;
   synchronize();
@@ -117,7 +122,11 @@ bool PrivateFolder::rename(const std::string& from, const std::string& to) const
   return ::renameat(_folder.get(), from.c_str(), _folder.get(), to.c_str()) == 0;
 }
 
-void PrivateFolder::synchronize() const { ::fsync(_folder.get()); }
+bool PrivateFolder::remove(const std::string& name) const {
+  return ::unlinkat(_folder.get(), name.c_str(), 0) == 0 || errno == ENOENT;
+}
+
+bool PrivateFolder::synchronize() const { return ::fsync(_folder.get()) == 0; }
 
 FileDescriptor openForReading(const std::filesystem::path& file) {
   return FileDescriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));

@@ -26,10 +26,8 @@ class PrivateFolder {
 
   /// Why a file must not be used, or nothing.
   std::optional<std::string> fault(const std::string& name) const;
-  /// Makes the file unless it exists; says why it must not be used, or nothing.
-  std::optional<std::string> make(const std::string& name) const;
-  /// Opens a file for reading and writing, after making it when it is missing.
-  Result<FileDescriptor, std::string> openFile(const std::string& name) const;
+  /// Opens a file, or makes it with O_CREAT in `flags`, and takes it from others' eyes.
+  Result<FileDescriptor, std::string> openFile(const std::string& name, int flags) const;
 
   /// Puts a file with these contents in place, whole or not at all, and on the disk before it
   /// returns.
@@ -39,8 +37,10 @@ class PrivateFolder {
   bool isMissing(const std::string& name) const;
   std::optional<std::size_t> sizeOf(const std::string& name) const;
   bool rename(const std::string& from, const std::string& to) const;
+  /// A file that is not there is as good as removed.
+  bool remove(const std::string& name) const;
   /// Makes changes of the folder itself survive a power failure.
-  void synchronize() const;
+  bool synchronize() const;
 
  private:
   PrivateFolder(std::filesystem::path path, FileDescriptor folder)

@@ -12,9 +12,9 @@ namespace kite::Linux {
 namespace {
 
 using Stored = std::shared_ptr<const Larder::StoredValue>;
-using Value = CachedStore::Value;
+using Value = RecordStore::Value;
 
-CachedStore::Codec sealing(const std::shared_ptr<const MasterKey>& master) {
+RecordStore::Codec sealing(const std::shared_ptr<const MasterKey>& master) {
   return {
       .encode = [master](std::string_view key, const Value& value) -> std::optional<SavedValue> {
         const auto* stored = std::get_if<Stored>(&value);
@@ -35,20 +35,11 @@ CachedStore::Codec sealing(const std::shared_ptr<const MasterKey>& master) {
   };
 }
 
-std::shared_ptr<const MasterKey> keyFor(const StoreFile& file, const std::filesystem::path& place,
-                                        const System& system) {
-  if (file.folder()) return readOrMakeMasterKey(*file.folder(), system);
-  // What was salvaged into memory is sealed with the key that is there.
-  const auto folder = PrivateFolder::open(place, /*make=*/false);
-  auto key = folder ? readMasterKey(*folder) : nullptr;
-  return key ? key : MasterKey::random();
-}
-
 }  // namespace
 
-SealedSecretsStorage::SealedSecretsStorage(std::unique_ptr<StoreFile> file,
+SealedSecretsStorage::SealedSecretsStorage(RecordStore::Place place,
                                            std::shared_ptr<const MasterKey> key, System system)
-    : _values(std::make_unique<CachedStore>(std::move(file), sealing(key), std::move(system))) {}
+    : _values(std::make_unique<RecordStore>(std::move(place), sealing(key), std::move(system))) {}
 
 Stored SealedSecretsStorage::read(std::string_view key) const {
   auto value = _values->find(key);
@@ -65,15 +56,14 @@ void SealedSecretsStorage::remove(std::string_view key) { _values->remove(key); 
 std::shared_ptr<Larder::SecretsStorage> sealedSecretsStorage(const std::filesystem::path& folder,
                                                              const System& system) {
   const WithoutFileSizeSignal quiet;
-  auto file = StoreFile::ownOrInMemory(folder, secretsStoreName(), system);
-  auto key = keyFor(*file, folder, system);
-  if (!key) {
+  auto place = RecordStore::own(folder, secretsStoreName(), system);
+  auto key = place.folder ? readOrMakeMasterKey(place.folder->folder(), system) : nullptr;
+  if (place.folder && !key) {
     system.print("[KITE] The secrets store keeps its values in memory only: it has no key");
-    file = nullptr;  // lets go of its lock
-    file = StoreFile::standIn(secretsStoreName(), folder);
-    key = MasterKey::random();
+    place.folder = nullptr;
   }
-  return std::make_shared<SealedSecretsStorage>(std::move(file), std::move(key), system);
+  if (!key) key = MasterKey::random();
+  return std::make_shared<SealedSecretsStorage>(std::move(place), std::move(key), system);
 }
 
 }  // namespace kite::Linux

@@ -3,7 +3,7 @@
 #include <Kite/Platform/Larder.h>
 #include <Kite/Platform/System.h>
 
-#include "Linux/Storage/CachedStore.h"
+#include "Linux/Storage/RecordStore.h"
 #include "Linux/Storage/Seal.h"
 
 #include <memory>
@@ -11,10 +11,10 @@
 
 namespace kite::Linux {
 
-/// A secrets store in a database file whose values are sealed. The names of its keys are not.
+/// A secrets store in a log whose values are sealed. The names of its keys are not.
 class SealedSecretsStorage final : public Larder::SecretsStorage {
  public:
-  SealedSecretsStorage(std::unique_ptr<StoreFile> file, std::shared_ptr<const MasterKey> key,
+  SealedSecretsStorage(RecordStore::Place place, std::shared_ptr<const MasterKey> key,
                        System system);
 
   std::shared_ptr<const Larder::StoredValue> read(std::string_view key) const override;
@@ -24,11 +24,11 @@ class SealedSecretsStorage final : public Larder::SecretsStorage {
   void lock() override { _monitor.lock(); }
   void unlock() override { _monitor.unlock(); }
 
-  CachedStore& values() const { return *_values; }
+  RecordStore& values() const { return *_values; }
 
  private:
   std::recursive_mutex _monitor;
-  std::unique_ptr<CachedStore> _values;
+  std::unique_ptr<RecordStore> _values;
 };
 
 }  // namespace kite::Linux

@@ -1,8 +1,8 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
+#include "Linux/Storage/LogKVStorage.h"
 #include "Linux/Storage/MasterKeyFile.h"
 #include "Linux/Storage/SealedSecretsStorage.h"
-#include "Linux/Storage/SqliteKVStorage.h"
 
 #include <utility>
 
@@ -10,7 +10,7 @@ namespace kite::Linux {
 
 namespace {
 
-StoreEntry::Kind kindOf(const CachedStore::Value& value) {
+StoreEntry::Kind kindOf(const RecordStore::Value& value) {
   constexpr StoreEntry::Kind kinds[] = {StoreEntry::Kind::data, StoreEntry::Kind::list,
                                         StoreEntry::Kind::number, StoreEntry::Kind::dictionary};
   return kinds[value.index()];
@@ -48,16 +48,20 @@ Inspection inspection(std::shared_ptr<Store> store) {
 Inspection inspectStore(const std::filesystem::path& folder, StoreKind kind, bool forWriting) {
   const auto& system = System::live();
   const auto name = kind == StoreKind::keyValues ? keyValueStoreName() : secretsStoreName();
-  auto file = forWriting ? StoreFile::own(folder, name, system) : StoreFile::inspect(folder, name);
-  if (!file) return Failure{file.error()};
-  const auto* place = (*file)->folder();
-  if (!place) return Failure{folder.string() + " holds a damaged store"};
+  auto opened =
+      forWriting ? StoreFolder::own(folder, name, system) : StoreFolder::inspect(folder, name);
+  if (!opened) return Failure{opened.error()};
+  const auto& place = (*opened)->folder();
+  std::shared_ptr<const MasterKey> key;
+  if (kind == StoreKind::secrets) {
+    key = forWriting ? readOrMakeMasterKey(place, system) : readMasterKey(place);
+    if (!key) return Failure{folder.string() + " holds no key to the secrets"};
+  }
+  RecordStore::Place where{name, folder, *std::move(opened)};
   if (kind == StoreKind::keyValues)
-    return inspection(std::make_shared<SqliteKVStorage>(*std::move(file), system));
-  auto key = forWriting ? readOrMakeMasterKey(*place, system) : readMasterKey(*place);
-  if (!key) return Failure{folder.string() + " holds no key to the secrets"};
+    return inspection(std::make_shared<LogKVStorage>(std::move(where), system));
   return inspection(
-      std::make_shared<SealedSecretsStorage>(*std::move(file), std::move(key), system));
+      std::make_shared<SealedSecretsStorage>(std::move(where), std::move(key), system));
 }
 
 }  // namespace kite::Linux

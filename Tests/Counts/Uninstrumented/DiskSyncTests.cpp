@@ -49,7 +49,7 @@ TEST(DiskSyncTests, aNewKeyIsOnTheDiskBeforeItHasItsNameAndSoIsItsName) {
 
 TEST(DiskSyncTests, aValueOfTheApplicationsDoesNotWaitForTheDisk) {
   const TemporaryFolder folder;
-  EXPECT_EQ(waitsOfAWrite([&] { return Linux::sqliteKVStorage(folder.path(), System::live()); }),
+  EXPECT_EQ(waitsOfAWrite([&] { return Linux::keyValueStorage(folder.path(), System::live()); }),
             0);
 }
 

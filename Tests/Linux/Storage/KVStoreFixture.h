@@ -18,7 +18,7 @@ class KVStoreFixture : public testing::Test {
  protected:
   using Storage = std::shared_ptr<Larder::KVStorage>;
 
-  Storage open() { return Linux::sqliteKVStorage(folder, system.system()); }
+  Storage open() { return Linux::keyValueStorage(folder, system.system()); }
   static std::string text(const Storage& storage, const char* key) {
     const auto value = storage->read(key);
     return value ? value->data().bytes : "absent";

@@ -1,5 +1,6 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
+#include "Support/AppendRows.h"
 #include "Support/FakeSystem.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/TextSegment.h"
@@ -26,7 +27,7 @@ using testing::Pair;
 class StoreInspectorTests : public testing::Test {
  protected:
   std::shared_ptr<Larder::KVStorage> host() {
-    return Linux::sqliteKVStorage(folder, system.system());
+    return Linux::keyValueStorage(folder, system.system());
   }
   std::shared_ptr<Larder::SecretsStorage> secretHost() {
     return Linux::sealedSecretsStorage(folder, system.system());
@@ -54,8 +55,7 @@ TEST_F(StoreInspectorTests, readsBesideALiveHost) {
   storage->write("data", {"bytes"});
   storage->writeNumber("number", 1.5);
   storage->writeDictionary("dictionary", {{"k", 1}});
-  storage->edit("list",
-                {.replacesAll = true, .removed = {}, .appended = {row(1, "1"), row(2, "2")}});
+  appendRows(*storage, "list", {row(1, "1"), row(2, "2")});
   const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
   ASSERT_TRUE(inspector) << inspector.error();
   EXPECT_THAT(entries(**inspector), ElementsAre(Pair("data", StoreEntry::Kind::data),
@@ -93,7 +93,7 @@ TEST_F(StoreInspectorTests, aReaderChangesNothing) {
     const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
     (*inspector)->storage()->write("k", {"2"});
     (*inspector)->storage()->remove("other");
-    EXPECT_EQ((*inspector)->keyValues()->edit("l", {}), Larder::EditOutcome::failed);
+    EXPECT_FALSE(appendRows(*(*inspector)->keyValues(), "l", {}));
   }
   EXPECT_EQ(host()->read("k")->data().bytes, "1");
 }
@@ -133,8 +133,7 @@ TEST_F(StoreInspectorTests, refusesToWriteBesideALiveHost) {
   const auto secrets = secretHost();
   const auto inspector = inspectStore(folder, StoreKind::keyValues, true);
   ASSERT_FALSE(inspector);
-  EXPECT_EQ(inspector.error(),
-            (folder / "kv.sqlite").string() + " is in use by this process already");
+  EXPECT_EQ(inspector.error(), folder.string() + " is in use by this process already");
   EXPECT_FALSE(inspectStore(folder, StoreKind::secrets, true));
 }
 
@@ -145,17 +144,16 @@ TEST_F(StoreInspectorTests, saysThatThereIsNoStoreAndMakesNone) {
   EXPECT_THAT(files(), IsEmpty());
   std::filesystem::create_directory(folder);
   EXPECT_EQ(inspectStore(folder, StoreKind::secrets, false).error(),
-            (folder / "secrets.sqlite").string() + ": No such file or directory");
+            folder.string() + ": there is no store");
   EXPECT_TRUE(std::filesystem::is_empty(folder));
 }
 
-TEST_F(StoreInspectorTests, saysThatAFileIsNoStoreAndLeavesItThere) {
+TEST_F(StoreInspectorTests, leavesAFileThatIsNoStoreInPlace) {
   std::filesystem::create_directory(folder);
-  std::ofstream(folder / "kv.sqlite") << std::string(5000, 'x');
+  std::ofstream(folder / "kv.values.log") << std::string(5000, 'x');
   const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
-  ASSERT_FALSE(inspector);
-  EXPECT_EQ(inspector.error(), (folder / "kv.sqlite").string() + " is damaged or no store");
-  EXPECT_EQ(std::filesystem::file_size(folder / "kv.sqlite"), 5000u);
+  EXPECT_FALSE(inspector);
+  EXPECT_EQ(std::filesystem::file_size(folder / "kv.values.log"), 5000u);
 }
 
 TEST_F(StoreInspectorTests, saysThatTheKeyToTheSecretsIsMissing) {

@@ -3,7 +3,8 @@
 #include <Kite/Platform/Larder.h>
 #include <Kite/Platform/System.h>
 
-#include "Linux/Storage/StoreFile.h"
+#include "Linux/Storage/StoreFolder.h"
+#include "Linux/Storage/SyncThread.h"
 #include "Linux/Storage/TroubleReport.h"
 
 #include <atomic>
@@ -20,20 +21,19 @@
 
 namespace kite::Linux {
 
-/// A store's values in memory, and every change of them on the disk. Any thread.
+/// A store's values in memory, and every change of them in its logs. Any thread.
 ///
 /// Lists stay on the disk: memory knows only that they exist. A reader of any other value never
-/// waits for the disk. In a child made by `fork` nothing changes and nothing reaches the disk.
-class CachedStore {
+/// waits for the disk. What cannot be written stays in memory and is written by the next change
+/// that can. In a child made by `fork` nothing changes and nothing reaches the disk.
+class RecordStore {
  public:
-  struct List {
-    bool isWhole = true;  ///< damage took none of its rows
-  };
+  struct List {};
   using Value = std::variant<std::shared_ptr<const Larder::StoredValue>, List, double,
                              std::shared_ptr<const DynamicValue::Dictionary>>;
 
-  /// The form that values have in the file. `encode` gives nothing when it fails, `decode` for
-  /// bytes that are no value.
+  /// The form that values have in the log. `encode` gives nothing when it fails, `decode` for bytes
+  /// that are no value.
   struct Codec {
     std::function<std::optional<SavedValue>(std::string_view key, const Value& value)> encode;
     std::function<std::optional<Value>(std::string_view key, const SavedValue& saved)> decode;
@@ -41,10 +41,18 @@ class CachedStore {
     std::function<bool(const PrivateFolder& folder)> moveTo = [](const auto&) { return true; };
   };
 
-  CachedStore(std::unique_ptr<StoreFile> file, Codec codec, System system);
-  ~CachedStore();
-  CachedStore(const CachedStore&) = delete;
-  CachedStore& operator=(const CachedStore&) = delete;
+  /// Where a store lives, or is to live as soon as it can.
+  struct Place {
+    StoreName name;
+    std::filesystem::path path;
+    std::unique_ptr<StoreFolder> folder;  ///< null while it cannot be had
+  };
+  /// The console learns why a place cannot be had.
+  static Place own(const std::filesystem::path& path, const StoreName& name, const System& system);
+
+  RecordStore(Place place, Codec codec, System system);
+  RecordStore(const RecordStore&) = delete;
+  RecordStore& operator=(const RecordStore&) = delete;
 
   /// Another one after every change of any value.
   std::uint64_t revision() const { return _revision.load(std::memory_order_acquire); }
@@ -55,7 +63,8 @@ class CachedStore {
 
   void set(std::string_view key, Value value);
   void remove(std::string_view key);
-  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit);
+  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit,
+                           Larder::Durability durability);
 
  private:
   /// Keys differ in length more often than not, so that few texts are looked at.
@@ -67,18 +76,18 @@ class CachedStore {
   };
   using Image = std::map<std::string, Value, ShorterFirst>;
 
-  void load();
-  void leaveFile();
   bool isInChild() const;
-  void save();
-  void saveAll();
-  Outcome saveOne(const std::string& key);
-  void dropRows(std::string_view key, const std::vector<std::uint64_t>& ordinals);
-  bool holdsWholeList(std::string_view key) const;
-  void recover();
+  bool isWritable() const { return _place.folder && _place.folder->isOwned(); }
+  StoreLogs& logs() const { return _place.folder->logs(); }
+  void load();
   void comeBack();
-  void forgetWhatIsSaved();
-  void report(Outcome outcome);
+  void leave();
+  void save();
+  bool saveOne(const std::string& key);
+  void report(bool isSaved);
+  bool holdsList(std::string_view key) const;
+  Larder::EditOutcome appendEdit(std::string_view key, const Larder::ListEdit& edit);
+  bool syncAll(std::unique_lock<std::mutex> writing);
   template <class Change>
   void changeImage(Change change);
 
@@ -92,9 +101,10 @@ class CachedStore {
       0;  // counts on after a change, so that none goes unnoticed
 
   std::mutex _writing;  // guards all below, and the order of changes
-  std::unique_ptr<StoreFile> _file;
+  Place _place;
   std::set<std::string, std::less<>> _unsaved;
   TroubleReport _trouble;
+  SyncThread _syncThread;
 };
 
 }  // namespace kite::Linux

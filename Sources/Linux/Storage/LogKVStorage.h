@@ -3,32 +3,33 @@
 #include <Kite/Platform/Larder.h>
 #include <Kite/Platform/System.h>
 
-#include "Linux/Storage/CachedStore.h"
+#include "Linux/Storage/RecordStore.h"
 
 #include <memory>
 
 namespace kite::Linux {
 
-/// A key-value store in a database file.
-class SqliteKVStorage final : public Larder::KVStorage {
+/// A key-value store in logs of its own.
+class LogKVStorage final : public Larder::KVStorage {
  public:
-  SqliteKVStorage(std::unique_ptr<StoreFile> file, System system);
+  LogKVStorage(RecordStore::Place place, System system);
 
   std::shared_ptr<const Larder::StoredValue> read(std::string_view key) const override;
   bool readList(std::string_view key, Larder::ListReader& reader) const override;
   std::uint64_t revision() const override { return _values->revision(); }
   void write(std::string_view key, Data data) override;
   void remove(std::string_view key) override;
-  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit) override;
+  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit,
+                           Larder::Durability durability) override;
   std::optional<double> readNumber(std::string_view key) const override;
   void writeNumber(std::string_view key, double number) override;
   std::optional<DynamicValue::Dictionary> readDictionary(std::string_view key) const override;
   void writeDictionary(std::string_view key, const DynamicValue::Dictionary& dictionary) override;
 
-  CachedStore& values() const { return *_values; }
+  RecordStore& values() const { return *_values; }
 
  private:
-  std::unique_ptr<CachedStore> _values;
+  std::unique_ptr<RecordStore> _values;
 };
 
 }  // namespace kite::Linux

@@ -1,4 +1,4 @@
-#include "Linux/Storage/SqliteKVStorage.h"
+#include "Linux/Storage/LogKVStorage.h"
 
 #include <Kite/Linux/LinuxPlatform.h>
 #include <Kite/Platform/LegacyArchive.h>
@@ -17,11 +17,11 @@ namespace {
 
 using Stored = std::shared_ptr<const Larder::StoredValue>;
 using Dictionary = std::shared_ptr<const DynamicValue::Dictionary>;
-using Value = CachedStore::Value;
+using Value = RecordStore::Value;
 
 class CollectedRows final : public Larder::ListReader {
  public:
-  void begin() override { _rows.clear(); }
+  void begin(std::uint64_t) override { _rows.clear(); }
   void take(std::uint64_t ordinal, std::string_view text) override {
     _rows.push_back({ordinal, std::string(text)});
   }
@@ -68,7 +68,7 @@ std::optional<Value> decode(std::string_view, const SavedValue& saved) {
     case ValueKind::data:
       return std::make_shared<const Larder::StoredValue>(Data{saved.bytes});
     case ValueKind::list:
-      return CachedStore::List{};
+      return std::nullopt;
     case ValueKind::number:
       return numberFrom(saved.bytes);
     case ValueKind::dictionary:
@@ -79,15 +79,15 @@ std::optional<Value> decode(std::string_view, const SavedValue& saved) {
 
 }  // namespace
 
-SqliteKVStorage::SqliteKVStorage(std::unique_ptr<StoreFile> file, System system)
-    : _values(std::make_unique<CachedStore>(std::move(file),
-                                            CachedStore::Codec{.encode = encode, .decode = decode},
+LogKVStorage::LogKVStorage(RecordStore::Place place, System system)
+    : _values(std::make_unique<RecordStore>(std::move(place),
+                                            RecordStore::Codec{.encode = encode, .decode = decode},
                                             std::move(system))) {}
 
-Stored SqliteKVStorage::read(std::string_view key) const {
+Stored LogKVStorage::read(std::string_view key) const {
   auto value = _values->find(key);
   if (!value) return nullptr;
-  if (std::holds_alternative<CachedStore::List>(*value)) {
+  if (std::holds_alternative<RecordStore::List>(*value)) {
     CollectedRows rows;
     return _values->readList(key, rows) ? std::move(rows).value() : nullptr;
   }
@@ -95,48 +95,46 @@ Stored SqliteKVStorage::read(std::string_view key) const {
   return stored ? std::move(*stored) : nullptr;
 }
 
-bool SqliteKVStorage::readList(std::string_view key, Larder::ListReader& reader) const {
+bool LogKVStorage::readList(std::string_view key, Larder::ListReader& reader) const {
   const auto value = _values->find(key);
-  return value && std::holds_alternative<CachedStore::List>(*value) &&
+  return value && std::holds_alternative<RecordStore::List>(*value) &&
          _values->readList(key, reader);
 }
 
-void SqliteKVStorage::write(std::string_view key, Data data) {
+void LogKVStorage::write(std::string_view key, Data data) {
   _values->set(key, std::make_shared<const Larder::StoredValue>(std::move(data)));
 }
 
-void SqliteKVStorage::remove(std::string_view key) { _values->remove(key); }
+void LogKVStorage::remove(std::string_view key) { _values->remove(key); }
 
-Larder::EditOutcome SqliteKVStorage::edit(std::string_view key, const Larder::ListEdit& edit) {
-  return _values->edit(key, edit);
+Larder::EditOutcome LogKVStorage::edit(std::string_view key, const Larder::ListEdit& edit,
+                                       Larder::Durability durability) {
+  return _values->edit(key, edit, durability);
 }
 
-std::optional<double> SqliteKVStorage::readNumber(std::string_view key) const {
+std::optional<double> LogKVStorage::readNumber(std::string_view key) const {
   const auto value = _values->find(key);
   const auto* number = value ? std::get_if<double>(&*value) : nullptr;
   return number ? std::optional(*number) : std::nullopt;
 }
 
-void SqliteKVStorage::writeNumber(std::string_view key, double number) {
-  _values->set(key, number);
-}
+void LogKVStorage::writeNumber(std::string_view key, double number) { _values->set(key, number); }
 
-std::optional<DynamicValue::Dictionary> SqliteKVStorage::readDictionary(
-    std::string_view key) const {
+std::optional<DynamicValue::Dictionary> LogKVStorage::readDictionary(std::string_view key) const {
   const auto value = _values->find(key);
   const auto* dictionary = value ? std::get_if<Dictionary>(&*value) : nullptr;
   return dictionary ? std::optional(**dictionary) : std::nullopt;
 }
 
-void SqliteKVStorage::writeDictionary(std::string_view key,
-                                      const DynamicValue::Dictionary& dictionary) {
+void LogKVStorage::writeDictionary(std::string_view key,
+                                   const DynamicValue::Dictionary& dictionary) {
   _values->set(key, std::make_shared<const DynamicValue::Dictionary>(dictionary));
 }
 
-std::shared_ptr<Larder::KVStorage> sqliteKVStorage(const std::filesystem::path& folder,
+std::shared_ptr<Larder::KVStorage> keyValueStorage(const std::filesystem::path& folder,
                                                    const System& system) {
-  return std::make_shared<SqliteKVStorage>(
-      StoreFile::ownOrInMemory(folder, keyValueStoreName(), system), system);
+  return std::make_shared<LogKVStorage>(RecordStore::own(folder, keyValueStoreName(), system),
+                                        system);
 }
 
 }  // namespace kite::Linux

@@ -1,0 +1,374 @@
+#include "Linux/Storage/StoreLogs.h"
+
+#include "Support/FakeSystem.h"
+#include "Support/ModelDisk.h"
+#include "Support/TextSegment.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kite::test {
+namespace {
+
+using Linux::SavedValue;
+using Linux::StoreLogs;
+using Linux::ValueKind;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::IsSubsetOf;
+
+constexpr const char* listKey = "l";
+
+/// What a store holds, as its reader sees it.
+struct Contents {
+  std::map<std::string, std::string> values;
+  std::optional<std::vector<std::string>> rows;
+
+  friend bool operator==(const Contents&, const Contents&) = default;
+};
+
+void PrintTo(const Contents& contents, std::ostream* out) {
+  for (const auto& [key, value] : contents.values) *out << key << "=" << value.substr(0, 20) << " ";
+  if (!contents.rows) *out << "no list";
+  for (const auto& row : contents.rows.value_or(std::vector<std::string>()))
+    *out << row.substr(0, 20) << ",";
+}
+
+class Rows final : public Larder::ListReader {
+ public:
+  void begin(std::uint64_t) override { texts.clear(); }
+  void take(std::uint64_t, std::string_view text) override { texts.emplace_back(text); }
+  std::vector<std::string> texts;
+};
+
+Contents contentsOf(StoreLogs& logs) {
+  Contents contents;
+  logs.readValues([&](std::string_view key, const SavedValue& value) {
+    if (value.kind == ValueKind::data) contents.values.emplace(key, value.bytes);
+  });
+  Rows rows;
+  std::size_t damaged = 0;
+  if (logs.readList(listKey, rows, damaged) == Linux::RowLog::Outcome::done)
+    contents.rows = rows.texts;
+  return contents;
+}
+
+/// One change of a store and of the oracle beside it.
+struct Step {
+  std::function<bool(StoreLogs&)> make;
+  std::function<void(Contents&)> expect;
+};
+
+Step put(std::string key, std::string text) {
+  return {[=](StoreLogs& logs) {
+            return logs.put(key, {ValueKind::data, text});
+          },
+          [=](Contents& contents) { contents.values[key] = text; }};
+}
+Step erase(std::string key) {
+  return {[=](StoreLogs& logs) { return logs.remove(key); },
+          [=](Contents& contents) { contents.values.erase(key); }};
+}
+Step begin(std::vector<std::string> texts) {
+  return {[=](StoreLogs& logs) {
+            Larder::ListEdit edit{.replacesAll = true, .removed = {}, .appended = {}};
+            for (std::size_t i = 0; i < texts.size(); ++i)
+              edit.appended.push_back(row(i, texts[i]));
+            return logs.edit(listKey, edit) == Linux::RowLog::Outcome::done;
+          },
+          [=](Contents& contents) { contents.rows = texts; }};
+}
+/// Removes the oldest `count` rows, whose first ordinal is `first`, and appends at `ordinal`.
+Step change(std::uint64_t first, std::size_t count, std::uint64_t ordinal,
+            std::vector<std::string> texts) {
+  return {[=](StoreLogs& logs) {
+            Larder::ListEdit edit;
+            if (count > 0) edit.removed.push_back({first, first + count});
+            for (std::size_t i = 0; i < texts.size(); ++i)
+              edit.appended.push_back(row(ordinal + i, texts[i]));
+            return logs.edit(listKey, edit) == Linux::RowLog::Outcome::done;
+          },
+          [=](Contents& contents) {
+            auto& rows = *contents.rows;
+            rows.erase(rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(count));
+            rows.insert(rows.end(), texts.begin(), texts.end());
+          }};
+}
+Step endList() {
+  return {[](StoreLogs& logs) { return logs.endList(listKey); },
+          [](Contents& contents) { contents.rows = std::nullopt; }};
+}
+Step rewrite() {
+  return {[](StoreLogs& logs) {
+            logs.rewriteValues();
+            return true;
+          },
+          [](Contents&) {}};
+}
+
+/// A row of a size of which three fill a segment.
+std::string longText(char letter) { return std::string(1500 * 1024, letter); }
+
+std::vector<Step> smallDay() {
+  return {put("a", "1"),
+          begin({"r0", "r1", "r2"}),
+          put("b", "2"),
+          change(0, 1, 3, {"r3", "r4"}),
+          put("a", "3"),
+          erase("b"),
+          change(1, 2, 5, {}),
+          change(0, 0, 5, {"r5"}),
+          rewrite()};
+}
+
+/// Segments fill, are dropped, and an old one is moved because of one row that stays.
+std::vector<Step> longDay() {
+  auto steps = std::vector{begin({"stays", longText('a'), longText('b'), longText('c')})};
+  std::uint64_t next = 4;
+  for (const char letter : std::string("defghijklm")) {
+    steps.push_back({[=](StoreLogs& logs) {
+                       Larder::ListEdit edit;
+                       edit.removed.push_back({next - 3, next - 2});
+                       edit.appended.push_back(row(next, longText(letter)));
+                       return logs.edit(listKey, edit) == Linux::RowLog::Outcome::done;
+                     },
+                     [=](Contents& contents) {
+                       contents.rows->erase(contents.rows->begin() + 1);
+                       contents.rows->push_back(longText(letter));
+                     }});
+    ++next;
+  }
+  steps.push_back(endList());
+  return steps;
+}
+
+class StoreLogsTests : public testing::Test {
+ protected:
+  std::unique_ptr<StoreLogs> open() {
+    auto logs = StoreLogs::own(std::make_unique<ModelDisk>(folder), "store", system.system());
+    return logs ? *std::move(logs) : nullptr;
+  }
+  Contents play(const std::vector<Step>& steps) {
+    Contents expected;
+    const auto logs = open();
+    for (const auto& step : steps) {
+      EXPECT_TRUE(step.make(*logs));
+      step.expect(expected);
+    }
+    EXPECT_EQ(contentsOf(*logs), expected);
+    return expected;
+  }
+  /// Kills the process at each call that changes the disk, and looks at what the next one finds.
+  void killEverywhere(const std::vector<Step>& steps) {
+    bool hasDied = true;
+    for (int call = 0; hasDied && !HasFailure(); ++call) {
+      SCOPED_TRACE(call);
+      folder = ModelFolder();
+      folder.dieAt = call;
+      Contents before, after;
+      if (const auto logs = open()) {
+        for (std::size_t i = 0; i < steps.size() && folder.isAlive(); ++i) {
+          before = after;
+          steps[i].expect(after);
+          step(*logs, steps[i]);
+        }
+      }
+      hasDied = !folder.isAlive();
+      if (!hasDied) before = after;
+      folder.restart();
+      const auto next = open();
+      ASSERT_TRUE(next);
+      const auto found = contentsOf(*next);
+      EXPECT_TRUE(found == before || found == after)
+          << testing::PrintToString(found) << " is neither " << testing::PrintToString(before)
+          << " nor " << testing::PrintToString(after);
+      EXPECT_THAT(system.lines(), IsEmpty());
+    }
+  }
+  static void step(StoreLogs& logs, const Step& step) { step.make(logs); }
+
+  ModelFolder folder;
+  FakeSystem system;
+};
+
+TEST_F(StoreLogsTests, holdsWhatWasWritten) {
+  const auto expected = play(smallDay());
+  EXPECT_EQ(contentsOf(*open()), expected);
+  EXPECT_THAT(system.lines(), IsEmpty());
+}
+
+TEST_F(StoreLogsTests, dropsSegmentsOfWhichNothingLives) {
+  const auto expected = play(longDay());
+  EXPECT_EQ(contentsOf(*open()), expected);
+  EXPECT_LE(folder.files.size(), 5u);
+}
+
+TEST_F(StoreLogsTests, aKillAtAnyCallLosesNothing) { killEverywhere(smallDay()); }
+
+TEST_F(StoreLogsTests, aKillWhileSegmentsAreMovedAndDroppedLosesNothing) {
+  killEverywhere(longDay());
+}
+
+TEST_F(StoreLogsTests, aCallThatFailsLeavesTheStepUndoneAndTheNextOnesPossible) {
+  bool hasFailed = true;
+  for (int call = 0; hasFailed && !HasFailure(); ++call) {
+    SCOPED_TRACE(call);
+    folder = ModelFolder();
+    const auto logs = open();
+    folder.changes = 0;
+    folder.failAt = call;
+    Contents expected;
+    for (const auto& step : smallDay()) {
+      bool isMade = step.make(*logs);
+      for (int again = 0; !isMade && again < 2; ++again) isMade = step.make(*logs);
+      EXPECT_TRUE(isMade);
+      step.expect(expected);
+    }
+    hasFailed = folder.changes > call;
+    EXPECT_EQ(contentsOf(*logs), expected);
+    EXPECT_EQ(contentsOf(*open()), expected);
+  }
+}
+
+TEST_F(StoreLogsTests, aStoreThatCannotBeReadIsLeftAsItIs) {
+  const auto expected = play(smallDay());
+  const auto before = folder.contents();
+  folder.failsReads = true;
+  EXPECT_EQ(open(), nullptr);
+  folder.failsReads = false;
+  EXPECT_EQ(folder.contents(), before);
+  EXPECT_EQ(contentsOf(*open()), expected);
+}
+
+/// A store of values and rows that is damaged in one place after the other.
+class DamagedStoreLogsTests : public StoreLogsTests {
+ protected:
+  DamagedStoreLogsTests() {
+    std::vector<Step> steps;
+    for (int i = 0; i < 4; ++i) steps.push_back(put("k" + std::to_string(i), std::to_string(i)));
+    steps.push_back(begin({"r0", "r1", "r2", "r3"}));
+    steps.push_back(change(0, 2, 4, {"r4", "r5"}));
+    whole = play(steps);
+    files = folder.contents();
+  }
+
+  /// How many values and rows of the whole store are missing. Rows whose removal was lost come
+  /// back.
+  static std::size_t lost(const Contents& whole, const Contents& found) {
+    std::size_t lost = 0;
+    for (const auto& value : whole.values) lost += !std::ranges::count(found.values, value);
+    const auto rows = found.rows.value_or(std::vector<std::string>());
+    for (const auto& row : *whole.rows) lost += !std::ranges::count(rows, row);
+    EXPECT_LE(found.values.size(), whole.values.size());
+    return lost;
+  }
+  std::size_t lostNow() {
+    system.clearLines();
+    const auto logs = open();
+    if (!logs) return 100;
+    auto found = contentsOf(*logs);
+    return lost(whole, found);
+  }
+
+  Contents whole;
+  std::map<std::string, std::string> files;
+};
+
+TEST_F(DamagedStoreLogsTests, oneWrongByteCostsAtMostOneEntryAndIsTold) {
+  for (const auto& [name, bytes] : files) {
+    for (std::size_t i = 0; i < bytes.size() && !HasFailure(); ++i) {
+      SCOPED_TRACE(name + " " + std::to_string(i));
+      folder.restore(files);
+      folder.files[name]->bytes[i] = static_cast<char>(bytes[i] ^ 0x10);
+      const auto damaged = open();
+      ASSERT_TRUE(damaged);
+      std::size_t damagedRows = 0;
+      Rows rows;
+      damaged->readList(listKey, rows, damagedRows);
+      const auto found = contentsOf(*damaged);
+      const auto cost = lost(whole, found);
+      EXPECT_LE(cost, 1u);
+      EXPECT_THAT(found.rows.value(), IsSubsetOf(*whole.rows));
+      const bool isTold = !system.lines().empty() || damagedRows == 1;
+      EXPECT_TRUE(cost == 0 || isTold);
+      damaged->mendLists();
+      EXPECT_EQ(lostNow(), cost);
+      EXPECT_THAT(system.lines(), IsEmpty());
+    }
+  }
+}
+
+TEST_F(DamagedStoreLogsTests, aCutCostsWhatWasBehindItAndIsTold) {
+  for (const auto& [name, bytes] : files) {
+    for (std::size_t size = 0; size < bytes.size() && !HasFailure(); ++size) {
+      SCOPED_TRACE(name + " " + std::to_string(size));
+      folder.restore(files);
+      folder.files[name]->bytes.resize(size);
+      const auto cost = lostNow();
+      EXPECT_TRUE(cost == 0 || !system.lines().empty());
+      EXPECT_LE(cost, 4u);
+    }
+  }
+}
+
+TEST_F(DamagedStoreLogsTests, aMissingEmptyOrForeignFileCostsWhatWasInItAndIsTold) {
+  ModelFolder others;
+  {
+    const auto logs = StoreLogs::own(std::make_unique<ModelDisk>(others), "other", system.system());
+    for (const auto& step : smallDay()) step.make(**logs);
+  }
+  const std::map<std::string, std::function<void(const std::string&)>> harms{
+      {"missing", [&](const auto& name) { folder.files.erase(name); }},
+      {"empty", [&](const auto& name) { folder.files[name]->bytes.clear(); }},
+      {"foreign", [&](const auto& name) { folder.files[name]->bytes = others.files[name]->bytes; }},
+      {"noise", [&](const auto& name) { folder.files[name]->bytes = std::string(9000, '\xA5'); }},
+  };
+  for (const auto& [name, bytes] : files) {
+    for (const auto& [harm, make] : harms) {
+      SCOPED_TRACE(name + " " + harm);
+      folder.restore(files);
+      make(name);
+      const auto cost = lostNow();
+      const bool isTold = !system.lines().empty();
+      EXPECT_EQ(cost, name == "values.log" || name == "rows-1.log" ? 4u : 0u);
+      EXPECT_TRUE(cost == 0 || isTold);
+      EXPECT_EQ(lostNow(), cost);
+      EXPECT_THAT(system.lines(), IsEmpty());
+    }
+  }
+}
+
+TEST_F(DamagedStoreLogsTests, aKillWhileItIsOpenedCostsNothingMore) {
+  for (const auto& [name, bytes] : files) {
+    for (std::size_t i = 0; i < bytes.size() && !HasFailure(); i += 7) {
+      SCOPED_TRACE(name + " " + std::to_string(i));
+      folder.restore(files);
+      folder.files[name]->bytes[i] = static_cast<char>(bytes[i] ^ 1);
+      const auto harmed = folder.contents();
+      const auto cost = lostNow();
+      bool hasDied = true;
+      for (int call = 0; hasDied && !HasFailure(); ++call) {
+        SCOPED_TRACE(call);
+        folder = ModelFolder();
+        folder.restore(harmed);
+        folder.dieAt = call;
+        open();
+        hasDied = !folder.isAlive();
+        folder.restart();
+        EXPECT_EQ(lostNow(), cost);
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace kite::test
