@@ -63,7 +63,7 @@ std::uint32_t seedFor(std::uint64_t store) {
 
 void append(std::string& out, const Record& record, std::uint32_t seed) {
   appendOnce(out, record, seed);
-  if (isControl(record.kind)) appendOnce(out, record, seed);
+  if (isWrittenTwice(record.kind)) appendOnce(out, record, seed);
 }
 
 bool RecordScanner::readHeader(std::size_t position, Record& record) const {

@@ -37,14 +37,13 @@ struct Record {
   std::string_view payload = {};
 };
 
-inline bool isControl(Record::Kind kind) {
-  return kind != Record::Kind::row && kind != Record::Kind::value;
-}
+/// All records but rows are written twice: one wrong byte must not cost more than one row, nor bring
+/// an older value back.
+inline bool isWrittenTwice(Record::Kind kind) { return kind != Record::Kind::row; }
 
 /// What both checksums of a store's records begin with.
 std::uint32_t seedFor(std::uint64_t store);
 
-/// A control record is written twice: one wrong byte must not cost more than one row.
 void append(std::string& out, const Record& record, std::uint32_t seed);
 
 void appendNumber(std::string& out, std::uint64_t number, std::size_t bytes);

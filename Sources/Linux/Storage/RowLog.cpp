@@ -208,7 +208,7 @@ void RowLog::loadSegment(std::uint64_t number, std::string_view bytes, Replay& r
   auto records = recordsOf(bytes, _store);
   auto begin = records.end();
   while (const auto record = records.next()) {
-    const bool isSound = !isControl(record->kind) || records.isPayloadSound();
+    const bool isSound = !isWrittenTwice(record->kind) || records.isPayloadSound();
     if (isSound) replay.take(*record, begin);
     if (!isSound) records.rejectPayload();
     begin = records.end();

@@ -128,7 +128,7 @@ bool ValueLog::appendChange(const Record& record) {
 }
 
 bool ValueLog::isGrown() const {
-  return _file->size() > grownSize && _file->size() > 2 * (_living + Head::size);
+  return _file->size() > grownSize && _file->size() > 2 * (2 * _living + Head::size);
 }
 
 // The living records are copied as they are.
@@ -140,8 +140,9 @@ bool ValueLog::rewrite() {
   auto places = _places;
   for (auto& [key, place] : places) {
     const auto record = std::string_view(*old).substr(place.offset, place.size);
+    contents.append(record);
     place.offset = contents.size();
-    contents += record;
+    contents.append(record);
   }
   auto fresh = LogFile::make(_disk, fileName, contents, LogFile::Sync::yes);
   if (!fresh) return false;
