@@ -126,7 +126,7 @@ void RecordStore::remove(std::string_view key) {
 
 void RecordStore::save() {
   comeBack();
-  if (!isWritable()) return;
+  if (!isWritable() || _unsaved.empty()) return;
   bool isSaved = true;
   while (isSaved && !_unsaved.empty()) {
     isSaved = saveOne(*_unsaved.begin());

@@ -394,14 +394,10 @@ bool RowLog::startSegment() {
     append(contents,
            {.kind = Record::Kind::listBegun, .list = list.number, .edit = always, .payload = key},
            seedFor(_store));
-  auto& segment = _segments[_nextSegment];
   std::shared_ptr<LogFile> fresh = LogFile::make(_disk, nameOf(_nextSegment), contents);
-  if (!fresh) {
-    _segments.erase(_nextSegment);
-    return false;
-  }
-  segment.size = contents.size();
+  if (!fresh) return false;
   if (_active) _unsynced.push_back(_active);
+  _segments[_nextSegment].size = contents.size();
   _active = std::move(fresh);
   ++_nextSegment;
   return true;
