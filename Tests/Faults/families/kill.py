@@ -7,13 +7,13 @@ import random
 import struct
 import time
 
-from harness import (Collector, Failed, Host, Oracle, Run, case, check, eventually, need, stores,
-                     strace, total)
+from harness import (Collector, Failed, Host, Oracle, Run, case, check, eventually, need, records,
+                     stores, strace, total)
 
 ROUNDS_OF_A_LIFE = 10  # kills of one state folder
 DIVISOR = 100  # of all periods: the queue is written every tenth of a second
 FLUSH_PERIOD = 10.0
-TROUBLE = ("damaged", "corrupt", "memory only", "cannot be")
+TROUBLE = ("damaged", "Damaged", "set aside", "memory only", "cannot be")
 
 
 def timed_host(run: Run, state, **options) -> Host:
@@ -109,7 +109,7 @@ class Life:
         rows = self.collector.events()
         for oracle in self.oracles:
             oracle.account([], rows)
-        check(not stores.set_aside(self.state), "a store was set aside")
+        check(not stores.set_aside(self.state), "a file of a store was set aside")
         return sum(oracle.tracked for oracle in self.oracles)
 
 
@@ -248,6 +248,7 @@ class Attempt:
     inject: str
     oracle: Oracle = dataclasses.field(default_factory=Oracle)
     profile: Value = dataclasses.field(default_factory=lambda: Value(stored_profile))
+    session: Value = dataclasses.field(default_factory=lambda: Value(stored_session))
     safe: range = range(0)
     may_be_damaged: bool = False
     collected: list[dict] = dataclasses.field(default_factory=list)
@@ -349,42 +350,65 @@ def scene_profile(attempt: Attempt):
         attempt.struck(host, deed)
 
 
-def scene_checkpoint(attempt: Attempt):
-    """The write-ahead log has grown long enough to be moved into the file."""
-    wal = attempt.state / "app" / "kv.sqlite-wal"
-    frame, limit = 8192 + 24, 1000
+REWRITTEN_FROM, FULL_SEGMENT = 64 << 10, 4 << 20
+PADDING = "x" * 50_000
+
+
+def scene_rewrite(attempt: Attempt):
+    """The log of the values has grown and is replaced by one that holds the living ones."""
+    log = stores.values_file(attempt.state)
+
+    def add(host):
+        host.call("addSessionData", key="proof", value=attempt.session.next())
+        attempt.session.answered = attempt.session.sent
+
+    def deed(host):
+        size = log.stat().st_size
+        while log.stat().st_size >= size:
+            add(host)
+
     with timed_host(attempt.run, attempt.state).start() as host:
         attempt.keep(host, 5)
         host.call("willEnterForeground")
-        number = 0
-        while wal.stat().st_size < (limit - 40) * frame:
-            for _ in range(10):
-                number += 1
-                host.post("addSessionData", key="proof", value=number)
-            host.drain()
-        attempt.oracle.post(host, 150)
-        host.drain()
-        attempt.struck(host, lambda host: host.call("fire", period=FLUSH_PERIOD))
+        while log.stat().st_size < REWRITTEN_FROM - 2000:
+            add(host)
+        attempt.struck(host, deed)
 
 
-def scene_quit(attempt: Attempt):
-    """The host leaves: the logs are moved into the files and removed."""
+def scene_next_segment(attempt: Attempt):
+    """A segment is full, and the next one is begun."""
     with timed_host(attempt.run, attempt.state).start() as host:
         attempt.keep(host, 5)
-    with Host(attempt.run.kite, attempt.state).start() as host:
-        attempt.struck(host, lambda host: host.quit())
+        while stores.segments(attempt.state)[-1].stat().st_size < FULL_SEGMENT:
+            attempt.oracle.track(host, padding=PADDING)
+            host.call("settle")
+        attempt.safe = range(attempt.oracle.tracked)
+        attempt.struck(host, lambda host: attempt.keep(host, 2))
 
 
-def scene_set_aside(attempt: Attempt):
-    """A store that is no database is set aside."""
-    attempt.may_be_damaged = True
-    with timed_host(attempt.run, attempt.state).start() as host:
-        attempt.keep(host, 3)
-    file = stores.kv_file(attempt.state)
-    stores.checkpoint(file)
-    with open(file, "r+b") as opened:
-        opened.write(bytes(4096))
-    attempt.safe = range(0)
+def scene_drop(attempt: Attempt):
+    """All rows of a segment have arrived, and it goes."""
+    first, second = (attempt.state / "app" / f"kv.rows-{number}.log" for number in (1, 2))
+
+    def deed(host):
+        host.start()
+        is_dropped = eventually(lambda: host.send("fire", period=2.0) and not first.exists(), 20)
+        check(is_dropped, "a segment without rows stays")
+
+    with Collector(attempt.run.kite, attempt.folder) as collector:
+        with timed_host(attempt.run, attempt.state).start() as host:
+            while not second.exists():
+                attempt.oracle.post(host, padding=PADDING)
+                host.drain()
+                attempt.keep(host, 0)
+            attempt.keep(host, 2)
+        sender = timed_host(attempt.run, attempt.state, collector=collector, start_in_background=1)
+        with sender as host:
+            attempt.struck(host, deed)
+        attempt.collected = collector.events()
+
+
+def start_struck(attempt: Attempt):
     prefix = strace.prefix(attempt.state, attempt.log, inject=attempt.inject)
     with timed_host(attempt.run, attempt.state, prefix=prefix) as host:
         try:
@@ -394,8 +418,48 @@ def scene_set_aside(attempt: Attempt):
     strace.ended(attempt.log)
 
 
-SCENES = (scene_begin, scene_flush, scene_background, scene_removal, scene_profile,
-          scene_checkpoint, scene_quit, scene_set_aside)
+def keep_then_harm(attempt: Attempt, harm):
+    """`harm()` befalls what a host has left, so that the next start has to mend it."""
+    attempt.may_be_damaged = True
+    with timed_host(attempt.run, attempt.state).start() as host:
+        attempt.keep(host, 3)
+        attempt.oracle.track(host, padding=PADDING)
+        attempt.keep(host, 3)
+        attempt.profile.answered = attempt.profile.next()
+        host.call("updateUserInfo", with_={"proof": attempt.profile.sent})
+    harm()
+
+
+def scene_mend(attempt: Attempt):
+    """A wrong byte in each log: what lives in them is moved to new ones."""
+
+    def harm():
+        for log in (*stores.segments(attempt.state), stores.values_file(attempt.state),
+                    stores.values_file(attempt.state, secrets=True)):
+            flip(log, next(record for record in records.records_of(log)
+                           if record.kind in (records.LIST_BEGUN, records.VALUE)))
+
+    keep_then_harm(attempt, harm)
+    start_struck(attempt)
+
+
+def flip(file: pathlib.Path, record: records.Record):
+    """The last byte of a record."""
+    with open(file, "r+b") as opened:
+        opened.seek(record.end - 1)
+        byte = opened.read(1)[0]
+        opened.seek(record.end - 1)
+        opened.write(bytes([byte ^ 1]))
+
+
+def scene_set_aside(attempt: Attempt):
+    """A file is none of the store's: it is set aside. The other files keep what is in them."""
+    keep_then_harm(attempt, lambda: stores.values_file(attempt.state).write_bytes(bytes(4096)))
+    start_struck(attempt)
+
+
+SCENES = (scene_begin, scene_flush, scene_background, scene_removal, scene_profile, scene_rewrite,
+          scene_next_segment, scene_drop, scene_mend, scene_set_aside)
 
 
 def play(run: Run, scene, inject: str) -> Attempt:
@@ -405,8 +469,11 @@ def play(run: Run, scene, inject: str) -> Attempt:
 
 
 def check_attempt(attempt: Attempt):
-    """The store opens, holds what it held, and works."""
+    """The store opens, holds what it held, and works. What is damaged is told at most twice: by the
+    start that was killed and by the one after it."""
     run, oracle = attempt.run, attempt.oracle
+    if attempt.session.sent:  # before a start begins another one
+        attempt.session.check(run, attempt.state)
     with timed_host(run, attempt.state).start() as host:
         if not attempt.may_be_damaged:
             check_console(host)
@@ -420,6 +487,8 @@ def check_attempt(attempt: Attempt):
         host.call("settle")
     account = oracle.account(stores.queue(run.kite, attempt.state), attempt.collected)
     oracle.demand(account, [*attempt.safe, last])
+    with timed_host(run, attempt.state).start() as host:
+        check_console(host)
 
 
 @case("kill", "SIGKILL at every call of a write in turn", full=1000, smoke=4)

@@ -1,6 +1,6 @@
 """The parts that the families of faults share."""
 
-from . import disks, stores, strace
+from . import disks, records, stores, strace
 from .case import KEY, Failed, NotRun, Run, case, check, need, need_root, survey, total
 from .collector import Collector
 from .host import NOWHERE, Host, HostDied, HostHung
@@ -9,4 +9,4 @@ from .oracle import Account, Oracle, serial_of
 
 __all__ = ["KEY", "NOWHERE", "Account", "Collector", "Failed", "Host", "HostDied", "HostHung",
            "NotRun", "Oracle", "Run", "case", "check", "disks", "eventually", "need", "need_root",
-           "run", "serial_of", "stores", "strace", "survey", "total"]
+           "records", "run", "serial_of", "stores", "strace", "survey", "total"]

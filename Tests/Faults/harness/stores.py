@@ -2,7 +2,6 @@
 
 import json
 import pathlib
-import sqlite3
 
 from .case import Failed
 from .lines import run
@@ -30,7 +29,7 @@ def queue(kite, state) -> list[dict]:
 
 def queue_or_none(kite, state) -> list[dict]:
     """The pending events of a folder in which perhaps no store was ever begun."""
-    return queue(kite, state) if kv_file(state).exists() else []
+    return queue(kite, state) if values_file(state).exists() else []
 
 
 def keys(kite, state, secrets: bool = False) -> list[str]:
@@ -42,33 +41,26 @@ def value(kite, state, key: str, secrets: bool = False) -> str:
     return _store(kite, state, secrets, "get", key)
 
 
-def kv_file(state) -> pathlib.Path:
-    return pathlib.Path(state) / "app" / "kv.sqlite"
+def values_file(state, secrets: bool = False) -> pathlib.Path:
+    name = "secrets/secrets.values.log" if secrets else "app/kv.values.log"
+    return pathlib.Path(state) / name
 
 
-def secrets_file(state) -> pathlib.Path:
-    return pathlib.Path(state) / "secrets" / "secrets.sqlite"
+def segments(state) -> list[pathlib.Path]:
+    """The files of the lists."""
+    return sorted(pathlib.Path(state).glob("app/kv.rows-*.log"),
+                  key=lambda path: int(path.stem.split("-")[1]))
 
 
 def files(state) -> list[pathlib.Path]:
-    """All files of both stores, the locks aside."""
-    return sorted(path for path in pathlib.Path(state).glob("*/*")
-                  if path.is_file() and path.suffix != ".lock")
+    """All files of both stores."""
+    return sorted(path for path in pathlib.Path(state).glob("*/*") if path.is_file())
 
 
 def set_aside(state) -> list[pathlib.Path]:
-    """Stores that were found damaged and put aside."""
-    return sorted(path for path in pathlib.Path(state).glob("*/*.corrupt-*")
-                  if not path.name.endswith(("-wal", "-shm")))
-
-
-def checkpoint(file):
-    """Moves what a store's log holds into its file; no process may have it open."""
-    connection = sqlite3.connect(file)
-    try:
-        connection.execute("PRAGMA wal_checkpoint(TRUNCATE)")
-    finally:
-        connection.close()
+    """Files that were found to be another store's, of another format, or unusable."""
+    return sorted(path for mark in ("foreign", "former", "unusable")
+                  for path in pathlib.Path(state).glob(f"*/*.{mark}-*"))
 
 
 def _store(kite, state, secrets: bool, *what: str) -> str:

@@ -19,11 +19,12 @@ CALL = re.compile(r"^(\d+) +(\w+)\(")
 def paths(state) -> list[str]:
     """What the library may touch in a state folder, as options of strace."""
     state = pathlib.Path(state).resolve()
-    names = [state, state / "app", state / "secrets", state / "secrets" / "master.key",
-             state / "secrets" / "master.key.new"]
-    for file in (state / "app" / "kv.sqlite", state / "secrets" / "secrets.sqlite"):
-        ends = ("", "-wal", "-shm", "-journal", ".lock")
-        names += [file.with_name(file.name + end) for end in ends]
+    names = [state, state / "app", state / "secrets"]
+    logs = ["values.log", *(f"rows-{number}.log" for number in range(1, 9))]
+    for begin, ends in (("app/kv.", ("lock", "state", *logs)),
+                        ("secrets/secrets.", ("lock", "state", "values.log")),
+                        ("secrets/", ("master.key",))):
+        names += [state / (begin + end + new) for end in ends for new in ("", ".new")]
     return [option for name in names for option in ("-P", str(name))]
 
 

@@ -1,0 +1,76 @@
+"""The files of a store as somebody reads and writes them who knows their form (Storage/Record.h)."""
+
+import dataclasses
+import pathlib
+import struct
+import zlib
+
+HEADER = struct.Struct("<4sIIIQQII")
+MAGIC = b"\x8bKit"
+HEAD, VALUE, VALUE_REMOVED, LIST_BEGUN, LIST_ENDED, ROW, ROWS_REMOVED, EDIT_END = range(1, 9)
+
+
+@dataclasses.dataclass(frozen=True)
+class Record:
+    kind: int
+    edit: int = 0
+    list: int = 0
+    ordinal: int = 0
+    payload: bytes = b""
+    begin: int = 0  # in the file
+
+    @property
+    def end(self) -> int:
+        return self.begin + HEADER.size + len(self.payload)
+
+    def bytes(self, seed: int) -> bytes:
+        begin = HEADER.pack(MAGIC, self.kind, self.list, len(self.payload), self.edit, self.ordinal,
+                            zlib.crc32(self.payload, seed), 0)[:-4]
+        once = begin + struct.pack("<I", zlib.crc32(begin, seed)) + self.payload
+        return once if self.kind == ROW else 2 * once
+
+
+def seed_for(store: int) -> int:
+    return zlib.crc32(store.to_bytes(8, "little"))
+
+
+def records_of(file) -> list[Record]:
+    """Of a sound file; those that are written twice are there twice."""
+    data, found, at = pathlib.Path(file).read_bytes(), [], 0
+    while at < len(data):
+        magic, kind, list_, length, edit, ordinal, *_ = HEADER.unpack_from(data, at)
+        begin, at = at, at + HEADER.size + length
+        if magic != MAGIC or at > len(data):
+            raise ValueError(f"{file} has no record at {begin}")
+        found.append(Record(kind, edit, list_, ordinal, data[begin + HEADER.size:at], begin))
+    return found
+
+
+def store_of(file) -> int:
+    """The identity of the store that a file belongs to."""
+    return int.from_bytes(records_of(file)[0].payload, "little")
+
+
+def values_of(file) -> dict[str, tuple[int, bytes]]:
+    """Kind and bytes of the values of a sound values.log."""
+    values = {}
+    for record in records_of(file):
+        if record.kind == VALUE:
+            kind, size = struct.unpack_from("<BI", record.payload)
+            key, data = record.payload[5:5 + size], record.payload[5 + size:]
+            values[key.decode()] = (kind, data)
+        elif record.kind == VALUE_REMOVED:
+            values.pop(record.payload.decode(), None)
+    return values
+
+
+def write_values(file, values: dict[str, tuple[int, bytes]]) -> None:
+    """Makes a values.log anew that holds these; its store and its changes so far stay known."""
+    earlier = records_of(file)
+    store, last = store_of(file), max(record.edit for record in earlier)
+    out = Record(HEAD, last, payload=store.to_bytes(8, "little")).bytes(0)
+    for number, (key, (kind, data)) in enumerate(values.items(), last + 1):
+        name = key.encode()
+        payload = struct.pack("<BI", kind, len(name)) + name + data
+        out += Record(VALUE, number, payload=payload).bytes(seed_for(store))
+    pathlib.Path(file).write_bytes(out)
