@@ -14,7 +14,7 @@ from harness import (Collector, Failed, Host, Oracle, Run, case, check, disks, e
 SYNC_PERIOD = 2.0
 TRACKING_SECONDS = 2  # no tracking call waits for the disk
 PATIENCE = 15  # for calls that do
-LOG_FRAMES, FRAME = 1000, 8192 + 24
+REWRITTEN_FROM = 64 << 10  # bytes of a log of values
 LONG_TEXT = "x" * 20_000
 UNLIMITED = (resource.RLIM_INFINITY, resource.RLIM_INFINITY)
 
@@ -41,14 +41,14 @@ class Ordeal:
     def __exit__(self, *_):
         self.host.close()
 
-    def fill_log(self):
-        """Until little is left to the length at which SQLite moves it into the file."""
-        log = self.state / "app" / "kv.sqlite-wal"
+    def fill_logs(self):
+        """Until little is left to the length from which on logs of values are rewritten."""
+        values, secrets = (stores.values_file(self.state, secrets) for secrets in (False, True))
         self.host.call("willEnterForeground")
-        while log.stat().st_size < (LOG_FRAMES - 50) * FRAME:
-            for number in range(10):
-                self.host.post("addSessionData", key="proof", value=number)
-            self.host.drain()
+        while values.stat().st_size < REWRITTEN_FROM - 700:
+            self.host.call("addSessionData", key="proof", value=1)
+        while secrets.stat().st_size < REWRITTEN_FROM - 700:
+            self.change_profile()
         self.host.call("didEnterBackground")
         self.host.call("settle")
 
@@ -124,7 +124,7 @@ class Ordeal:
 
 
 def while_running(run: Run, state_of, begin, end, may_be_absent: bool = False, events: int = 5,
-                  is_log_long: bool = False) -> dict:
+                  are_logs_long: bool = False) -> dict:
     """The fault strikes a host that has begun."""
     folder = run.folder()
     with contextlib.ExitStack() as stack:
@@ -134,8 +134,8 @@ def while_running(run: Run, state_of, begin, end, may_be_absent: bool = False, e
         ordeal.host.start()
         ordeal.use()
         ordeal.upload_all()
-        if is_log_long:
-            ordeal.fill_log()
+        if are_logs_long:
+            ordeal.fill_logs()
         ordeal.use()
         good = ordeal.queued()
         begin(ordeal)
@@ -270,8 +270,8 @@ class Injection:
         return self._strace.log
 
 
-# The log of the key-value store is moved into its file in the midst of it.
-MUCH = {"events": 10, "is_log_long": True}
+# The logs of values are rewritten in the midst of it.
+MUCH = {"events": 10, "are_logs_long": True}
 
 
 def calls_while_running(run: Run) -> dict[str, int]:
@@ -287,8 +287,8 @@ def strike_running(run: Run, inject: str, **more) -> dict:
     return counts | {"calls struck": strace.injected(injection.log)}
 
 
-# SQLite repeats them as long as signals interrupt them: it must outlast many, not all to come.
-REPEATED = ("pread64", "pwrite64", "ftruncate")
+# Repeated when a signal interrupts them: a host must outlast many in a row, not all to come.
+REPEATED = ("read", "write", "pread64", "pwrite64", "fdatasync")
 
 
 def moments(run: Run, call: str, error: str, most: int) -> list[str]:
@@ -374,8 +374,7 @@ class Legacy:
               "the identifier of the earlier run is gone")
         queue = stores.queue(self._run.kite, self._state)
         self.oracle.demand(self.oracle.account(queue, self._collector.events()), self._queued)
-        aside = [path.name for path in self._state.glob("*/*") if ".corrupt-" in path.name
-                 or ".unusable-" in path.name]
+        aside = stores.set_aside(self._state)
         check(not aside, f"sound files were set aside: {aside}")
 
     def _read_identifier(self) -> str:

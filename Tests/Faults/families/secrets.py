@@ -8,15 +8,13 @@ import random
 import re
 import shutil
 import socket
-import sqlite3
 import stat
 import urllib.parse
-import zlib
 from dataclasses import dataclass
 from functools import partial
 
-from harness import (Collector, Host, Run, case, check, eventually, need, need_root, run,
-                     stores)
+from harness import (Collector, Failed, Host, Run, case, check, eventually, need, need_root, records,
+                     run, stores)
 from harness.case import survey
 from harness.certificates import Authority
 from harness.hostile import GOOD_REPLY, Connection, Hostile, Request, over_https
@@ -115,7 +113,7 @@ def key_canary(run_: Run) -> dict:
         search.look("the console", console.read_bytes())
         search.look_into(folder / "state")
         begin, calls = system_calls(trace.read_bytes())
-        check(key.encode() in begin and b"kv.sqlite-wal" in calls, "the trace shows nothing")
+        check(key.encode() in begin and b"kv.values.log" in calls, "the trace shows nothing")
         search.look("a system call", calls)
         for wrong in (["--bogus"], ["--endpoint", "nonsense"], ["--state", "/dev/null/x", "/none"]):
             done = run([run_.kite, "host", "--key", key, *wrong])
@@ -158,11 +156,6 @@ def search_collector(run_: Run, search: Search, key: str) -> None:
 
 # -- tampering
 
-def checksum(key: str, place: int, data: bytes) -> int:
-    crc = zlib.crc32(place.to_bytes(8, "little", signed=True), zlib.crc32(key.encode()))
-    return zlib.crc32(data, crc)
-
-
 class Sealed:
     """A secrets store that somebody edits who knows its form, but not its key."""
 
@@ -173,23 +166,14 @@ class Sealed:
             host.start()
             host.call("updateUserInfo", **{"with": {"plan": "gold"}})
             host.quit()
-        stores.checkpoint(stores.secrets_file(self.state))
-        with self._connection() as rows:
-            self.rows = {key: (kind, bytes(data)) for key, kind, data in
-                         rows.execute("SELECT key, kind, bytes FROM entries")}
+        self._file = stores.values_file(self.state, secrets=True)
+        self.rows = records.values_of(self._file)
         self.truth = {key: self.read(key) for key in self.rows}
         check(len(self.rows) >= 3 and all(self.truth.values()), f"too few rows: {self.truth}")
 
-    def _connection(self) -> sqlite3.Connection:
-        return sqlite3.connect(stores.secrets_file(self.state))
-
     def write(self, changes: dict[str, tuple[int, bytes]]) -> None:
-        connection = self._connection()
-        for key, (kind, data) in changes.items():
-            connection.execute("UPDATE entries SET kind=?, bytes=?, crc=? WHERE key=?",
-                               (kind, data, checksum(key, kind, data), key))
-        connection.commit()
-        connection.close()
+        """With checksums that are right."""
+        records.write_values(self._file, self.rows | changes)
 
     def read(self, key: str) -> str | None:
         done = run([self._kite, "store", "--state", self.state, "--secrets", "get", key])
@@ -209,7 +193,7 @@ class Sealed:
 def tampering(run_: Run) -> dict:
     sealed = Sealed(run_)
     random_ = run_.random()
-    sealed.write(sealed.rows)
+    sealed.write({})
     sealed.check_absent(set())  # writing alone changes nothing
     keys = list(sealed.rows)
     pairs = [(a, b) for a in keys for b in keys if a < b]
@@ -222,12 +206,10 @@ def tampering(run_: Run) -> dict:
                                  data[at // 8:]] if at // 8 else [bytes(changed)])
         sealed.write({key: (kind, damage)})
         sealed.check_absent({key}, beside=1)
-        sealed.write({key: (kind, data)})
         run_.tick()
     for one, other in pairs:
         sealed.write({one: sealed.rows[other], other: sealed.rows[one]})
         sealed.check_absent({one, other})
-        sealed.write({one: sealed.rows[one], other: sealed.rows[other]})
     sealed.write({key: (kind, data[:-1]) for key, (kind, data) in sealed.rows.items()})
     with Host(run_.kite, sealed.state) as host:  # all records are gone, and it goes on
         host.start()
@@ -235,6 +217,86 @@ def tampering(run_: Run) -> dict:
         check(sum("Damaged values" in line for line in host.stderr) == 1, f"{host.stderr}")
         host.quit()
     return {"changed records": run_.count, "swapped pairs": len(pairs)}
+
+
+# -- what is on the medium, and when
+
+CALL = re.compile(r"^(?P<thread>\d+) +(?P<moment>[\d.]+) (?P<name>\w+)\((?P<rest>.*)$", re.MULTILINE)
+MEDIUM_SECONDS = 1.0
+
+
+@dataclass(frozen=True)
+class Call:
+    thread: int
+    moment: float
+    name: str
+    rest: str
+
+    def concerns(self, *ends: str) -> bool:
+        return any(f"{end}>" in self.rest or f'{end}"' in self.rest for end in ends)
+
+
+def calls_of(trace: pathlib.Path) -> list[Call]:
+    return [Call(int(found["thread"]), float(found["moment"]), found["name"], found["rest"])
+            for found in CALL.finditer(trace.read_text(errors="replace"))]
+
+
+def place(calls: list[Call], name: str, *ends: str) -> int:
+    """Of the first such call."""
+    for at, call in enumerate(calls):
+        if call.name.startswith(name) and call.concerns(*ends):
+            return at
+    raise Failed(f"no {name} of {ends}")
+
+
+def check_key_first(calls: list[Call]) -> None:
+    """The key is on the medium under its name before a value is written that it seals."""
+    values = "secrets.values.log"
+    order = [place(calls, "write", "master.key.new"), place(calls, "fsync", "master.key.new"),
+             place(calls, "rename", "master.key"), place(calls, "fsync", "/secrets")]
+    first = next(at for at, call in enumerate(calls) if call.name == "pwrite64"
+                 and call.concerns(values) and not call.rest.endswith(", 0) = 96"))
+    check([*order, first] == sorted([*order, first]), f"out of order: {order}, {first}")
+
+
+def check_synced(calls: list[Call]) -> int:
+    """Every write of a value is followed by a sync of its file, by a thread that nobody waits for.
+    How many writes there were."""
+    writes = [call for call in calls if call.name == "pwrite64"
+              and call.concerns("secrets.values.log")]
+    syncs = [call for call in calls if call.name == "fdatasync"
+             and call.concerns("secrets.values.log")]
+    check(not {call.thread for call in writes} & {call.thread for call in syncs},
+          "who writes a secret waits for the medium")
+    for write in writes:
+        late = min((sync.moment - write.moment for sync in syncs if sync.moment > write.moment),
+                   default=float("inf"))
+        check(late < MEDIUM_SECONDS, f"a secret waits {late:.2f} s for its sync")
+    return len(writes)
+
+
+@case("secrets", "syncs of the key and of what it seals", full=20, smoke=2)
+def syncs(run_: Run) -> dict:
+    need("strace")
+
+    def trial(item: int) -> int:
+        random_, folder = run_.random(item), run_.folder()
+        trace = folder / "trace"
+        prefix = ["strace", "-f", "-y", "-ttt", "-s", "8", "-o", trace, "-e",
+                  "trace=write,pwrite64,rename,renameat,renameat2,fsync,fdatasync"]
+        with Host(run_.kite, folder / "state", prefix=prefix, start_in_background=True) as host:
+            host.start()
+            for number in range(8):
+                host.call("updateUserInfo", **{"with": {"proof": number}})
+                host.post("wait", seconds=random_.uniform(0, 0.4))
+            host.post("wait", seconds=MEDIUM_SECONDS)
+            host.drain()
+            host.quit()
+        calls = calls_of(trace)
+        check_key_first(calls)
+        return check_synced(calls)
+
+    return {"hosts": run_.count, "secrets written": sum(run_.each(range(run_.count), trial))}
 
 
 # -- files that somebody else has prepared
@@ -275,9 +337,10 @@ class Victim:
         check(not changed, f"touched outside: {changed}")
 
 
-FILES = ("app/kv.sqlite", "app/kv.sqlite-wal", "app/kv.sqlite-shm", "app/kv.sqlite.lock",
-         "secrets/secrets.sqlite", "secrets/secrets.sqlite-wal", "secrets/secrets.sqlite-shm",
-         "secrets/secrets.sqlite.lock", "secrets/master.key", "secrets/master.key.new")
+FILES = ("app/kv.lock", "app/kv.state", "app/kv.values.log", "app/kv.values.log.new",
+         "app/kv.rows-1.log", "app/kv.rows-1.log.new", "secrets/secrets.lock",
+         "secrets/secrets.state", "secrets/secrets.values.log", "secrets/secrets.values.log.new",
+         "secrets/master.key", "secrets/master.key.new")
 FILE_KINDS = ("symbolic link", "symbolic link to nothing", "hard link", "FIFO", "socket", "folder",
               "wrong mode", "wrong owner")
 FOLDER_KINDS = ("symbolic link", "symbolic link to nothing", "file", "FIFO", "wrong mode",
@@ -286,6 +349,7 @@ FOLDER_KINDS = ("symbolic link", "symbolic link to nothing", "file", "FIFO", "wr
 
 def traps() -> list[Trap]:
     return [Trap(kind, place) for place in FILES for kind in FILE_KINDS] + [
+        Trap(kind, "app/kv.sqlite") for kind in ("symbolic link", "FIFO", "folder")] + [
         Trap(kind, place) for place in ("app", "secrets") for kind in FOLDER_KINDS]
 
 
@@ -362,7 +426,7 @@ def spring(run_: Run, trap: Trap, sound: pathlib.Path | None) -> None:
         check(not lines or not sound, f"a wrong mode is no trouble, it is set right: {lines}")
 
 
-@case("secrets", "files and folders prepared by somebody else", full=184, smoke=30)
+@case("secrets", "files and folders prepared by somebody else", full=222, smoke=30)
 def prepared_files(run_: Run) -> dict:
     need_root()
     sound = run_.folder() / "state"
@@ -387,7 +451,7 @@ def umask(run_: Run) -> dict:
                   prefix=["sh", "-c", 'umask 0; exec "$@"', "sh"]) as host:
             host.start()
             host.call("updateUserInfo", **{"with": {"plan": "gold"}})
-            check(len(list(state.glob("*/*-wal"))) == 2, "no logs to look at")
+            check(len(list(state.glob("*/*.values.log"))) == 2, "no logs to look at")
             wrong = modes(state)
             host.quit()
         wrong |= modes(state)
