@@ -51,14 +51,21 @@ def store_of(file) -> int:
     return int.from_bytes(records_of(file)[0].payload, "little")
 
 
+def key_of(record: Record) -> str | None:
+    """Of a value."""
+    if record.kind != VALUE:
+        return None
+    (size,) = struct.unpack_from("<I", record.payload, 1)
+    return record.payload[5:5 + size].decode()
+
+
 def values_of(file) -> dict[str, tuple[int, bytes]]:
     """Kind and bytes of the values of a sound values.log."""
     values = {}
     for record in records_of(file):
         if record.kind == VALUE:
-            kind, size = struct.unpack_from("<BI", record.payload)
-            key, data = record.payload[5:5 + size], record.payload[5 + size:]
-            values[key.decode()] = (kind, data)
+            key = key_of(record)
+            values[key] = (record.payload[0], record.payload[5 + len(key.encode()):])
         elif record.kind == VALUE_REMOVED:
             values.pop(record.payload.decode(), None)
     return values
