@@ -187,17 +187,31 @@ bool RowLog::load(const std::vector<std::string>& names, const Known& known, Dam
       _dropped.push_back(number);
       continue;
     }
-    for (; expected != 0 && expected < number; ++expected)
+    for (; expected != 0 && expected < number; ++expected) {
       damages.add(nameOf(expected), "is missing");
+      // So that it is missed once.
+      if (!_segments.empty()) _segments.rbegin()->second.isDamaged = true;
+    }
     expected = number + 1;
     auto read = bytesOf(number);
     if (!read) return false;
     before = std::exchange(bytes, *std::move(read));
+    checkEndBefore(number, headOf(bytes), replay, damages);
     loadSegment(number, bytes, replay, damages);
   }
   _nextSegment = std::max(_nextSegment, expected);
   finish(replay, known, damages);
   return true;
+}
+
+// A segment knows the last edit before it, which the one before it must hold, whole.
+void RowLog::checkEndBefore(std::uint64_t number, const std::optional<Head>& head,
+                            const Replay& replay, Damages& damages) {
+  const auto before = _segments.find(number - 1);
+  if (before == _segments.end() || before->second.isDamaged) return;
+  if (!replay.isUnfinished() && (!head || head->lastEdit <= replay.lastEdit())) return;
+  damages.add(nameOf(number - 1), "ends too early");
+  before->second.isDamaged = true;
 }
 
 void RowLog::loadSegment(std::uint64_t number, std::string_view bytes, Replay& replay,
@@ -221,14 +235,16 @@ void RowLog::loadSegment(std::uint64_t number, std::string_view bytes, Replay& r
 
 void RowLog::finish(Replay& replay, const Known& known, Damages& damages) {
   _lastEdit = std::max(replay.lastEdit(), known.lastEdit);
-  _endsEarly = replay.lastEdit() < known.lastEdit;
-  if (_endsEarly && _segments.empty()) {
+  const bool isLastUnknown = replay.lastEdit() < known.lastEdit;
+  const bool isLastCut = replay.isUnfinished() && replay.edit() <= known.lastEdit;
+  _areAllMissing = isLastUnknown && _segments.empty();
+  if (_areAllMissing) {
     damages.add("all rows", "are missing");
-  } else if (_endsEarly) {
+  } else if (isLastUnknown || isLastCut) {
     damages.add(nameOf(_nextSegment - 1), "ends too early");
+    _segments.rbegin()->second.isDamaged = true;
   }
-  if (replay.isUnfinished() && replay.edit() <= known.lastEdit) {
-    damages.add(nameOf(_nextSegment - 1), "ends too early");
+  if (isLastCut) {
     replay.finish();
   } else if (replay.isUnfinished()) {
     _unfinishedEdit = replay.edit();
@@ -241,14 +257,13 @@ void RowLog::finish(Replay& replay, const Known& known, Damages& damages) {
 void RowLog::mend() {
   if (_active && !_active->cutRemains()) return;
   // A new segment knows the edits that are lost, so that they are told once.
-  if (_endsEarly) startSegment();
-  _endsEarly = false;
-  std::vector<std::uint64_t> damaged;
+  if (std::exchange(_areAllMissing, false)) startSegment();
+  std::uint64_t end = 0;  // of the damaged ones
   for (const auto& [number, segment] : _segments) {
-    if (segment.isDamaged) damaged.push_back(number);
+    if (segment.isDamaged) end = number + 1;
   }
-  for (const auto number : damaged) {
-    if (!move(number)) return;
+  while (firstSegment() < end) {
+    if (!move(firstSegment())) return;
   }
   dropFinished();
 }

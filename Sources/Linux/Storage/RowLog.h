@@ -39,7 +39,7 @@ class RowLog {
 
   /// Reads the segments among `names`, and writes nothing. False when one of them cannot be read.
   bool load(const std::vector<std::string>& names, const Known& known, Damages& damages);
-  /// Moves what damaged segments still hold into new ones, and drops the damaged.
+  /// Moves what damaged segments, and those before them, still hold into new ones.
   void mend();
 
   std::vector<std::string> keys() const;
@@ -83,6 +83,8 @@ class RowLog {
   class Replay;
   class Batch;
 
+  void checkEndBefore(std::uint64_t number, const std::optional<Head>& head, const Replay& replay,
+                      Damages& damages);
   void loadSegment(std::uint64_t number, std::string_view bytes, Replay& replay, Damages& damages);
   void finish(Replay& replay, const Known& known, Damages& damages);
   std::optional<std::string> bytesOf(std::uint64_t segment) const;
@@ -110,7 +112,7 @@ class RowLog {
   std::uint32_t _nextList = 1;
   std::uint64_t _lastEdit = 0;
   std::uint64_t _unfinishedEdit = 0;  // whose records do not count
-  bool _endsEarly = false;
+  bool _areAllMissing = false;
 };
 
 }  // namespace kite::Linux

@@ -370,5 +370,57 @@ TEST_F(DamagedStoreLogsTests, aKillWhileItIsOpenedCostsNothingMore) {
   }
 }
 
+/// A store of three segments, the first two of which are full.
+class DamagedSegmentTests : public StoreLogsTests {
+ protected:
+  DamagedSegmentTests() {
+    whole = play({begin({longText('a'), longText('b')}), change(0, 0, 2, {longText('c'), "d"}),
+                  change(0, 0, 4, {longText('e')}), change(0, 0, 5, {longText('f')}),
+                  change(0, 0, 6, {longText('g')}), change(0, 0, 7, {"h"})});
+    files = folder.contents();
+  }
+
+  /// How many rows are there after the next start, and after the one that follows.
+  std::size_t rowsNow() {
+    system.clearLines();
+    return contentsOf(*open()).rows.value().size();
+  }
+  void expectToldOnce(const std::string& what, std::size_t rows) {
+    EXPECT_EQ(rowsNow(), rows);
+    EXPECT_THAT(system.lines(), Contains(HasSubstr(what)));
+    EXPECT_EQ(rowsNow(), rows);
+    EXPECT_THAT(system.lines(), IsEmpty());
+  }
+
+  Contents whole;
+  std::map<std::string, std::string> files;
+};
+
+TEST_F(DamagedSegmentTests, aSegmentThatIsCutBeforeOthersIsToldOnce) {
+  const auto& bytes = files.at("rows-1.log");
+  const auto secondRow = bytes.find("bbb"), thirdRow = bytes.find("ccc"),
+             last = bytes.rfind("ccc") + 3;
+  ASSERT_LT(secondRow, thirdRow);
+  const std::map<std::size_t, std::size_t> rowsBefore{
+      {50, 4}, {secondRow - 40, 5}, {secondRow, 5}, {thirdRow - 40, 6}, {last + 30, 7}};
+  for (const auto& [size, rows] : rowsBefore) {
+    SCOPED_TRACE(size);
+    folder.restore(files);
+    folder.files["rows-1.log"]->bytes.resize(size);
+    expectToldOnce("rows-1.log ends too early", rows);
+  }
+}
+
+TEST_F(DamagedSegmentTests, aSegmentThatIsDamagedBetweenOthersIsToldOnce) {
+  auto& bytes = folder.files["rows-2.log"]->bytes;
+  bytes[bytes.find("fff") - 30] ^= 1;
+  expectToldOnce("rows-2.log is damaged", 7);
+}
+
+TEST_F(DamagedSegmentTests, aSegmentThatIsMissingBetweenOthersIsToldOnce) {
+  folder.files.erase("rows-2.log");
+  expectToldOnce("rows-2.log is missing", 5);
+}
+
 }  // namespace
 }  // namespace kite::test
