@@ -45,9 +45,18 @@ class Ordeal:
         """Until little is left to the length from which on logs of values are rewritten."""
         values, secrets = (stores.values_file(self.state, secrets) for secrets in (False, True))
         self.host.call("willEnterForeground")
-        while values.stat().st_size < REWRITTEN_FROM - 700:
+        while values.stat().st_size < REWRITTEN_FROM - 8000:
             self.host.call("addSessionData", key="proof", value=1)
-        while secrets.stat().st_size < REWRITTEN_FROM - 700:
+        while secrets.stat().st_size < REWRITTEN_FROM - 8000:
+            self.change_profile()
+        self.host.call("didEnterBackground")
+        self.host.call("settle")
+
+    def change_values(self):
+        """Some of each store, by a few thousand bytes."""
+        self.host.call("willEnterForeground")
+        for number in range(5):
+            self.host.call("addSessionData", key="proof", value=number)
             self.change_profile()
         self.host.call("didEnterBackground")
         self.host.call("settle")
@@ -140,6 +149,8 @@ def while_running(run: Run, state_of, begin, end, may_be_absent: bool = False, e
         good = ordeal.queued()
         begin(ordeal)
         ordeal.use(events)
+        for _ in range(3 if are_logs_long else 0):
+            ordeal.change_values()
         if not may_be_absent:
             kept = ordeal.queued() | ordeal.collected()
             check(good <= kept, "the last good value of the queue is gone")
@@ -287,16 +298,11 @@ def strike_running(run: Run, inject: str, **more) -> dict:
     return counts | {"calls struck": strace.injected(injection.log)}
 
 
-# Repeated when a signal interrupts them: a host must outlast many in a row, not all to come.
-REPEATED = ("read", "write", "pread64", "pwrite64", "fdatasync")
-
-
-def moments(run: Run, call: str, error: str, most: int) -> list[str]:
+def moments(run: Run, most: int) -> list[str]:
     """`count` of the calls one by one, and all of them."""
-    lasting = "1..500" if call in REPEATED and error == "EINTR" else "1+"
     if run.is_smoke:
-        return [lasting]
-    return [*(str(number) for number in range(1, most + 1, max(1, most // run.count))), lasting]
+        return ["1+"]
+    return [*(str(number) for number in range(1, most + 1, max(1, most // run.count))), "1+"]
 
 
 @case("disk", "errors of each call while running", full=10, smoke=1)
@@ -338,7 +344,7 @@ def faults_of(run: Run, calls: dict[str, int], strike, errors) -> dict:
     faults = {}
     for call, most in calls.items():
         for error in errors:
-            for when in moments(run, call, error, most):
+            for when in moments(run, most):
                 name = f"{call}:error={error}:when={when}"
                 faults[name] = functools.partial(strike, run, name)
     return faults

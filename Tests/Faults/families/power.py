@@ -8,6 +8,7 @@ import time
 from harness import Host, Oracle, Run, case, check, disks, stores
 
 COMMIT_SECONDS = 5  # of ext4's journal
+FLUSH_PERIOD = 10.0
 SECRET_SECONDS = 1 + 1  # until a secret is on the medium, and how late a busy machine may be
 TROUBLE = ("damaged", "Damaged", "belongs to", "set aside", "memory only", "cannot be")
 SHORT = ("ends too early", "is empty", "is missing", "are missing")
@@ -103,6 +104,31 @@ def copies(run: Run) -> dict:
         events = writer.oracle.tracked
     return {"copies": run.count, "events": events, "events older than the window": checked,
             "lost within the promise": lost, "told": short}
+
+
+@case("power", "copies after a flush or a session's end", full=40, smoke=4)
+def after_a_flush(run: Run) -> dict:
+    """All that was tracked until then is on the medium."""
+    random, folder, oracle = run.random(), run.folder(), Oracle()
+    image = folder / "copy.image"
+    with disks.PoweredDisk(folder) as disk, \
+            Host(run.program("timed_host"), disk.folder / "state", arguments=()).start() as host:
+        for number in range(run.count):
+            host.call("willEnterForeground")
+            oracle.post(host, random.randint(1, 20), padding="x" * random.randint(0, 20_000))
+            host.drain()
+            if number % 2:
+                host.call("fire", period=FLUSH_PERIOD)
+            else:
+                host.call("didEnterBackground")
+                host.call("settle")
+            disk.copy(image)
+            with disks.on_loop(image, folder / f"copy{number}") as copy:
+                told = open_copy(run, copy / "state")
+                oracle.demand_all(oracle.account(stores.queue(run.kite, copy / "state")))
+                check(not told, "a file of a store ends early")
+            run.tick()
+    return {"copies": run.count, "events": oracle.tracked, "events lost": 0}
 
 
 @case("power", "copies while the stores are made", full=30, smoke=3)
