@@ -31,7 +31,6 @@ class ModelFolder {
   Files files;
   int dieAt = never;
   int failAt = never;
-  bool failsReads = false;
   int changes = 0;
 
   bool isAlive() const { return changes < dieAt; }
@@ -55,12 +54,29 @@ class ModelFolder {
       files.emplace(name, std::make_shared<File>(File{bytes, bytes}));
   }
 
+  /// So many calls that read fail, from the `first` on, which counts from 0.
+  void failReads(int first, int count) {
+    _reads = 0;
+    _firstFailing = first;
+    _failing = count;
+  }
+  bool haveReadsFailed() const { return _reads > _firstFailing; }
+  bool canRead() {
+    const auto number = _reads++;
+    return number < _firstFailing || number - _firstFailing >= _failing;
+  }
+
   enum class Call { done, half, nothing };
   Call change() {
     const auto number = changes++;
     if (number == dieAt || number == failAt) return Call::half;
     return number > dieAt ? Call::nothing : Call::done;
   }
+
+ private:
+  int _reads = 0;
+  int _firstFailing = never;
+  int _failing = 0;
 };
 
 class ModelDisk final : public Linux::Disk {
@@ -68,14 +84,14 @@ class ModelDisk final : public Linux::Disk {
   explicit ModelDisk(ModelFolder& folder) : _folder(folder) {}
 
   std::optional<std::vector<std::string>> names() const override {
-    if (_folder.failsReads) return std::nullopt;
+    if (!_folder.canRead()) return std::nullopt;
     std::vector<std::string> names;
     for (const auto& [name, file] : _folder.files) names.push_back(name);
     return names;
   }
   std::unique_ptr<Linux::DiskFile> open(const std::string& name) override {
     const auto found = _folder.files.find(name);
-    if (found == _folder.files.end()) return nullptr;
+    if (found == _folder.files.end() || !_folder.canRead()) return nullptr;
     return std::make_unique<OpenFile>(_folder, found->second);
   }
   std::unique_ptr<Linux::DiskFile> make(const std::string& name) override {
@@ -105,9 +121,11 @@ class ModelDisk final : public Linux::Disk {
     OpenFile(ModelFolder& folder, std::shared_ptr<ModelFolder::File> file)
         : _folder(folder), _file(std::move(file)) {}
 
-    std::optional<std::uint64_t> size() const override { return _file->bytes.size(); }
+    std::optional<std::uint64_t> size() const override {
+      return _folder.canRead() ? std::optional(_file->bytes.size()) : std::nullopt;
+    }
     std::optional<std::string> read(std::uint64_t offset, std::size_t size) const override {
-      if (_folder.failsReads) return std::nullopt;
+      if (!_folder.canRead()) return std::nullopt;
       return offset < _file->bytes.size() ? _file->bytes.substr(offset, size) : "";
     }
     bool write(std::uint64_t offset, std::string_view bytes) override {

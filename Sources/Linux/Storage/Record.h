@@ -37,8 +37,8 @@ struct Record {
   std::string_view payload = {};
 };
 
-/// All records but rows are written twice: one wrong byte must not cost more than one row, nor bring
-/// an older value back.
+/// All records but rows are written twice: one wrong byte must not cost more than one row, nor
+/// bring an older value back.
 inline bool isWrittenTwice(Record::Kind kind) { return kind != Record::Kind::row; }
 
 /// What both checksums of a store's records begin with.

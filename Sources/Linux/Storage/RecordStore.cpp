@@ -64,6 +64,7 @@ void RecordStore::leave() {
   if (!isWritable()) return;
   _trouble.begins(logs().error());
   _place.folder = nullptr;
+  _store = 0;
 }
 
 std::optional<RecordStore::Value> RecordStore::find(std::string_view key) const {
@@ -190,13 +191,15 @@ bool RecordStore::syncAll(std::unique_lock<std::mutex> writing) {
 }
 
 // A store whose files were removed, or could not be had, comes back as soon as there is a place for
-// it. What an earlier run has left there is not touched: it waits for the next start.
+// it, all of them or some. What an earlier run has left there is not touched: it waits for the next
+// start.
 void RecordStore::comeBack() {
   if (_place.path.empty() || (_place.folder && logs().areLinked())) return;
+  if (_place.folder) _store = logs().store();
   _place.folder = nullptr;
   auto folder = StoreFolder::own(_place.path, _place.name, _system);
   if (!folder) return _trouble.begins(folder.error());
-  if (!(*folder)->logs().isEmpty()) {
+  if (!(*folder)->logs().isEmpty() && (*folder)->logs().store() != _store) {
     _place.path.clear();
     return;
   }

@@ -102,6 +102,7 @@ class RecordStore {
 
   std::mutex _writing;  // guards all below, and the order of changes
   Place _place;
+  std::uint64_t _store = 0;  // whose files were written to, and were there, last
   std::set<std::string, std::less<>> _unsaved;
   TroubleReport _trouble;
   SyncThread _syncThread;

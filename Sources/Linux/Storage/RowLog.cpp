@@ -251,7 +251,10 @@ void RowLog::finish(Replay& replay, const Known& known, Damages& damages) {
     if (_active) _active->endAt(replay.beginOfEdit());
   }
   _lists = std::move(replay).lists(known);
-  if (!_segments.empty() && _segments.rbegin()->second.isDamaged) _active = nullptr;
+  if (_segments.empty()) return;
+  auto& last = _segments.rbegin()->second;
+  last.unsynced = _active;
+  if (last.isDamaged) _active = nullptr;
 }
 
 void RowLog::mend() {
@@ -411,9 +414,10 @@ bool RowLog::startSegment() {
            seedFor(_store));
   std::shared_ptr<LogFile> fresh = LogFile::make(_disk, nameOf(_nextSegment), contents);
   if (!fresh) return false;
-  if (_active) _unsynced.push_back(_active);
-  _segments[_nextSegment].size = contents.size();
+  auto& segment = _segments[_nextSegment];
+  segment.size = contents.size();
   _active = std::move(fresh);
+  segment.unsynced = _active;
   ++_nextSegment;
   return true;
 }
@@ -442,7 +446,7 @@ std::uint64_t RowLog::livingRows(const Segment& segment) const {
   return living;
 }
 
-// Only from the front: the records of what was removed must outlive what they remove.
+// Only from the front: the records of what was removed or ended must outlive what they concern.
 void RowLog::dropFinished() {
   while (_segments.size() > 1 && livingRows(_segments.begin()->second) == 0)
     drop(_segments.begin()->first);
@@ -476,9 +480,10 @@ bool RowLog::move(std::uint64_t number) {
     note(target, row);
     batch.add(row);
   });
-  if (!batch.finish() || !_active->sync() || !_disk.sync()) return false;
+  if (!batch.finish()) return false;
   ++_lastEdit;
   target.size = _active->size();
+  if (!_active->sync() || !_disk.sync()) return false;
   drop(number);
   return true;
 }
@@ -494,8 +499,13 @@ void RowLog::removeDropped() {
 }
 
 std::vector<std::shared_ptr<LogFile>> RowLog::takeUnsynced() {
-  auto files = std::exchange(_unsynced, {});
-  if (_active) files.push_back(_active);
+  std::vector<std::shared_ptr<LogFile>> files;
+  for (const auto& [number, segment] : _segments) {
+    if (segment.unsynced) files.push_back(segment.unsynced);
+  }
+  for (auto& [number, segment] : _segments) {
+    if (segment.unsynced != _active) segment.unsynced = nullptr;
+  }
   return files;
 }
 

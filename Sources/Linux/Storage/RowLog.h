@@ -73,6 +73,7 @@ class RowLog {
     std::uint64_t size = 0;
     std::map<std::uint32_t, Span> spans = {};  // by the number of the list
     bool isDamaged = false;
+    std::shared_ptr<LogFile> unsynced = nullptr;  // written to since its last `sync`
   };
   struct List {
     std::uint32_t number;
@@ -107,7 +108,6 @@ class RowLog {
   std::vector<std::uint64_t> _dropped;
   Lists _lists;                      // by key
   std::shared_ptr<LogFile> _active;  // the last segment's
-  std::vector<std::shared_ptr<LogFile>> _unsynced;
   std::uint64_t _nextSegment = 1;
   std::uint32_t _nextList = 1;
   std::uint64_t _lastEdit = 0;

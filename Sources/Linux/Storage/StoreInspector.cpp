@@ -57,7 +57,8 @@ Inspection inspectStore(const std::filesystem::path& folder, StoreKind kind, boo
     key = forWriting ? readOrMakeMasterKey(place, system) : readMasterKey(place);
     if (!key) return Failure{folder.string() + " holds no key to the secrets"};
   }
-  RecordStore::Place where{name, folder, *std::move(opened)};
+  // A reader has no place to come back to.
+  RecordStore::Place where{name, forWriting ? folder : "", *std::move(opened)};
   if (kind == StoreKind::keyValues)
     return inspection(std::make_shared<LogKVStorage>(std::move(where), system));
   return inspection(

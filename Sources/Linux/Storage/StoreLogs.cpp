@@ -170,13 +170,14 @@ RowLog::Outcome StoreLogs::readList(std::string_view key, Larder::ListReader& re
   return _rows->read(key, reader, damaged);
 }
 
-// A list that replaces bytes counts once these are gone.
+// A list that replaces bytes counts once these are gone; for any other the note is a second
+// witness.
 RowLog::Outcome StoreLogs::edit(std::string_view key, const Larder::ListEdit& edit) {
   const auto outcome = _rows->edit(key, edit);
   if (outcome != RowLog::Outcome::done) return outcome;
-  const bool isNoted = !edit.replacesAll || _values->put(key, listValue(_rows->number(key)));
+  if (edit.replacesAll) _values->put(key, listValue(_rows->number(key)));
   settle();
-  return isNoted ? outcome : RowLog::Outcome::failed;
+  return _values->holdsBytes(key) ? RowLog::Outcome::failed : outcome;
 }
 
 bool StoreLogs::endList(std::string_view key) {

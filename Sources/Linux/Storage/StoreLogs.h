@@ -40,6 +40,7 @@ class StoreLogs {
   /// Drops what `readList` found damaged.
   void mendLists();
 
+  std::uint64_t store() const { return _known.store; }
   bool isEmpty() const { return _values->isEmpty() && _rows->keys().empty(); }
   const std::shared_ptr<LogFile>& valuesFile() const { return _values->file(); }
   bool isGrown() const { return _values->isGrown(); }

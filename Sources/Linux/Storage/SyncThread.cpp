@@ -2,6 +2,8 @@
 
 #include "Linux/LibraryThread.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -24,9 +26,11 @@ struct SyncThread::Shared {
   bool isEnded = false;
 };
 
-SyncThread::SyncThread() : _shared(std::make_shared<Shared>()) {}
+SyncThread::SyncThread() : _shared(std::make_shared<Shared>()), _process(::getpid()) {}
 
 SyncThread::~SyncThread() {
+  // A forked child has neither the thread nor, for sure, a free lock.
+  if (::getpid() != _process) return;
   const std::scoped_lock guard(_shared->mutex);
   _shared->isEnded = true;
   _shared->changed.notify_one();

@@ -22,6 +22,7 @@ class SyncThread {
   static void run(Shared& shared);
 
   std::shared_ptr<Shared> _shared;
+  int _process;
 };
 
 }  // namespace kite::Linux

@@ -26,10 +26,12 @@ std::string_view keyIn(std::string_view payload) {
   return payload.substr(std::min(payload.size(), beforeKey), size);
 }
 
+ValueKind kindIn(std::string_view payload) { return static_cast<ValueKind>(payload.front()); }
+
 std::size_t sizeOf(const Record& record) { return Record::headerSize + record.payload.size(); }
 
 SavedValue valueIn(std::string_view payload) {
-  return {.kind = static_cast<ValueKind>(payload.front()),
+  return {.kind = kindIn(payload),
           .bytes = std::string(payload.substr(beforeKey + keyIn(payload).size()))};
 }
 
@@ -71,16 +73,17 @@ void ValueLog::read(std::string_view file, std::uint64_t lastChange, Damages& da
 
 void ValueLog::learn(const Record& record, std::uint64_t end) {
   if (record.kind == Record::Kind::value && record.payload.size() >= beforeKey) {
-    place(std::string(keyIn(record.payload)), end - sizeOf(record), sizeOf(record));
+    place(std::string(keyIn(record.payload)), end, record);
   } else if (record.kind == Record::Kind::valueRemoved) {
     forget(record.payload);
   }
   _lastChange = std::max(_lastChange, record.edit);
 }
 
-void ValueLog::place(std::string key, std::uint64_t offset, std::size_t size) {
+void ValueLog::place(std::string key, std::uint64_t end, const Record& record) {
+  const auto size = sizeOf(record);
   forget(key);
-  _places.emplace(std::move(key), Place{offset, size});
+  _places.emplace(std::move(key), Place{end - size, size, kindIn(record.payload)});
   _living += size;
 }
 
@@ -107,7 +110,7 @@ bool ValueLog::put(std::string_view key, const SavedValue& value) {
   const Record record{.kind = Record::Kind::value, .edit = _lastChange + 1, .payload = payload};
   std::string name(key);
   if (!appendChange(record)) return false;
-  place(std::move(name), _file->size() - sizeOf(record), sizeOf(record));
+  place(std::move(name), _file->size(), record);
   return true;
 }
 
@@ -125,6 +128,11 @@ bool ValueLog::appendChange(const Record& record) {
   if (!_file->append(bytes)) return false;
   _lastChange = record.edit;
   return true;
+}
+
+bool ValueLog::holdsBytes(std::string_view key) const {
+  const auto found = _places.find(key);
+  return found != _places.end() && found->second.kind != ValueKind::list;
 }
 
 bool ValueLog::isGrown() const {

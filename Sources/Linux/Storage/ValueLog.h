@@ -39,6 +39,8 @@ class ValueLog {
   bool put(std::string_view key, const SavedValue& value);
   bool remove(std::string_view key);
   bool isEmpty() const { return _places.empty(); }
+  /// Whether there is a value that is no list.
+  bool holdsBytes(std::string_view key) const;
   /// The number of the last change.
   std::uint64_t lastChange() const { return _lastChange; }
 
@@ -53,6 +55,7 @@ class ValueLog {
   struct Place {
     std::uint64_t offset;
     std::size_t size;
+    ValueKind kind;
   };
 
   ValueLog(Disk& disk, std::uint64_t store, std::unique_ptr<LogFile> file)
@@ -60,7 +63,7 @@ class ValueLog {
 
   void read(std::string_view file, std::uint64_t lastChange, Damages& damages);
   void learn(const Record& record, std::uint64_t end);
-  void place(std::string key, std::uint64_t offset, std::size_t size);
+  void place(std::string key, std::uint64_t end, const Record& record);
   void forget(std::string_view key);
   bool appendChange(const Record& record);
 

@@ -98,6 +98,14 @@ TEST_F(StoreInspectorTests, aReaderChangesNothing) {
   EXPECT_EQ(host()->read("k")->data().bytes, "1");
 }
 
+TEST_F(StoreInspectorTests, aReaderMakesNoStoreAnew) {
+  host()->write("k", {"1"});
+  const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
+  std::filesystem::remove_all(folder);
+  (*inspector)->storage()->write("k", {"2"});
+  EXPECT_FALSE(std::filesystem::exists(folder));
+}
+
 TEST_F(StoreInspectorTests, aReaderDoesNotKeepAHostOut) {
   host()->write("k", {"1"});
   const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
