@@ -259,6 +259,22 @@ TEST_F(EventStorageImplTests, aRemovalOfUnknownIdentifiersIsAChangeThatKeepsTheO
   EXPECT_THAT(idsOf(storage->pendingEvents()), ElementsAre("A", "B"));
 }
 
+TEST_F(EventStorageImplTests, aFlushByTheTimerSurvivesAPowerCut) {
+  start();
+  insert("A");
+  flush();
+  EXPECT_EQ(store->durability(), Larder::Durability::survivesPowerCut);
+}
+
+TEST_F(EventStorageImplTests, aSessionsEndMakesBackgroundWritesSurviveAPowerCutToo) {
+  isInBackground = true;
+  start();
+  insert("A");
+  EXPECT_EQ(store->durability(), Larder::Durability::survivesKill);
+  sessions.triggerSessionEnd();
+  EXPECT_EQ(store->durability(), Larder::Durability::survivesPowerCut);
+}
+
 // In the background
 
 TEST_F(EventStorageImplTests, writesBackgroundInsertionsAtOnce) {
@@ -616,7 +632,8 @@ TEST_F(EventStorageImplTests, rowsThatAreNotEventsAreReplacedByTheNextWrite) {
               {.replacesAll = true,
                .removed = {},
                .appended = {{.ordinal = 4, .segment = pending(anEvent("A"))},
-                            {.ordinal = 5, .segment = pending(anUnencodableEvent("B"))}}});
+                            {.ordinal = 5, .segment = pending(anUnencodableEvent("B"))}}},
+              Larder::Durability::survivesKill);
   start();
   EXPECT_TRUE(storage->pendingEvents().empty());
   insert("C");

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <new>
+#include <optional>
 #include <utility>
 
 namespace kite::test {
@@ -25,8 +26,9 @@ class InMemoryKVStorage final : public Larder::KVStorage {
   }
   void remove(std::string_view key) override { _table.remove(key); }
   Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit,
-                           Larder::Durability) override {
+                           Larder::Durability durability) override {
     onWrite();
+    _durability = durability;
     const auto outcome = _table.edit(key, edit);
     if (std::exchange(_losesOutcome, false)) throw std::bad_alloc();
     return outcome;
@@ -50,6 +52,8 @@ class InMemoryKVStorage final : public Larder::KVStorage {
   void put(std::string_view key, std::string text) { _table.put(key, std::move(text)); }
   /// How many calls tried to change something.
   int writes() const { return _table.writes(); }
+  /// What the last edit was to survive.
+  std::optional<Larder::Durability> durability() const { return _durability; }
   /// From now on the disk is full: values change for readers only, and edits are refused.
   void failWrites(bool failing) { _table.failWrites(failing); }
   /// The next edit is made, but memory runs out before it is told.
@@ -59,6 +63,7 @@ class InMemoryKVStorage final : public Larder::KVStorage {
 
  private:
   InMemoryTable _table;
+  std::optional<Larder::Durability> _durability;
   bool _losesOutcome = false;
 };
 

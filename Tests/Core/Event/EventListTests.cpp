@@ -233,7 +233,7 @@ TEST(EventListTests, editsBringAStoreFromEachSavedStateToTheNext) {
   InMemoryKVStorage store;
   EventList list;
   EventList saved;
-  store.edit("key", list.wholeEdit());
+  store.edit("key", list.wholeEdit(), Larder::Durability::survivesKill);
   std::size_t next = 0;
   for (int round = 0; round < 60; ++round) {
     const std::size_t grown = next + numbers.below(300);
@@ -245,7 +245,7 @@ TEST(EventListTests, editsBringAStoreFromEachSavedStateToTheNext) {
       removed.insert(idOf(i));
     list.remove(removed);
     if (numbers.below(3) == 0) continue;  // the next edit spans several changes
-    store.edit("key", list.editFrom(saved));
+    store.edit("key", list.editFrom(saved), Larder::Durability::survivesKill);
     saved = list;
     std::string expected;
     for (const auto& event : all(list))

@@ -3,11 +3,13 @@
 #include "Counts/Uninstrumented/TracedCalls.h"
 #include "Linux/Storage/MasterKeyFile.h"
 #include "Support/TemporaryFolder.h"
+#include "Support/TextSegment.h"
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -18,21 +20,39 @@ bool waitsForTheDisk(const SystemCall& call) {
   return call.number == SYS_fdatasync || call.number == SYS_fsync;
 }
 
-/// How often a write to the store that `open` gives waits for the disk, once it has a log.
-template <class Open>
-auto waitsOfAWrite(Open open) {
-  return std::ranges::count_if(systemCalls([&](const Watch& watch) {
-                                 const auto storage = open();
-                                 storage->write("k", {"first"});
-                                 watch([&] { storage->write("k", {"second"}); });
-                               }),
-                               waitsForTheDisk);
+/// How often `body`, in this thread, waits for the disk.
+template <class Body>
+auto waits(Body body) {
+  return std::ranges::count_if(systemCalls(body), waitsForTheDisk);
 }
 
-TEST(DiskSyncTests, aSecretIsOnTheDiskWhenItsWriteReturns) {
+template <class Open>
+auto waitsOfAWrite(Open open) {
+  return waits([&](const Watch& watch) {
+    const auto storage = open();
+    storage->write("k", {"first"});
+    watch([&] { storage->write("k", {"second"}); });
+  });
+}
+
+auto waitsOfAnEdit(Larder::Durability durability) {
   const TemporaryFolder folder;
-  EXPECT_GE(
-      waitsOfAWrite([&] { return Linux::sealedSecretsStorage(folder.path(), System::live()); }), 1);
+  return waits([&](const Watch& watch) {
+    const auto storage = Linux::keyValueStorage(folder.path(), System::live());
+    const auto edit = [&](bool replacesAll, std::uint64_t ordinal) {
+      storage->edit("l",
+                    {.replacesAll = replacesAll, .removed = {}, .appended = {row(ordinal, "1")}},
+                    durability);
+    };
+    edit(true, 1);
+    watch([&] { edit(false, 2); });
+  });
+}
+
+TEST(DiskSyncTests, aSecretDoesNotWaitForTheDisk) {
+  const TemporaryFolder folder;
+  EXPECT_EQ(
+      waitsOfAWrite([&] { return Linux::sealedSecretsStorage(folder.path(), System::live()); }), 0);
 }
 
 // Or a power failure could leave secrets behind that no key opens.
@@ -51,6 +71,19 @@ TEST(DiskSyncTests, aValueOfTheApplicationsDoesNotWaitForTheDisk) {
   const TemporaryFolder folder;
   EXPECT_EQ(waitsOfAWrite([&] { return Linux::keyValueStorage(folder.path(), System::live()); }),
             0);
+}
+
+TEST(DiskSyncTests, aFirstStartOfTheApplicationsStoreDoesNotWaitForTheDisk) {
+  const TemporaryFolder folder;
+  EXPECT_EQ(waits([&](const Watch& watch) {
+              watch([&] { Linux::keyValueStorage(folder.path(), System::live())->write("k", {}); });
+            }),
+            0);
+}
+
+TEST(DiskSyncTests, anEditWaitsForTheDiskWhenItIsToSurviveAPowerCut) {
+  EXPECT_GE(waitsOfAnEdit(Larder::Durability::survivesPowerCut), 1);
+  EXPECT_EQ(waitsOfAnEdit(Larder::Durability::survivesKill), 0);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include "Linux/Storage/KVStoreFixture.h"
+#include "Linux/Storage/StoreFolder.h"
 #include "Support/AppendRows.h"
 #include "Support/FullDisk.h"
 #include "Support/TextSegment.h"
@@ -162,7 +163,7 @@ TEST_F(LogKVStorageTests, aSecondOwnerKeepsItsValuesInMemoryAndNoLists) {
   first->write("k", {"1"});
   const auto second = open();
   EXPECT_THAT(system.lines(),
-              ElementsAre(inMemoryBecause(folder.string() + " is in use by another process")));
+              ElementsAre(inMemoryBecause(folder.string() + " is in use by this process already")));
   EXPECT_EQ(second->read("k"), nullptr);
   second->write("k", {"2"});
   EXPECT_EQ(text(second, "k"), "2");
@@ -171,6 +172,20 @@ TEST_F(LogKVStorageTests, aSecondOwnerKeepsItsValuesInMemoryAndNoLists) {
   EXPECT_EQ(asInspected("k"), "1");
   first->write("k", {"3"});
   EXPECT_EQ(asInspected("k"), "3");
+}
+
+TEST_F(LogKVStorageTests, aSecondOwnerInAnotherProcessIsToldSo) {
+  const auto first = open();
+  const auto child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const auto second = open();
+    const auto lines = system.lines();
+    ::_exit(lines.size() == 1 && lines.front().ends_with("is in use by another process") ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(LogKVStorageTests, canBeOwnedAgainOnceItsOwnerIsGone) {
@@ -228,7 +243,7 @@ TEST_F(LogKVStorageTests, setsTheDatabaseOfAnEarlierFormatAside) {
   for (const auto* name : {"kv.sqlite", "kv.sqlite-wal", "kv.sqlite-shm"})
     std::ofstream(folder / name) << name;
   open()->write("k", {"1"});
-  const auto aside = "kv.sqlite.former-" + FakeSystem::uuid(1).text();
+  const auto aside = std::string("kv.sqlite.former-").append(FakeSystem::uuid(1).text());
   for (const auto* part : {"", "-wal", "-shm"})
     EXPECT_EQ(contents(folder / (aside + part)), std::string("kv.sqlite") + part);
   EXPECT_THAT(system.lines(), ElementsAre("[KITE] The key-value store has an earlier format: it "
@@ -243,15 +258,30 @@ TEST_F(LogKVStorageTests, setsAFileAsideThatIsNoLog) {
   std::ofstream(folder / "kv.values.log") << std::string(5000, 'x');
   open()->write("k", {"1"});
   EXPECT_THAT(system.lines(), testing::Contains(HasSubstr("values.log belongs to no store")));
-  const auto aside = "kv.values.log.foreign-" + FakeSystem::uuid(2).text();
+  const auto aside = std::string("kv.values.log.foreign-").append(FakeSystem::uuid(2).text());
   EXPECT_EQ(contents(folder / aside), std::string(5000, 'x'));
   system.clearLines();
   EXPECT_EQ(savedText("k"), "1");
   EXPECT_THAT(system.lines(), IsEmpty());
 }
 
+TEST_F(LogKVStorageTests, readsANumberOfAnotherSizeAsAbsent) {
+  for (const std::size_t size : {7U, 9U, 16U}) {
+    {
+      const auto store =
+          Linux::StoreFolder::own(folder, Linux::keyValueStoreName(), system.system());
+      ASSERT_TRUE(store) << store.error();
+      EXPECT_TRUE((*store)->logs().put("n", {Linux::ValueKind::number, std::string(size, '\1')}));
+    }
+    EXPECT_EQ(open()->readNumber("n"), std::nullopt) << size;
+    EXPECT_EQ(system.lines().back(), "[KITE] Damaged values in the key-value store: 1");
+  }
+}
+
 class LogKVStorageTroubleTests : public LogKVStorageTests {
  protected:
+  static std::string key(int number) { return std::string("k").append(std::to_string(number)); }
+
   Storage storage = open();
 };
 
@@ -331,13 +361,12 @@ TEST_F(LogKVStorageTroubleTests, reportsTroubleOnceAMinuteAndItsEnd) {
 TEST_F(LogKVStorageTroubleTests, aLimitOfFileSizesFailsTheWriteAndLeavesTheProcessAlive) {
   {
     const FullDisk full(std::filesystem::file_size(folder / "kv.values.log") + 50'000);
-    for (int i = 0; i < 20; ++i) storage->write("k" + std::to_string(i), {std::string(9000, 'x')});
+    for (int i = 0; i < 20; ++i) storage->write(key(i), {std::string(9000, 'x')});
   }
   EXPECT_THAT(system.lines(), ElementsAre(HasSubstr("cannot be saved")));
   storage->write("k", {"1"});
   storage.reset();
-  for (int i = 0; i < 20; ++i)
-    EXPECT_EQ(savedText(("k" + std::to_string(i)).c_str()).size(), 9000u) << i;
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(savedText(key(i).c_str()).size(), 9000u) << i;
   EXPECT_EQ(savedText("k"), "1");
 }
 

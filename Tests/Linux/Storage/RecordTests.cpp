@@ -14,9 +14,9 @@ using Linux::RecordScanner;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr std::uint32_t seed = 0x5EED;
+constexpr std::uint32_t recordSeed = 0x5EED;
 
-std::string aRow(std::string_view text, std::uint32_t itsSeed = seed) {
+std::string aRow(std::string_view text, std::uint32_t itsSeed = recordSeed) {
   std::string bytes;
   Linux::append(bytes, {.kind = Record::Kind::row, .payload = text}, itsSeed);
   return bytes;
@@ -38,8 +38,8 @@ TEST(RecordTests, comesBackWithAllItsFields) {
                  .edit = 0xFFFFFFFFFFFFFFFE,
                  .ordinal = 1,
                  .payload = "text"},
-                seed);
-  RecordScanner records(bytes, seed);
+                recordSeed);
+  RecordScanner records(bytes, recordSeed);
   const auto record = records.next();
   ASSERT_TRUE(record);
   EXPECT_EQ(record->kind, Record::Kind::rowsRemoved);
@@ -51,7 +51,7 @@ TEST(RecordTests, comesBackWithAllItsFields) {
 
 TEST(RecordTests, aPayloadMayBeEmpty) {
   const auto bytes = aRow("") + aRow("2");
-  RecordScanner records(bytes, seed);
+  RecordScanner records(bytes, recordSeed);
   EXPECT_THAT(texts(records), ElementsAre("", "2"));
   EXPECT_EQ(records.damages(), 0u);
 }
@@ -59,7 +59,7 @@ TEST(RecordTests, aPayloadMayBeEmpty) {
 TEST(RecordTests, aScannerStepsOverADamagedPayload) {
   auto bytes = aRow("1") + aRow("two") + aRow("3");
   bytes[bytes.find("two")] = 'T';
-  RecordScanner records(bytes, seed);
+  RecordScanner records(bytes, recordSeed);
   EXPECT_THAT(texts(records), ElementsAre("1", "?", "3"));
 }
 
@@ -68,7 +68,7 @@ TEST(RecordTests, aScannerFindsTheNextRecordBehindAnyDamagedHeader) {
   for (std::size_t i = 0; i < Record::headerSize; ++i) {
     auto bytes = before + damaged + after;
     bytes[before.size() + i] = static_cast<char>(bytes[before.size() + i] ^ 1);
-    RecordScanner records(bytes, seed);
+    RecordScanner records(bytes, recordSeed);
     EXPECT_THAT(texts(records), ElementsAre("1", "3")) << i;
     EXPECT_EQ(records.damages(), 1u) << i;
     EXPECT_FALSE(records.isTorn()) << i;
@@ -77,7 +77,7 @@ TEST(RecordTests, aScannerFindsTheNextRecordBehindAnyDamagedHeader) {
 
 TEST(RecordTests, aScannerIsNotMisledByGarbageThatBeginsLikeARecord) {
   const auto bytes = aRow("1") + aRow("two").substr(0, 30) + aRow("3");
-  RecordScanner records(bytes, seed);
+  RecordScanner records(bytes, recordSeed);
   EXPECT_THAT(texts(records), ElementsAre("1", "3"));
   EXPECT_EQ(records.damages(), 1u);
 }
@@ -86,7 +86,7 @@ TEST(RecordTests, aRecordThatTheFileEndsInIsTornAndNoDamage) {
   const auto whole = aRow("1"), torn = aRow("two");
   for (std::size_t size = 1; size < torn.size(); ++size) {
     const auto bytes = whole + torn.substr(0, size);
-    RecordScanner records(bytes, seed);
+    RecordScanner records(bytes, recordSeed);
     EXPECT_THAT(texts(records), ElementsAre("1")) << size;
     EXPECT_TRUE(records.isTorn()) << size;
     EXPECT_EQ(records.damages(), 0u) << size;
@@ -97,7 +97,7 @@ TEST(RecordTests, aRecordThatTheFileEndsInIsTornAndNoDamage) {
 TEST(RecordTests, otherBytesAtTheEndAreDamage) {
   for (const auto* rest : {"x", "xxxxxxxx"}) {
     const auto bytes = aRow("1") + rest;
-    RecordScanner records(bytes, seed);
+    RecordScanner records(bytes, recordSeed);
     EXPECT_THAT(texts(records), ElementsAre("1"));
     EXPECT_EQ(records.damages(), 1u);
     EXPECT_FALSE(records.isTorn());
@@ -105,8 +105,9 @@ TEST(RecordTests, otherBytesAtTheEndAreDamage) {
 }
 
 TEST(RecordTests, recordsOfAnotherSeedAreNotTaken) {
-  const auto bytes = aRow("1") + aRow("theirs", seed + 1) + aRow("", seed + 1) + aRow("3");
-  RecordScanner records(bytes, seed);
+  const auto bytes =
+      aRow("1") + aRow("theirs", recordSeed + 1) + aRow("", recordSeed + 1) + aRow("3");
+  RecordScanner records(bytes, recordSeed);
   EXPECT_THAT(texts(records), ElementsAre("1", "3"));
   RecordScanner others(bytes, Linux::seedFor(1));
   EXPECT_THAT(texts(others), IsEmpty());
@@ -114,7 +115,7 @@ TEST(RecordTests, recordsOfAnotherSeedAreNotTaken) {
 
 TEST(RecordTests, allButRowsAreWrittenTwice) {
   std::string bytes;
-  Linux::append(bytes, {.kind = Record::Kind::editEnd}, seed);
+  Linux::append(bytes, {.kind = Record::Kind::editEnd}, recordSeed);
   EXPECT_EQ(bytes.size(), 2 * Record::headerSize);
   EXPECT_EQ(aRow("").size(), Record::headerSize);
 }

@@ -17,8 +17,6 @@ namespace {
 using Linux::RowLog;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Outcome = RowLog::Outcome;
-using Texts = std::vector<std::string>;
 
 class TakenRows final : public Larder::ListReader {
  public:
@@ -29,11 +27,13 @@ class TakenRows final : public Larder::ListReader {
   }
   std::uint64_t next = 0;
   std::vector<std::uint64_t> ordinals;
-  Texts texts;
+  std::vector<std::string> texts;
 };
 
 class RowLogTests : public testing::Test {
  protected:
+  using Outcome = RowLog::Outcome;
+
   void open(const RowLog::Known& known = {}) {
     damages = {};
     log = std::make_unique<RowLog>(disk, store);

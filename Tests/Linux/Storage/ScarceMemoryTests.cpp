@@ -40,11 +40,11 @@ using Larder::EditOutcome;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr const char* listKey = "a list with a long name";
-constexpr const char* key = "a value with a long name";
-
 class ScarceMemoryTests : public KVStoreFixture {
  protected:
+  static constexpr const char* listKey = "a list with a long name";
+  static constexpr const char* valueKey = "a value with a long name";
+
   /// Runs `body` in a new folder again and again, each time with an allocation of `scarcely` that
   /// fails so many places later, until none does.
   template <class Body>
@@ -99,13 +99,14 @@ TEST_F(ScarceMemoryTests, anEditIsMadeWholeOrNotAtAll) {
 TEST_F(ScarceMemoryTests, aValueThatCouldNotBeSavedIsSavedWithTheNext) {
   withAllocationsFailing(1, [&] {
     auto storage = open();
-    storage->write(key, {"1"});
-    if (!scarcely([&] { return storage->write(key, {"2"}), true; })) storage->write(key, {"2"});
-    EXPECT_EQ(text(storage, key), "2");
+    storage->write(valueKey, {"1"});
+    if (!scarcely([&] { return storage->write(valueKey, {"2"}), true; }))
+      storage->write(valueKey, {"2"});
+    EXPECT_EQ(text(storage, valueKey), "2");
     storage->writeNumber("another", 3);
     storage = nullptr;
     storage = open();
-    EXPECT_EQ(text(storage, key), "2");
+    EXPECT_EQ(text(storage, valueKey), "2");
     EXPECT_EQ(storage->readNumber("another"), 3);
   });
 }
@@ -114,13 +115,13 @@ TEST_F(ScarceMemoryTests, aStoreIsNeverTakenForADamagedOne) {
   withAllocationsFailing(7, [&] {
     {
       const auto storage = open();
-      storage->write(key, {"1"});
+      storage->write(valueKey, {"1"});
       ASSERT_TRUE(append(storage, 0, "0"));
     }
     scarcely([&] { return open(); });
     for (const auto& line : system.lines()) EXPECT_THAT(line, Not(HasSubstr("amaged")));
     const auto storage = open();
-    EXPECT_EQ(text(storage, key) + text(storage, listKey), "1[0]");
+    EXPECT_EQ(text(storage, valueKey) + text(storage, listKey), "1[0]");
   });
 }
 

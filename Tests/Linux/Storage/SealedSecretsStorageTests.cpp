@@ -240,7 +240,7 @@ TEST_F(SealedSecretsStorageTests, aSecondOwnerWorksInMemory) {
   const auto second = open();
   EXPECT_THAT(system.lines(), ElementsAre("[KITE] The secrets store keeps its values in memory "
                                           "only: " +
-                                          folder.string() + " is in use by another process"));
+                                          folder.string() + " is in use by this process already"));
   second->write("k", {"2"});
   EXPECT_EQ(text(second, "k") + text(first, "k"), "21");
 }
@@ -250,7 +250,9 @@ TEST_F(SealedSecretsStorageTests, setsTheDatabaseOfAnEarlierFormatAsideAndKeepsI
   std::ofstream(folder / "secrets.sqlite") << "values";
   std::ofstream(keyFile) << std::string(32, 'x');
   open()->write("k", {"1"});
-  EXPECT_EQ(contents(folder / ("secrets.sqlite.former-" + FakeSystem::uuid(1).text())), "values");
+  EXPECT_EQ(
+      contents(folder / (std::string("secrets.sqlite.former-").append(FakeSystem::uuid(1).text()))),
+      "values");
   EXPECT_EQ(contents(keyFile), std::string(32, 'x'));
   EXPECT_THAT(system.lines(), ElementsAre(HasSubstr("has an earlier format")));
 }
