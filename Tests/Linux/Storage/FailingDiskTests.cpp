@@ -1,9 +1,9 @@
 #include "Linux/Storage/KVStoreFixture.h"
+#include "Linux/Storage/ModelDisk.h"
 #include "Linux/Storage/StoreLogs.h"
 #include "Support/AppendRows.h"
 #include "Support/FileLease.h"
 #include "Support/FullDisk.h"
-#include "Support/ModelDisk.h"
 #include "Support/TextSegment.h"
 
 #include <gmock/gmock.h>

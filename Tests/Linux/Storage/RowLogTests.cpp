@@ -1,6 +1,6 @@
 #include "Linux/Storage/RowLog.h"
 
-#include "Support/ModelDisk.h"
+#include "Linux/Storage/ModelDisk.h"
 #include "Support/TextSegment.h"
 
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
 #include "Linux/Storage/StoreLogs.h"
 
+#include "Linux/Storage/ModelDisk.h"
 #include "Support/FakeSystem.h"
-#include "Support/ModelDisk.h"
 #include "Support/TextSegment.h"
 
 #include <gmock/gmock.h>

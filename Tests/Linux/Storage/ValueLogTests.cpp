@@ -1,6 +1,6 @@
 #include "Linux/Storage/ValueLog.h"
 
-#include "Support/ModelDisk.h"
+#include "Linux/Storage/ModelDisk.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
