@@ -74,7 +74,7 @@ class BrokenStorage final : public Larder::KVStorage {
   }
   bool readList(std::string_view, Larder::ListReader& reader) const override {
     for (int attempt = 0; attempt < _attempts; ++attempt) {
-      reader.begin();
+      reader.begin(0);
       reader.take(0, attempt == 0 ? R"({"type":""})" : textOfAnEvent("A"));
       if (attempt > 0) reader.take(1, textOfAnEvent("B"));
     }
@@ -83,7 +83,7 @@ class BrokenStorage final : public Larder::KVStorage {
   std::uint64_t revision() const override { return 0; }
   void write(std::string_view, Data) override {}
   void remove(std::string_view) override {}
-  Larder::EditOutcome edit(std::string_view, const Larder::ListEdit&) override {
+  Larder::EditOutcome edit(std::string_view, const Larder::ListEdit&, Larder::Durability) override {
     return Larder::EditOutcome::failed;
   }
   std::optional<double> readNumber(std::string_view) const override { return std::nullopt; }
