@@ -68,7 +68,7 @@ void EventList::append(EventHandle event, std::uint64_t ordinal) {
   if (event->encodingError()) ++_unencodable;
   _tail.chunk->write(_tail.count++, std::move(event), hash, ordinal);
   ++_size;
-  _nextOrdinal = ordinal + 1;
+  _nextOrdinal = std::max(_nextOrdinal, ordinal + 1);
 }
 
 void EventList::makeRoomInTail() {

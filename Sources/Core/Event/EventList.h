@@ -33,7 +33,7 @@ class EventList {
   EventBatch first(std::size_t count) const;
 
   void append(EventHandle event) { append(std::move(event), _nextOrdinal); }
-  /// `ordinal` is above all that the list has used.
+  /// `ordinal` is above those of all events.
   void append(EventHandle event, std::uint64_t ordinal);
 
   /// Ordinals from `next` on are the first to be used.

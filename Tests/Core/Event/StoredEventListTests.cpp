@@ -74,7 +74,7 @@ class BrokenStorage final : public Larder::KVStorage {
   }
   bool readList(std::string_view, Larder::ListReader& reader) const override {
     for (int attempt = 0; attempt < _attempts; ++attempt) {
-      reader.begin(0);
+      reader.begin(7);
       reader.take(0, attempt == 0 ? R"({"type":""})" : textOfAnEvent("A"));
       if (attempt > 0) reader.take(1, textOfAnEvent("B"));
     }
@@ -107,6 +107,13 @@ TEST(StoredEventListTests, aListThatBeginsOnceMoreIsReadAnew) {
   const auto loaded = StoredEventList::load(BrokenStorage(2), "k");
   EXPECT_THAT(idsOf(loaded.events), ElementsAre("A", "B"));
   EXPECT_TRUE(loaded.isSaved);
+}
+
+TEST(StoredEventListTests, whatComesLaterUsesNoOrdinalThatTheListHasUsed) {
+  const auto saved = StoredEventList::load(BrokenStorage(2), "k").events;
+  auto events = saved;
+  events.append(pending(anEvent("C")));
+  EXPECT_EQ(events.editFrom(saved).appended.front().ordinal, 7U);
 }
 
 TEST(StoredEventListTests, anArrayComesBackInOrder) {
