@@ -1,5 +1,5 @@
 #include "Fixture/Latencies.h"
-#include "Fixture/RawRows.h"
+#include "Fixture/RawFile.h"
 #include "Fixture/ReferenceEvent.h"
 #include "Fixture/Scaled.h"
 #include "Fixture/StartedHost.h"
@@ -10,14 +10,13 @@
 namespace kite::bench {
 namespace {
 
-/// From the tracking call until its event is on the disk, with so many pending already; and one row
-/// in a transaction of its own.
+/// From the tracking call until its event is in the store's log, with so many pending already; and
+/// one write of as many bytes.
 void backgroundInsert(benchmark::State& state) {
   const auto pending = scaled(state.range(0));
-  const auto texts = eventTexts(1);
+  const auto bytes = joined(eventTexts(1));
   test::TemporaryFolder folder;
-  RawRows rows(folder.path());
-  rows.fill(pending, eventTexts(500));
+  RawFile file(folder.path());
   HandDrivenHost host({.folder = folder.path()});
   host->track(static_cast<int>(pending));
   host->enterBackground();
@@ -28,7 +27,7 @@ void backgroundInsert(benchmark::State& state) {
       host->kite().trackUserAction(actionName, actionProperties());
       while (host->store().edits() == before) std::this_thread::yield();
     };
-    insertions.round(insert, [&] { rows.insert(texts); });
+    insertions.round(insert, [&] { file.append(bytes); });
   }
 }
 BENCHMARK(backgroundInsert)

@@ -1,5 +1,5 @@
 #include "Fixture/Latencies.h"
-#include "Fixture/RawRows.h"
+#include "Fixture/RawFile.h"
 #include "Fixture/ReferenceEvent.h"
 #include "Fixture/Scaled.h"
 #include "Fixture/StartedStorage.h"
@@ -11,38 +11,37 @@ namespace {
 
 constexpr int batchSize = 500;
 
-/// So many events on the disk, and as many plain rows beside them. All on one thread: what a
-/// hand-over costs is measured elsewhere.
+/// So many events on the disk, and a plain file beside them. All on one thread: what a hand-over
+/// costs is measured elsewhere.
 struct StoredEvents {
   explicit StoredEvents(std::int64_t count)
       : storage(folder.path(), /*isInBackground=*/false, std::make_shared<test::ImmediateQueue>()),
-        rows(folder.path()) {
+        file(folder.path()) {
     storage.insert(static_cast<int>(count));
     storage.flush();
-    rows.fill(count, texts);
   }
 
-  const std::vector<std::string> texts = eventTexts(batchSize);
+  const std::string bytes = joined(eventTexts(batchSize));
   test::TemporaryFolder folder;
   StartedStorage storage;
-  RawRows rows;
+  RawFile file;
 };
 
-/// The periodic flush after a batch of new events; and as many rows in one transaction.
+/// The periodic flush after a batch of new events; and as many bytes in one write and sync.
 void flush(benchmark::State& state) {
   StoredEvents stored(scaled(state.range(0)));
   Comparison flushes(state);
   for (auto _ : state) {
     stored.storage.insert(batchSize);
-    flushes.round([&] { stored.storage.flush(); }, [&] { stored.rows.insert(stored.texts); });
+    flushes.round([&] { stored.storage.flush(); },
+                  [&] { stored.file.appendAndSync(stored.bytes); });
     stored.storage.accept(batchSize);
     stored.storage.flush();
-    stored.rows.removeFirst(batchSize);
   }
 }
 
-/// An accepted batch leaves the pending events, in memory and on the disk; and as many rows in one
-/// transaction.
+/// An accepted batch leaves the pending events, in memory and on the disk; and one small write and
+/// sync.
 void accept(benchmark::State& state) {
   StoredEvents stored(scaled(state.range(0)) + batchSize);
   Comparison acceptances(state);
@@ -51,10 +50,9 @@ void accept(benchmark::State& state) {
       stored.storage.accept(batchSize);
       stored.storage.flush();
     };
-    acceptances.round(accept, [&] { stored.rows.removeFirst(batchSize); });
+    acceptances.round(accept, [&] { stored.file.appendAndSync("one record of what was removed"); });
     stored.storage.insert(batchSize);
     stored.storage.flush();
-    stored.rows.insert(stored.texts);
   }
 }
 
