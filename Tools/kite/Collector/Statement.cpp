@@ -1,5 +1,7 @@
 #include "Collector/Statement.h"
 
+#include <string>
+
 namespace kite::tool {
 
 Statement::Statement(sqlite3* database, std::string_view sql) : _database(database) {
