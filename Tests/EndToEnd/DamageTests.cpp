@@ -40,7 +40,7 @@ class DamageTests : public testing::Test {
   Application application;
 };
 
-TEST_F(DamageTests, setsACorruptStoreAsideAndBeginsAFreshOne) {
+TEST_F(DamageTests, setsFilesAsideThatHoldNoStoreAndBeginsAFreshOne) {
   {
     Host host(application, collector, {"--start-in-background"});
     host.start();
@@ -55,9 +55,9 @@ TEST_F(DamageTests, setsACorruptStoreAsideAndBeginsAFreshOne) {
   host.start();
   host.track("afterwards");
   EXPECT_TRUE(arrives("afterwards"));
-  EXPECT_TRUE(hasFileNamed(store, ".corrupt-"));
+  EXPECT_TRUE(hasFileNamed(store, ".foreign-"));
   EXPECT_THAT(contents(application.log).substr(before), HasSubstr("[KITE] "));
-  EXPECT_THAT(contents(application.log).substr(before), HasSubstr("corrupt"));
+  EXPECT_THAT(contents(application.log).substr(before), HasSubstr("was set aside"));
   EXPECT_EQ(run({"store", "--state", application.state, "get", "Kite-Install-Manager"}).status, 0);
 }
 
