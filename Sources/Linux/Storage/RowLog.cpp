@@ -227,9 +227,10 @@ void RowLog::loadSegment(std::uint64_t number, std::string_view bytes, Replay& r
     if (!isSound) records.rejectPayload();
     begin = records.end();
   }
-  segment.isDamaged = records.damages() > 0 || bytes.empty();
-  if (segment.isDamaged) damages.add(nameOf(number), bytes.empty() ? "is empty" : "is damaged");
-  _active = LogFile::open(_disk, nameOf(number));
+  segment.isDamaged = records.damages() > 0;
+  if (segment.isDamaged) damages.add(nameOf(number), "is damaged");
+  // An empty one is no loss unless others know of edits in it.
+  _active = bytes.empty() ? nullptr : LogFile::open(_disk, nameOf(number));
   if (_active && records.isTorn()) _active->endAt(records.end());
 }
 
