@@ -209,6 +209,16 @@ TEST_F(StoreLogsTests, holdsWhatWasWritten) {
   EXPECT_THAT(system.lines(), IsEmpty());
 }
 
+TEST_F(StoreLogsTests, anEmptySegmentThatNobodyKnowsOfIsNoLoss) {
+  auto expected = play({put("a", "1")});
+  folder.files["rows-1.log"] = std::make_shared<ModelFolder::File>();
+  const auto list = begin({"r0"});
+  EXPECT_TRUE(list.make(*open()));
+  list.expect(expected);
+  EXPECT_EQ(contentsOf(*open()), expected);
+  EXPECT_THAT(system.lines(), IsEmpty());
+}
+
 TEST_F(StoreLogsTests, dropsSegmentsOfWhichNothingLives) {
   const auto expected = play(longDay());
   EXPECT_EQ(contentsOf(*open()), expected);
