@@ -181,6 +181,7 @@ RowLog::Outcome StoreLogs::edit(std::string_view key, const Larder::ListEdit& ed
 }
 
 bool StoreLogs::endList(std::string_view key) {
+  if (!_rows->holds(key)) return true;
   const bool isDone = _rows->end(key);
   settle();
   return isDone;
