@@ -146,7 +146,7 @@ TEST(BinaryPropertyList, readsNestingUpToTheLimitOnly) {
   const auto nested = [](std::size_t containers) {
     Binary list{{}, 2};
     for (std::size_t level = 1; level < containers; ++level)
-      list.objects.push_back("\xA1" + bigEndian(level, 2));
+      list.objects.push_back(std::string("\xA1").append(bigEndian(level, 2)));
     list.objects.push_back("\xA0");
     return read(list.document()).has_value();
   };
