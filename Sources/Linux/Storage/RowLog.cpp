@@ -326,9 +326,10 @@ RowLog::Outcome RowLog::read(std::string_view key, Larder::ListReader& reader,
   const bool isInOrder = this->isInOrder(list.number);
   std::map<std::uint64_t, std::string> sorted;
   reader.begin(list.next);
-  for (auto& [number, segment] : _segments) {
+  for (auto& entry : _segments) {
+    auto& segment = entry.second;
     if (!segment.spans.contains(list.number)) continue;
-    const auto bytes = bytesOf(number);
+    const auto bytes = bytesOf(entry.first);
     if (!bytes) return Outcome::failed;
     eachLivingRow(*bytes, [&](const Record& row, bool isSound) {
       if (row.list != list.number) return;

@@ -24,18 +24,25 @@ std::uint64_t kite::test::allocationsOfThisThread() { return allocations; }
 void kite::test::failAllocationAfter(std::uint64_t count) { failing = allocations + count + 1; }
 
 // The forms for arrays come down to these, except under a sanitizer, whose own ones stay together.
-void* operator new(std::size_t size) {
+// Out of line, or gcc takes an allocation for one of malloc's that is given back by delete.
+[[gnu::noinline]] void* operator new(std::size_t size) {
   return orThrow(mayAllocate() ? std::malloc(size) : nullptr);
 }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return mayAllocate() ? std::malloc(size) : nullptr;
 }
-void* operator new(std::size_t size, std::align_val_t alignment) {
+[[gnu::noinline]] void* operator new(std::size_t size, std::align_val_t alignment) {
   const auto least = static_cast<std::size_t>(alignment);
   return orThrow(mayAllocate() ? std::aligned_alloc(least, roundedUp(size, least)) : nullptr);
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
-void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, const std::nothrow_t&) noexcept {
+  std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::align_val_t) noexcept {
+  std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
+  std::free(memory);
+}
