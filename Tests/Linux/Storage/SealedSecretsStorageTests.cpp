@@ -1,3 +1,5 @@
+#include <Kite/Linux/LinuxPlatform.h>
+
 #include "Linux/Storage/StoreFolder.h"
 #include "Support/FakeSystem.h"
 #include "Support/FileLease.h"
