@@ -202,7 +202,8 @@ TEST(PropertyListWriter, writesWhatAnotherLibraryReads) {
 TEST(PropertyListWriter, writesContainersTextsAndDataOfEveryCountAroundFifteen) {
   for (std::size_t count = 13; count <= 17; ++count) {
     Dictionary entries;
-    for (std::size_t i = 0; i < count; ++i) entries.push_back({"k" + std::to_string(i), 1});
+    for (std::size_t i = 0; i < count; ++i)
+      entries.push_back({std::string("k").append(std::to_string(i)), 1});
     const Dictionary whole{{"dictionary", entries},
                            {"array", Array(count, 1)},
                            {"text", std::string(count, 'x')},
