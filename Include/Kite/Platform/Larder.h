@@ -1,7 +1,6 @@
 #pragma once
 
 #include <Kite/Base/Data.h>
-#include <Kite/Base/Export.h>
 #include <Kite/DynamicValue.h>
 
 #include <cstdint>
@@ -63,7 +62,7 @@ enum class EditOutcome {
 /// place.
 ///
 /// Remembers what its bytes decode to, so that a value that does not change is decoded once.
-class KITE_EXPORT StoredValue {
+class StoredValue {
  public:
   struct StoredRow {
     std::uint64_t ordinal;
