@@ -1,9 +1,9 @@
-#include "Core/APIManager/Headers.h"
-#include "Core/APIManager/KiteAPIManagerImpl.h"
 #include "Fixture/Latencies.h"
 #include "Fixture/PlainBody.h"
 #include "Fixture/QuietSystem.h"
 #include "Fixture/Scaled.h"
+#include "Upload/Headers.h"
+#include "Upload/KiteAPIManagerImpl.h"
 
 namespace kite::bench {
 namespace {

@@ -58,13 +58,6 @@ function(kite_shared_options target)
   set_target_properties(${target} PROPERTIES LINK_DEPENDS ${exports} LINKER_LANGUAGE CXX)
 endfunction()
 
-# kite_every_event(SOURCE…): what runs for every event is compiled for speed, all else for size.
-function(kite_every_event)
-  if(CMAKE_BUILD_TYPE STREQUAL Release)  # batched builds would leave these sources out
-    set_source_files_properties(${ARGV} PROPERTIES COMPILE_OPTIONS -O2)
-  endif()
-endfunction()
-
 # kite_floor(NAME FOLDER): the object library kite_NAME of all sources in FOLDER.
 function(kite_floor name folder)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${folder}/*.cpp ${folder}/*.h)

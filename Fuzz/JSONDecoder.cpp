@@ -1,6 +1,6 @@
-#include "Values/JSONDecoder.h"
+#include "JSON/JSONDecoder.h"
 
-#include "Values/JSONEncoder.h"
+#include "JSON/JSONEncoder.h"
 
 #include <cstdint>
 #include <cstdlib>

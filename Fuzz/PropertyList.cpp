@@ -1,4 +1,4 @@
-#include "Linux/PropertyList/PropertyList.h"
+#include "LegacyArchive/PropertyList.h"
 
 #include <cstdint>
 #include <cstdlib>

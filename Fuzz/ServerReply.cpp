@@ -1,5 +1,5 @@
-#include "Core/APIManager/ServerError.h"
-#include "Core/APIManager/ServerResponse.h"
+#include "Upload/ServerError.h"
+#include "Upload/ServerResponse.h"
 
 #include <cmath>
 #include <cstdint>

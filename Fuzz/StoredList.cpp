@@ -1,8 +1,8 @@
-#include "Core/Event/StoredEventList.h"
+#include "JSON/JSONDecoder.h"
+#include "Queue/StoredEventList.h"
 #include "Support/AppendRows.h"
 #include "Support/InMemoryKVStorage.h"
 #include "Support/TextSegment.h"
-#include "Values/JSONDecoder.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -29,7 +29,7 @@ std::optional<std::vector<StoredEvent>> decodeArray(std::string_view text) {
 }
 
 /// Whether the text of an event, where it has one, stands for the event that it gives.
-bool isSound(const PendingEvent& pending) {
+bool isSound(const EncodedEvent& pending) {
   const auto event = pending.event();
   if (event.id != pending.id() || !pending.hasId(event.id)) return false;
   std::string wire;

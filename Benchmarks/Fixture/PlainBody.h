@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Core/APIManager/ServerBody.h"
-#include "Core/Event/EventEncoder.h"
+#include "Events/EventEncoder.h"
 #include "Fixture/ReferenceEvent.h"
+#include "Upload/ServerBody.h"
 
 #include <zlib.h>
 

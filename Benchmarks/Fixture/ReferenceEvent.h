@@ -2,8 +2,8 @@
 
 #include <Kite/KiteManager.h>
 
-#include "Core/Event/StoredEvent.h"
-#include "Core/Event/UserAction.h"
+#include "Events/StoredEvent.h"
+#include "Events/UserAction.h"
 
 #include <cstdint>
 #include <random>

@@ -3,11 +3,11 @@
 #include <Kite/Kite.h>
 #include <Kite/Linux/LinuxPlatform.h>
 
-#include "Core/EventStorageImpl.h"
-#include "Core/SynchronizationManagerImpl.h"
 #include "Fixture/HandScheduler.h"
 #include "Fixture/Settle.h"
 #include "Fixture/WatchedStorage.h"
+#include "Queue/EventStorageImpl.h"
+#include "Upload/SynchronizationManagerImpl.h"
 
 #include <filesystem>
 #include <memory>

@@ -2,11 +2,11 @@
 
 #include <Kite/Linux/LinuxPlatform.h>
 
-#include "Core/EventStorageImpl.h"
 #include "Fixture/HandScheduler.h"
 #include "Fixture/QuietSystem.h"
 #include "Fixture/ReferenceEvent.h"
 #include "Fixture/Settle.h"
+#include "Queue/EventStorageImpl.h"
 
 #include <filesystem>
 #include <memory>

@@ -1,7 +1,7 @@
 #include "Base/ReadSection.h"
 
 #include "Base/Guarded.h"
-#include "Base/HandOver.h"
+#include "Base/MPSCStack.h"
 
 #include <algorithm>
 #include <array>

@@ -1,13 +1,13 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
-#include "Linux/Defaults/DeviceDefaults.h"
-#include "Linux/Defaults/Environment.h"
-#include "Linux/Defaults/FileManagerDefaults.h"
-#include "Linux/Defaults/Folders.h"
-#include "Linux/Defaults/LocaleDefaults.h"
-#include "Linux/Defaults/TimeZoneDefaults.h"
-#include "Linux/SystemTime.h"
-#include "Linux/Usher.h"
+#include "Linux/Machine/DeviceDefaults.h"
+#include "Linux/Machine/Environment.h"
+#include "Linux/Machine/FileManagerDefaults.h"
+#include "Linux/Machine/Folders.h"
+#include "Linux/Machine/LocaleDefaults.h"
+#include "Linux/Machine/TimeZoneDefaults.h"
+#include "Linux/Machine/Usher.h"
+#include "Linux/Threads/SystemTime.h"
 
 #include <memory>
 #include <mutex>

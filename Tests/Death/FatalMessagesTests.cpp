@@ -1,13 +1,13 @@
 #include <Kite/Kite.h>
 
-#include "Core/APIManager/KiteAPIManagerImpl.h"
-#include "Core/EventManagerImpl.h"
-#include "Core/EventStorageImpl.h"
-#include "Core/InstallManagerImpl.h"
-#include "Core/SessionManagerImpl.h"
-#include "Core/SynchronizationManagerImpl.h"
+#include "Install/InstallManagerImpl.h"
+#include "JSON/DynamicConversion.h"
+#include "Queue/EventManagerImpl.h"
+#include "Queue/EventStorageImpl.h"
+#include "Sessions/SessionManagerImpl.h"
 #include "Support/TestWorld.h"
-#include "Values/DynamicConversion.h"
+#include "Upload/KiteAPIManagerImpl.h"
+#include "Upload/SynchronizationManagerImpl.h"
 
 #include <gtest/gtest.h>
 

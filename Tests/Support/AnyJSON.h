@@ -2,7 +2,7 @@
 
 #include <Kite/JSONValue.h>
 
-#include "Values/JSONEncoder.h"
+#include "JSON/JSONEncoder.h"
 
 #include <rapidcheck.h>
 

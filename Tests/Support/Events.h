@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Core/Event/EventEncoder.h"
-#include "Core/Event/EventList.h"
-#include "Core/Event/StoredEvent.h"
+#include "Events/EventEncoder.h"
+#include "Events/StoredEvent.h"
+#include "Queue/EventList.h"
 
 #include <limits>
 #include <string>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Core/EventManager.h"
+#include "Queue/EventManager.h"
 
 #include <atomic>
 #include <functional>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Core/EventStorage.h"
+#include "Queue/EventStorage.h"
 
 #include <functional>
 #include <mutex>

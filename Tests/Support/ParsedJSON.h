@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Values/JSONDecoder.h"
+#include "JSON/JSONDecoder.h"
 
 #include <stdexcept>
 #include <string>

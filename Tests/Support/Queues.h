@@ -2,7 +2,7 @@
 
 #include <Kite/Platform/Tempra.h>
 
-#include "Base/IfMemoryAllows.h"
+#include "Base/CatchingBadAlloc.h"
 
 #include <cstddef>
 #include <deque>
@@ -13,7 +13,7 @@ namespace kite::test {
 
 /// As often as it takes.
 inline void runToItsEnd(const Tempra::Block& block) {
-  while (!ifMemoryAllows(block)) {
+  while (!catchingBadAlloc(block)) {
   }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Core/Session.h"
+#include "Sessions/Session.h"
 #include "Support/FakeEventManager.h"
 #include "Support/FakeSystem.h"
 

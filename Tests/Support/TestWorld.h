@@ -2,6 +2,7 @@
 
 #include <Kite/Kite.h>
 
+#include "JSON/JSONDecoder.h"
 #include "Support/FakeApplication.h"
 #include "Support/FakeMainThread.h"
 #include "Support/FakeNotificationCenter.h"
@@ -13,7 +14,6 @@
 #include "Support/InMemorySecretsStorage.h"
 #include "Support/Queues.h"
 #include "Support/VirtualTime.h"
-#include "Values/JSONDecoder.h"
 
 #include <atomic>
 #include <cstdint>

@@ -3,7 +3,7 @@
 #include <Kite/Base/Date.h>
 #include <Kite/Platform/Tempra.h>
 
-#include "Base/IfMemoryAllows.h"
+#include "Base/CatchingBadAlloc.h"
 
 #include <cmath>
 #include <cstddef>
@@ -37,7 +37,7 @@ class VirtualTime final : public Tempra::Scheduler {
   /// Steps from due moment to due moment; each block sees its own as the present.
   void advance(Tempra::Duration by) {
     const auto end = _state->now() + nanoseconds(by);
-    while (const auto block = _state->takeDue(end)) ifMemoryAllows(block);
+    while (const auto block = _state->takeDue(end)) catchingBadAlloc(block);
     _state->finish(end);
   }
 

@@ -5,59 +5,67 @@ import pathlib
 import re
 import sys
 
-# Folder -> the internal folders that it may include, and the third-party headers that its .cpp files may include.
-FLOORS = {
-    "Sources/Base": ({"Base"}, ()),
-    "Sources/Values": ({"Base", "Values"}, ("simdjson.h",)),
-    "Sources/Core": ({"Base", "Values", "Core"}, ("simdjson.h", "zlib.h")),
-    "Sources/Linux": ({"Base", "Values", "Linux"}, None),  # None: any
-    "Tests/Support": ({"Base", "Values", "Core", "Support"}, None),
-    "Tools": ({"Collector", "Host", "Queue", "Store", "Demo", "Common"}, None),
-    "Examples": (set(), None),
-    "Tests/Install": (set(), None),
+# Each folder of Sources and how high it stands. A folder includes its own headers, those of lower floors, and of its own
+# floor the interfaces, which end in no "Impl.h".
+HEIGHT = {"Base": 0, "JSON": 1, "Events": 3, "Queue": 4, "Upload": 4, "Sessions": 4, "Profile": 4, "Install": 4, "Facade": 5}
+# Beside the house: the platform's parts see the floors below 2 and each other, nobody sees them.
+SIDE = {"Linux": {"Base", "JSON", "LegacyArchive"}, "LegacyArchive": {"Base", "JSON"}}
+THIRD_PARTY = {"JSON": ("simdjson.h",), "Queue": ("simdjson.h",), "Upload": ("zlib.h",)}  # in .cpp files
+OTHERS = {
+    "Tests/Support": {*HEIGHT, "Support"} - {"Facade"},
+    "Tools": {"Collector", "Host", "Queue", "Store", "Demo", "Common"},
+    "Examples": set(),
+    "Tests/Package": set(),
 }
-# Public headers of the parts that a floor must not see.
-HIDDEN_PUBLIC = {
-    "Sources/Base": ("Kite/Linux/", "Kite/KiteManager", "Kite/KiteDependencies"),
-    "Sources/Values": ("Kite/Linux/", "Kite/Platform/", "Kite/KiteManager", "Kite/KiteDependencies"),
-    "Sources/Core": ("Kite/Linux/",),
-    "Sources/Linux": ("Kite/KiteManager", "Kite/KiteDependencies"),
-    "Tests/Support": ("Kite/Linux/",),
-}
-FACADE = {"Kite.cpp"}  # the only composer: it alone sees the managers' implementations
+LINUX = "Kite/Linux/"
+FACADE_HEADERS = ("Kite/KiteManager", "Kite/KiteDependencies")
+
+
+def public_headers_above(folder):
+    """The public headers that a folder must not see, by how they begin."""
+    if folder == "Linux":
+        return FACADE_HEADERS
+    below_platform = ("Kite/Platform/",) if HEIGHT.get(folder, 9) < 2 else ()
+    below_facade = FACADE_HEADERS if HEIGHT.get(folder, 9) < 3 else ()
+    return (LINUX, *below_platform, *below_facade)
+
 
 STANDARD = re.compile(r"^[a-z_]+$")
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)
 
 
-def floor_of(path):
-    for folder in FLOORS:
-        if path.as_posix().startswith(folder + "/"):
-            return folder
-    return None
+def is_allowed(folder, path, target):
+    """Whether a file of the folder of Sources may include a header of the library's own."""
+    other = target.split("/")[0]
+    if folder in SIDE or other in SIDE:
+        return other == folder or other in SIDE.get(folder, ())
+    if other not in HEIGHT or HEIGHT[other] > HEIGHT[folder]:
+        return False
+    is_own = path.stem == pathlib.PurePath(target).stem
+    return folder == "Facade" or is_own or not target.endswith("Impl.h")
 
 
-def own_header(path, target):
-    return target.endswith("Impl.h") and path.stem == pathlib.PurePath(target).stem
-
-
-def faults_of(path, text):
-    folder = floor_of(path)
-    internal, third_party = FLOORS[folder]
+def source_faults_of(path, text):
+    folder = path.parts[1]
     for bracket, target in INCLUDE.findall(text):
         if bracket == '"':
-            top = target.split("/")[0]
-            if top not in internal:
+            if not is_allowed(folder, path, target):
                 yield f"{path}: {folder} may not include \"{target}\""
-            elif (folder == "Sources/Core" and target.endswith("Impl.h") and path.name not in FACADE
-                  and not own_header(path, target)):
-                yield f"{path}: only the facade may include another manager's \"{target}\""
         elif target.startswith("Kite/"):
-            if any(target.startswith(hidden) for hidden in HIDDEN_PUBLIC.get(folder, ())):
+            if target.startswith(public_headers_above(folder)):
                 yield f"{path}: {folder} may not include <{target}>"
-        elif not STANDARD.match(target) and third_party is not None:
-            if path.suffix == ".h" or not any(target.startswith(allowed) for allowed in third_party):
+        elif not STANDARD.match(target) and folder not in SIDE:
+            if path.suffix == ".h" or not target.startswith(THIRD_PARTY.get(folder, ("-",))):
                 yield f"{path}: {folder} may not include <{target}>"
+
+
+def other_faults_of(path, text):
+    top = next((top for top in OTHERS if path.as_posix().startswith(top + "/")), None)
+    for bracket, target in INCLUDE.findall(text) if top else ():
+        if bracket == '"' and target.split("/")[0] not in OTHERS[top]:
+            yield f"{path}: {top} may not include \"{target}\""
+        elif top == "Tests/Support" and target.startswith(LINUX):
+            yield f"{path}: {top} may not include <{target}>"
 
 
 def public_faults_of(path, text):
@@ -72,8 +80,9 @@ def main():
         faults += public_faults_of(path, path.read_text())
     for top in ("Sources", "Tests", "Tools", "Examples"):
         for path in sorted(pathlib.Path(top).glob("**/*")):
-            if path.suffix in (".h", ".cpp") and floor_of(path) is not None:
-                faults += faults_of(path, path.read_text())
+            if path.suffix in (".h", ".cpp"):
+                check = source_faults_of if top == "Sources" else other_faults_of
+                faults += check(path, path.read_text())
     print("\n".join(faults) if faults else "floors: every include is allowed")
     return 1 if faults else 0
 

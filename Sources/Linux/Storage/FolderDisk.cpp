@@ -1,7 +1,7 @@
 #include "Linux/Storage/FolderDisk.h"
 
 #include "Base/Guarded.h"
-#include "Linux/Uninterrupted.h"
+#include "Linux/Storage/Uninterrupted.h"
 
 #include <dirent.h>
 #include <fcntl.h>

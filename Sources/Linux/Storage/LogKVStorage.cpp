@@ -3,7 +3,7 @@
 #include <Kite/Linux/LinuxPlatform.h>
 #include <Kite/Platform/LegacyArchive.h>
 
-#include "Linux/PropertyList/PropertyList.h"
+#include "LegacyArchive/PropertyList.h"
 
 #include <bit>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "Linux/Storage/PrivateFolder.h"
 
-#include "Linux/Uninterrupted.h"
+#include "Linux/Storage/Uninterrupted.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,7 +1,7 @@
 #include "Linux/Storage/RecordStore.h"
 
-#include "Base/IfMemoryAllows.h"
-#include "Linux/FileSizeSignal.h"
+#include "Base/CatchingBadAlloc.h"
+#include "Linux/Storage/FileSizeSignal.h"
 
 #include <unistd.h>
 
@@ -212,7 +212,7 @@ void RecordStore::comeBack() {
 
 // A line is not worth a failure of what has been done.
 void RecordStore::report(bool isSaved) {
-  ifMemoryAllows([&] { isSaved ? _trouble.isOver() : _trouble.goesOn(logs().error()); });
+  catchingBadAlloc([&] { isSaved ? _trouble.isOver() : _trouble.goesOn(logs().error()); });
 }
 
 }  // namespace kite::Linux

@@ -1,6 +1,6 @@
 #include "Linux/Storage/Seal.h"
 
-#include "Linux/OpenSSL.h"
+#include "Linux/Network/OpenSSL.h"
 
 #include <openssl/evp.h>
 #include <openssl/rand.h>

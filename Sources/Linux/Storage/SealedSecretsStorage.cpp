@@ -2,7 +2,7 @@
 
 #include <Kite/Linux/LinuxPlatform.h>
 
-#include "Linux/FileSizeSignal.h"
+#include "Linux/Storage/FileSizeSignal.h"
 #include "Linux/Storage/MasterKeyFile.h"
 
 #include <utility>

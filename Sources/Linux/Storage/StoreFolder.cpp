@@ -1,6 +1,6 @@
 #include "Linux/Storage/StoreFolder.h"
 
-#include "Linux/FileSizeSignal.h"
+#include "Linux/Storage/FileSizeSignal.h"
 #include "Linux/Storage/FolderDisk.h"
 
 #include <fcntl.h>

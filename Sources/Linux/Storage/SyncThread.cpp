@@ -1,6 +1,6 @@
 #include "Linux/Storage/SyncThread.h"
 
-#include "Linux/LibraryThread.h"
+#include "Linux/Threads/LibraryThread.h"
 
 #include <unistd.h>
 

@@ -1,7 +1,7 @@
-#include "Core/Event/EventList.h"
+#include "Queue/EventList.h"
 
-#include "Core/Event/EventEncoder.h"
 #include "Counts/Anywhere/CountedAllocations.h"
+#include "Events/EventEncoder.h"
 #include "Support/Events.h"
 
 #include <gtest/gtest.h>

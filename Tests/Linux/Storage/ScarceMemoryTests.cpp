@@ -1,4 +1,4 @@
-#include "Base/IfMemoryAllows.h"
+#include "Base/CatchingBadAlloc.h"
 #include "Linux/Storage/KVStoreFixture.h"
 #include "Support/AppendRows.h"
 #include "Support/TextSegment.h"
@@ -62,7 +62,7 @@ class ScarceMemoryTests : public KVStoreFixture {
   auto scarcely(Operation operation) {
     auto result = std::optional<decltype(operation())>();
     allocationsLeft = _failing;
-    ifMemoryAllows([&] { result = operation(); });
+    catchingBadAlloc([&] { result = operation(); });
     _hasFailed = std::exchange(allocationsLeft, -1) < 0;
     return result;
   }

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <Kite/Base/Result.h>
+
+#include "Events/EncodedEvent.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kite {
+
+/// Encodes events one after the other, the user block of each user once. Not for two threads at a
+/// time.
+class EventEncoder {
+ public:
+  EventHandle encode(const StoredEvent& event);
+  /// What the action's record encodes to, without a record being made of it.
+  EventHandle encode(const UserAction& action, std::string_view app);
+
+ private:
+  using UserText = Result<SharedText, EncodingError>;
+  struct Encoded {
+    std::string app;
+    Shared<User> user;
+    UserText text;
+  };
+
+  template <class Data>
+  Result<EventHandle, EncodingError> encode(const EventText::Head& head, std::string_view app,
+                                            const Shared<User>& user, const Data& data);
+  const UserText& userText(std::string_view app, const Shared<User>& user);
+
+  std::optional<Encoded> _last;
+  std::string _scratch;
+};
+
+}  // namespace kite

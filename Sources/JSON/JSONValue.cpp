@@ -1,0 +1,100 @@
+#include <Kite/JSONValue.h>
+
+#include "JSON/UTF8.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace kite {
+namespace {
+
+JSONValue::Object withRepairedKeys(JSONValue::Object members) {
+  if (std::ranges::all_of(members, [](const auto& member) { return isUTF8(member.first); }))
+    return members;
+  JSONValue::Object::Entries entries(std::move_iterator(members.begin()),
+                                     std::move_iterator(members.end()));
+  for (auto& [key, value] : entries) key = repairedUTF8(std::move(key));
+  return JSONValue::Object::fromUnsorted(std::move(entries));
+}
+
+/// Compares two values level by level; containers inside them wait their turn in a list.
+class Comparison {
+ public:
+  bool areEqual(const JSONValue& a, const JSONValue& b) {
+    if (!match(a, b)) return false;
+    while (!_waiting.empty()) {
+      const auto [left, right] = _waiting.back();
+      _waiting.pop_back();
+      if (!match(*left, *right)) return false;
+    }
+    return true;
+  }
+
+ private:
+  bool match(const JSONValue& a, const JSONValue& b) {
+    if (a.kind() != b.kind()) return false;
+    switch (a.kind()) {
+      case JSONValue::Kind::object:
+        return matchMembers(*a.object(), *b.object());
+      case JSONValue::Kind::array:
+        return matchElements(*a.array(), *b.array());
+      default:
+        return matchScalars(a, b);
+    }
+  }
+  bool matchMembers(const JSONValue::Object& a, const JSONValue::Object& b) {
+    return &a == &b || std::ranges::equal(a, b, [this](const auto& left, const auto& right) {
+      return left.first == right.first && matchInner(left.second, right.second);
+    });
+  }
+  bool matchElements(const JSONValue::Array& a, const JSONValue::Array& b) {
+    return &a == &b || std::ranges::equal(a, b, [this](const auto& left, const auto& right) {
+      return matchInner(left, right);
+    });
+  }
+  bool matchInner(const JSONValue& a, const JSONValue& b) {
+    const bool isContainer = a.object() != nullptr || a.array() != nullptr;
+    if (!isContainer) return match(a, b);
+    _waiting.emplace_back(&a, &b);
+    return true;
+  }
+  static bool matchScalars(const JSONValue& a, const JSONValue& b) {
+    switch (a.kind()) {
+      case JSONValue::Kind::string:
+        return *a.string() == *b.string();
+      case JSONValue::Kind::integer:
+        return *a.integer() == *b.integer();
+      case JSONValue::Kind::real:
+        return *a.real() == *b.real();
+      case JSONValue::Kind::boolean:
+        return *a.boolean() == *b.boolean();
+      case JSONValue::Kind::date:
+        return *a.date() == *b.date();
+      default:
+        return true;
+    }
+  }
+
+  std::vector<std::pair<const JSONValue*, const JSONValue*>> _waiting;
+};
+
+}  // namespace
+
+JSONValue& JSONValue::operator=(JSONValue&& other) noexcept {
+  _value.swap(other._value);
+  other._value = Null{};
+  return *this;
+}
+
+JSONValue::JSONValue(std::string text) : _value(repairedUTF8(std::move(text))) {}
+JSONValue::JSONValue(std::string_view text) : _value(repairedUTF8(text)) {}
+JSONValue::JSONValue(const char* text)
+    : JSONValue(text != nullptr ? JSONValue(std::string_view(text)) : JSONValue()) {}
+JSONValue::JSONValue(Object members)
+    : _value(DeepShared<Object>(withRepairedKeys(std::move(members)))) {}
+JSONValue::JSONValue(Array elements) : _value(DeepShared<Array>(std::move(elements))) {}
+
+bool operator==(const JSONValue& a, const JSONValue& b) { return Comparison().areEqual(a, b); }
+
+}  // namespace kite

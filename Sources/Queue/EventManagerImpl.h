@@ -1,0 +1,70 @@
+#pragma once
+
+#include "Base/Guarded.h"
+#include "Base/Started.h"
+#include "Queue/EventManager.h"
+
+#include <atomic>
+#include <concepts>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kite {
+
+struct UserInfo;
+
+/// Every identifier of the user, reduced to its value.
+std::map<std::string, std::string, std::less<>> allIds(const Usher::Ids& ids);
+
+/// Disabled until it is started. Any thread may call it.
+class EventManagerImpl final : public EventManager {
+ public:
+  bool isEnabled() const override { return _isEnabled; }
+  void setEnabled(bool value) override { _isEnabled = value; }
+  void start(EventManagerDependencies dependencies) override;
+  Shared<User> kiteUser() override;
+  void trackInstallEvent(InstallPayload payload) override;
+  void trackSession(SessionSubtype session) override;
+  void trackUserInfoUpdated(UserInfoUpdated::Payload payload) override;
+  void trackUserAction(UserAction::Payload payload) override;
+  void trackCustomEvent(std::string table, CustomEvent::Payload payload) override;
+  void trackDebugEvent(DebugEvent::Payload payload) override;
+  void trackExperimentSegmentsReceived() override;
+
+ private:
+  /// The user and what it was made of. While neither part changes events share one user, which is
+  /// then encoded once for all of them.
+  struct KnownUser {
+    std::uint64_t revision;  // of the store
+    std::shared_ptr<const UserInfo> info;
+    std::shared_ptr<const Usher::Ids> ids;
+    std::shared_ptr<const User> user;
+  };
+
+  /// One start's stores and the user that was read from them.
+  struct Running : EventManagerDependencies {
+    mutable Guarded<std::optional<KnownUser>> user{};
+    mutable std::atomic<std::uint64_t> revision{unknown};  // of the user's info
+    static constexpr auto unknown = std::numeric_limits<std::uint64_t>::max();
+  };
+
+  template <class MakeEvent>
+  void track(MakeEvent makeEvent);
+  static Shared<User> user(const Running& running);
+  static std::shared_ptr<const User> userMadeOf(const Running& running, std::uint64_t revision,
+                                                std::shared_ptr<const UserInfo> info,
+                                                const std::shared_ptr<const Usher::Ids>& ids);
+
+  Started<Running> _dependencies{"Call start before using the event manager",
+                                 {"EventManagerImpl", "", 14}};
+  std::atomic<bool> _isEnabled = false;
+};
+
+static_assert(std::default_initializable<EventManagerImpl>);
+
+}  // namespace kite

@@ -1,0 +1,193 @@
+#include "Upload/KiteAPIManagerImpl.h"
+
+#include "Base/CatchingBadAlloc.h"
+#include "Events/WhiskerEvents.h"
+#include "Profile/TypedStorage.h"
+#include "Upload/Headers.h"
+#include "Upload/ServerBody.h"
+
+#include <string>
+#include <utility>
+
+namespace kite {
+namespace {
+
+constexpr double timeoutSeconds = 60;
+constexpr SourceLocation bodyPreparation{"Sources/Core/APIManager/KiteAPIManagerImpl",
+                                         "prepareBody(events:now:delta:lastEventTimestamp:)", 0};
+
+bool isAccepted(int statusCode) { return statusCode >= 200 && statusCode <= 299; }
+
+bool isSuccess(const KiteAPIManagerImpl::Reply& reply) {
+  return !reply.error && reply.response && reply.response->statusCode &&
+         isAccepted(*reply.response->statusCode);
+}
+
+ServerError serverError(const std::optional<Data>& responseData, int statusCode) {
+  const auto body = responseData ? decodeServerErrorBody(responseData->bytes) : std::nullopt;
+  const auto known = body ? ServerError::from(*body, statusCode) : std::nullopt;
+  return known.value_or(ServerError{ServerError::Unknown{statusCode}});
+}
+
+Whisker::DebugEvent gzipFailure(const GzipError& error) {
+  return {.severity = Whisker::Severity::warning,
+          .categories = {"gzip_error"},
+          .description = "Could not gzip the JSON encoded data",
+          .errorCode = std::nullopt,
+          .info = {{"error_message", error.message}}};
+}
+
+}  // namespace
+
+KiteAPIManagerImpl::KiteAPIManagerImpl(System system, GzipFactory makeGzip)
+    : _system(std::move(system)), _makeGzip(std::move(makeGzip)) {}
+
+void KiteAPIManagerImpl::start(APIManagerDependencies dependencies) {
+  URL baseURL = dependencies.baseURL;
+  for (const auto& endpoint : endpoints(dependencies)) tellIfInsecure(endpoint);
+  _dependencies.set(std::move(dependencies));
+  _currentEndpoint.set(std::move(baseURL));
+}
+
+KiteAPIManagerImpl::Endpoints KiteAPIManagerImpl::endpoints(
+    const APIManagerDependencies& dependencies) {
+  Endpoints all(dependencies.secondaryURLs.begin(), dependencies.secondaryURLs.end());
+  all.insert(dependencies.baseURL);
+  return all;
+}
+
+/// The others may be sound, so that the library works on.
+void KiteAPIManagerImpl::tellIfInsecure(const URL& endpoint) const {
+  if (endpoint.scheme() == "https") return;
+  _system.print("[KITE] Nothing is sent to " + endpoint.origin() + ": an endpoint must be HTTPS");
+}
+
+void KiteAPIManagerImpl::send(EventBatch events, Callback callback) {
+  const auto dependencies = _dependencies.get();
+  auto availableEndpoints = endpoints(*dependencies);
+  URL url = currentEndpoint().value_or(dependencies->baseURL);
+  availableEndpoints.erase(url);
+  send(std::make_shared<const Upload>(Upload{std::move(events), std::move(callback)}),
+       std::move(url), std::move(availableEndpoints));
+}
+
+void KiteAPIManagerImpl::send(std::shared_ptr<const Upload> upload, URL url,
+                              Endpoints availableEndpoints) {
+  auto body = prepareBody({.events = upload->events,
+                           .now = _system.now().secondsSince1970,
+                           .delta = delta(),
+                           .lastEventTimestamp = lastEventTimestamp()});
+  // What cannot be encoded now never will be: it is dropped rather than tried for ever.
+  if (!body) return upload->callback(upload->events, true, std::nullopt);
+  auto completion = [self = shared_from_this(), upload = std::move(upload),
+                     endpoints = std::move(availableEndpoints)](auto data, auto response,
+                                                                auto error) {
+    // For want of memory the batch stays where it is.
+    catchingBadAlloc([&] {
+      self->complete(upload, endpoints, {std::move(data), std::move(response), std::move(error)});
+    });
+  };
+  const auto task = _dependencies->urlSession.dataTask(request(std::move(url), std::move(body)),
+                                                       std::move(completion));
+  task->resume();
+}
+
+URLRequest KiteAPIManagerImpl::request(URL url, std::shared_ptr<const Data> body) const {
+  const auto dependencies = _dependencies.get();
+  URLRequest request{.url = std::move(url),
+                     .timeoutSeconds = timeoutSeconds,
+                     .method = "POST",
+                     .headerFields = {},
+                     .body = std::move(body)};
+  request.headerFields = computeHeaders({.from = request.headerFields,
+                                         .clientId = dependencies->clientId,
+                                         .isTestEnvironment = dependencies->isTestEnvironment,
+                                         .lumoID = dependencies->lumoID,
+                                         .version = dependencies->kiteVersion,
+                                         .url = request.url,
+                                         .body = request.body,
+                                         .secret = dependencies->wicketKey,
+                                         .wicketUUID = _system.randomUUID(),
+                                         .now = _system.now()});
+  return request;
+}
+
+void KiteAPIManagerImpl::complete(std::shared_ptr<const Upload> upload,
+                                  Endpoints availableEndpoints, const Reply& reply) {
+  if (!isSuccess(reply) && !availableEndpoints.empty()) {
+    auto next = availableEndpoints.extract(availableEndpoints.begin());
+    return send(std::move(upload), std::move(next.value()), std::move(availableEndpoints));
+  }
+  const auto response = dataTaskCompletion(upload->events, reply, upload->callback);
+  setDelta(response ? std::optional(response->delta) : std::nullopt);
+  setLastEventTimestamp(response ? std::optional(response->lastEventTimestamp) : std::nullopt);
+}
+
+std::shared_ptr<const Data> KiteAPIManagerImpl::prepareBody(
+    const PrepareBodyArguments& arguments) const {
+  ServerBody body{.delta = arguments.delta,
+                  .lastEventTimestamp = arguments.lastEventTimestamp,
+                  .events = arguments.events};
+  auto gzip = _makeGzip(Gzip::defaultLevel);
+  if (body.write(*gzip, arguments.now)) {
+    body.events = encodable(arguments);
+    if (body.events.empty()) return nullptr;
+    gzip = _makeGzip(Gzip::defaultLevel);
+    if (body.write(*gzip, arguments.now)) return nullptr;
+  }
+  auto compressed = gzip->finish();
+  if (compressed) return std::make_shared<const Data>(*std::move(compressed));
+  report(gzipFailure(compressed.error()));
+  return nullptr;
+}
+
+EventBatch KiteAPIManagerImpl::encodable(const PrepareBodyArguments& arguments) const {
+  EventBatch kept;
+  std::string text;
+  for (const auto& event : arguments.events) {
+    text.clear();
+    if (const auto error = event->appendStamped(text, arguments.now)) {
+      report(WhiskerEvents::jsonEncodingError(event->event(), *error));
+    } else {
+      kept.push_back(event);
+    }
+  }
+  return kept;
+}
+
+void KiteAPIManagerImpl::report(const Whisker::DebugEvent& event) const {
+  _dependencies->whisker->report(event, bodyPreparation);
+}
+
+std::optional<ServerResponse> KiteAPIManagerImpl::dataTaskCompletion(const EventBatch& events,
+                                                                     const Reply& reply,
+                                                                     const Callback& callback) {
+  if (reply.error) {
+    callback(events, false, *reply.error);
+    _system.print("[KITE] Error detected: " + reply.error->description);
+    return std::nullopt;
+  }
+  const auto statusCode = reply.response ? reply.response->statusCode : std::nullopt;
+  if (statusCode && !isAccepted(*statusCode)) {
+    const ServerError error = serverError(reply.responseData, *statusCode);
+    _system.print("[KITE] Server Error: " + error.debugDescription());
+    callback(events, false, error);
+    return std::nullopt;
+  }
+  _system.print("[KITE] Events sent successfully to kite");
+  _currentEndpoint.set(reply.response ? reply.response->url : std::nullopt);
+  callback(events, true, std::nullopt);
+  return reply.responseData ? decodeServerResponse(reply.responseData->bytes) : std::nullopt;
+}
+
+std::optional<double> KiteAPIManagerImpl::number(Larder::Key<double> key) const {
+  const auto stored = load(*_dependencies->kvStorage, key);
+  return stored ? std::optional(*stored) : std::nullopt;
+}
+
+void KiteAPIManagerImpl::setNumber(Larder::Key<double> key, std::optional<double> value) {
+  const auto store = _dependencies->kvStorage;
+  value ? save(*store, key, *value) : store->remove(key.name);
+}
+
+}  // namespace kite
