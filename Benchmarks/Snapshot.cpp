@@ -12,12 +12,12 @@ void snapshot(benchmark::State& state) {
   test::TemporaryFolder folder;
   StartedStorage storage(folder.path());
   storage.insert(static_cast<int>(scaled(state.range(0))));
-  const EventBatch events = storage.pending().first(batchSize);
+  const EventBatch events = *storage.pending().first(batchSize);
   Comparison snapshots(state);
   for (auto _ : state) {
     EventBatch taken;
     EventBatch copied;
-    snapshots.round([&] { taken = storage.pending().first(batchSize); }, [&] { copied = events; });
+    snapshots.round([&] { taken = *storage.pending().first(batchSize); }, [&] { copied = events; });
     benchmark::DoNotOptimize(taken.data());
     benchmark::DoNotOptimize(copied.data());
   }

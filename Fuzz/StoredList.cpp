@@ -2,7 +2,7 @@
 #include "Queue/StoredEventList.h"
 #include "Support/AppendRows.h"
 #include "Support/InMemoryKVStorage.h"
-#include "Support/TextSegment.h"
+#include "Support/Rows.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -31,7 +31,7 @@ std::optional<std::vector<StoredEvent>> decodeArray(std::string_view text) {
 /// Whether the text of an event, where it has one, stands for the event that it gives.
 bool isSound(const EncodedEvent& pending) {
   const auto event = pending.event();
-  if (event.id != pending.id() || !pending.hasId(event.id)) return false;
+  if (event.id != pending.id()) return false;
   std::string wire;
   if (pending.appendStamped(wire, 20.5)) return pending.encodingError() != nullptr;
   auto stamped = event;
@@ -46,8 +46,9 @@ void checkArray(std::string_view text) {
   const auto loaded = StoredEventList::load(storage, "k").events;
   const auto expected = decodeArray(text).value_or(std::vector<StoredEvent>());
   if (loaded.size() != expected.size()) std::abort();
+  const auto events = *loaded.first(loaded.size());
   for (std::size_t i = 0; i < expected.size(); ++i) {
-    if (!isSound(*loaded[i]) || loaded[i]->event() != expected[i]) std::abort();
+    if (!isSound(*events[i]) || events[i]->event() != expected[i]) std::abort();
   }
 }
 
@@ -63,8 +64,9 @@ void checkRows(std::string_view text) {
   test::appendRows(storage, "k", std::move(rows));
   const auto loaded = StoredEventList::load(storage, "k");
   if (loaded.isSaved ? loaded.events.size() != count : !loaded.events.empty()) std::abort();
-  for (std::size_t i = 0; i < loaded.events.size(); ++i)
-    if (!isSound(*loaded.events[i])) std::abort();
+  for (const auto& event : *loaded.events.first(loaded.events.size())) {
+    if (!isSound(*event)) std::abort();
+  }
 }
 
 }  // namespace

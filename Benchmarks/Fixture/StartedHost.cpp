@@ -60,8 +60,8 @@ void StartedHost::enterBackground() {
 }
 
 std::size_t StartedHost::storedEvents() const {
-  const auto value = _store->read(EventStorageImpl::pendingEventsKey);
-  return value && value->rows() ? value->rows()->size() : 0;
+  const auto list = _store->readList(EventStorageImpl::pendingEventsKey);
+  return list ? list->rows.size() : 0;
 }
 
 std::string StartedHost::storedText() const {

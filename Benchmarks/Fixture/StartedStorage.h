@@ -36,7 +36,7 @@ class StartedStorage {
   /// Removes the oldest ones, as when a batch has been accepted.
   void accept(std::size_t count) {
     std::set<std::string> ids;
-    for (const auto& event : pending().first(count)) ids.insert(event->id());
+    for (const auto& event : *pending().first(count)) ids.insert(event->id());
     _events->removeEvents(std::move(ids));
     settle(*_queue);
   }

@@ -16,18 +16,19 @@ class WatchedStorage final : public Larder::KVStorage {
 
   std::uint64_t edits() const { return _edits.load(std::memory_order_acquire); }
 
-  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit,
-                           Larder::Durability durability) override {
-    const auto outcome = _store->edit(key, edit, durability);
-    if (outcome == Larder::EditOutcome::saved) _edits.fetch_add(1, std::memory_order_release);
-    return outcome;
+  Larder::EditResult edit(std::string_view key, const Larder::ListEdit& edit,
+                          Larder::Durability durability) override {
+    auto result = _store->edit(key, edit, durability);
+    if (result.outcome == Larder::EditOutcome::saved)
+      _edits.fetch_add(1, std::memory_order_release);
+    return result;
   }
 
   std::shared_ptr<const Larder::StoredValue> read(std::string_view key) const override {
     return _store->read(key);
   }
-  bool readList(std::string_view key, Larder::ListReader& reader) const override {
-    return _store->readList(key, reader);
+  std::optional<Larder::SavedList> readList(std::string_view key) const override {
+    return _store->readList(key);
   }
   std::uint64_t revision() const override { return _store->revision(); }
   void write(std::string_view key, Data data) override { _store->write(key, std::move(data)); }

@@ -1,5 +1,6 @@
 #include "Events/EncodedEvent.h"
 
+#include "Base/UUIDText.h"
 #include "JSON/JSONDecoder.h"
 
 #include <utility>
@@ -27,6 +28,12 @@ EncodedEvent::EncodedEvent(std::string ownText, EventText::HeadLayout head, Shar
 EncodedEvent::EncodedEvent(StoredEvent event, EncodingError error)
     : _failed(new Failed{std::move(event), std::move(error)}) {}
 
+EventHandle EncodedEvent::lost(const UUID& id) {
+  auto event = std::make_shared<EncodedEvent>(std::string(), EventText::HeadLayout{}, nullptr);
+  event->_lostId = id;
+  return event;
+}
+
 std::optional<std::string_view> EncodedEvent::plainId() const {
   if (_failed) return _failed->event.id;
   const auto written =
@@ -36,19 +43,29 @@ std::optional<std::string_view> EncodedEvent::plainId() const {
 }
 
 std::string EncodedEvent::id() const {
+  if (isLost()) return _lostId.text();
   const auto plain = plainId();
   return plain ? std::string(*plain) : event().id;
 }
 
 bool EncodedEvent::hasId(std::string_view id) const {
   const auto plain = plainId();
-  return plain ? *plain == id : event().id == id;
+  return plain && !isLost() ? *plain == id : this->id() == id;
+}
+
+UUID EncodedEvent::tag() const {
+  constexpr std::string_view withoutType = R"({"type":"",)";
+  if (_failed || _ownText.starts_with(withoutType)) return {};
+  if (isLost()) return _lostId;
+  const auto id = plainId();
+  const auto uuid = id ? UUID::parse(*id) : std::nullopt;
+  return uuid && UUIDText(*uuid).view() == *id ? *uuid : UUID();
 }
 
 void EncodedEvent::appendTo(std::string& text) const {
   if (_failed) return;
   text.append(_ownText, 0, _head.stampEnd);
-  text += *_userText;
+  if (_userText) text += *_userText;
   text.append(_ownText, _head.stampEnd);
 }
 
@@ -61,7 +78,7 @@ std::optional<EncodingError> EncodedEvent::appendStamped(std::string& out,
   }
   out.append(_ownText, 0, _head.stampBegin);
   if (auto error = EventText::appendRequestTimestamp(out, requestTimestamp)) return error;
-  out += *_userText;
+  if (_userText) out += *_userText;
   out.append(_ownText, _head.stampEnd);
   return std::nullopt;
 }

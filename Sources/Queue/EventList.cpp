@@ -1,9 +1,12 @@
 #include "Queue/EventList.h"
 
+#include "Queue/EventReader.h"
 #include "Queue/IdFilter.h"
 
 #include <algorithm>
 #include <atomic>
+#include <optional>
+#include <string_view>
 #include <utility>
 
 namespace kite {
@@ -13,60 +16,86 @@ namespace kite {
 struct EventList::Chunk {
   static constexpr std::size_t fullCapacity = 512;
 
-  explicit Chunk(std::size_t capacity) : idHashes(capacity), ordinals(capacity), events(capacity) {}
+  explicit Chunk(std::size_t capacity) : events(capacity) {}
 
   std::size_t capacity() const { return events.size(); }
   /// Whether the place `index` is now the caller's to write.
   bool claim(std::size_t index) { return used.compare_exchange_strong(index, index + 1); }
-  void write(std::size_t index, EventHandle event, std::uint64_t hash, std::uint64_t ordinal) {
-    idHashes[index] = hash;
-    ordinals[index] = ordinal;
-    events[index] = std::move(event);
-  }
   /// A chunk of its own with those of the first `count` events that `keep` wants.
   template <class Keep>
   Slice filtered(std::size_t count, std::size_t newCapacity, Keep keep) const {
     Slice result{std::make_shared<Chunk>(newCapacity)};
     for (std::size_t i = 0; i < count; ++i) {
-      if (keep(i)) result.chunk->write(result.count++, events[i], idHashes[i], ordinals[i]);
+      if (keep(events[i])) result.chunk->events[result.count++] = events[i];
     }
     result.chunk->used = result.count;
     return result;
   }
 
-  std::vector<std::uint64_t> idHashes;
-  std::vector<std::uint64_t> ordinals;
-  std::vector<EventHandle> events;
+  std::vector<PendingEvent> events;
   std::atomic<std::size_t> used{0};
 };
 
-std::uint64_t EventList::Slice::firstOrdinal() const { return chunk->ordinals[0]; }
-std::uint64_t EventList::Slice::lastOrdinal() const { return chunk->ordinals[count - 1]; }
+std::uint64_t EventList::Slice::firstOrdinal() const { return chunk->events[0].ordinal(); }
+std::uint64_t EventList::Slice::lastOrdinal() const { return chunk->events[count - 1].ordinal(); }
+
+namespace {
+
+constexpr auto everything = [](const PendingEvent&) { return true; };
+
+/// Puts the events of a batch that are in one file into it, from `batch[first]` on.
+std::optional<std::string> readFile(const std::vector<PendingEvent>& events, std::size_t first,
+                                    std::size_t end, EventBatch& batch) {
+  std::vector<Larder::RowPlace> places;
+  for (std::size_t i = first; i < end; ++i) places.push_back(events[i].place());
+  EventReader reader;
+  return places.front().file->read(places, [&](std::optional<std::string_view> text) {
+    const auto& event = events[batch.size()];
+    auto read = text ? reader.readSaved(*text) : nullptr;
+    batch.push_back(read ? std::move(read) : EncodedEvent::lost(event.id()));
+  });
+}
+
+}  // namespace
 
 EventList::EventList() : _full(std::make_shared<const Slices>()) {}
 
-const EventHandle& EventList::operator[](std::size_t index) const {
-  std::size_t at = 0;
-  while (index >= slice(at).count) index -= slice(at++).count;
-  return slice(at).chunk->events[index];
-}
-
-EventBatch EventList::first(std::size_t count) const {
+EventList::Reading EventList::first(std::size_t count) const {
+  std::vector<PendingEvent> events;
+  events.reserve(std::min(count, _size));
+  for (std::size_t i = 0; i < sliceCount() && events.size() < count; ++i) {
+    const auto begin = slice(i).chunk->events.begin();
+    const auto taken = std::min(slice(i).count, count - events.size());
+    events.insert(events.end(), begin, begin + static_cast<std::ptrdiff_t>(taken));
+  }
   EventBatch batch;
-  batch.reserve(std::min(count, _size));
-  for (std::size_t i = 0; i < sliceCount() && batch.size() < count; ++i) {
-    const auto events = slice(i).chunk->events.begin();
-    const auto taken = std::min(slice(i).count, count - batch.size());
-    batch.insert(batch.end(), events, events + static_cast<std::ptrdiff_t>(taken));
+  batch.reserve(events.size());
+  while (batch.size() < events.size()) {
+    const auto& event = events[batch.size()];
+    if (auto inMemory = event.inMemory()) {
+      batch.push_back(std::move(inMemory));
+      continue;
+    }
+    const auto* const file = event.place().file.get();
+    auto end = batch.size() + 1;
+    while (end < events.size() && events[end].isInFile(file)) ++end;
+    if (auto error = readFile(events, batch.size(), end, batch)) return Failure{*std::move(error)};
   }
   return batch;
 }
 
 void EventList::append(EventHandle event, std::uint64_t ordinal) {
-  const std::uint64_t hash = idHash(*event);
+  const bool isEncodable = event->encodingError() == nullptr;
+  append(PendingEvent(std::move(event), ordinal));
+  if (!isEncodable) ++_unencodable;
+}
+
+void EventList::append(Larder::SavedRow row) { append(PendingEvent(std::move(row))); }
+
+void EventList::append(PendingEvent event) {
+  const auto ordinal = event.ordinal();
   makeRoomInTail();
-  if (event->encodingError()) ++_unencodable;
-  _tail.chunk->write(_tail.count++, std::move(event), hash, ordinal);
+  _tail.chunk->events[_tail.count++] = std::move(event);
   ++_size;
   _nextOrdinal = std::max(_nextOrdinal, ordinal + 1);
 }
@@ -82,56 +111,78 @@ void EventList::makeRoomInTail() {
   if (!_tail.chunk) _tail.chunk = std::make_shared<Chunk>(Chunk::fullCapacity);
   if (_tail.chunk->claim(_tail.count)) return;
   // A copy of this list has gone on from here by itself.
-  const auto everything = [](std::size_t) { return true; };
   _tail = _tail.chunk->filtered(_tail.count, Chunk::fullCapacity, everything);
   _tail.chunk->claim(_tail.count);
 }
 
-void EventList::remove(const std::set<std::string>& ids) {
-  const IdFilter filter(ids);
-  auto kept = std::make_shared<Slices>();
-  kept->reserve(_full->size());
+/// Puts what `change(slice, capacity)` makes of each slice in its place, with room for `capacity`
+/// events at least.
+template <class Change>
+void EventList::changeSlices(Change change) {
+  auto changed = std::make_shared<Slices>();
+  changed->reserve(_full->size());
   for (const Slice& full : *_full) {
-    if (Slice rest = without(full, filter); rest.count > 0) kept->push_back(std::move(rest));
+    if (Slice slice = change(full, 0); slice.count > 0) changed->push_back(std::move(slice));
   }
-  _full = std::move(kept);
-  _tail = without(_tail, filter, Chunk::fullCapacity);
+  Slice tail = _tail.count > 0 ? change(_tail, Chunk::fullCapacity) : _tail;
+  _full = std::move(changed);
+  _tail = std::move(tail);
 }
 
-EventList::Slice EventList::without(const Slice& slice, const IdFilter& filter,
-                                    std::size_t capacity) {
-  std::vector<std::size_t> removed;
-  for (std::size_t i = 0; i < slice.count; ++i) {
-    const EventHandle& event = slice.chunk->events[i];
-    if (!filter.matches(slice.chunk->idHashes[i], *event)) continue;
-    removed.push_back(i);
-    if (event->encodingError()) --_unencodable;
-  }
-  _size -= removed.size();
-  if (removed.empty()) return slice;
-  if (removed.size() == slice.count) return {};
-  const std::size_t rest = slice.count - removed.size();
-  return slice.chunk->filtered(slice.count, std::max(rest, capacity), [&](std::size_t i) {
-    return !std::binary_search(removed.begin(), removed.end(), i);
+void EventList::remove(const std::set<std::string>& ids) {
+  const IdFilter filter(ids);
+  std::size_t size = _size, unencodable = _unencodable;
+  changeSlices([&](const Slice& slice, std::size_t capacity) -> Slice {
+    std::vector<std::uint64_t> removed;
+    for (std::size_t i = 0; i < slice.count; ++i) {
+      const auto& event = slice.chunk->events[i];
+      if (!filter.matches(event)) continue;
+      removed.push_back(event.ordinal());
+      const auto inMemory = event.inMemory();
+      if (inMemory && inMemory->encodingError()) --unencodable;
+    }
+    size -= removed.size();
+    if (removed.empty()) return slice;
+    if (removed.size() == slice.count) return {};
+    const auto rest = slice.count - removed.size();
+    return slice.chunk->filtered(slice.count, std::max(rest, capacity), [&](const auto& event) {
+      return !std::ranges::binary_search(removed, event.ordinal());
+    });
+  });
+  _size = size;
+  _unencodable = unencodable;
+}
+
+void EventList::place(std::vector<Larder::SavedRow> rows) {
+  std::ranges::sort(rows, {}, &Larder::SavedRow::ordinal);
+  auto row = rows.begin();
+  changeSlices([&](const Slice& slice, std::size_t capacity) -> Slice {
+    while (row != rows.end() && row->ordinal < slice.firstOrdinal()) ++row;
+    if (row == rows.end() || row->ordinal > slice.lastOrdinal()) return slice;
+    Slice placed = slice.chunk->filtered(slice.count, std::max(slice.count, capacity), everything);
+    for (std::size_t i = 0; i < placed.count && row != rows.end(); ++i) {
+      auto& event = placed.chunk->events[i];
+      while (row != rows.end() && row->ordinal < event.ordinal()) ++row;
+      if (row == rows.end() || row->ordinal != event.ordinal() || event.id() == UUID()) continue;
+      event = PendingEvent({event.ordinal(), event.id(), std::move(row->place)});
+    }
+    return placed;
   });
 }
 
-Larder::ListEdit EventList::wholeEdit() const {
+Result<Larder::ListEdit, std::string> EventList::wholeEdit() const {
+  auto events = first(_size);
+  if (!events) return Failure{std::move(events.error())};
   Larder::ListEdit edit{.replacesAll = true, .removed = {}, .appended = {}};
-  appendRows(edit.appended, 0);
-  return edit;
-}
-
-void EventList::appendRows(std::vector<Larder::Row>& rows, std::uint64_t firstOrdinal) const {
-  std::size_t from = sliceCount();
-  while (from > 0 && slice(from - 1).lastOrdinal() >= firstOrdinal) --from;
-  for (std::size_t i = from; i < sliceCount(); ++i) {
-    const Chunk& chunk = *slice(i).chunk;
-    for (std::size_t k = 0; k < slice(i).count; ++k) {
-      if (chunk.ordinals[k] >= firstOrdinal)
-        rows.push_back({.ordinal = chunk.ordinals[k], .segment = chunk.events[k]});
+  edit.appended.reserve(_size);
+  auto event = events->begin();
+  for (std::size_t i = 0; i < sliceCount(); ++i) {
+    for (std::size_t k = 0; k < slice(i).count; ++k, ++event) {
+      const auto& pending = slice(i).chunk->events[k];
+      if (!(*event)->isLost()) edit.appended.push_back({pending.ordinal(), *event, pending.id()});
     }
   }
+  return edit;
 }
 
 /// Walks the ordinals of a list once, upwards.
@@ -153,9 +204,9 @@ class EventList::Cursor {
   /// Whether the list holds `ordinal`.
   bool seek(std::uint64_t ordinal) {
     if (!seekSlice(ordinal)) return false;
-    const auto& ordinals = _list.slice(_slice).chunk->ordinals;
-    while (ordinals[_place] < ordinal) ++_place;
-    return ordinals[_place] == ordinal;
+    const auto& events = _list.slice(_slice).chunk->events;
+    while (events[_place].ordinal() < ordinal) ++_place;
+    return events[_place].ordinal() == ordinal;
   }
 
  private:
@@ -199,13 +250,21 @@ Larder::ListEdit EventList::editFrom(const EventList& saved) const {
       removed.keep();
     } else {
       for (std::size_t k = 0; k < old.count; ++k) {
-        const std::uint64_t ordinal = old.chunk->ordinals[k];
+        const auto ordinal = old.chunk->events[k].ordinal();
         mine.seek(ordinal) ? removed.keep() : removed.remove({ordinal, ordinal + 1});
       }
     }
   }
   Larder::ListEdit edit{.replacesAll = false, .removed = removed.take(), .appended = {}};
-  appendRows(edit.appended, saved._nextOrdinal);
+  std::size_t from = sliceCount();
+  while (from > 0 && slice(from - 1).lastOrdinal() >= saved._nextOrdinal) --from;
+  for (std::size_t i = from; i < sliceCount(); ++i) {
+    for (std::size_t k = 0; k < slice(i).count; ++k) {
+      const auto& event = slice(i).chunk->events[k];
+      if (event.ordinal() < saved._nextOrdinal) continue;
+      edit.appended.push_back({event.ordinal(), event.inMemory(), event.id()});
+    }
+  }
   return edit;
 }
 

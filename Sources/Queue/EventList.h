@@ -1,17 +1,18 @@
 #pragma once
 
-#include "Events/EncodedEvent.h"
+#include <Kite/Base/Result.h>
+
+#include "Queue/PendingEvent.h"
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
 namespace kite {
-
-class IdFilter;
 
 /// A queue of events, oldest first, that is copied in constant time.
 ///
@@ -20,21 +21,32 @@ class IdFilter;
 /// for one thread at a time; its copies are independent of it and may live on other threads.
 class EventList {
  public:
+  /// The events, or why the file that has their texts cannot be read.
+  using Reading = Result<EventBatch, std::string>;
+
   EventList();
 
   std::size_t size() const { return _size; }
   bool empty() const { return _size == 0; }
-  const EventHandle& operator[](std::size_t index) const;
+
+  /// Whether the other list is a copy of this one, or the other way round.
+  bool isSame(const EventList& other) const {
+    return _full == other._full && _tail.chunk == other._tail.chunk &&
+           _tail.count == other._tail.count;
+  }
 
   /// Whether every event has a stored form.
   bool isEncodable() const { return _unencodable == 0; }
 
-  /// The oldest events, at most `count`.
-  EventBatch first(std::size_t count) const;
+  /// The oldest events, at most `count`. Reads the texts of those that were saved; one whose text
+  /// is damaged is lost, and is among them all the same.
+  Reading first(std::size_t count) const;
 
   void append(EventHandle event) { append(std::move(event), _nextOrdinal); }
   /// `ordinal` is above those of all events.
   void append(EventHandle event, std::uint64_t ordinal);
+  /// A saved event whose tag is its identifier.
+  void append(Larder::SavedRow row);
 
   /// Ordinals from `next` on are the first to be used.
   void skipOrdinals(std::uint64_t next) { _nextOrdinal = std::max(_nextOrdinal, next); }
@@ -42,8 +54,12 @@ class EventList {
   /// Removes every event with one of these identifiers.
   void remove(const std::set<std::string>& ids);
 
-  /// What takes a stored list from anything to this one.
-  Larder::ListEdit wholeEdit() const;
+  /// From now on the texts of these events are where they were saved, and not in memory. Rows that
+  /// the list does not hold, or without a tag, are ignored.
+  void place(std::vector<Larder::SavedRow> rows);
+
+  /// What takes a stored list from anything to this one, but for the events that are lost.
+  Result<Larder::ListEdit, std::string> wholeEdit() const;
   /// What takes a stored list from `saved`, an earlier state of this one, to this one. Costs time
   /// in proportion to the number of chunks and of changes.
   Larder::ListEdit editFrom(const EventList& saved) const;
@@ -64,10 +80,10 @@ class EventList {
   const Slice& slice(std::size_t index) const {
     return index < _full->size() ? (*_full)[index] : _tail;
   }
+  void append(PendingEvent event);
   void makeRoomInTail();
-  /// The slice, or a copy of what the filter leaves of it, with room for `capacity` events.
-  Slice without(const Slice& slice, const IdFilter& filter, std::size_t capacity = 0);
-  void appendRows(std::vector<Larder::Row>& rows, std::uint64_t firstOrdinal) const;
+  template <class Change>
+  void changeSlices(Change change);
 
   std::shared_ptr<const Slices> _full;  // never changes; a new one takes its place
   Slice _tail;                          // may have room for more; without events it has no chunk

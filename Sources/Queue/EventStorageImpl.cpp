@@ -11,6 +11,7 @@ namespace kite {
 
 using Larder::Durability;
 using Larder::EditOutcome;
+using Larder::EditResult;
 
 EventStorageImpl::~EventStorageImpl() {
   if (const auto cancel = _cancellable.take()) cancel();
@@ -21,20 +22,33 @@ EventStorageImpl::~EventStorageImpl() {
   if (const auto token = _sessionEndToken.take()) sessions.detachSessionEnd(*token);
 }
 
+/// `body(work)`, a member, once the events of the last run are loaded.
+template <class Body>
+void EventStorageImpl::runOnQueue(Body body) {
+  _dependencies->eventStorageQueue->run(weakly(weak_from_this(), [body](EventStorageImpl& self) {
+    const std::scoped_lock guard(self._work.mutex);
+    self.load(self._work);
+    (self.*body)(self._work);
+  }));
+}
+
 void EventStorageImpl::start(EventStorageDependencies dependencies) {
   const SessionListener sessionListener = dependencies.sessionListener;
   const bool isAnotherStart = static_cast<bool>(_dependencies.unwrapped());
   _dependencies.set(std::move(dependencies));
   if (isAnotherStart) _isBlockDue = true;  // the last one may go with the queue of before
-  load();
+  _isLoaded = false;
+  catchingBadAlloc([&] { runOnQueue(&EventStorageImpl::load); });
   startTimer();
   addObservers(sessionListener);
 }
 
-void EventStorageImpl::load() {
-  auto stored = StoredEventList::load(*_dependencies->kvStorage, pendingEventsKey);
-  _savedEvents.set(stored.isSaved ? std::optional(stored.events) : std::nullopt);
-  _pendingEvents.set(std::move(stored.events));
+EventList EventStorageImpl::pendingEvents() const {
+  if (!_isLoaded) {
+    const std::scoped_lock guard(_work.mutex);
+    load(_work);
+  }
+  return _pendingEvents.copy();
 }
 
 void EventStorageImpl::startTimer() {
@@ -61,102 +75,115 @@ void EventStorageImpl::removeEvents(std::set<std::string> ids) {
   submit(std::make_unique<PendingChange>(std::move(ids)));
 }
 
-// One block makes all changes that were submitted by then, so that most find it sent for. When
-// there is no memory for it the next change sends it, or the next flush makes them.
+// One block makes all changes that were submitted by then, so that most calls find one on its way.
+// When there is no memory for it the next change submits it, or the next flush makes the changes.
 void EventStorageImpl::submit(std::unique_ptr<PendingChange> change) {
   const auto dependencies = _dependencies.get();
   const bool isFirst = _submitted.add(std::move(change));
   if (!isFirst && !_isBlockDue) return;
-  _isBlockDue = !catchingBadAlloc([&] {
-    dependencies->eventStorageQueue->run(
-        weakly(weak_from_this(), [](EventStorageImpl& self) { self.makeSubmittedChanges(); }));
-  });
+  _isBlockDue = !catchingBadAlloc([&] { runOnQueue(&EventStorageImpl::makeSubmittedChanges); });
 }
 
 void EventStorageImpl::onSessionStart() {
   if (!cancellable()) startTimer();
 }
 
-void EventStorageImpl::onSessionEnd() { enqueueFlush(); }
+void EventStorageImpl::onSessionEnd() { runOnQueue(&EventStorageImpl::flush); }
 
 void EventStorageImpl::timerFired() {
-  if (_isDirty || _isWriteDue || _isBlockDue) enqueueFlush();
+  if (_isDirty || _isWriteDue || _isBlockDue) runOnQueue(&EventStorageImpl::flush);
 }
 
-void EventStorageImpl::enqueueFlush() {
-  _dependencies->eventStorageQueue->run(
-      weakly(weak_from_this(), [](EventStorageImpl& self) { self.flush(); }));
+// Not in `start`, whose caller would wait for the disk. Whoever comes first loads.
+void EventStorageImpl::load(Work& work) const {
+  if (_isLoaded) return;
+  work.store = _dependencies->kvStorage;
+  auto stored = StoredEventList::load(*work.store, pendingEventsKey);
+  work.saved = stored.isSaved ? std::optional(stored.events) : std::nullopt;
+  work.placed.clear();
+  _pendingEvents.set(std::move(stored.events));
+  _isLoaded = true;
 }
 
-// What a turn that found no memory has left comes first.
-void EventStorageImpl::makeSubmittedChanges() {
-  makeChanges();
+// Finish the changes left by a run that threw `bad_alloc`.
+void EventStorageImpl::makeSubmittedChanges(Work& work) {
+  makeChanges(work);
   _isBlockDue = false;
-  _changes = _submitted.takeAll().reversed();
-  makeChanges();
+  work.changes = _submitted.takeAll().reversed();
+  makeChanges(work);
 }
 
-// The queue runs a block again that found no memory: what is made by then is not made twice.
-void EventStorageImpl::makeChanges() {
+// The queue runs a block again that threw `bad_alloc`: what is made by then is not made twice.
+void EventStorageImpl::makeChanges(Work& work) {
   const ReadSection section;  // the changes read their dependencies one by one
-  while (!_changes.empty()) {
-    if (!_isFirstMade) updateMemoryPendingEvents(_changes.first());
-    _isFirstMade = true;
-    writeThrough();
-    _isFirstMade = false;
-    _spent.add(_changes.takeFirst());
+  while (!work.changes.empty()) {
+    if (!work.isFirstMade) updateMemoryPendingEvents(work, work.changes.first());
+    work.isFirstMade = true;
+    if (_dependencies->backgroundChecker.isInBackground())
+      alignMemoryAndDisk(work, Durability::survivesKill);
+    work.isFirstMade = false;
+    _spent.add(work.changes.takeFirst());
   }
 }
 
-void EventStorageImpl::updateMemoryPendingEvents(const PendingChange& change) {
+void EventStorageImpl::updateMemoryPendingEvents(Work& work, const PendingChange& change) {
+  const auto append = [&](EventHandle event) {
+    _pendingEvents.with([&](EventList& events) { events.append(std::move(event)); });
+  };
   if (const auto* tracked = std::get_if<TrackedAction>(&change.content)) {
-    append(_encoder.encode(tracked->action, tracked->app.view()));
+    append(work.encoder.encode(tracked->action, tracked->app.view()));
   } else if (const auto* record = std::get_if<StoredEvent>(&change.content)) {
-    append(_encoder.encode(*record));
+    append(work.encoder.encode(*record));
   } else {
-    remove(std::get<PendingChange::Removal>(change.content));
+    auto events = _pendingEvents.copy();
+    events.remove(std::get<PendingChange::Removal>(change.content));
+    _pendingEvents.set(std::move(events));
   }
   _isDirty = true;
 }
 
-void EventStorageImpl::append(EventHandle event) {
-  _pendingEvents.with([&](EventList& events) { events.append(std::move(event)); });
+void EventStorageImpl::flush(Work& work) {
+  makeSubmittedChanges(work);
+  alignMemoryAndDisk(work, Durability::survivesPowerCut);
+  releaseTexts(work);
 }
 
-void EventStorageImpl::remove(const PendingChange::Removal& ids) {
-  auto events = pendingEvents();
-  events.remove(ids);
-  _pendingEvents.set(std::move(events));
-}
-
-void EventStorageImpl::writeThrough() {
-  if (_dependencies->backgroundChecker.isInBackground())
-    alignMemoryAndDisk(Durability::survivesKill);
-}
-
-void EventStorageImpl::flush() {
-  makeSubmittedChanges();
-  alignMemoryAndDisk(Durability::survivesPowerCut);
-}
-
-void EventStorageImpl::alignMemoryAndDisk(Durability durability) {
-  storePendingEvents(pendingEvents(), durability);
+void EventStorageImpl::alignMemoryAndDisk(Work& work, Durability durability) {
+  storePendingEvents(work, durability);
   _isDirty = false;
 }
 
-void EventStorageImpl::storePendingEvents(const EventList& events, Durability durability) {
+void EventStorageImpl::storePendingEvents(Work& work, Durability durability) {
+  constexpr std::size_t manyTexts = 512;
+  const auto events = _pendingEvents.copy();
   // The stored value is one array: an event without a text leaves it as it was written last.
   if (!events.isEncodable()) return;
   const auto save = [&](const Larder::ListEdit& edit) {
-    return _dependencies->kvStorage->edit(pendingEventsKey, edit, durability);
+    return work.store->edit(pendingEventsKey, edit, durability);
   };
   // Of an edit that memory ran out on nobody knows how far it came: then all is written anew.
-  auto savedEvents = _savedEvents.take();
-  auto outcome = savedEvents ? save(events.editFrom(*savedEvents)) : EditOutcome::listIsGone;
-  if (outcome == EditOutcome::listIsGone) outcome = save(events.wholeEdit());
-  const bool isSaved = outcome == EditOutcome::saved;
-  _savedEvents.set(isSaved ? std::optional(events) : std::move(savedEvents));
-  _isWriteDue = !isSaved;
+  auto saved = std::exchange(work.saved, std::nullopt);
+  auto result = saved ? save(events.editFrom(*saved)) : EditResult{EditOutcome::listIsGone};
+  if (result.outcome == EditOutcome::listIsGone) {
+    const auto edit = events.wholeEdit();
+    result = edit ? save(*edit) : EditResult{EditOutcome::failed};
+  }
+  const bool isSaved =
+      result.outcome == EditOutcome::saved || result.outcome == EditOutcome::savedUnsynced;
+  work.saved = isSaved ? std::optional(events) : std::move(saved);
+  _isWriteDue = result.outcome != EditOutcome::saved;
+  work.placed.insert(work.placed.end(), result.placed.begin(), result.placed.end());
+  if (work.placed.size() >= manyTexts) releaseTexts(work);
+}
+
+// Many at a time, because each time costs a copy of the chunks that they are in.
+void EventStorageImpl::releaseTexts(Work& work) {
+  if (work.placed.empty()) return;
+  auto events = _pendingEvents.copy();
+  const bool areSaved = work.saved && work.saved->isSame(events);
+  events.place(std::exchange(work.placed, {}));
+  if (areSaved) work.saved = events;
+  _pendingEvents.set(std::move(events));
 }
 
 }  // namespace kite

@@ -9,9 +9,11 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string_view>
 #include <type_traits>
+#include <vector>
 
 namespace kite {
 
@@ -30,7 +32,8 @@ class EventStorageImpl final : public EventStorage,
   EventStorageImpl& operator=(const EventStorageImpl&) = delete;
 
   void start(EventStorageDependencies dependencies) override;
-  EventList pendingEvents() const override { return _pendingEvents.copy(); }
+  /// Waits for the events of the last run to be loaded.
+  EventList pendingEvents() const override;
   void insert(TrackedEvent event) override;
   void removeEvents(std::set<std::string> ids) override;
 
@@ -45,41 +48,49 @@ class EventStorageImpl final : public EventStorage,
   void onSessionEnd();
 
  private:
-  void load();
+  /// What blocks of the queue work on. Guarded by `mutex`: after another `start` blocks of two
+  /// queues may run at a time.
+  struct Work {
+    std::mutex mutex;
+    std::shared_ptr<Larder::KVStorage> store;  // which the events were loaded from
+    std::optional<EventList> saved;            // what it holds, when that is known
+    std::vector<Larder::SavedRow> placed;      // events that need no longer stay in memory
+    Chain<PendingChange> changes;
+    bool isFirstMade = false;
+    EventEncoder encoder;
+  };
+
   void startTimer();
   void addObservers(const SessionListener& sessionListener);
   void timerFired();
   void submit(std::unique_ptr<PendingChange> change);
-  void enqueueFlush();
+  template <class Body>
+  void runOnQueue(Body body);
 
-  // On `eventStorageQueue` only.
-  void makeSubmittedChanges();
-  void makeChanges();
-  void flush();
-  void updateMemoryPendingEvents(const PendingChange& change);
-  void append(EventHandle event);
-  void remove(const PendingChange::Removal& ids);
-  void writeThrough();
-  void alignMemoryAndDisk(Larder::Durability durability);
-  void storePendingEvents(const EventList& events, Larder::Durability durability);
+  // With the lock of `_work`.
+  void load(Work& work) const;
+  void makeSubmittedChanges(Work& work);
+  void makeChanges(Work& work);
+  void flush(Work& work);
+  void updateMemoryPendingEvents(Work& work, const PendingChange& change);
+  void alignMemoryAndDisk(Work& work, Larder::Durability durability);
+  void storePendingEvents(Work& work, Larder::Durability durability);
+  void releaseTexts(Work& work);
 
   Started<EventStorageDependencies> _dependencies{"Call start before using the EventStorage",
                                                   {"EventStorage", "", 84}};
-  Guarded<EventList> _pendingEvents;
+  mutable Guarded<EventList> _pendingEvents;
+  mutable std::atomic<bool> _isLoaded{true};  // false between `start` and the end of loading
   std::atomic<bool> _isDirty{false};
   std::atomic<bool> _isWriteDue{false};  // the last write failed
   std::atomic<bool> _isBlockDue{false};  // changes were submitted that no block makes
   Guarded<std::optional<CancelToken>> _sessionStartToken;
   Guarded<std::optional<CancelToken>> _sessionEndToken;
   Guarded<Tempra::Cancel> _cancellable;
-  Guarded<std::optional<EventList>> _savedEvents;  // what the store holds, when that is known
 
   MPSCStack<PendingChange> _submitted;
   ReclaimList _spent;
-  // On `eventStorageQueue` only.
-  Chain<PendingChange> _changes;
-  bool _isFirstMade = false;
-  EventEncoder _encoder;
+  mutable Work _work;
 };
 
 static_assert(std::is_default_constructible_v<EventStorageImpl>);

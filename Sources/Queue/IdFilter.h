@@ -1,19 +1,13 @@
 #pragma once
 
-#include "Events/EncodedEvent.h"
+#include "Queue/PendingEvent.h"
 
 #include <bitset>
-#include <cstdint>
 #include <set>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 namespace kite {
-
-std::uint64_t idHash(std::string_view id);
-std::uint64_t idHash(const EncodedEvent& event);
 
 /// A set of identifiers, made to be asked about very many events of which few or none are in it.
 class IdFilter {
@@ -21,20 +15,22 @@ class IdFilter {
   /// `ids` outlives the filter.
   explicit IdFilter(const std::set<std::string>& ids);
 
-  /// `hash` is that of the event's identifier.
-  bool matches(std::uint64_t hash, const EncodedEvent& event) const {
-    return mayHold(hash) && holds(hash, event);
+  bool matches(const PendingEvent& event) const {
+    return event.id() == UUID() ? matchesText(event)
+                                : _sieve[slot(event.id())] && holds(event.id());
   }
-  /// False only when no identifier of the set has this hash.
-  bool mayHold(std::uint64_t hash) const { return _sieve[hash % sieveSize]; }
 
  private:
-  bool holds(std::uint64_t hash, const EncodedEvent& event) const;
-
   static constexpr std::size_t sieveSize = 1 << 16;
 
+  /// By the last bytes, which are random in a random UUID.
+  static std::size_t slot(const UUID& id) { return id.bytes[14] << 8U | id.bytes[15]; }
+  bool holds(const UUID& id) const;
+  bool matchesText(const PendingEvent& event) const;
+
   std::bitset<sieveSize> _sieve;
-  std::vector<std::pair<std::uint64_t, std::string_view>> _byHash;  // sorted
+  std::vector<UUID> _uuids;  // sorted
+  const std::set<std::string>& _texts;
 };
 
 }  // namespace kite

@@ -1,82 +1,70 @@
 #include "Queue/StoredEventList.h"
 
+#include "JSON/JSONDecoder.h"
 #include "Queue/EventReader.h"
 
-#include <simdjson.h>
-
-#include <cstdint>
-#include <new>
 #include <optional>
-#include <string>
-#include <string_view>
+#include <span>
 #include <utility>
 
 namespace kite {
 namespace {
 
-/// The events of a list, unless any of its elements is none.
-class EventRows final : public Larder::ListReader {
- public:
-  void begin(std::uint64_t next) override {
-    _events.emplace();
-    _events->skipOrdinals(next);
-  }
-  void take(std::uint64_t ordinal, std::string_view text) override {
-    if (!_events) return;
-    if (auto event = _reader.read(text)) {
-      _events->append(std::move(event), ordinal);
-    } else {
-      _events.reset();
-    }
-  }
-  std::optional<EventList> events() && { return std::move(_events); }
+/// The event of a row that must be read, lost when its text is damaged. Nothing when the text is no
+/// event; null when it cannot be read now, and waits for the next start.
+std::optional<EventHandle> readRow(const Larder::SavedRow& row, EventReader& reader) {
+  EventHandle event;
+  bool isEvent = true;
+  const auto error =
+      row.place.file->read(std::span(&row.place, 1), [&](std::optional<std::string_view> text) {
+        event = text ? reader.read(*text) : EncodedEvent::lost(UUID());
+        isEvent = event != nullptr;
+      });
+  if (error) return EventHandle();
+  return isEvent ? std::optional(event) : std::nullopt;
+}
 
- private:
-  EventReader _reader;
-  std::optional<EventList> _events;
-};
-
-/// Walks the array without building values; what is between the elements is checked here, the
-/// elements by the reader.
-std::optional<EventList> readArray(std::string_view text) {
-  std::string padded;
-  padded.reserve(text.size() + simdjson::SIMDJSON_PADDING);
-  padded.assign(text).append(simdjson::SIMDJSON_PADDING, ' ');
-  simdjson::ondemand::parser parser;
-  simdjson::ondemand::document document;
-  simdjson::ondemand::array elements;
-  const auto error = parser.iterate(padded.data(), text.size(), padded.size()).get(document);
-  // Memory that ran out says nothing about the text.
-  if (error == simdjson::MEMALLOC) throw std::bad_alloc();
-  if (error || document.get_array().get(elements)) return std::nullopt;
+// A row with a tag need not be read: it was an event when it was written.
+std::optional<EventList> eventsOf(Larder::SavedList list) {
   EventReader reader;
   EventList events;
-  for (auto element : elements) {
-    simdjson::ondemand::object object;
-    std::string_view elementText;
-    if (element.get_object().get(object) || object.raw_json().get(elementText)) return std::nullopt;
-    auto event = reader.read(elementText.substr(0, elementText.rfind('}') + 1));
+  events.skipOrdinals(list.next);
+  for (auto& row : list.rows) {
+    if (row.tag != UUID()) {
+      events.append(std::move(row));
+      continue;
+    }
+    auto event = readRow(row, reader);
+    if (!event) return std::nullopt;
+    if (*event) events.append(*std::move(event), row.ordinal);
+  }
+  return events;
+}
+
+std::optional<EventList> eventsOf(std::string_view array) {
+  const auto json = decodeJSON(array);
+  if (!json || !json->array()) return std::nullopt;
+  EventReader reader;
+  EventList events;
+  for (const auto& element : *json->array()) {
+    auto event = reader.read(element);
     if (!event) return std::nullopt;
     events.append(std::move(event));
   }
-  const bool isAtEnd = document.current_location().error() == simdjson::OUT_OF_BOUNDS;
-  return isAtEnd ? std::optional(std::move(events)) : std::nullopt;
-}
-
-StoredEventList queue(std::optional<EventList> events, bool isList) {
-  const bool isSaved = isList && events.has_value();
-  return {.events = std::move(events).value_or(EventList()), .isSaved = isSaved};
+  return events;
 }
 
 }  // namespace
 
 StoredEventList StoredEventList::load(const Larder::KVStorage& storage, std::string_view key) {
-  EventRows rows;
-  if (storage.readList(key, rows)) return queue(std::move(rows).events(), /*isList=*/true);
+  if (auto list = storage.readList(key)) {
+    auto events = eventsOf(*std::move(list));
+    const bool isSaved = events.has_value();
+    return {std::move(events).value_or(EventList()), isSaved};
+  }
   const auto value = storage.read(key);
-  // What has rows is a list that could not be read.
-  const bool isBytes = value && !value->rows();
-  return queue(isBytes ? readArray(value->data().bytes) : std::nullopt, /*isList=*/false);
+  auto events = value ? eventsOf(value->data().bytes) : std::nullopt;
+  return {std::move(events).value_or(EventList()), /*isSaved=*/false};
 }
 
 }  // namespace kite

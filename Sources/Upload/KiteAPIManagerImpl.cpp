@@ -128,6 +128,8 @@ std::shared_ptr<const Data> KiteAPIManagerImpl::prepareBody(
   ServerBody body{.delta = arguments.delta,
                   .lastEventTimestamp = arguments.lastEventTimestamp,
                   .events = arguments.events};
+  std::erase_if(body.events, [](const auto& event) { return event->isLost(); });
+  if (body.events.empty() && !arguments.events.empty()) return nullptr;
   auto gzip = _makeGzip(Gzip::defaultLevel);
   if (body.write(*gzip, arguments.now)) {
     body.events = encodable(arguments);
@@ -145,6 +147,7 @@ EventBatch KiteAPIManagerImpl::encodable(const PrepareBodyArguments& arguments) 
   EventBatch kept;
   std::string text;
   for (const auto& event : arguments.events) {
+    if (event->isLost()) continue;
     text.clear();
     if (const auto error = event->appendStamped(text, arguments.now)) {
       report(WhiskerEvents::jsonEncodingError(event->event(), *error));

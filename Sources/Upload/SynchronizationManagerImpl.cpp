@@ -125,12 +125,16 @@ void SynchronizationManagerImpl::sync(bool suspendAfterSync) {
 void SynchronizationManagerImpl::performSync(bool suspendAfterSync,
                                              CompletionBlock completionBlock) {
   if (isSuspended()) return completionBlock();
-  EventBatch batch = _dependencies->storage->pendingEvents().first(batchLimit);
-  if (batch.empty()) {
+  auto batch = _dependencies->storage->pendingEvents().first(batchLimit);
+  if (!batch) {
+    _system.print("[KITE] ❌ ERROR: the pending events cannot be read: " + batch.error());
+    return completionBlock();
+  }
+  if (batch->empty()) {
     setSuspended(suspendAfterSync);
     return completionBlock();
   }
-  send(std::move(batch), suspendAfterSync, std::move(completionBlock));
+  send(*std::move(batch), suspendAfterSync, std::move(completionBlock));
 }
 
 void SynchronizationManagerImpl::send(EventBatch batch, bool suspendAfterSync,

@@ -3,8 +3,8 @@
 #include "Support/AppendRows.h"
 #include "Support/FakeSystem.h"
 #include "Support/InMemoryKVStorage.h"
+#include "Support/Rows.h"
 #include "Support/TemporaryFolder.h"
-#include "Support/TextSegment.h"
 
 #include <gtest/gtest.h>
 
@@ -60,13 +60,12 @@ class KVStorageContract : public testing::Test {
   }
   std::vector<std::uint64_t> ordinals(const char* key) {
     std::vector<std::uint64_t> ordinals;
-    const auto value = storage().read(key);
-    if (value && value->rows())
-      for (const auto& row : *value->rows()) ordinals.push_back(row.ordinal);
+    if (const auto list = storage().readList(key))
+      for (const auto& row : list->rows) ordinals.push_back(row.ordinal);
     return ordinals;
   }
   EditOutcome edit(const char* key, const ListEdit& edit) {
-    return storage().edit(key, edit, Larder::Durability::survivesKill);
+    return storage().edit(key, edit, Larder::Durability::survivesKill).outcome;
   }
   bool append(const char* key, std::vector<Larder::Row> rows) {
     return appendRows(storage(), key, std::move(rows));
@@ -233,43 +232,51 @@ TYPED_TEST(KVStorageContract, anEditThatReplacesAllMakesAnEmptyListOfNothing) {
   EXPECT_EQ(this->edit("l", {.replacesAll = true, .removed = {}, .appended = {}}),
             EditOutcome::saved);
   EXPECT_EQ(this->text("l"), "[]");
-  ASSERT_NE(this->storage().read("l"), nullptr);
-  EXPECT_NE(this->storage().read("l")->rows(), nullptr);
+  EXPECT_TRUE(this->storage().readList("l"));
 }
 
 TYPED_TEST(KVStorageContract, bytesAreNoList) {
   this->storage().write("k", {"[1]"});
-  EXPECT_EQ(this->storage().read("k")->rows(), nullptr);
+  EXPECT_FALSE(this->storage().readList("k"));
 }
 
-/// What is taken, as one text.
-class TakenElements final : public Larder::ListReader {
- public:
-  void begin(std::uint64_t) override { text = "begin"; }
-  void take(std::uint64_t ordinal, std::string_view element) override {
-    text.append(" ").append(std::to_string(ordinal)).append(":").append(element);
+TYPED_TEST(KVStorageContract, tellsOfAListWithoutReadingIt) {
+  auto tagged = row(7, "2");
+  tagged.tag = UUID::noop();
+  this->append("l", {row(1, "{\"a\":1}"), tagged});
+  for (const bool isNextStart : {false, true}) {
+    if (isNextStart) this->setting.restart();
+    const auto list = this->storage().readList("l");
+    ASSERT_TRUE(list);
+    EXPECT_EQ(list->next, 8U);
+    EXPECT_EQ(readRows(*list), (std::vector<ReadRow>{{1, "{\"a\":1}"}, {7, "2"}}));
+    EXPECT_EQ(list->rows[0].tag, UUID());
+    EXPECT_EQ(list->rows[1].tag, UUID::noop());
   }
-
-  std::string text = "nothing";
-};
-
-TYPED_TEST(KVStorageContract, handsAListOverElementByElement) {
-  this->append("l", {row(1, "{\"a\":1}"), row(7, "2")});
-  TakenElements taken;
-  EXPECT_TRUE(this->storage().readList("l", taken));
-  EXPECT_EQ(taken.text, "begin 1:{\"a\":1} 7:2");
   this->edit("l", {.replacesAll = true, .removed = {}, .appended = {}});
-  EXPECT_TRUE(this->storage().readList("l", taken));
-  EXPECT_EQ(taken.text, "begin");
+  EXPECT_TRUE(this->storage().readList("l")->rows.empty());
 }
 
-TYPED_TEST(KVStorageContract, handsNothingOverOfWhatIsNoList) {
+TYPED_TEST(KVStorageContract, anEditTellsWhereItsRowsAre) {
+  const auto result = this->storage().edit(
+      "l", {.replacesAll = true, .removed = {}, .appended = {row(1, "1"), row(2, "{\"a\":1}")}},
+      Larder::Durability::survivesKill);
+  EXPECT_EQ(readRows({.next = 3, .rows = result.placed}),
+            (std::vector<ReadRow>{{1, "1"}, {2, "{\"a\":1}"}}));
+}
+
+TYPED_TEST(KVStorageContract, rowsCanBeReadAfterTheListHasLostThem) {
+  this->append("l", {row(1, "1"), row(2, "2")});
+  const auto list = *this->storage().readList("l");
+  this->edit("l", {.replacesAll = false, .removed = {{1, 2}}, .appended = {}});
+  this->storage().remove("l");
+  EXPECT_EQ(readRows(list), (std::vector<ReadRow>{{1, "1"}, {2, "2"}}));
+}
+
+TYPED_TEST(KVStorageContract, tellsNothingOfWhatIsNoList) {
   this->storage().write("k", {"[1]"});
   this->storage().writeNumber("n", 1);
-  TakenElements taken;
-  for (const auto* key : {"k", "n", "absent"})
-    EXPECT_FALSE(this->storage().readList(key, taken)) << key;
-  EXPECT_EQ(taken.text, "nothing");
+  for (const auto* key : {"k", "n", "absent"}) EXPECT_FALSE(this->storage().readList(key)) << key;
 }
 
 TYPED_TEST(KVStorageContract, anEditAppendsBehindWhatStays) {
@@ -281,27 +288,25 @@ TYPED_TEST(KVStorageContract, anEditAppendsBehindWhatStays) {
 TYPED_TEST(KVStorageContract, anEditRemovesRangesThatExcludeTheirEnd) {
   this->append("l", {row(1, "1"), row(2, "2"), row(3, "3"), row(4, "4"), row(5, "5")});
   EXPECT_EQ(
-      this->edit(
-          "l", {.replacesAll = false, .removed = {{1, 3}, {4, 5}}, .appended = {row(6, "6")}}),
+      this->edit("l",
+                 {.replacesAll = false, .removed = {{1, 3}, {4, 5}}, .appended = {row(6, "6")}}),
       EditOutcome::saved);
   EXPECT_EQ(this->text("l"), "[3,5,6]");
 }
 
 TYPED_TEST(KVStorageContract, anEditIgnoresTheRemovalOfWhatIsNotThere) {
   this->append("l", {row(3, "3")});
-  EXPECT_EQ(this->edit(
-                "l", {.replacesAll = false,
-                      .removed = {{0, 3}, {4, std::numeric_limits<std::uint64_t>::max()}},
-                      .appended = {}}),
+  EXPECT_EQ(this->edit("l", {.replacesAll = false,
+                             .removed = {{0, 3}, {4, std::numeric_limits<std::uint64_t>::max()}},
+                             .appended = {}}),
             EditOutcome::saved);
   EXPECT_EQ(this->text("l"), "[3]");
 }
 
 TYPED_TEST(KVStorageContract, anEditThatReplacesAllBeginsFromNothing) {
   this->append("l", {row(1, "1"), row(2, "2")});
-  EXPECT_EQ(
-      this->edit("l", {.replacesAll = true, .removed = {}, .appended = {row(1, "9")}}),
-      EditOutcome::saved);
+  EXPECT_EQ(this->edit("l", {.replacesAll = true, .removed = {}, .appended = {row(1, "9")}}),
+            EditOutcome::saved);
   EXPECT_EQ(this->text("l"), "[9]");
 }
 
@@ -316,9 +321,8 @@ TYPED_TEST(KVStorageContract, anEditOfWhatIsNoListChangesNothing) {
 
 TYPED_TEST(KVStorageContract, anEditThatReplacesAllTakesThePlaceOfBytes) {
   this->storage().write("l", {"[7,8]"});
-  EXPECT_EQ(
-      this->edit("l", {.replacesAll = true, .removed = {}, .appended = {row(1, "1")}}),
-      EditOutcome::saved);
+  EXPECT_EQ(this->edit("l", {.replacesAll = true, .removed = {}, .appended = {row(1, "1")}}),
+            EditOutcome::saved);
   EXPECT_EQ(this->text("l"), "[1]");
 }
 
@@ -326,7 +330,7 @@ TYPED_TEST(KVStorageContract, aWriteReplacesAListWhole) {
   this->append("l", {row(1, "1")});
   this->storage().write("l", {"[2]"});
   EXPECT_EQ(this->text("l"), "[2]");
-  EXPECT_EQ(this->storage().read("l")->rows(), nullptr);
+  EXPECT_FALSE(this->storage().readList("l"));
   EXPECT_TRUE(this->append("l", {row(1, "3")}));
   EXPECT_EQ(this->text("l"), "[3]");
 }

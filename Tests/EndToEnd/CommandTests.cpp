@@ -11,6 +11,7 @@ namespace {
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 MATCHER(isOneLine, "") { return arg.size() > 1 && arg.find('\n') == arg.size() - 1; }
@@ -125,6 +126,10 @@ TEST(Command, readsAndWritesSecrets) {
             0);
   EXPECT_EQ(run({"store", "--state", state, "--secrets", "get", "s"}).output, "archive");
   EXPECT_EQ(run({"store", "--state", state, "--secrets", "keys"}).output, "s\n");
+  const auto check = run({"store", "--state", state, "--secrets", "check"});
+  EXPECT_EQ(check.status, 0);
+  EXPECT_THAT(check.output, HasSubstr("secrets.values.log  "));
+  EXPECT_THAT(check.output, Not(HasSubstr("damaged")));
   const auto number = run({"store", "--state", state, "--secrets", "put", "n",
                            writeFile(folder / "2", "1"), "--as", "number"});
   EXPECT_EQ(number.status, 1);

@@ -6,6 +6,9 @@
 
 #include <gmock/gmock.h>
 
+#include <optional>
+#include <span>
+#include <string_view>
 #include <thread>
 
 namespace kite::test {
@@ -54,23 +57,20 @@ TEST(EventListTests, beginsEmpty) {
   const EventList list;
   EXPECT_TRUE(list.empty());
   EXPECT_EQ(list.size(), 0U);
-  EXPECT_THAT(list.first(10), IsEmpty());
+  EXPECT_THAT(*list.first(10), IsEmpty());
 }
 
 TEST(EventListTests, keepsTheOrderOfInsertionAcrossChunks) {
   const auto list = listOf(1300);
   EXPECT_EQ(list.size(), 1300U);
   EXPECT_EQ(idsOf(list), idsWhere(1300, [](std::size_t) { return true; }));
-  EXPECT_EQ(list[0]->id(), "E-0");
-  EXPECT_EQ(list[512]->id(), "E-512");
-  EXPECT_EQ(list[1299]->id(), "E-1299");
 }
 
 TEST(EventListTests, givesTheOldestEventsAtMostAsManyAsThereAre) {
   const auto list = listOf(700);
-  EXPECT_EQ(idsOf(list.first(600)), idsWhere(600, [](std::size_t) { return true; }));
-  EXPECT_EQ(list.first(701).size(), 700U);
-  EXPECT_THAT(list.first(0), IsEmpty());
+  EXPECT_EQ(idsOf(*list.first(600)), idsWhere(600, [](std::size_t) { return true; }));
+  EXPECT_EQ(list.first(701)->size(), 700U);
+  EXPECT_THAT(*list.first(0), IsEmpty());
 }
 
 TEST(EventListTests, aCopyStaysAsItWas) {
@@ -150,11 +150,11 @@ TEST(EventListTests, isEncodableWhileEveryEventIs) {
 }
 
 TEST(EventListTests, aWholeEditReplacesEverything) {
-  const auto edit = listOf(3).wholeEdit();
+  const auto edit = *listOf(3).wholeEdit();
   EXPECT_TRUE(edit.replacesAll);
   EXPECT_THAT(edit.removed, IsEmpty());
   EXPECT_THAT(appendedOrdinals(edit), ElementsAre(0, 1, 2));
-  EXPECT_EQ(storedText(*edit.appended[1].segment), textOfAnEvent("E-1"));
+  EXPECT_EQ(storedText(*edit.appended[1].text), textOfAnEvent("E-1"));
 }
 
 TEST(EventListTests, anEditHoldsWhatWasAppended) {
@@ -165,7 +165,7 @@ TEST(EventListTests, anEditHoldsWhatWasAppended) {
   EXPECT_FALSE(edit.replacesAll);
   EXPECT_THAT(edit.removed, IsEmpty());
   EXPECT_THAT(appendedOrdinals(edit), ElementsAre(511, 512, 513));
-  EXPECT_EQ(storedText(*edit.appended[2].segment), textOfAnEvent("E-513"));
+  EXPECT_EQ(storedText(*edit.appended[2].text), textOfAnEvent("E-513"));
 }
 
 TEST(EventListTests, anEditOfAnUnchangedListIsEmpty) {
@@ -206,14 +206,14 @@ TEST(EventListTests, neverUsesAnOrdinalTwice) {
   auto list = listOf(3);
   list.remove(ids(0, 3));
   append(list, 3, 4);
-  EXPECT_THAT(appendedOrdinals(list.wholeEdit()), ElementsAre(3));
+  EXPECT_THAT(appendedOrdinals(*list.wholeEdit()), ElementsAre(3));
 }
 
 TEST(EventListTests, goesOnAfterAnOrdinalThatItWasGiven) {
   EventList list;
   list.append(pending(anEvent("A")), 7);
   list.append(pending(anEvent("B")));
-  EXPECT_THAT(appendedOrdinals(list.wholeEdit()), ElementsAre(7, 8));
+  EXPECT_THAT(appendedOrdinals(*list.wholeEdit()), ElementsAre(7, 8));
 }
 
 /// A source of numbers that look random and are the same each time.
@@ -233,7 +233,7 @@ TEST(EventListTests, editsBringAStoreFromEachSavedStateToTheNext) {
   InMemoryKVStorage store;
   EventList list;
   EventList saved;
-  store.edit("key", list.wholeEdit(), Larder::Durability::survivesKill);
+  store.edit("key", *list.wholeEdit(), Larder::Durability::survivesKill);
   std::size_t next = 0;
   for (int round = 0; round < 60; ++round) {
     const std::size_t grown = next + numbers.below(300);
@@ -254,20 +254,146 @@ TEST(EventListTests, editsBringAStoreFromEachSavedStateToTheNext) {
   }
 }
 
-TEST(IdFilterTests, tellsEventsApartWhoseHashesAreTheSame) {
-  const std::set<std::string> wanted{"A"};
-  const IdFilter filter(wanted);
-  EXPECT_TRUE(filter.matches(idHash("A"), *pending(anEvent("A"))));
-  EXPECT_FALSE(filter.matches(idHash("A"), *pending(anEvent("B"))));
+// The rest is about events whose texts are in a store.
+
+constexpr std::string_view savedKey = "key";
+
+std::string uuid(std::size_t number) {
+  UUID id;
+  id.bytes[0] = 0xAB;
+  id.bytes[14] = static_cast<std::uint8_t>(number >> 8);
+  id.bytes[15] = static_cast<std::uint8_t>(number);
+  return id.text();
 }
 
-TEST(IdFilterTests, passesOverHashesThatItDoesNotKnow) {
-  const std::set<std::string> wanted{"A"};
+/// Events with UUIDs, saved and read by their places from now on.
+EventList savedList(InMemoryKVStorage& store, std::size_t count) {
+  EventList list;
+  for (std::size_t i = 0; i < count; ++i) list.append(pending(anEvent(uuid(i))));
+  list.place(store.edit(savedKey, *list.wholeEdit(), Larder::Durability::survivesKill).placed);
+  return list;
+}
+
+/// A file whose rows are damaged, or that cannot be read at all.
+class BadFile final : public Larder::RowFile {
+ public:
+  explicit BadFile(std::optional<std::string> error) : _error(std::move(error)) {}
+  std::optional<std::string> read(std::span<const Larder::RowPlace> places,
+                                  const Take& take) const override {
+    if (!_error) {
+      for ([[maybe_unused]] const auto& place : places) take(std::nullopt);
+    }
+    return _error;
+  }
+
+ private:
+  const std::optional<std::string> _error;
+};
+
+void replaceFile(EventList& list, std::uint64_t ordinal, std::optional<std::string> error) {
+  list.place({{ordinal, {}, {std::make_shared<BadFile>(std::move(error)), 0, 1}}});
+}
+
+TEST(EventListTests, eventsThatWereSavedAreReadBackWhereTheyAre) {
+  InMemoryKVStorage store;
+  auto list = savedList(store, 1100);
+  list.append(pending(anEvent("in memory")));
+  const auto events = all(list);
+  ASSERT_EQ(events.size(), 1101U);
+  EXPECT_EQ(storedText(*events[700]), textOfAnEvent(uuid(700)));
+  EXPECT_EQ(events[1100]->id(), "in memory");
+}
+
+TEST(EventListTests, eventsThatWereSavedLeaveMemory) {
+  InMemoryKVStorage store;
+  EventList list;
+  const auto event = pending(anEvent(uuid(1)));
+  const std::weak_ptr<const EncodedEvent> watched = event;
+  list.append(event);
+  list.place(store.edit(savedKey, *list.wholeEdit(), Larder::Durability::survivesKill).placed);
+  EXPECT_EQ(watched.use_count(), 1);
+}
+
+TEST(EventListTests, anEventWhoseIdentifierIsNoUUIDStaysInMemory) {
+  InMemoryKVStorage store;
+  EventList list;
+  const auto event = pending(anEvent("A"));
+  list.append(event);
+  list.place(store.edit(savedKey, *list.wholeEdit(), Larder::Durability::survivesKill).placed);
+  EXPECT_EQ(all(list)[0], event);
+}
+
+TEST(EventListTests, anEarlierCopyKeepsItsEvents) {
+  InMemoryKVStorage store;
+  EventList list;
+  list.append(pending(anEvent(uuid(1))));
+  const auto copy = list;
+  list.place(store.edit(savedKey, *list.wholeEdit(), Larder::Durability::survivesKill).placed);
+  store.remove(savedKey);
+  EXPECT_THAT(idsOf(copy), ElementsAre(uuid(1)));
+  EXPECT_THAT(idsOf(list), ElementsAre(uuid(1)));
+}
+
+TEST(EventListTests, removesSavedEventsByTheirIdentifiers) {
+  InMemoryKVStorage store;
+  auto list = savedList(store, 4);
+  const auto saved = list;
+  list.remove({uuid(1), uuid(2), "A"});
+  EXPECT_THAT(idsOf(list), ElementsAre(uuid(0), uuid(3)));
+  EXPECT_THAT(list.editFrom(saved).removed, ElementsAre(Larder::OrdinalRange{1, 3}));
+}
+
+TEST(EventListTests, anEventWhoseTextIsDamagedIsLostAndStaysInTheBatch) {
+  InMemoryKVStorage store;
+  auto list = savedList(store, 3);
+  replaceFile(list, 1, std::nullopt);
+  const auto events = all(list);
+  ASSERT_EQ(events.size(), 3U);
+  EXPECT_TRUE(events[1]->isLost());
+  EXPECT_THAT(idsOf(events), ElementsAre(uuid(0), uuid(1), uuid(2)));
+}
+
+TEST(EventListTests, aFileThatCannotBeReadFailsTheReading) {
+  InMemoryKVStorage store;
+  auto list = savedList(store, 3);
+  replaceFile(list, 1, "broken wire");
+  const auto events = list.first(2);
+  ASSERT_FALSE(events);
+  EXPECT_EQ(events.error(), "broken wire");
+  EXPECT_TRUE(list.first(1));
+  EXPECT_FALSE(list.wholeEdit());
+}
+
+TEST(EventListTests, aWholeEditHoldsSavedEventsToo) {
+  InMemoryKVStorage store;
+  auto list = savedList(store, 3);
+  replaceFile(list, 1, std::nullopt);
+  const auto edit = *list.wholeEdit();
+  EXPECT_THAT(appendedOrdinals(edit), ElementsAre(0, 2));
+  EXPECT_EQ(storedText(*edit.appended[1].text), textOfAnEvent(uuid(2)));
+}
+
+TEST(EventListTests, ignoresPlacesOfEventsThatAreGone) {
+  InMemoryKVStorage store;
+  auto list = savedList(store, 600);
+  auto rows = store.readList(savedKey)->rows;
+  list.remove({uuid(0), uuid(599)});
+  list.place(std::move(rows));
+  EXPECT_EQ(list.size(), 598U);
+  EXPECT_EQ(idsOf(list).front(), uuid(1));
+}
+
+TEST(IdFilterTests, tellsEventsApart) {
+  const std::set<std::string> wanted{"A", uuid(1), "ab000000-0000-0000-0000-000000000002"};
   const IdFilter filter(wanted);
-  const std::uint64_t sieveSize = 1 << 16;
-  EXPECT_FALSE(filter.mayHold(idHash("A") + 1));
-  EXPECT_TRUE(filter.mayHold(idHash("A") + sieveSize));
-  EXPECT_FALSE(filter.matches(idHash("A") + sieveSize, *pending(anEvent("A"))));
+  const auto matches = [&](const std::string& id) {
+    return filter.matches(PendingEvent(pending(anEvent(id)), 0));
+  };
+  EXPECT_TRUE(matches("A"));
+  EXPECT_FALSE(matches("B"));
+  EXPECT_TRUE(matches(uuid(1)));
+  EXPECT_FALSE(matches(uuid(2)));  // in lower case it is another identifier
+  EXPECT_TRUE(matches("ab000000-0000-0000-0000-000000000002"));
 }
 
 }  // namespace

@@ -50,6 +50,7 @@ class EventStorageImplTests : public testing::Test {
                     .eventStorageQueue = queue,
                     .kvStorage = store,
                     .sessionListener = sessions.witness});
+    manualQueue->drain();  // of the loading
   }
   void insert(const std::string& id) { storage->insert(anEvent(id)); }
   void flush() { time->advance(EventStorageImpl::syncInterval); }
@@ -387,18 +388,20 @@ TEST_F(EventStorageImplTests, aChangeThatTheQueueGaveUpIsMadeOnceAndBeforeTheNex
   EXPECT_EQ(storage->pendingEvents().size(), 2U);
 }
 
-/// A queue without memory for another block, once.
+/// A queue without memory for one of the blocks that it gets.
 class FullQueue final : public Tempra::Queue {
  public:
+  static constexpr int blocksBefore = 1;  // the first one loads
+
   explicit FullQueue(std::shared_ptr<Tempra::Queue> queue) : _queue(std::move(queue)) {}
   void run(Tempra::Block block) override {
-    if (!std::exchange(_wasFull, true)) throw std::bad_alloc();
+    if (_blocks++ == blocksBefore) throw std::bad_alloc();
     _queue->run(std::move(block));
   }
 
  private:
   const std::shared_ptr<Tempra::Queue> _queue;
-  bool _wasFull = false;
+  int _blocks = 0;
 };
 
 TEST_F(EventStorageImplTests, anInsertionThatTheQueueHasNoMemoryForIsMadeWithTheNext) {
@@ -631,8 +634,7 @@ TEST_F(EventStorageImplTests, rowsThatAreNotEventsAreReplacedByTheNextWrite) {
   store->edit(queueKey,
               {.replacesAll = true,
                .removed = {},
-               .appended = {{.ordinal = 4, .segment = pending(anEvent("A"))},
-                            {.ordinal = 5, .segment = pending(anUnencodableEvent("B"))}}},
+               .appended = {{4, pending(anEvent("A"))}, {5, pending(anUnencodableEvent("B"))}}},
               Larder::Durability::survivesKill);
   start();
   EXPECT_TRUE(storage->pendingEvents().empty());
@@ -648,6 +650,76 @@ TEST_F(EventStorageImplTests, keepsARequestTimestampThatItFound) {
   start();
   sessions.triggerSessionEnd();
   EXPECT_EQ(store->text(queueKey), "[" + text + "]");
+}
+
+TEST_F(EventStorageImplTests, loadsOnItsQueueUnlessSomebodyIsEarlier) {
+  store->put(queueKey, arrayOf({"A"}));
+  int reads = 0;
+  store->onRead = [&] { ++reads; };
+  queue = std::make_shared<ManualQueue>();
+  start();
+  EXPECT_EQ(reads, 0);
+  EXPECT_THAT(idsOf(storage->pendingEvents()), ElementsAre("A"));
+  const int readOnce = reads;
+  EXPECT_GT(readOnce, 0);
+  std::static_pointer_cast<ManualQueue>(queue)->drain();
+  EXPECT_EQ(reads, readOnce);
+}
+
+TEST_F(EventStorageImplTests, startsWithoutMemoryForTheBlockThatLoads) {
+  store->put(queueKey, arrayOf({"A"}));
+  class NoMemory final : public Tempra::Queue {
+    void run(Tempra::Block) override { throw std::bad_alloc(); }
+  };
+  queue = std::make_shared<NoMemory>();
+  start();
+  EXPECT_THAT(idsOf(storage->pendingEvents()), ElementsAre("A"));
+}
+
+constexpr const char* aUUID = "AB000000-0000-0000-0000-000000000001";
+
+TEST_F(EventStorageImplTests, flushedEventsLeaveMemory) {
+  start();
+  insert(aUUID);
+  EXPECT_EQ(all(storage->pendingEvents())[0], all(storage->pendingEvents())[0]);
+  flush();
+  EXPECT_NE(all(storage->pendingEvents())[0], all(storage->pendingEvents())[0]);
+  EXPECT_EQ(storedText(*all(storage->pendingEvents())[0]), textOfAnEvent(aUUID));
+}
+
+TEST_F(EventStorageImplTests, aListThatWasDeletedIsWrittenWholeAgain) {
+  start();
+  insert(aUUID);
+  flush();
+  store->remove(queueKey);
+  insert("B");
+  flush();
+  EXPECT_EQ(store->text(queueKey), arrayOf({aUUID, "B"}));
+}
+
+// After another `start` the block of the queue of before may still be on its way.
+TEST_F(EventStorageImplTests, aChangeOfAnEarlierStartGoesIntoTheStoreOfThatStart) {
+  const auto first = store;
+  bool isStartedAnew = false;
+  storage->start({.backgroundChecker = {[&] {
+                    if (!std::exchange(isStartedAnew, true)) {
+                      store = std::make_shared<InMemoryKVStorage>();
+                      store->put(queueKey, arrayOf({"other"}));
+                      start();
+                    }
+                    return true;
+                  }},
+                  .scheduler = scheduler,
+                  .eventStorageQueue = manualQueue,
+                  .kvStorage = first,
+                  .sessionListener = sessions.witness});
+  queue = std::make_shared<ManualQueue>();
+  insert("A");
+  manualQueue->runOne();
+  manualQueue->runOne();
+  EXPECT_EQ(store->text(queueKey), arrayOf({"other"}));
+  EXPECT_EQ(first->text(queueKey), arrayOf({"A"}));
+  EXPECT_THAT(idsOf(storage->pendingEvents()), ElementsAre("other"));
 }
 
 // What cannot be written

@@ -12,10 +12,10 @@ namespace kite::test {
 inline bool appendRows(Larder::KVStorage& storage, std::string_view key,
                        std::vector<Larder::Row> rows) {
   Larder::ListEdit edit{.replacesAll = false, .removed = {}, .appended = std::move(rows)};
-  auto outcome = storage.edit(key, edit, Larder::Durability::survivesKill);
+  auto outcome = storage.edit(key, edit, Larder::Durability::survivesKill).outcome;
   if (outcome == Larder::EditOutcome::listIsGone) {
     edit.replacesAll = true;
-    outcome = storage.edit(key, edit, Larder::Durability::survivesKill);
+    outcome = storage.edit(key, edit, Larder::Durability::survivesKill).outcome;
   }
   return outcome == Larder::EditOutcome::saved;
 }

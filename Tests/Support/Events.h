@@ -42,13 +42,13 @@ inline StoredEvent anUnencodableEvent(std::string id) {
 
 inline EventHandle pending(const StoredEvent& event) { return EventEncoder().encode(event); }
 
-inline std::string storedText(const Larder::Segment& segment) {
+inline std::string storedText(const Larder::ElementText& element) {
   std::string text;
-  segment.appendTo(text);
+  element.appendTo(text);
   return text;
 }
 
-inline EventBatch all(const EventList& events) { return events.first(events.size()); }
+inline EventBatch all(const EventList& events) { return *events.first(events.size()); }
 
 inline std::vector<std::string> idsOf(const EventBatch& batch) {
   std::vector<std::string> ids;

@@ -14,10 +14,18 @@ namespace kite::test {
 /// A key-value store without a disk.
 class InMemoryKVStorage final : public Larder::KVStorage {
  public:
+  std::function<void()> onRead = [] {};   ///< before a list is read
   std::function<void()> onWrite = [] {};  ///< before a value is written or a list edited
 
   std::shared_ptr<const Larder::StoredValue> read(std::string_view key) const override {
+    if (_table.find<InMemoryTable::List>(key))
+      return std::make_shared<const Larder::StoredValue>(Data{_table.text(key)});
     return _table.find<InMemoryTable::Stored>(key).value_or(nullptr);
+  }
+  std::optional<Larder::SavedList> readList(std::string_view key) const override {
+    onRead();
+    const auto list = _table.find<InMemoryTable::List>(key);
+    return list ? std::optional(**list) : std::nullopt;
   }
   std::uint64_t revision() const override { return _table.revision(); }
   void write(std::string_view key, Data data) override {
@@ -25,13 +33,13 @@ class InMemoryKVStorage final : public Larder::KVStorage {
     _table.set(key, std::make_shared<const Larder::StoredValue>(std::move(data)));
   }
   void remove(std::string_view key) override { _table.remove(key); }
-  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit,
-                           Larder::Durability durability) override {
+  Larder::EditResult edit(std::string_view key, const Larder::ListEdit& edit,
+                          Larder::Durability durability) override {
     onWrite();
     _durability = durability;
-    const auto outcome = _table.edit(key, edit);
+    auto result = _table.edit(key, edit);
     if (std::exchange(_losesOutcome, false)) throw std::bad_alloc();
-    return outcome;
+    return result;
   }
 
   std::optional<double> readNumber(std::string_view key) const override {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -21,8 +22,8 @@ namespace kite::test {
 class InMemoryTable {
  public:
   using Stored = std::shared_ptr<const Larder::StoredValue>;
-  using Rows = std::vector<Larder::StoredValue::StoredRow>;
-  using Value = std::variant<Stored, double, DynamicValue::Dictionary>;
+  using List = std::shared_ptr<const Larder::SavedList>;
+  using Value = std::variant<Stored, List, double, DynamicValue::Dictionary>;
 
   template <class T>
   std::optional<T> find(std::string_view key) const {
@@ -36,6 +37,7 @@ class InMemoryTable {
     return _values.find(key) != _values.end();
   }
   std::string text(std::string_view key) const {
+    if (const auto list = find<List>(key)) return arrayOf(**list);
     const auto value = find<Stored>(key);
     return value ? (*value)->data().bytes : "";
   }
@@ -55,11 +57,17 @@ class InMemoryTable {
     if (const auto found = _values.find(key); found != _values.end()) _values.erase(found);
     save();
   }
-  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit) {
+  Larder::EditResult edit(std::string_view key, const Larder::ListEdit& edit) {
     const std::scoped_lock guard(_mutex);
-    if (!edit.replacesAll && !rowsUnder(key)) return Larder::EditOutcome::listIsGone;
-    if (!_failing) _values.insert_or_assign(std::string(key), edited(key, edit));
-    return save() ? Larder::EditOutcome::saved : Larder::EditOutcome::failed;
+    const auto* before = listUnder(key);
+    if (!edit.replacesAll && !before) return {Larder::EditOutcome::listIsGone};
+    Larder::EditResult result{Larder::EditOutcome::failed};
+    if (!_failing) {
+      auto list = edited(edit.replacesAll ? Larder::SavedList() : *before, edit, result.placed);
+      _values.insert_or_assign(std::string(key), std::make_shared<const Larder::SavedList>(list));
+    }
+    if (save()) result.outcome = Larder::EditOutcome::saved;
+    return result;
   }
 
   /// As an earlier run would have left it; not counted as a write.
@@ -93,22 +101,46 @@ class InMemoryTable {
     if (!_failing) _saved = _values;
     return !_failing;
   }
-  Stored edited(std::string_view key, const Larder::ListEdit& edit) const {
-    auto rows = edit.replacesAll ? Rows() : *rowsUnder(key);
+  /// A file that holds one row.
+  class OneRow final : public Larder::RowFile {
+   public:
+    explicit OneRow(std::string text) : _text(std::move(text)) {}
+    std::optional<std::string> read(std::span<const Larder::RowPlace> places,
+                                    const Take& take) const override {
+      for ([[maybe_unused]] const auto& place : places) take(_text);
+      return std::nullopt;
+    }
+    const std::string& text() const { return _text; }
+
+   private:
+    std::string _text;
+  };
+
+  static std::string arrayOf(const Larder::SavedList& list) {
+    std::string array;
+    for (const auto& row : list.rows)
+      array += (array.empty() ? "" : ",") + static_cast<const OneRow&>(*row.place.file).text();
+    return "[" + array + "]";
+  }
+  static Larder::SavedList edited(Larder::SavedList list, const Larder::ListEdit& edit,
+                                  std::vector<Larder::SavedRow>& placed) {
     for (const auto& range : edit.removed)
-      std::erase_if(rows, [&](const auto& row) {
+      std::erase_if(list.rows, [&](const auto& row) {
         return range.first <= row.ordinal && row.ordinal < range.end;
       });
     for (const auto& row : edit.appended) {
-      auto& added = rows.emplace_back(Larder::StoredValue::StoredRow{row.ordinal, ""});
-      row.segment->appendTo(added.text);
+      std::string text;
+      row.text->appendTo(text);
+      placed.push_back({row.ordinal, row.tag, {std::make_shared<OneRow>(std::move(text)), 0, 1}});
+      list.rows.push_back(placed.back());
+      list.next = row.ordinal + 1;
     }
-    return std::make_shared<const Larder::StoredValue>(std::move(rows));
+    return list;
   }
-  const Rows* rowsUnder(std::string_view key) const {
+  const Larder::SavedList* listUnder(std::string_view key) const {
     const auto found = _values.find(key);
-    const auto* value = found == _values.end() ? nullptr : std::get_if<Stored>(&found->second);
-    return value ? (*value)->rows() : nullptr;
+    const auto* list = found == _values.end() ? nullptr : std::get_if<List>(&found->second);
+    return list ? list->get() : nullptr;
   }
 
   mutable std::mutex _mutex;

@@ -85,16 +85,21 @@ class Samples(unittest.TestCase):
 
 class TestMap(unittest.TestCase):
     def result(self, readme):
-        return run("check_test_map.py", {"Tests/README.md": readme, "Tests/A.cpp": "TEST_F(Suite, does) {}\n"})
+        return run("check_test_map.py", {"Tests/README.md": readme, "Tests/Death/A.cpp": "", "Tests/Base/A.cpp": "",
+                                         "Sources/Base/A.cpp": ""})
 
-    def test_a_test_that_is_there_passes(self):
-        self.assertEqual(self.result("| a behaviour | `Suite.does` |"), 0)
+    def test_a_page_that_names_the_folders_passes(self):
+        self.assertEqual(self.result("| messages | `Tests/Death` |"), 0)
 
-    def test_a_test_that_is_not_there_fails(self):
-        self.assertEqual(self.result("| a behaviour | `Suite.doesNot` |"), 1)
+    def test_a_folder_that_is_not_there_fails(self):
+        self.assertEqual(self.result("`Tests/Death`, `Tests/Life`"), 1)
 
-    def test_a_map_that_names_nothing_fails(self):
-        self.assertEqual(self.result("none"), 1)
+    def test_a_folder_that_is_not_named_fails(self):
+        self.assertEqual(self.result("`Tests/Base`"), 1)
+
+    def test_a_folder_of_sources_without_tests_fails(self):
+        self.assertEqual(run("check_test_map.py", {"Tests/README.md": "`Tests/Death`", "Tests/Death/A.cpp": "",
+                                                   "Sources/Base/A.cpp": ""}), 1)
 
 
 HEADER = "namespace kite {\nclass KITE_EXPORT A {};\nKITE_EXPORT std::vector<A> make(int);\n}\n"

@@ -14,7 +14,7 @@ template <class E>
 Failure(E) -> Failure<E>;
 
 /// A value, or the reason why there is none. Shaped like `std::expected`, which may replace it one
-/// day.
+/// day; but that the value of a temporary is moved out, so that a loop may go over it.
 template <class T, class E>
 class [[nodiscard]] Result {
  public:
@@ -23,7 +23,7 @@ class [[nodiscard]] Result {
 
   explicit operator bool() const { return _state.index() == 0; }
   const T& operator*() const& { return *std::get_if<0>(&_state); }
-  T&& operator*() && { return std::move(*std::get_if<0>(&_state)); }
+  T operator*() && { return std::move(*std::get_if<0>(&_state)); }
   const T* operator->() const { return std::get_if<0>(&_state); }
   const E& error() const { return *std::get_if<1>(&_state); }
 

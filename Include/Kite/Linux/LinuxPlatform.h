@@ -30,8 +30,8 @@ struct PlatformOptions {
   System system = System::live();  ///< its `print` gets the parts' console lines
 };
 
-/// The real parts: stores in record logs, libcurl, OpenSSL, threads. Nothing is opened before a factory in
-/// it is called.
+/// The real parts: stores in record logs, libcurl, OpenSSL, threads. Nothing is opened before a
+/// factory in it is called.
 KITE_EXPORT Platform platform(PlatformOptions options);
 
 KITE_EXPORT std::shared_ptr<NotificationCenter> notificationCenter();
@@ -95,5 +95,16 @@ enum class StoreKind { keyValues, secrets };
 /// missing. The error is one line for a person.
 KITE_EXPORT Result<std::shared_ptr<StoreInspector>, std::string> inspectStore(
     const std::filesystem::path& folder, StoreKind kind, bool forWriting);
+
+/// What the checksums of one file of a store say.
+struct CheckedFile {
+  std::string name;
+  std::size_t records = 0;  ///< with a sound header
+  std::size_t damaged = 0;  ///< records and stretches of bytes that are not what was written
+  bool isCutOff = false;    ///< the file ends within a record, as a kill leaves it
+};
+/// Verifies every checksum of a store, beside a live owner too. The error is one line for a person.
+KITE_EXPORT Result<std::vector<CheckedFile>, std::string> checkStore(
+    const std::filesystem::path& folder, StoreKind kind);
 
 }  // namespace kite::Linux

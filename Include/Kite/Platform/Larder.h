@@ -1,31 +1,70 @@
 #pragma once
 
 #include <Kite/Base/Data.h>
+#include <Kite/Base/UUID.h>
 #include <Kite/DynamicValue.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 /// Storage: small values by key.
 namespace kite::Larder {
 
-/// One element of a stored list, as JSON text. Never changes.
-class Segment {
+/// The text of one list element, JSON, in memory. Never changes.
+class ElementText {
  public:
-  virtual ~Segment() = default;
+  virtual ~ElementText() = default;
   virtual std::size_t size() const = 0;
   virtual void appendTo(std::string& text) const = 0;
 };
 
-/// A list element and its place: ordinals ascend along a list and are never used twice in it.
+/// A new list element. Ordinals ascend along a list and are never used twice in it.
 struct Row {
   std::uint64_t ordinal;
-  std::shared_ptr<const Segment> segment;
+  std::shared_ptr<const ElementText> text;
+  UUID tag = {};  ///< comes back with the saved row, without its text being read
+};
+
+struct RowPlace;
+
+/// The saved rows of one file of a store. Any thread.
+class RowFile {
+ public:
+  /// One call a place, in their order; without a text for a row that is damaged, of which the
+  /// console is told once. The text lives for the call only.
+  using Take = std::function<void(std::optional<std::string_view> text)>;
+
+  virtual ~RowFile() = default;
+  /// Reads rows of this file, together those that lie close to each other. Returns why the file
+  /// cannot be read, for a person, or nothing; some rows may have been taken by then.
+  virtual std::optional<std::string> read(std::span<const RowPlace> places,
+                                          const Take& take) const = 0;
+};
+
+/// Where a saved row is. It can be read for as long as this is held, whatever becomes of the list.
+struct RowPlace {
+  std::shared_ptr<const RowFile> file;
+  std::uint64_t offset;
+  std::uint32_t size;  ///< of the row in its file; never 0
+};
+
+struct SavedRow {
+  std::uint64_t ordinal;
+  UUID tag;
+  RowPlace place;
+};
+
+struct SavedList {
+  std::uint64_t next = 0;           ///< above every ordinal that the list has used
+  std::vector<SavedRow> rows = {};  ///< by ordinal
 };
 
 /// The ordinals from `first` up to, but not including, `end`.
@@ -53,9 +92,16 @@ enum class Durability {
 
 enum class EditOutcome {
   saved,
-  failed,      ///< the saved list is still the old one, and the edit is the caller's to repeat
-  listIsGone,  ///< the key holds no list, or one that lost rows to damage: only an edit that
-               ///< replaces all can be saved
+  savedUnsynced,  ///< saved, but not on the medium: the next edit that asks for it tries again
+  failed,         ///< the saved list is still the old one, and the edit is the caller's to repeat
+  listIsGone,     ///< the key holds no list, or one that lost rows to damage: only an edit that
+                  ///< replaces all can be saved
+};
+
+struct EditResult {
+  EditOutcome outcome;
+  std::vector<SavedRow> placed = {};  ///< rows that were written: the new ones, and old ones that
+                                      ///< the store has moved
 };
 
 /// What a store held under one key at one moment. Never changes; a write puts a new one in its
@@ -64,19 +110,10 @@ enum class EditOutcome {
 /// Remembers what its bytes decode to, so that a value that does not change is decoded once.
 class StoredValue {
  public:
-  struct StoredRow {
-    std::uint64_t ordinal;
-    std::string text;
-  };
-
   explicit StoredValue(Data data) : _data(std::move(data)) {}
-  explicit StoredValue(std::vector<StoredRow> rows) : _rows(std::move(rows)), _isList(true) {}
 
   /// The bytes; of a list, the JSON array of its elements.
-  Data data() const;
-
-  /// The elements when the value was written as a list, or null.
-  const std::vector<StoredRow>* rows() const { return _isList ? &_rows : nullptr; }
+  const Data& data() const { return _data; }
 
   /// What `decode(bytes)` gives, worked out at the first call; null when it gives nothing. It lives
   /// as long as this. One value, one `T`. `decode` takes a `std::string_view` and gives an optional
@@ -84,8 +121,7 @@ class StoredValue {
   template <class T, class Decode>
   const T* decoded(Decode decode) const {
     std::call_once(_once, [&] {
-      const Data bytes = data();
-      if (auto value = decode(std::string_view(bytes.bytes)))
+      if (auto value = decode(std::string_view(_data.bytes)))
         _decoded = std::make_shared<const T>(*std::move(value));
     });
     return static_cast<const T*>(_decoded.get());
@@ -93,36 +129,8 @@ class StoredValue {
 
  private:
   Data _data;
-  std::vector<StoredRow> _rows;
-  bool _isList = false;
   mutable std::once_flag _once;
   mutable std::shared_ptr<const void> _decoded;
-};
-
-inline Data StoredValue::data() const {
-  if (!_isList) return _data;
-  std::size_t size = 2 + _rows.size();
-  for (const auto& row : _rows) size += row.text.size();
-  Data array;
-  array.bytes.reserve(size);
-  array.bytes += '[';
-  for (const auto& row : _rows) {
-    if (&row != &_rows.front()) array.bytes += ',';
-    array.bytes += row.text;
-  }
-  array.bytes += ']';
-  return array;
-}
-
-/// Takes the elements of a stored list over, one after the other.
-class ListReader {
- public:
-  virtual ~ListReader() = default;
-  /// The list begins. When it begins once more, what came before counts no longer. `next` is above
-  /// every ordinal that the list has used.
-  virtual void begin(std::uint64_t next) = 0;
-  /// Ordinals ascend. The text lives for the call only, which must not use the store.
-  virtual void take(std::uint64_t ordinal, std::string_view text) = 0;
 };
 
 /// Bytes under keys. Every operation is safe on any thread and atomic by itself.
@@ -146,13 +154,13 @@ class Storage {
 /// The application's own store; it goes when the application's data go.
 class KVStorage : public Storage {
  public:
-  /// What `read` gives of a list, without all of its elements being held at a time. False when the
-  /// key holds no list, or one that cannot be read: then what was taken does not count.
-  virtual bool readList(std::string_view key, ListReader& reader) const;
+  /// The list under `key`, without its texts. Nothing when the key holds no list, or one that
+  /// cannot be read.
+  virtual std::optional<SavedList> readList(std::string_view key) const = 0;
 
   /// Brings the list under `key` from its last saved state to the next one, in one transaction
   /// whose cost is that of the edit. Unless it is saved nothing changes.
-  virtual EditOutcome edit(std::string_view key, const ListEdit& edit, Durability durability) = 0;
+  virtual EditResult edit(std::string_view key, const ListEdit& edit, Durability durability) = 0;
 
   /// Native numbers and dictionaries are kept as such, not as JSON. Nothing when the key holds
   /// another kind.
@@ -162,15 +170,6 @@ class KVStorage : public Storage {
   virtual void writeDictionary(std::string_view key,
                                const DynamicValue::Dictionary& dictionary) = 0;
 };
-
-inline bool KVStorage::readList(std::string_view key, ListReader& reader) const {
-  const auto value = read(key);
-  const auto* rows = value ? value->rows() : nullptr;
-  if (!rows) return false;
-  reader.begin(rows->empty() ? 0 : rows->back().ordinal + 1);
-  for (const auto& [ordinal, text] : *rows) reader.take(ordinal, text);
-  return true;
-}
 
 /// The protected store; it survives the removal of the application.
 ///

@@ -19,17 +19,27 @@ using Stored = std::shared_ptr<const Larder::StoredValue>;
 using Dictionary = std::shared_ptr<const DynamicValue::Dictionary>;
 using Value = RecordStore::Value;
 
-class CollectedRows final : public Larder::ListReader {
- public:
-  void begin(std::uint64_t) override { _rows.clear(); }
-  void take(std::uint64_t ordinal, std::string_view text) override {
-    _rows.push_back({ordinal, std::string(text)});
+/// The JSON array of a list's elements; null when they cannot be read.
+Stored arrayOf(const Larder::SavedList& list) {
+  std::string array = "[";
+  const auto take = [&](std::optional<std::string_view> text) {
+    if (!text) return;
+    if (array.size() > 1) array += ',';
+    array += *text;
+  };
+  auto rest = std::span(list.rows);
+  while (!rest.empty()) {
+    const auto& file = rest.front().place.file;
+    std::vector<Larder::RowPlace> places;
+    for (const auto& row : rest) {
+      if (row.place.file != file) break;
+      places.push_back(row.place);
+    }
+    if (file->read(places, take)) return nullptr;
+    rest = rest.subspan(places.size());
   }
-  Stored value() && { return std::make_shared<const Larder::StoredValue>(std::move(_rows)); }
-
- private:
-  std::vector<Larder::StoredValue::StoredRow> _rows;
-};
+  return std::make_shared<const Larder::StoredValue>(Data{array + "]"});
+}
 
 // Eight bytes, little-endian, so that every number survives, NaN too.
 std::string bytesOf(double number) {
@@ -88,17 +98,15 @@ Stored LogKVStorage::read(std::string_view key) const {
   auto value = _values->find(key);
   if (!value) return nullptr;
   if (std::holds_alternative<RecordStore::List>(*value)) {
-    CollectedRows rows;
-    return _values->readList(key, rows) ? std::move(rows).value() : nullptr;
+    const auto list = _values->readList(key);
+    return list ? arrayOf(*list) : nullptr;
   }
   auto* stored = std::get_if<Stored>(&*value);
   return stored ? std::move(*stored) : nullptr;
 }
 
-bool LogKVStorage::readList(std::string_view key, Larder::ListReader& reader) const {
-  const auto value = _values->find(key);
-  return value && std::holds_alternative<RecordStore::List>(*value) &&
-         _values->readList(key, reader);
+std::optional<Larder::SavedList> LogKVStorage::readList(std::string_view key) const {
+  return _values->readList(key);
 }
 
 void LogKVStorage::write(std::string_view key, Data data) {
@@ -107,8 +115,8 @@ void LogKVStorage::write(std::string_view key, Data data) {
 
 void LogKVStorage::remove(std::string_view key) { _values->remove(key); }
 
-Larder::EditOutcome LogKVStorage::edit(std::string_view key, const Larder::ListEdit& edit,
-                                       Larder::Durability durability) {
+Larder::EditResult LogKVStorage::edit(std::string_view key, const Larder::ListEdit& edit,
+                                      Larder::Durability durability) {
   return _values->edit(key, edit, durability);
 }
 

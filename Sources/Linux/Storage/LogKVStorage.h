@@ -15,12 +15,12 @@ class LogKVStorage final : public Larder::KVStorage {
   LogKVStorage(RecordStore::Place place, System system);
 
   std::shared_ptr<const Larder::StoredValue> read(std::string_view key) const override;
-  bool readList(std::string_view key, Larder::ListReader& reader) const override;
+  std::optional<Larder::SavedList> readList(std::string_view key) const override;
   std::uint64_t revision() const override { return _values->revision(); }
   void write(std::string_view key, Data data) override;
   void remove(std::string_view key) override;
-  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit,
-                           Larder::Durability durability) override;
+  Larder::EditResult edit(std::string_view key, const Larder::ListEdit& edit,
+                          Larder::Durability durability) override;
   std::optional<double> readNumber(std::string_view key) const override;
   void writeNumber(std::string_view key, double number) override;
   std::optional<DynamicValue::Dictionary> readDictionary(std::string_view key) const override;

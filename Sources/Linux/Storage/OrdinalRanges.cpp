@@ -1,9 +1,18 @@
 #include "Linux/Storage/OrdinalRanges.h"
 
+#include "Linux/Storage/Record.h"
+
 #include <algorithm>
 #include <iterator>
 
 namespace kite::Linux {
+
+namespace {
+
+constexpr std::size_t numberSize = 8;
+constexpr std::size_t rangeSize = 2 * numberSize;
+
+}  // namespace
 
 void OrdinalRanges::add(Larder::OrdinalRange range) {
   if (range.first >= range.end) return;
@@ -27,10 +36,18 @@ std::uint64_t OrdinalRanges::countIn(Larder::OrdinalRange range) const {
   return count;
 }
 
-std::vector<Larder::OrdinalRange> OrdinalRanges::all() const {
-  std::vector<Larder::OrdinalRange> ranges;
-  for (const auto& [first, end] : _ends) ranges.push_back({first, end});
-  return ranges;
+void OrdinalRanges::addAll(std::string_view payload) {
+  for (std::size_t at = 0; at + rangeSize <= payload.size(); at += rangeSize)
+    add({numberAt(payload, at, numberSize), numberAt(payload, at + numberSize, numberSize)});
+}
+
+std::string OrdinalRanges::payload() const {
+  std::string payload;
+  for (const auto& [first, end] : _ends) {
+    appendNumber(payload, first, numberSize);
+    appendNumber(payload, end, numberSize);
+  }
+  return payload;
 }
 
 }  // namespace kite::Linux

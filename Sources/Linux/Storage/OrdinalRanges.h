@@ -4,7 +4,8 @@
 
 #include <cstdint>
 #include <map>
-#include <vector>
+#include <string>
+#include <string_view>
 
 namespace kite::Linux {
 
@@ -12,10 +13,13 @@ namespace kite::Linux {
 class OrdinalRanges {
  public:
   void add(Larder::OrdinalRange range);
+  /// The ranges that a record says are removed.
+  void addAll(std::string_view payload);
   bool contains(std::uint64_t ordinal) const { return countIn({ordinal, ordinal + 1}) == 1; }
   /// How many ordinals of `range` are in the set.
   std::uint64_t countIn(Larder::OrdinalRange range) const;
-  std::vector<Larder::OrdinalRange> all() const;
+  /// The set as a record's payload.
+  std::string payload() const;
   /// Above all that is in the set.
   std::uint64_t end() const { return _ends.empty() ? 0 : _ends.rbegin()->second; }
 

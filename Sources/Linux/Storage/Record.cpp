@@ -3,6 +3,7 @@
 #include <libdeflate.h>
 
 #include <algorithm>
+#include <array>
 
 namespace kite::Linux {
 
@@ -15,8 +16,9 @@ constexpr std::size_t listOffset = 8;
 constexpr std::size_t lengthOffset = 12;
 constexpr std::size_t editOffset = 16;
 constexpr std::size_t ordinalOffset = 24;
-constexpr std::size_t payloadChecksumOffset = 32;
-constexpr std::size_t headerChecksumOffset = 36;
+constexpr std::size_t tagOffset = 32;
+constexpr std::size_t payloadChecksumOffset = 48;
+constexpr std::size_t headerChecksumOffset = 52;
 constexpr std::size_t checksumSize = 4;
 
 std::uint32_t checksum(std::uint32_t seed, std::string_view bytes) {
@@ -36,6 +38,7 @@ void appendOnce(std::string& out, const Record& record, std::uint32_t seed) {
   appendNumber(out, record.payload.size(), 4);
   appendNumber(out, record.edit, 8);
   appendNumber(out, record.ordinal, 8);
+  out.append(reinterpret_cast<const char*>(record.tag.bytes.data()), record.tag.bytes.size());
   appendNumber(out, checksum(seed, record.payload), checksumSize);
   const auto header = std::string_view(out).substr(begin);
   appendNumber(out, checksum(seed, header), checksumSize);
@@ -45,7 +48,9 @@ void appendOnce(std::string& out, const Record& record, std::uint32_t seed) {
 }  // namespace
 
 void appendNumber(std::string& out, std::uint64_t number, std::size_t bytes) {
-  for (std::size_t i = 0; i < bytes; ++i, number >>= 8) out += static_cast<char>(number & 0xFF);
+  std::array<char, sizeof number> text;
+  for (std::size_t i = 0; i < bytes; ++i, number >>= 8) text[i] = static_cast<char>(number & 0xFF);
+  out.append(text.data(), bytes);
 }
 
 std::uint64_t numberAt(std::string_view bytes, std::size_t offset, std::size_t size) {
@@ -75,6 +80,7 @@ bool RecordScanner::readHeader(std::size_t position, Record& record) const {
   record.list = shortAt(header, listOffset);
   record.edit = numberAt(header, editOffset, 8);
   record.ordinal = numberAt(header, ordinalOffset, 8);
+  header.copy(reinterpret_cast<char*>(record.tag.bytes.data()), record.tag.bytes.size(), tagOffset);
   return true;
 }
 
@@ -112,6 +118,14 @@ std::optional<Record> RecordScanner::next() {
 std::nullopt_t RecordScanner::stop() {
   _position = _file.size();
   return std::nullopt;
+}
+
+std::optional<std::string_view> soundPayload(std::string_view bytes, std::uint32_t seed) {
+  RecordScanner scanner(bytes, seed);
+  const auto record = scanner.next();
+  const bool isSound =
+      record && scanner.end() == bytes.size() && scanner.damages() == 0 && scanner.isPayloadSound();
+  return isSound ? std::optional(record->payload) : std::nullopt;
 }
 
 bool RecordScanner::isPayloadSound() const { return checksum(_seed, _payload) == _payloadChecksum; }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Kite/Base/UUID.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -8,14 +10,15 @@
 
 namespace kite::Linux {
 
-/// The unit of a store's files: a header of 40 bytes and a payload, each with a CRC-32.
+/// The unit of a store's files: a header of 56 bytes and a payload, each with a CRC-32.
 ///
-///   0  magic         4  kind, three zero bytes    8  list           12  length of the payload
-///  16  edit         24  ordinal                  32  CRC of payload  36  CRC of the bytes before
+///   0  magic         4  kind, three zero bytes    8  list            12  length of the payload
+///  16  edit         24  ordinal                  32  tag (16 bytes)
+///  48  CRC of payload                            52  CRC of the bytes before
 ///
 /// Numbers are little-endian. Both checksums begin with the store's seed, so that a record of
 /// another store is never taken for one of this. The header's own checksum lets a reader step over
-/// a damaged payload.
+/// a damaged payload, and list rows without reading them.
 struct Record {
   enum class Kind : std::uint8_t {
     head = 1,      ///< the store's identity; the first record of every file
@@ -26,20 +29,24 @@ struct Record {
     row,          ///< an element of `list` at `ordinal`
     rowsRemoved,  ///< ranges of ordinals of `list`
     editEnd,      ///< all of `edit` is in the file
+    rowIndex,     ///< of a sealed segment: its size, then an entry for each of its rows
   };
 
-  static constexpr std::size_t headerSize = 40;
+  static constexpr std::size_t headerSize = 56;
 
   Kind kind;
   std::uint32_t list = 0;
   std::uint64_t edit = 0;
   std::uint64_t ordinal = 0;
+  UUID tag = {};
   std::string_view payload = {};
 };
 
 /// All records but rows are written twice: one wrong byte must not cost more than one row, nor
-/// bring an older value back.
-inline bool isWrittenTwice(Record::Kind kind) { return kind != Record::Kind::row; }
+/// bring an older value back. An index can be made again.
+inline bool isWrittenTwice(Record::Kind kind) {
+  return kind != Record::Kind::row && kind != Record::Kind::rowIndex;
+}
 
 /// What both checksums of a store's records begin with.
 std::uint32_t seedFor(std::uint64_t store);
@@ -48,6 +55,9 @@ void append(std::string& out, const Record& record, std::uint32_t seed);
 
 void appendNumber(std::string& out, std::uint64_t number, std::size_t bytes);
 std::uint64_t numberAt(std::string_view bytes, std::size_t offset, std::size_t size);
+
+/// The payload of the record that `bytes` are, all of them; nothing when any of it is damaged.
+std::optional<std::string_view> soundPayload(std::string_view bytes, std::uint32_t seed);
 
 /// Walks the records of a file, past all that is damaged.
 class RecordScanner {

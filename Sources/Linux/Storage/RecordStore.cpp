@@ -10,6 +10,7 @@
 namespace kite::Linux {
 
 using Larder::EditOutcome;
+using Larder::EditResult;
 
 RecordStore::Place RecordStore::own(const std::filesystem::path& path, const StoreName& name,
                                     const System& system) {
@@ -46,17 +47,31 @@ void RecordStore::load() {
     }
   });
   if (!isRead) return leave();
-  // A list under a key that has a value was about to be replaced by it, or the other way round.
-  for (auto& key : logs().listKeys()) {
-    if (_image.contains(key)) {
-      if (isWritable()) logs().endList(key);
-    } else {
-      _image.emplace(std::move(key), List{});
-    }
-  }
+  learnLists();
   if (damaged != 0)
     _system.print("[KITE] Damaged values in the " + _place.name.title + ": " +
                   std::to_string(damaged));
+}
+
+bool RecordStore::loadRows() {
+  if (!_place.folder) return false;
+  if (logs().hasRows()) return true;
+  if (!logs().loadRows()) return leave(), false;
+  learnLists();
+  return true;
+}
+
+// A list under a key that has a value was about to be replaced by it, or the other way round.
+void RecordStore::learnLists() {
+  const std::scoped_lock guard(_imageMutex);
+  for (auto& key : logs().listKeys()) {
+    const auto found = _image.find(key);
+    if (found == _image.end()) {
+      _image.emplace(std::move(key), List{});
+    } else if (!std::holds_alternative<List>(found->second) && isWritable()) {
+      logs().endList(key);
+    }
+  }
 }
 
 // What it holds cannot be read this time, and must not be written over by what is known without it.
@@ -83,20 +98,15 @@ bool RecordStore::holdsList(std::string_view key) const {
   return value && std::holds_alternative<List>(*value);
 }
 
-bool RecordStore::readList(std::string_view key, Larder::ListReader& reader) {
-  if (isInChild()) return false;
+std::optional<Larder::SavedList> RecordStore::readList(std::string_view key) {
+  if (isInChild()) return std::nullopt;
   const WithoutFileSizeSignal quiet;
   const std::scoped_lock writing(_writing);
-  if (!_place.folder || !holdsList(key)) return false;
-  std::size_t damaged = 0;
-  const auto outcome = logs().readList(key, reader, damaged);
+  if (!loadRows() || !holdsList(key)) return std::nullopt;
+  Larder::SavedList list;
+  const auto outcome = logs().readList(key, list);
   if (outcome == RowLog::Outcome::failed) leave();
-  if (damaged != 0) {
-    _system.print("[KITE] Damaged elements were dropped from a list in the " + _place.name.title +
-                  ": " + std::to_string(damaged));
-    if (isWritable()) logs().mendLists();
-  }
-  return outcome == RowLog::Outcome::done;
+  return outcome == RowLog::Outcome::done ? std::optional(std::move(list)) : std::nullopt;
 }
 
 template <class Change>
@@ -110,6 +120,7 @@ void RecordStore::set(std::string_view key, Value value) {
   if (isInChild()) return;
   const WithoutFileSizeSignal quiet;
   const std::scoped_lock writing(_writing);
+  if (holdsList(key)) loadRows();
   _unsaved.emplace(key);
   changeImage([&](Image& image) { image.insert_or_assign(std::string(key), std::move(value)); });
   save();
@@ -120,6 +131,7 @@ void RecordStore::remove(std::string_view key) {
   const WithoutFileSizeSignal quiet;
   const std::scoped_lock writing(_writing);
   if (!find(key)) return;
+  if (holdsList(key)) loadRows();
   _unsaved.emplace(key);
   changeImage([&](Image& image) { image.erase(image.find(key)); });
   save();
@@ -147,47 +159,54 @@ bool RecordStore::saveOne(const std::string& key) {
   return saved && logs().put(key, *saved) && logs().endList(key);
 }
 
-EditOutcome RecordStore::edit(std::string_view key, const Larder::ListEdit& edit,
-                              Larder::Durability durability) {
-  if (isInChild()) return EditOutcome::failed;
+EditResult RecordStore::edit(std::string_view key, const Larder::ListEdit& edit,
+                             Larder::Durability durability) {
+  if (isInChild()) return {EditOutcome::failed};
   const WithoutFileSizeSignal quiet;
   std::unique_lock writing(_writing);
   save();
-  if (!isWritable() || _unsaved.contains(key)) return EditOutcome::failed;
-  const auto outcome = appendEdit(key, edit);
-  const bool isOnMedium = outcome != EditOutcome::saved ||
-                          durability == Larder::Durability::survivesKill ||
-                          syncAll(std::move(writing));
-  return isOnMedium ? outcome : EditOutcome::failed;
+  if (!isWritable() || !loadRows() || _unsaved.contains(key)) return {EditOutcome::failed};
+  auto result = appendEdit(key, edit);
+  const bool isDone = result.outcome == EditOutcome::saved;
+  if (isDone && durability == Larder::Durability::survivesPowerCut && !syncAll(writing)) {
+    result.outcome = EditOutcome::savedUnsynced;
+  } else if (result.outcome != EditOutcome::listIsGone) {
+    report(isDone);
+  }
+  return result;
 }
 
-EditOutcome RecordStore::appendEdit(std::string_view key, const Larder::ListEdit& edit) {
-  if (!edit.replacesAll && !holdsList(key)) return EditOutcome::listIsGone;
+EditResult RecordStore::appendEdit(std::string_view key, const Larder::ListEdit& edit) {
+  if (!edit.replacesAll && !holdsList(key)) return {EditOutcome::listIsGone};
   // Made before the file changes: after that nothing may go wrong.
   Image edited;
   edited.emplace(key, List{});
-  const auto outcome = logs().edit(key, edit);
-  if (outcome == RowLog::Outcome::noList) return EditOutcome::listIsGone;
-  report(outcome == RowLog::Outcome::done);
-  if (outcome != RowLog::Outcome::done) return EditOutcome::failed;
+  EditResult result{EditOutcome::failed};
+  const auto outcome = logs().edit(key, edit, result.placed);
+  if (outcome == RowLog::Outcome::noList) return {EditOutcome::listIsGone};
+  if (outcome != RowLog::Outcome::done) return {EditOutcome::failed};
   changeImage([&](Image& image) {
     if (const auto earlier = image.find(key); earlier != image.end()) image.erase(earlier);
     image.merge(edited);
   });
-  return EditOutcome::saved;
+  result.outcome = EditOutcome::saved;
+  return result;
 }
 
-// Not under the lock: who writes a value meanwhile does not wait for the medium.
-bool RecordStore::syncAll(std::unique_lock<std::mutex> writing) {
-  const auto files = logs().takeUnsynced();
-  const bool isFolderSynced = logs().syncFolder();
+// Not under the lock: who writes a value meanwhile does not wait for the medium. What could not be
+// synced is synced by the next edit that asks for it.
+bool RecordStore::syncAll(std::unique_lock<std::mutex>& writing) {
+  const auto files = logs().unsynced();
+  bool areSynced = logs().syncFolder();
   writing.unlock();
-  bool areSynced = isFolderSynced;
   for (const auto& file : files) areSynced = file->sync() && areSynced;
-  if (areSynced) return true;
   writing.lock();
-  report(false);
-  return false;
+  if (!areSynced) {
+    report(false);
+  } else if (_place.folder) {
+    logs().wereSynced(files);
+  }
+  return areSynced;
 }
 
 // A store whose files were removed, or could not be had, comes back as soon as there is a place for
@@ -205,6 +224,9 @@ void RecordStore::comeBack() {
   }
   if (!_codec.moveTo((*folder)->folder())) return _trouble.begins("its key cannot be kept");
   _place.folder = *std::move(folder);
+  // Whoever has a list writes it whole again: nobody knows what the files have of it.
+  if (!logs().loadRows()) return leave();
+  for (const auto& key : logs().listKeys()) logs().endList(key);
   const std::scoped_lock guard(_imageMutex);
   std::erase_if(_image, [](const auto& item) { return std::holds_alternative<List>(item.second); });
   for (const auto& [key, value] : _image) _unsaved.insert(key);

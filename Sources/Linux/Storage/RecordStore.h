@@ -23,7 +23,8 @@ namespace kite::Linux {
 
 /// A store's values in memory, and every change of them in its logs. Any thread.
 ///
-/// Lists stay on the disk: memory knows only that they exist. A reader of any other value never
+/// Lists stay on the disk: memory knows only that they exist, and their segments are looked at when
+/// a list is first asked for. A reader of any other value never
 /// waits for the disk. What cannot be written stays in memory and is written by the next change
 /// that can. In a child made by `fork` nothing changes and nothing reaches the disk.
 class RecordStore {
@@ -58,13 +59,13 @@ class RecordStore {
   std::uint64_t revision() const { return _revision.load(std::memory_order_acquire); }
   std::optional<Value> find(std::string_view key) const;
   std::map<std::string, Value, std::less<>> all() const;
-  /// False when the key holds no list, or one that cannot be read.
-  bool readList(std::string_view key, Larder::ListReader& reader);
+  /// Nothing when the key holds no list, or one that cannot be read.
+  std::optional<Larder::SavedList> readList(std::string_view key);
 
   void set(std::string_view key, Value value);
   void remove(std::string_view key);
-  Larder::EditOutcome edit(std::string_view key, const Larder::ListEdit& edit,
-                           Larder::Durability durability);
+  Larder::EditResult edit(std::string_view key, const Larder::ListEdit& edit,
+                          Larder::Durability durability);
 
  private:
   /// Keys differ in length more often than not, so that few texts are looked at.
@@ -80,14 +81,16 @@ class RecordStore {
   bool isWritable() const { return _place.folder && _place.folder->isOwned(); }
   StoreLogs& logs() const { return _place.folder->logs(); }
   void load();
+  bool loadRows();
+  void learnLists();
   void comeBack();
   void leave();
   void save();
   bool saveOne(const std::string& key);
   void report(bool isSaved);
   bool holdsList(std::string_view key) const;
-  Larder::EditOutcome appendEdit(std::string_view key, const Larder::ListEdit& edit);
-  bool syncAll(std::unique_lock<std::mutex> writing);
+  Larder::EditResult appendEdit(std::string_view key, const Larder::ListEdit& edit);
+  bool syncAll(std::unique_lock<std::mutex>& writing);
   template <class Change>
   void changeImage(Change change);
 

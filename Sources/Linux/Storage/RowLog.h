@@ -3,7 +3,8 @@
 #include <Kite/Platform/Larder.h>
 
 #include "Linux/Storage/OrdinalRanges.h"
-#include "Linux/Storage/StoreFiles.h"
+#include "Linux/Storage/SegmentContents.h"
+#include "Linux/Storage/SegmentFile.h"
 
 #include <cstdint>
 #include <map>
@@ -20,11 +21,12 @@ namespace kite::Linux {
 ///
 /// What a list holds is all of its rows less all that was removed, in whatever order the records
 /// stand: ordinals are never used twice in a list, and a list that begins anew gets a new number.
-/// So a segment is dropped once all its rows were removed, and rows that live in an old one can be
+/// So a segment is dropped once all its rows were removed, and the living rows of an old one can be
 /// moved to the end.
 class RowLog {
  public:
   enum class Outcome { done, failed, noList };
+  using Placed = std::vector<Larder::SavedRow>;
 
   /// What others know of the lists.
   struct Known {
@@ -33,7 +35,8 @@ class RowLog {
     std::map<std::string, std::uint32_t, std::less<>> numbers = {};  ///< by key
   };
 
-  RowLog(Disk& disk, std::uint64_t store) : _disk(disk), _store(store) {}
+  RowLog(std::shared_ptr<Disk> disk, std::uint64_t store, TellDamaged tell)
+      : _disk(std::move(disk)), _store(store), _tell(std::move(tell)) {}
 
   static bool isSegment(std::string_view fileName);
 
@@ -49,15 +52,17 @@ class RowLog {
   std::uint64_t lastEdit() const { return _lastEdit; }
   std::uint64_t firstSegment() const;
 
-  /// Hands the elements over in the order of their ordinals. Damaged ones are left out and counted.
-  Outcome read(std::string_view key, Larder::ListReader& reader, std::size_t& damaged);
-  Outcome edit(std::string_view key, const Larder::ListEdit& edit);
+  Outcome read(std::string_view key, Larder::SavedList& list);
+  /// `placed` gets the rows that were written.
+  Outcome edit(std::string_view key, const Larder::ListEdit& edit, Placed& placed);
   bool end(std::string_view key);
 
+  bool hasDropped() const { return !_dropped.empty(); }
   /// Removes the files of dropped segments. Only after the witness knows that they are gone.
   void removeDropped();
-  /// The files whose `sync` puts all edits on the medium.
-  std::vector<std::shared_ptr<LogFile>> takeUnsynced();
+  /// The files whose `sync` puts all edits on the medium; to be told when they are synced.
+  std::vector<std::shared_ptr<LogFile>> unsynced() const;
+  void wereSynced(const std::vector<std::shared_ptr<LogFile>>& files);
   /// False once somebody else has removed the segment that is written to.
   bool isLinked() const { return !_active || _active->isLinked(); }
 
@@ -67,13 +72,15 @@ class RowLog {
     std::uint64_t first;
     std::uint64_t last;
     std::uint64_t rows;
-    bool isAscending;
   };
   struct Segment {
+    std::shared_ptr<SegmentFile> file;
     std::uint64_t size = 0;
     std::map<std::uint32_t, Span> spans = {};  // by the number of the list
     bool isDamaged = false;
     std::shared_ptr<LogFile> unsynced = nullptr;  // written to since its last `sync`
+
+    void note(std::uint32_t list, std::uint64_t ordinal);
   };
   struct List {
     std::uint32_t number;
@@ -81,37 +88,37 @@ class RowLog {
     std::uint64_t next = 0;  // above all ordinals that were used
   };
   using Lists = std::map<std::string, List, std::less<>>;
-  class Replay;
+  using Contents = std::map<std::uint64_t, SegmentContents>;  // by segment
   class Batch;
 
-  void checkEndBefore(std::uint64_t number, const std::optional<Head>& head, const Replay& replay,
-                      Damages& damages);
-  void loadSegment(std::uint64_t number, std::string_view bytes, Replay& replay, Damages& damages);
-  void finish(Replay& replay, const Known& known, Damages& damages);
-  std::optional<std::string> bytesOf(std::uint64_t segment) const;
+  std::optional<Contents> readAll(const std::vector<std::string>& names, const Known& known,
+                                  Damages& damages);
+  std::optional<SegmentContents> contentsOf(std::uint64_t segment) const;
+  void learnEdits(Contents& contents, const Known& known, Damages& damages);
+  void learnLists(const Contents& contents, const Known& known);
+  Segment& addSegment(std::uint64_t number);
   const List* listOf(std::uint32_t number) const;
-  template <class Take>
-  void eachLivingRow(std::string_view bytes, Take take) const;
-  bool isInOrder(std::uint32_t list) const;
+  bool isLiving(const RowEntry& row) const;
   bool makeActive();
   bool startSegment();
-  void note(Segment& segment, const Record& row);
+  void writeIndex(std::uint64_t segment);
   std::uint64_t livingRows(const Segment& segment) const;
   void dropFinished();
-  void compact();
-  bool move(std::uint64_t segment);
+  void compact(Placed& placed);
+  bool move(std::uint64_t segment, Placed& placed);
   void drop(std::uint64_t segment);
 
-  Disk& _disk;
+  std::shared_ptr<Disk> _disk;
   std::uint64_t _store;
+  TellDamaged _tell;
   std::map<std::uint64_t, Segment> _segments;  // by number
   std::vector<std::uint64_t> _dropped;
   Lists _lists;                      // by key
   std::shared_ptr<LogFile> _active;  // the last segment's
+  Contents _loaded;                  // until somebody reads or edits
   std::uint64_t _nextSegment = 1;
   std::uint32_t _nextList = 1;
   std::uint64_t _lastEdit = 0;
-  std::uint64_t _unfinishedEdit = 0;  // whose records do not count
   bool _areAllMissing = false;
 };
 

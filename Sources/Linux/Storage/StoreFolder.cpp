@@ -41,7 +41,7 @@ StoreFolder::Opened StoreFolder::own(const std::filesystem::path& path, const St
   if (auto reason = store->lock(name)) return Failure{*std::move(reason)};
   store->setFormerAside(name, system);
   auto disk =
-      std::make_unique<FolderDisk>(store->_folder, name.prefix, FolderDisk::Access::readWrite);
+      std::make_shared<FolderDisk>(store->_folder, name.prefix, FolderDisk::Access::readWrite);
   auto logs = StoreLogs::own(std::move(disk), name.title, system);
   if (!logs) return Failure{logs.error()};
   store->_logs = *std::move(logs);
@@ -53,8 +53,8 @@ StoreFolder::Opened StoreFolder::inspect(const std::filesystem::path& path, cons
   if (!folder) return Failure{folder.error()};
   std::unique_ptr<StoreFolder> store(new StoreFolder(*std::move(folder)));
   auto disk =
-      std::make_unique<FolderDisk>(store->_folder, name.prefix, FolderDisk::Access::readOnly);
-  auto logs = StoreLogs::inspect(std::move(disk));
+      std::make_shared<FolderDisk>(store->_folder, name.prefix, FolderDisk::Access::readOnly);
+  auto logs = StoreLogs::inspect(std::move(disk), name.title, System::live());
   if (!logs) return Failure{store->_folder->path().string() + ": " + logs.error()};
   store->_logs = *std::move(logs);
   return store;

@@ -17,10 +17,6 @@ SavedValue listValue(std::uint32_t number) {
   return value;
 }
 
-bool isLog(const std::string& name) {
-  return name == ValueLog::fileName || RowLog::isSegment(name);
-}
-
 std::uint64_t newStore(const System& system) {
   std::uint64_t halves[2];
   const auto uuid = system.randomUUID();
@@ -43,42 +39,50 @@ bool holdsRecords(Disk& disk, const std::string& name, std::uint64_t store) {
 
 }  // namespace
 
-StoreLogs::Opened StoreLogs::own(std::unique_ptr<Disk> disk, const std::string& title,
+bool StoreLogs::isLog(std::string_view fileName) {
+  return fileName == ValueLog::fileName || RowLog::isSegment(fileName);
+}
+
+bool StoreLogs::isPart(std::string_view fileName) {
+  return isLog(fileName) || fileName == lockName || fileName == Witness::fileName ||
+         fileName.ends_with(".index");
+}
+
+StoreLogs::Opened StoreLogs::own(std::shared_ptr<Disk> disk, const std::string& title,
                                  const System& system) {
-  std::unique_ptr<StoreLogs> logs(new StoreLogs(std::move(disk)));
-  const auto names = logs->_disk->names();
-  if (!names || !logs->identify(*names)) return Failure{logs->error()};
+  std::unique_ptr<StoreLogs> logs(new StoreLogs(std::move(disk), title, system));
+  if (!logs->identify()) return Failure{logs->error()};
   if (logs->_known.store == 0) logs->_known.store = newStore(system);
-  for (const auto& name : logs->_foreign) logs->setAside(name, system);
-  if (!logs->load(*names)) return Failure{logs->error()};
+  for (const auto& name : logs->_foreign) logs->setAside(name);
+  if (!logs->loadValues()) return Failure{logs->error()};
   if (!logs->_values) logs->_values = ValueLog::make(*logs->_disk, logs->_known.store);
   if (!logs->_values) return Failure{logs->error()};
-  if (!logs->_damages.empty()) {
-    logs->_values->rewrite();
-    logs->_rows->mend();
-    system.print("[KITE] The " + title +
-                 " is damaged, what could be read was kept: " + logs->_damages.text());
-  }
+  // The rows, too, tell what the values have lost.
+  const bool isDamaged = !logs->_damages.empty();
+  if (isDamaged && !logs->readRows()) return Failure{logs->error()};
   logs->begin();
   return logs;
 }
 
-StoreLogs::Opened StoreLogs::inspect(std::unique_ptr<Disk> disk) {
+StoreLogs::Opened StoreLogs::inspect(std::shared_ptr<Disk> disk, const std::string& title,
+                                     const System& system) {
   // The owner may drop or replace a file between two looks at the folder.
   constexpr int looks = 5;
   for (int look = 1;; ++look) {
-    std::unique_ptr<StoreLogs> logs(new StoreLogs(std::move(disk)));
-    const auto names = logs->_disk->names();
-    const bool isRead = names && logs->identify(*names) && logs->load(*names);
-    if (isRead && logs->_values) return logs;
+    std::unique_ptr<StoreLogs> logs(new StoreLogs(disk, title, system));
+    const bool isRead = logs->identify() && logs->loadValues() && logs->readRows();
+    const bool isThere = logs->_values || !logs->_rows->keys().empty();
+    if (isRead && !logs->_values) logs->_values = ValueLog::none(*disk);
+    if (isRead && isThere) return logs;
     if (isRead) return Failure{std::string("there is no store")};
     if (look == looks) return Failure{logs->error()};
-    disk = std::move(logs->_disk);
   }
 }
 
 // Each file has a vote. Of a file that cannot be read nothing is known; it may be sound.
-bool StoreLogs::identify(const std::vector<std::string>& names) {
+bool StoreLogs::identify() {
+  const auto names = _disk->names();
+  if (!names) return false;
   std::map<std::uint64_t, int> votes;
   std::map<std::string, std::optional<std::uint64_t>> stores;
   const auto vote = [&](std::uint64_t store) { ++votes[store]; };
@@ -86,7 +90,7 @@ bool StoreLogs::identify(const std::vector<std::string>& names) {
     _known = *known;
     vote(known->store);
   }
-  for (const auto& name : names) {
+  for (const auto& name : *names) {
     if (!isLog(name) && name != lockName) continue;
     const auto beginning = beginningOf(*_disk, name);
     if (!beginning) return false;
@@ -99,58 +103,80 @@ bool StoreLogs::identify(const std::vector<std::string>& names) {
   if (most != votes.end() && _known.store != most->first) _known = {.store = most->first};
   for (const auto& [name, store] : stores) {
     const bool isOurs = store ? *store == _known.store : holdsRecords(*_disk, name, _known.store);
-    if (!isOurs) _foreign.push_back(name);
+    (isOurs ? _names : _foreign).push_back(name);
   }
   return true;
 }
 
-bool StoreLogs::load(const std::vector<std::string>& names) {
-  auto ours = names;
-  std::erase_if(ours, [&](const auto& name) { return std::ranges::count(_foreign, name) > 0; });
+bool StoreLogs::loadValues() {
   for (const auto& name : _foreign) _damages.add(name, "belongs to another store");
-  RowLog::Known known{.lastEdit = _known.lastEdit, .firstSegment = _known.firstSegment};
-  if (std::ranges::count(ours, ValueLog::fileName) > 0) {
-    _values = ValueLog::load(*_disk, _known.store, _known.lastValue, _damages);
-    if (!_values) return false;
-    const bool isRead = _values->readAll([&](std::string_view key, const SavedValue& value) {
-      if (value.kind == ValueKind::list && value.bytes.size() == listNumberSize)
-        known.numbers.emplace(key, numberAt(value.bytes, 0, listNumberSize));
-    });
-    if (!isRead) return false;
-  } else if (_known.lastValue > 0) {
-    _damages.add(ValueLog::fileName, "is missing");
+  if (std::ranges::count(_names, ValueLog::fileName) == 0) {
+    if (_known.lastValue > 0) _damages.add(ValueLog::fileName, "is missing");
+    return true;
   }
-  _rows = std::make_unique<RowLog>(*_disk, _known.store);
-  return _rows->load(ours, known, _damages);
+  _values = ValueLog::load(*_disk, _known.store, _known.lastValue, _damages);
+  return _values && _values->readAll([&](std::string_view key, const SavedValue& value) {
+    if (value.kind == ValueKind::list && value.bytes.size() == listNumberSize)
+      _listNumbers.emplace(key,
+                           static_cast<std::uint32_t>(numberAt(value.bytes, 0, listNumberSize)));
+  });
 }
 
+bool StoreLogs::readRows() {
+  const auto tell = [print = _system.print, title = _title](std::size_t count) {
+    print("[KITE] Damaged elements were dropped from a list in the " + title + ": " +
+          std::to_string(count));
+  };
+  auto rows = std::make_unique<RowLog>(_disk, _known.store, tell);
+  if (!rows->load(_names, {_known.lastEdit, _known.firstSegment, _listNumbers}, _damages))
+    return false;
+  _rows = std::move(rows);
+  return true;
+}
+
+bool StoreLogs::loadRows() {
+  if (_rows) return true;
+  if (!readRows()) return false;
+  begin();
+  return true;
+}
+
+// What is damaged is mended before the witness forgets what was there.
 void StoreLogs::begin() {
+  if (!_damages.empty()) {
+    _values->rewrite();
+    if (_rows) _rows->mend();
+    _system.print("[KITE] The " + _title +
+                  " is damaged, what could be read was kept: " + _damages.text());
+    _damages = {};
+  }
   std::string head;
   appendHead(head, {.store = _known.store, .lastEdit = 0});
   if (const auto lock = _disk->open(lockName); lock && beginningOf(*_disk, lockName) != head)
     lock->write(0, head);
-  _known = state();
-  _witness = Witness::make(*_disk, _known);
-  _rows->removeDropped();
+  if (!_witness) _witness = Witness::make(*_disk, state());
+  settle();
 }
 
-void StoreLogs::setAside(const std::string& name, const System& system) {
-  const auto newName = name + ".foreign-" + system.randomUUID().text();
+void StoreLogs::setAside(const std::string& name) {
+  const auto newName = name + ".foreign-" + _system.randomUUID().text();
   if (_disk->rename(name, newName))
-    system.print("[KITE] " + name + " belongs to no store or to another one: it was set aside as " +
-                 newName);
+    _system.print("[KITE] " + name +
+                  " belongs to no store or to another one: it was set aside as " + newName);
 }
 
 Witness::State StoreLogs::state() const {
   return {.store = _known.store,
           .lastValue = _values->lastChange(),
-          .lastEdit = _rows->lastEdit(),
-          .firstSegment = _rows->firstSegment()};
+          .lastEdit = _rows ? _rows->lastEdit() : _known.lastEdit,
+          .firstSegment = _rows ? _rows->firstSegment() : _known.firstSegment};
 }
 
+// Were a segment gone before the witness knows, the next start would miss it.
 void StoreLogs::settle() {
   if (_witness) _witness->set(state());
-  _rows->removeDropped();
+  if (!_rows || !_rows->hasDropped()) return;
+  if (!_witness || _witness->sync()) _rows->removeDropped();
 }
 
 bool StoreLogs::put(std::string_view key, const SavedValue& value) {
@@ -165,15 +191,29 @@ bool StoreLogs::remove(std::string_view key) {
   return isDone;
 }
 
-RowLog::Outcome StoreLogs::readList(std::string_view key, Larder::ListReader& reader,
-                                    std::size_t& damaged) {
-  return _rows->read(key, reader, damaged);
+std::vector<std::string> StoreLogs::listKeys() const {
+  if (_rows) return _rows->keys();
+  std::vector<std::string> keys;
+  for (const auto& [key, number] : _listNumbers) keys.push_back(key);
+  return keys;
+}
+
+bool StoreLogs::isEmpty() const {
+  const auto isSegment = [](const auto& name) { return RowLog::isSegment(name); };
+  return _values->isEmpty() && listKeys().empty() &&
+         (_rows || std::ranges::none_of(_names, isSegment));
+}
+
+RowLog::Outcome StoreLogs::readList(std::string_view key, Larder::SavedList& list) {
+  return _rows ? _rows->read(key, list) : RowLog::Outcome::noList;
 }
 
 // A list that replaces bytes counts once these are gone; for any other the note is a second
 // witness.
-RowLog::Outcome StoreLogs::edit(std::string_view key, const Larder::ListEdit& edit) {
-  const auto outcome = _rows->edit(key, edit);
+RowLog::Outcome StoreLogs::edit(std::string_view key, const Larder::ListEdit& edit,
+                                RowLog::Placed& placed) {
+  if (!_rows) return RowLog::Outcome::failed;
+  const auto outcome = _rows->edit(key, edit, placed);
   if (outcome != RowLog::Outcome::done) return outcome;
   if (edit.replacesAll) _values->put(key, listValue(_rows->number(key)));
   settle();
@@ -181,21 +221,20 @@ RowLog::Outcome StoreLogs::edit(std::string_view key, const Larder::ListEdit& ed
 }
 
 bool StoreLogs::endList(std::string_view key) {
-  if (!_rows->holds(key)) return true;
+  if (!_rows || !_rows->holds(key)) return true;
   const bool isDone = _rows->end(key);
   settle();
   return isDone;
 }
 
-void StoreLogs::mendLists() {
-  _rows->mend();
-  settle();
-}
-
-std::vector<std::shared_ptr<LogFile>> StoreLogs::takeUnsynced() {
-  auto files = _rows->takeUnsynced();
+std::vector<std::shared_ptr<LogFile>> StoreLogs::unsynced() const {
+  auto files = _rows ? _rows->unsynced() : std::vector<std::shared_ptr<LogFile>>();
   files.push_back(_values->file());
   return files;
+}
+
+void StoreLogs::wereSynced(const std::vector<std::shared_ptr<LogFile>>& files) {
+  if (_rows) _rows->wereSynced(files);
 }
 
 }  // namespace kite::Linux

@@ -45,6 +45,10 @@ std::unique_ptr<ValueLog> ValueLog::make(Disk& disk, std::uint64_t store) {
   return std::unique_ptr<ValueLog>(new ValueLog(disk, store, std::move(file)));
 }
 
+std::unique_ptr<ValueLog> ValueLog::none(Disk& disk) {
+  return std::unique_ptr<ValueLog>(new ValueLog(disk, 0, nullptr));
+}
+
 std::unique_ptr<ValueLog> ValueLog::load(Disk& disk, std::uint64_t store, std::uint64_t lastChange,
                                          Damages& damages) {
   auto file = LogFile::open(disk, fileName);
@@ -95,6 +99,7 @@ void ValueLog::forget(std::string_view key) {
 }
 
 bool ValueLog::readAll(const Take& take) const {
+  if (!_file) return true;
   const auto bytes = _file->readAll();
   if (!bytes) return false;
   for (const auto& [key, place] : _places) {

@@ -8,7 +8,6 @@ namespace kite::Linux {
 
 namespace {
 
-constexpr const char* fileName = "state";
 constexpr std::size_t stateSize = 32;
 constexpr std::size_t largest = 1024;
 
@@ -53,6 +52,7 @@ std::unique_ptr<Witness> Witness::make(Disk& disk, const State& state) {
 }
 
 void Witness::set(const State& state) {
+  if (_state == state) return;
   std::string text;
   append(text, {.kind = Record::Kind::head, .payload = bytesOf(state)}, seed);
   _file->write(0, text);

@@ -9,10 +9,13 @@
 namespace kite::Linux {
 
 /// A small file beside a store's logs that knows how far they reach. A log that ends early at the
-/// edge of a record looks whole; this tells that it is not. It is written after the log and never
-/// synced, so that it may be behind the log, but is ahead of it only after a loss.
+/// edge of a record looks whole; this tells that it is not. It is written after the log and synced
+/// only before a segment is removed, so that it may be behind the log, but is ahead of it only
+/// after a loss.
 class Witness {
  public:
+  static constexpr const char* fileName = "state";
+
   struct State {
     std::uint64_t store = 0;  ///< identifies the store
     std::uint64_t lastValue = 0;
@@ -31,6 +34,7 @@ class Witness {
   const State& state() const { return _state; }
   /// A witness that cannot be written stays behind; nothing else depends on it.
   void set(const State& state);
+  bool sync() { return _file->sync(); }
 
  private:
   explicit Witness(std::unique_ptr<DiskFile> file) : _file(std::move(file)) {}

@@ -34,16 +34,16 @@ bool appends(EventList& list, EventHandle appended, std::uint64_t count) {
 
 /// How many times an append failed before it went well; the list shows nothing of them.
 std::uint64_t failuresOfAppend(EventList& list) {
-  const auto before = list.first(list.size());
+  const auto before = *list.first(list.size());
   const auto appended = event(list.size());
   std::uint64_t failures = 0;
   while (!appends(list, appended, failures)) {
     ++failures;
-    EXPECT_EQ(list.first(chunk * 3), before);
+    EXPECT_EQ(*list.first(chunk * 3), before);
   }
   auto after = before;
   after.push_back(appended);
-  EXPECT_EQ(list.first(chunk * 3), after);
+  EXPECT_EQ(*list.first(chunk * 3), after);
   return failures;
 }
 

@@ -3,7 +3,7 @@
 #include "Counts/Uninstrumented/TracedCalls.h"
 #include "Linux/Storage/MasterKeyFile.h"
 #include "Support/TemporaryFolder.h"
-#include "Support/TextSegment.h"
+#include "Support/Rows.h"
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>

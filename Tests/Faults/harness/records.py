@@ -5,9 +5,9 @@ import pathlib
 import struct
 import zlib
 
-HEADER = struct.Struct("<4sIIIQQII")
+HEADER = struct.Struct("<4sIIIQQ16sII")
 MAGIC = b"\x8bKit"
-HEAD, VALUE, VALUE_REMOVED, LIST_BEGUN, LIST_ENDED, ROW, ROWS_REMOVED, EDIT_END = range(1, 9)
+HEAD, VALUE, VALUE_REMOVED, LIST_BEGUN, LIST_ENDED, ROW, ROWS_REMOVED, EDIT_END, ROW_INDEX = range(1, 10)
 
 
 @dataclasses.dataclass(frozen=True)
@@ -16,6 +16,7 @@ class Record:
     edit: int = 0
     list: int = 0
     ordinal: int = 0
+    tag: bytes = bytes(16)
     payload: bytes = b""
     begin: int = 0  # in the file
 
@@ -25,9 +26,9 @@ class Record:
 
     def bytes(self, seed: int) -> bytes:
         begin = HEADER.pack(MAGIC, self.kind, self.list, len(self.payload), self.edit, self.ordinal,
-                            zlib.crc32(self.payload, seed), 0)[:-4]
+                            self.tag, zlib.crc32(self.payload, seed), 0)[:-4]
         once = begin + struct.pack("<I", zlib.crc32(begin, seed)) + self.payload
-        return once if self.kind == ROW else 2 * once
+        return once if self.kind in (ROW, ROW_INDEX) else 2 * once
 
 
 def seed_for(store: int) -> int:
@@ -38,11 +39,11 @@ def records_of(file) -> list[Record]:
     """Of a sound file; those that are written twice are there twice."""
     data, found, at = pathlib.Path(file).read_bytes(), [], 0
     while at < len(data):
-        magic, kind, list_, length, edit, ordinal, *_ = HEADER.unpack_from(data, at)
+        magic, kind, list_, length, edit, ordinal, tag, *_ = HEADER.unpack_from(data, at)
         begin, at = at, at + HEADER.size + length
         if magic != MAGIC or at > len(data):
             raise ValueError(f"{file} has no record at {begin}")
-        found.append(Record(kind, edit, list_, ordinal, data[begin + HEADER.size:at], begin))
+        found.append(Record(kind, edit, list_, ordinal, tag, data[begin + HEADER.size:at], begin))
     return found
 
 

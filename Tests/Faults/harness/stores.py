@@ -13,11 +13,14 @@ def _refuse(constant: str):
     raise ValueError(f"{constant} is no number of JSON")
 
 
-def queue(kite, state) -> list[dict]:
-    """The pending events. Torn JSON is a failure, and so is a number that is not finite."""
+def queue(kite, state, lines: list[str] | None = None) -> list[dict]:
+    """The pending events. Torn JSON is a failure, and so is a number that is not finite. `lines`
+    gets what the console was told."""
     done = run([kite, "queue", "--state", state])
     if done.returncode != 0:
         raise Failed(f"the queue cannot be read: {done.stderr.strip()}")
+    if lines is not None:
+        lines += done.stderr.splitlines()
     try:
         events = json.loads(done.stdout, parse_constant=_refuse)
     except ValueError as error:

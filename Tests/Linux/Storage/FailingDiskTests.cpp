@@ -4,7 +4,7 @@
 #include "Support/AppendRows.h"
 #include "Support/FileLease.h"
 #include "Support/FullDisk.h"
-#include "Support/TextSegment.h"
+#include "Support/Rows.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -30,28 +30,27 @@ class FailingReadTests : public testing::Test {
   FailingReadTests() {
     const auto logs = open();
     logs->put("k", {Linux::ValueKind::data, "earlier"});
-    logs->edit("l", {.replacesAll = true, .removed = {}, .appended = {row(1, "1"), row(2, "2")}});
-    logs->edit("l", {.replacesAll = false, .removed = {{1, 2}}, .appended = {row(3, "3")}});
+    Linux::RowLog::Placed placed;
+    logs->loadRows();
+    logs->edit("l", {.replacesAll = true, .removed = {}, .appended = {row(1, "1"), row(2, "2")}},
+               placed);
+    logs->edit("l", {.replacesAll = false, .removed = {{1, 2}}, .appended = {row(3, "3")}}, placed);
   }
   std::unique_ptr<StoreLogs> open() {
-    auto logs = StoreLogs::own(std::make_unique<ModelDisk>(folder), "store", system.system());
+    auto logs = StoreLogs::own(std::make_shared<ModelDisk>(folder), "store", system.system());
     return logs ? *std::move(logs) : nullptr;
   }
   static std::string contentsOf(StoreLogs& logs) {
-    class Rows final : public Larder::ListReader {
-     public:
-      void begin(std::uint64_t) override { text.clear(); }
-      void take(std::uint64_t, std::string_view row) override { text += row; }
-      std::string text;
-    } rows;
-    std::size_t damaged = 0;
     std::string text;
     logs.readValues([&](std::string_view, const Linux::SavedValue& value) {
       if (value.kind == Linux::ValueKind::data) text += value.bytes;
     });
-    if (logs.readList("l", rows, damaged) != Linux::RowLog::Outcome::done || damaged > 0)
+    Larder::SavedList list;
+    if (!logs.loadRows() || logs.readList("l", list) != Linux::RowLog::Outcome::done)
       return "unreadable";
-    return text + " " + rows.text;
+    text += " ";
+    for (const auto& row : readRows(list)) text += row.text.value_or("damaged");
+    return text;
   }
 
   ModelFolder folder;

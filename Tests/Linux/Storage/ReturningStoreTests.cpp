@@ -1,6 +1,6 @@
 #include "Linux/Storage/KVStoreFixture.h"
 #include "Support/AppendRows.h"
-#include "Support/TextSegment.h"
+#include "Support/Rows.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -26,13 +26,17 @@ class ReturningStoreTests : public KVStoreFixture {
     std::ofstream(folder) << "in the way";
   }
   static EditOutcome append(const Storage& storage, std::uint64_t ordinal, std::string text) {
-    return storage->edit(
-        "l", {.replacesAll = false, .removed = {}, .appended = {row(ordinal, std::move(text))}},
-        Larder::Durability::survivesPowerCut);
+    return storage
+        ->edit("l",
+               {.replacesAll = false, .removed = {}, .appended = {row(ordinal, std::move(text))}},
+               Larder::Durability::survivesPowerCut)
+        .outcome;
   }
   static EditOutcome replace(const Storage& storage, std::vector<Larder::Row> rows) {
-    return storage->edit("l", {.replacesAll = true, .removed = {}, .appended = std::move(rows)},
-                         Larder::Durability::survivesPowerCut);
+    return storage
+        ->edit("l", {.replacesAll = true, .removed = {}, .appended = std::move(rows)},
+               Larder::Durability::survivesPowerCut)
+        .outcome;
   }
 };
 

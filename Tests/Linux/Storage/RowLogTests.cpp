@@ -1,11 +1,12 @@
 #include "Linux/Storage/RowLog.h"
 
 #include "Linux/Storage/ModelDisk.h"
-#include "Support/TextSegment.h"
+#include "Support/Rows.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <utility>
@@ -18,16 +19,11 @@ using Linux::RowLog;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class TakenRows final : public Larder::ListReader {
- public:
-  void begin(std::uint64_t aboveAll) override { next = aboveAll; }
-  void take(std::uint64_t ordinal, std::string_view text) override {
-    ordinals.push_back(ordinal);
-    texts.emplace_back(text.substr(0, 10));
-  }
+/// What a list holds, long texts cut short.
+struct TakenRows {
   std::uint64_t next = 0;
-  std::vector<std::uint64_t> ordinals;
-  std::vector<std::string> texts;
+  std::vector<std::uint64_t> ordinals = {};
+  std::vector<std::string> texts = {};
 };
 
 class RowLogTests : public testing::Test {
@@ -36,27 +32,37 @@ class RowLogTests : public testing::Test {
 
   void open(const RowLog::Known& known = {}) {
     damages = {};
-    log = std::make_unique<RowLog>(disk, store);
-    ASSERT_TRUE(log->load(*disk.names(), known, damages));
+    log = make();
+    ASSERT_TRUE(log->load(*disk->names(), known, damages));
     log->mend();
     log->removeDropped();
   }
+  std::unique_ptr<RowLog> make() {
+    return std::make_unique<RowLog>(disk, store, [this](std::size_t count) { damaged += count; });
+  }
+  Outcome edit(std::string_view key, const Larder::ListEdit& edit) {
+    return log->edit(key, edit, placed);
+  }
   Outcome begin(std::string_view key) {
-    return log->edit(key, {.replacesAll = true, .removed = {}, .appended = {}});
+    return edit(key, {.replacesAll = true, .removed = {}, .appended = {}});
   }
   Outcome append(std::string_view key, std::uint64_t ordinal, std::string text) {
-    return log->edit(
-        key, {.replacesAll = false, .removed = {}, .appended = {row(ordinal, std::move(text))}});
+    return edit(key,
+                {.replacesAll = false, .removed = {}, .appended = {row(ordinal, std::move(text))}});
   }
   Outcome remove(std::string_view key, Larder::OrdinalRange range) {
-    return log->edit(key, {.replacesAll = false, .removed = {range}, .appended = {}});
+    return edit(key, {.replacesAll = false, .removed = {range}, .appended = {}});
   }
   TakenRows read(std::string_view key) {
-    TakenRows rows;
-    std::size_t damaged = 0;
-    EXPECT_EQ(log->read(key, rows, damaged), Outcome::done);
-    EXPECT_EQ(damaged, 0u);
-    return rows;
+    Larder::SavedList list;
+    EXPECT_EQ(log->read(key, list), Outcome::done);
+    TakenRows taken{.next = list.next};
+    for (const auto& [ordinal, text] : readRows(list)) {
+      if (!text) continue;
+      taken.ordinals.push_back(ordinal);
+      taken.texts.push_back(text->substr(0, 10));
+    }
+    return taken;
   }
   /// Makes the next edit begin a segment.
   void fillSegment(std::string_view key, std::uint64_t ordinal) {
@@ -71,9 +77,11 @@ class RowLogTests : public testing::Test {
 
   static constexpr std::uint64_t store = 7;
   ModelFolder folder;
-  ModelDisk disk{folder};
+  std::shared_ptr<ModelDisk> disk = std::make_shared<ModelDisk>(folder);
   Linux::Damages damages;
-  std::unique_ptr<RowLog> log = std::make_unique<RowLog>(disk, store);
+  std::size_t damaged = 0;  // rows that the console was told of
+  RowLog::Placed placed;
+  std::unique_ptr<RowLog> log = make();
 };
 
 TEST_F(RowLogTests, ordinalsThatWereUsedAreNotTakenAgain) {
@@ -91,9 +99,9 @@ TEST_F(RowLogTests, ordinalsThatWereUsedAreNotTakenAgain) {
 
 TEST_F(RowLogTests, ordinalsThatDoNotAscendAreNotTaken) {
   begin("l");
-  const Larder::ListEdit edit{
-      .replacesAll = false, .removed = {}, .appended = {row(2, "2"), row(1, "1")}};
-  EXPECT_EQ(log->edit("l", edit), Outcome::noList);
+  EXPECT_EQ(
+      edit("l", {.replacesAll = false, .removed = {}, .appended = {row(2, "2"), row(1, "1")}}),
+      Outcome::noList);
   EXPECT_THAT(read("l").texts, IsEmpty());
 }
 
@@ -143,6 +151,7 @@ TEST_F(RowLogTests, aDamagedSegmentBetweenOthersIsToldOnce) {
   fillSegment("l", 4);
   append("l", 5, "third");
   damageHeaderOf("lost", "rows-2.log");
+  folder.files.erase("rows-2.index");
   open({.firstSegment = 1});
   EXPECT_EQ(damages.text(), "rows-2.log is damaged");
   const RowLog::Known known{.lastEdit = log->lastEdit(), .firstSegment = log->firstSegment()};
@@ -170,6 +179,7 @@ TEST_F(RowLogTests, closesASegmentThatItDrops) {
   const std::weak_ptr first = folder.files.at("rows-1.log");
   append("l", 2, "last");
   EXPECT_FALSE(first.expired());
+  placed.clear();
   remove("l", {1, 2});
   log->removeDropped();
   EXPECT_TRUE(first.expired());
@@ -180,7 +190,7 @@ TEST_F(RowLogTests, aPowerCutLosesNoEditOfWhichTheFilesWereSynced) {
   append("l", 0, "first");
   fillSegment("l", 1);
   append("l", 2, "last");
-  for (const auto& file : log->takeUnsynced()) EXPECT_TRUE(file->sync());
+  for (const auto& file : log->unsynced()) EXPECT_TRUE(file->sync());
   append("l", 3, "lost");
   folder.cutPower();
   open();
@@ -188,26 +198,125 @@ TEST_F(RowLogTests, aPowerCutLosesNoEditOfWhichTheFilesWereSynced) {
   EXPECT_TRUE(damages.empty()) << damages.text();
 }
 
-TEST_F(RowLogTests, segmentsThatCouldNotBeMovedAreSyncedAllTheSame) {
+TEST_F(RowLogTests, aDamagedRowIsToldOnceAndCostsNoNeighbour) {
   begin("l");
-  append("l", 0, "kept");
+  append("l", 0, "before");
   append("l", 1, "damaged");
+  append("l", 2, "behind");
   auto& bytes = folder.files.at("rows-1.log")->bytes;
   bytes[bytes.find("damaged")] = 'D';
-  TakenRows rows;
-  std::size_t damaged = 0;
-  log->read("l", rows, damaged);
-  ASSERT_EQ(damaged, 1u);
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_THAT(read("l").ordinals, ElementsAre(0, 2));
+    EXPECT_EQ(damaged, 1u);
+  }
+}
+
+TEST_F(RowLogTests, aSegmentThatCannotBeMovedIsSyncedAllTheSame) {
+  begin("l");
+  append("l", 0, "kept");
+  append("l", 1, "lost");
+  append("l", 2, "kept, too");
+  damageHeaderOf("lost", "rows-1.log");
+  log = make();
+  ASSERT_TRUE(log->load(*disk->names(), {}, damages));
   folder.failAt = folder.changes;  // no segment can be made
   log->mend();
-  ASSERT_EQ(append("l", 2, "last"), Outcome::done);
-  for (const auto& file : log->takeUnsynced()) EXPECT_TRUE(file->sync());
+  ASSERT_EQ(append("l", 3, "last"), Outcome::done);
+  for (const auto& file : log->unsynced()) EXPECT_TRUE(file->sync());
   folder.cutPower();
-  log = std::make_unique<RowLog>(disk, store);
-  ASSERT_TRUE(log->load(*disk.names(), {}, damages));
-  TakenRows found;
-  log->read("l", found, damaged);
-  EXPECT_THAT(found.ordinals, ElementsAre(0, 2));
+  log = make();
+  ASSERT_TRUE(log->load(*disk->names(), {}, damages));
+  EXPECT_THAT(read("l").ordinals, ElementsAre(0, 2, 3));
+}
+
+TEST_F(RowLogTests, aFileIsSyncedAgainUntilItCouldBe) {
+  begin("l");
+  fillSegment("l", 1);
+  append("l", 2, "in the next segment");
+  const auto both = log->unsynced();
+  EXPECT_EQ(both.size(), 2u);
+  EXPECT_EQ(log->unsynced(), both);
+  log->wereSynced(both);
+  EXPECT_EQ(log->unsynced().size(), 1u);  // the one that is written to
+}
+
+TEST_F(RowLogTests, theRowsOfASealedSegmentAreFoundByItsIndex) {
+  begin("l");
+  append("l", 0, "first");
+  fillSegment("l", 1);
+  append("l", 2, "last");
+  ASSERT_TRUE(folder.files.contains("rows-1.index"));
+  const auto segment = folder.files.at("rows-1.log")->bytes;
+  folder.files.at("rows-1.log")->bytes = std::string(segment.size(), 'x');
+  open({.firstSegment = 1});
+  EXPECT_TRUE(damages.empty()) << damages.text();
+  EXPECT_THAT(read("l").ordinals, ElementsAre(2));
+  EXPECT_EQ(damaged, 2u);
+  folder.files.at("rows-1.log")->bytes = segment;
+  open({.firstSegment = 1});
+  EXPECT_THAT(read("l").texts, ElementsAre("first", "xxxxxxxxxx", "last"));
+}
+
+TEST_F(RowLogTests, anIndexThatIsWrongAnywhereIsNotUsed) {
+  begin("l");
+  append("l", 0, "first");
+  begin("ended");
+  log->end("ended");
+  fillSegment("l", 1);
+  remove("l", {0, 1});
+  const auto index = folder.files.at("rows-1.index")->bytes;
+  for (std::size_t i = 0; i < 2 * index.size(); ++i) {
+    SCOPED_TRACE(i);
+    auto& bytes = folder.files.at("rows-1.index")->bytes;
+    bytes = i < index.size() ? index : index.substr(0, i - index.size());
+    if (i < index.size()) bytes[i] = static_cast<char>(bytes[i] ^ 1);
+    open({.firstSegment = 1});
+    EXPECT_TRUE(damages.empty()) << damages.text();
+    EXPECT_THAT(log->keys(), ElementsAre("l"));
+    ASSERT_THAT(read("l").ordinals, ElementsAre(1));
+  }
+}
+
+TEST_F(RowLogTests, anIndexOfAnotherLengthOfItsSegmentIsNotUsed) {
+  begin("l");
+  append("l", 0, "first");
+  fillSegment("l", 1);
+  append("l", 2, "last");
+  auto& bytes = folder.files.at("rows-1.log")->bytes;
+  bytes.resize(bytes.find("xxx") - 60);
+  open({.firstSegment = 1});
+  EXPECT_EQ(damages.text(), "rows-1.log ends too early");
+  EXPECT_THAT(read("l").ordinals, ElementsAre(0, 2));
+}
+
+TEST_F(RowLogTests, rowsThatAreMovedTellTheirNewPlaces) {
+  begin("l");
+  append("l", 0, "first");
+  fillSegment("l", 1);
+  std::uint64_t last = 1;
+  placed.clear();
+  for (; log->firstSegment() == 1 && last < 20; ++last) {
+    fillSegment("l", last + 1);
+    remove("l", {last, last + 1});
+  }
+  const auto moved = std::ranges::find(placed, 0u, &Larder::SavedRow::ordinal);
+  ASSERT_NE(moved, placed.end());
+  const auto rows = readRows({.next = 0, .rows = {*moved}});
+  EXPECT_EQ(rows, (std::vector<ReadRow>{{0, "first"}}));
+}
+
+TEST_F(RowLogTests, rowsOfADroppedSegmentCanBeReadWhileTheyAreHeld) {
+  begin("l");
+  append("l", 0, "first");
+  fillSegment("l", 1);
+  append("l", 2, "last");
+  Larder::SavedList held;
+  ASSERT_EQ(log->read("l", held), Outcome::done);
+  remove("l", {0, 2});
+  log->removeDropped();
+  EXPECT_FALSE(folder.files.contains("rows-1.log"));
+  EXPECT_FALSE(folder.files.contains("rows-1.index"));
+  EXPECT_EQ(readRows(held).front().text, "first");
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #include "Base/CatchingBadAlloc.h"
 #include "Linux/Storage/KVStoreFixture.h"
 #include "Support/AppendRows.h"
-#include "Support/TextSegment.h"
+#include "Support/Rows.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -82,8 +82,9 @@ TEST_F(ScarceMemoryTests, anEditIsMadeWholeOrNotAtAll) {
     withAllocationsFailing(1, [&] {
       auto storage = open();
       ASSERT_TRUE(append(storage, 0, "0"));
-      const auto outcome = scarcely(
-          [&] { return storage->edit(listKey, edit, Larder::Durability::survivesPowerCut); });
+      const auto outcome = scarcely([&] {
+        return storage->edit(listKey, edit, Larder::Durability::survivesPowerCut).outcome;
+      });
       const auto found = text(storage, listKey);
       EXPECT_TRUE(found == "[0]" ? outcome != EditOutcome::saved : found == "[1,2]") << found;
       EXPECT_FALSE(outcome == EditOutcome::failed && found != "[0]");

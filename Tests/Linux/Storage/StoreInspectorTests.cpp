@@ -2,8 +2,8 @@
 
 #include "Support/AppendRows.h"
 #include "Support/FakeSystem.h"
+#include "Support/Rows.h"
 #include "Support/TemporaryFolder.h"
-#include "Support/TextSegment.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -85,6 +85,40 @@ TEST_F(StoreInspectorTests, readsAStoreThatNobodyOwns) {
   const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
   ASSERT_TRUE(inspector) << inspector.error();
   EXPECT_EQ((*inspector)->storage()->read("k")->data().bytes, "1");
+}
+
+TEST_F(StoreInspectorTests, checksEveryFileBesideALiveOwner) {
+  const auto storage = host();
+  storage->write("k", {"1"});
+  appendRows(*storage, "l", {row(1, "first"), row(2, "second")});
+  auto files = Linux::checkStore(folder, StoreKind::keyValues);
+  ASSERT_TRUE(files) << files.error();
+  std::vector<std::string> names;
+  for (const auto& file : *files) {
+    names.push_back(file.name);
+    EXPECT_GT(file.records, 0u) << file.name;
+    EXPECT_EQ(file.damaged, 0u) << file.name;
+    EXPECT_FALSE(file.isCutOff) << file.name;
+  }
+  EXPECT_THAT(names, ElementsAre("kv.lock", "kv.rows-1.log", "kv.state", "kv.values.log"));
+}
+
+TEST_F(StoreInspectorTests, countsWhatIsDamagedInAFile) {
+  appendRows(*host(), "l", {row(1, "first"), row(2, "second")});
+  const auto file = folder / "kv.rows-1.log";
+  std::ifstream stream(file, std::ios::binary);
+  std::string bytes(std::istreambuf_iterator<char>(stream), {});
+  bytes[bytes.find("second")] ^= 1;
+  std::ofstream(file, std::ios::binary) << bytes << bytes.substr(bytes.size() - 10, 3);
+  const auto files = Linux::checkStore(folder, StoreKind::keyValues);
+  ASSERT_TRUE(files) << files.error();
+  EXPECT_EQ((*files)[1].damaged, 2u);
+}
+
+TEST_F(StoreInspectorTests, hasNothingToCheckWhereThereIsNoStore) {
+  std::filesystem::create_directories(folder);
+  EXPECT_THAT(Linux::checkStore(folder, StoreKind::secrets).error(),
+              HasSubstr("there is no store"));
 }
 
 TEST_F(StoreInspectorTests, aReaderChangesNothing) {

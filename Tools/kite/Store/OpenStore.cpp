@@ -4,10 +4,13 @@
 
 namespace kite::tool {
 
+std::filesystem::path folderOf(const StoreChoice& choice) {
+  return choice.state / (choice.secrets ? "secrets" : "app");
+}
+
 std::shared_ptr<Linux::StoreInspector> openStore(const StoreChoice& choice) {
-  const auto folder = choice.state / (choice.secrets ? "secrets" : "app");
   const auto kind = choice.secrets ? Linux::StoreKind::secrets : Linux::StoreKind::keyValues;
-  auto store = Linux::inspectStore(folder, kind, choice.forWriting);
+  auto store = Linux::inspectStore(folderOf(choice), kind, choice.forWriting);
   if (!store) throw CommandFailure(store.error());
   return *std::move(store);
 }

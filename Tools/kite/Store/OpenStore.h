@@ -14,6 +14,8 @@ struct StoreChoice {
   bool forWriting = false;
 };
 
+std::filesystem::path folderOf(const StoreChoice& choice);
+
 /// Throws `CommandFailure` when the store cannot be opened.
 std::shared_ptr<Linux::StoreInspector> openStore(const StoreChoice& choice);
 

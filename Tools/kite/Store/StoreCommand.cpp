@@ -10,6 +10,7 @@
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -44,6 +45,23 @@ void put(Options options) {
 void remove(Options options) {
   options.store.forWriting = true;
   openStore(options.store)->storage()->remove(options.key);
+}
+
+std::string lineOf(const Linux::CheckedFile& file) {
+  const auto found = file.damaged > 0 ? fmt::format("{} damaged", file.damaged) : "sound";
+  return fmt::format("{}  {} records, {}{}\n", file.name, file.records, found,
+                     file.isCutOff ? ", cut off at the end" : "");
+}
+
+void check(const Options& options) {
+  const auto kind = options.store.secrets ? Linux::StoreKind::secrets : Linux::StoreKind::keyValues;
+  const auto files = Linux::checkStore(folderOf(options.store), kind);
+  if (!files) throw CommandFailure(files.error());
+  std::string lines;
+  for (const auto& file : *files) lines += lineOf(file);
+  writeAll(STDOUT_FILENO, lines);
+  if (std::ranges::any_of(*files, [](const auto& file) { return file.damaged > 0; }))
+    throw CommandFailure("the store is damaged");
 }
 
 using Action = void (*)(Options);
@@ -85,6 +103,8 @@ CLI::App* addStoreCommand(CLI::App& parent) {
       ->type_name("FORM")
       ->check(CLI::IsMember({"json", "number", "data", "plist"}).description(""))
       ->required();
+  addAction(*command, "check", "Verify every checksum and say what each file holds", options,
+            [](Options given) { check(given); });
   addKeyAction(*command, "delete", "Remove one value", options,
                [](Options given) { remove(std::move(given)); });
   command->require_subcommand(1);
