@@ -13,8 +13,8 @@ namespace {
 constexpr std::uint32_t seedOfState = 0;  // it is read before the store is known
 
 CheckedFile checked(std::string name, std::string_view bytes) {
-  CheckedFile file{.name = std::move(name)};
   const auto head = headOf(bytes);
+  CheckedFile file{.name = std::move(name), .records = head ? 1u : 0u};
   RecordScanner records(bytes, head ? seedFor(head->store) : seedOfState, head ? Head::size : 0);
   while (records.next()) {
     ++file.records;
