@@ -3,6 +3,7 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS kite EXPORT KiteTargets FILE_SET HEADERS)
+install(TARGETS kite_legacyarchive EXPORT KiteTargets)
 install(EXPORT KiteTargets NAMESPACE Kite:: FILE KiteTargets.cmake DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Kite)
 configure_package_config_file(CMake/KiteConfig.cmake.in KiteConfig.cmake
                               INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Kite)

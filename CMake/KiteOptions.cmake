@@ -58,18 +58,26 @@ function(kite_shared_options target)
   set_target_properties(${target} PROPERTIES LINK_DEPENDS ${exports} LINKER_LANGUAGE CXX)
 endfunction()
 
-# kite_floor(NAME FOLDER): the object library kite_NAME of all sources in FOLDER.
+# kite_floor(NAME FOLDER [KIND]): the library kite_NAME of all sources in FOLDER, of objects unless KIND says another one.
 function(kite_floor name folder)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${folder}/*.cpp ${folder}/*.h)
-  add_library(kite_${name} OBJECT ${sources})
-  target_include_directories(kite_${name} PUBLIC ${PROJECT_SOURCE_DIR}/Include ${PROJECT_SOURCE_DIR}/Sources)
-  target_link_libraries(kite_${name} PRIVATE kite_options)
+  set(kind ${ARGN} OBJECT)
+  list(GET kind 0 kind)
+  add_library(kite_${name} ${kind} ${sources})
+  kite_floor_options(kite_${name})
+endfunction()
+
+# kite_floor_options(TARGET): how the library's own sources are compiled.
+function(kite_floor_options target)
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/Include>
+                                       PRIVATE ${PROJECT_SOURCE_DIR}/Sources)
+  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:kite_options>)
   if(KITE_SANITIZERS)
-    target_compile_options(kite_${name} PRIVATE -O1)  # the tests compile faster without
+    target_compile_options(${target} PRIVATE -O1)  # the tests compile faster without
   endif()
-  target_compile_options(kite_${name} PRIVATE $<$<CONFIG:Release>:-Oz;-ffunction-sections;-fdata-sections>)
+  target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-Oz;-ffunction-sections;-fdata-sections>)
   if(KITE_LINK_TIME_OPTIMIZATION)
-    target_compile_options(kite_${name} PRIVATE $<$<CONFIG:Release>:-flto=auto;-ffat-lto-objects>)
+    target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-flto=auto;-ffat-lto-objects>)
   endif()
-  set_target_properties(kite_${name} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON LINKER_LANGUAGE CXX)
+  set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON LINKER_LANGUAGE CXX)
 endfunction()

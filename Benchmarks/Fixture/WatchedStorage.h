@@ -39,11 +39,11 @@ class WatchedStorage final : public Larder::KVStorage {
   void writeNumber(std::string_view key, double number) override {
     _store->writeNumber(key, number);
   }
-  std::optional<DynamicValue::Dictionary> readDictionary(std::string_view key) const override {
-    return _store->readDictionary(key);
+  std::optional<Data> readPropertyList(std::string_view key) const override {
+    return _store->readPropertyList(key);
   }
-  void writeDictionary(std::string_view key, const DynamicValue::Dictionary& dictionary) override {
-    _store->writeDictionary(key, dictionary);
+  void writePropertyList(std::string_view key, Data document) override {
+    _store->writePropertyList(key, std::move(document));
   }
 
  private:

@@ -64,20 +64,22 @@ void InstallManagerImpl::performMigrationIfNeeded() {
     if (legacy) setSSRecord(fromLegacyRecord(*legacy));
   }
   if (!kvRecord()) {
-    if (const auto legacy = dependencies->kvStorage->readDictionary(legacyKey))
-      setKVRecord(fromLegacyRecord(*legacy));
+    const auto list = dependencies->kvStorage->readPropertyList(legacyKey);
+    const auto legacy = list ? LegacyArchive::propertyListDictionary(list->bytes) : std::nullopt;
+    if (legacy) setKVRecord(fromLegacyRecord(*legacy));
   }
 }
 
 StoredInformations InstallManagerImpl::resolvedInformations() {
   const auto dependencies = _dependencies.get();
-  const auto oldest = legacyAppVersion(*dependencies->secretsStorage);
   const auto ss = ssInfo();
   const auto kv = kvInfo();
+  auto appVersion = firstOf(ss.appVersion, kv.appVersion);
+  if (!appVersion) appVersion = legacyAppVersion(*dependencies->secretsStorage);
   return {.firstInstallTimestamp = firstOf(ss.firstInstallTimestamp, kv.firstInstallTimestamp),
           .installedBeforeKite = firstOf(firstOf(ss.installedBeforeKite, kv.installedBeforeKite),
                                          std::optional(dependencies->installedBeforeKite)),
-          .appVersion = firstOf(firstOf(ss.appVersion, kv.appVersion), oldest),
+          .appVersion = std::move(appVersion),
           .bundleVersion = firstOf(ss.bundleVersion, kv.bundleVersion)};
 }
 

@@ -196,3 +196,7 @@ std::optional<DynamicValue::Dictionary> propertyListDictionary(std::string_view 
 }  // namespace LegacyArchive
 
 }  // namespace kite
+
+/// Whoever links this library has the linker look for this name, and so gets these functions
+/// instead of those of a library that was built without them.
+extern "C" void kiteLegacyArchiveIsLinked() {}

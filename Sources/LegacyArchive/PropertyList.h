@@ -21,8 +21,4 @@ std::optional<DynamicValue> read(std::string_view document);
 std::optional<DynamicValue> readBinary(std::string_view document);
 std::optional<DynamicValue> readXML(std::string_view document);
 
-/// The binary form. What a property list cannot hold is left out: keys that are not strings, null
-/// and opaque objects, and what is nested too deeply.
-std::string write(const DynamicValue::Dictionary& dictionary);
-
 }  // namespace kite::PropertyList

@@ -16,11 +16,6 @@ std::uint32_t unitAt(std::string_view bytes, std::size_t place) {
   return byteAt(bytes, place) << 8 | byteAt(bytes, place + 1);
 }
 
-void appendUnit(std::string& bytes, std::uint32_t unit) {
-  bytes += static_cast<char>(unit >> 8);
-  bytes += static_cast<char>(unit & 0xFF);
-}
-
 }  // namespace
 
 void appendUTF8(std::string& text, std::uint32_t codePoint) {
@@ -56,25 +51,6 @@ std::string fromUTF16(std::string_view bytes) {
     }
   }
   return text;
-}
-
-std::string toUTF16(std::string_view text) {
-  std::string bytes;
-  for (std::size_t i = 0; i < text.size();) {
-    const auto first = byteAt(text, i);
-    const std::size_t length = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
-    auto codePoint = length == 1 ? first : first & (0x7Fu >> length);
-    for (std::size_t next = 1; next < length && i + next < text.size(); ++next)
-      codePoint = codePoint << 6 | (byteAt(text, i + next) & 0x3F);
-    i += length;
-    if (codePoint < 0x10000) {
-      appendUnit(bytes, codePoint);
-    } else {
-      appendUnit(bytes, 0xD800 + (codePoint - 0x10000) / 0x400);
-      appendUnit(bytes, 0xDC00 + (codePoint - 0x10000) % 0x400);
-    }
-  }
-  return bytes;
 }
 
 }  // namespace kite::PropertyList

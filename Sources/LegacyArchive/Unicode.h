@@ -11,7 +11,5 @@ void appendUTF8(std::string& text, std::uint32_t codePoint);
 
 /// UTF-8 from big-endian UTF-16 of an even size. Lone surrogates become U+FFFD.
 std::string fromUTF16(std::string_view bytes);
-/// Big-endian UTF-16 from UTF-8 without faults.
-std::string toUTF16(std::string_view text);
 
 }  // namespace kite::PropertyList

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Kite/DynamicValue.h>
 #include <Kite/JSONValue.h>
 #include <Kite/Platform/Larder.h>
 

@@ -86,7 +86,7 @@ TYPED_TEST_SUITE(KVStorageContract, Settings);
 TYPED_TEST(KVStorageContract, hasNothingUnderAKeyThatWasNeverWritten) {
   EXPECT_EQ(this->storage().read("k"), nullptr);
   EXPECT_EQ(this->storage().readNumber("k"), std::nullopt);
-  EXPECT_EQ(this->storage().readDictionary("k"), std::nullopt);
+  EXPECT_EQ(this->storage().readPropertyList("k"), std::nullopt);
 }
 
 TYPED_TEST(KVStorageContract, hasAnotherRevisionAfterEveryChange) {
@@ -99,7 +99,7 @@ TYPED_TEST(KVStorageContract, hasAnotherRevisionAfterEveryChange) {
   EXPECT_TRUE(isAnother());
   this->storage().writeNumber("n", 1);
   EXPECT_TRUE(isAnother());
-  this->storage().writeDictionary("d", {});
+  this->storage().writePropertyList("d", {"list"});
   EXPECT_TRUE(isAnother());
   this->append("l", {row(1, "1")});
   EXPECT_TRUE(isAnother());
@@ -181,14 +181,14 @@ TYPED_TEST(KVStorageContract, keepsANumberThatIsNone) {
 
 TYPED_TEST(KVStorageContract, doesNotMixNativeValuesWithBytes) {
   this->storage().writeNumber("n", 5);
-  this->storage().writeDictionary("d", {});
+  this->storage().writePropertyList("d", {"list"});
   this->storage().write("b", {"5"});
   EXPECT_EQ(this->storage().read("n"), nullptr);
   EXPECT_EQ(this->storage().read("d"), nullptr);
   EXPECT_EQ(this->storage().readNumber("b"), std::nullopt);
   EXPECT_EQ(this->storage().readNumber("d"), std::nullopt);
-  EXPECT_EQ(this->storage().readDictionary("n"), std::nullopt);
-  EXPECT_EQ(this->storage().readDictionary("b"), std::nullopt);
+  EXPECT_EQ(this->storage().readPropertyList("n"), std::nullopt);
+  EXPECT_EQ(this->storage().readPropertyList("b"), std::nullopt);
 }
 
 TYPED_TEST(KVStorageContract, aWriteOfAnotherKindReplacesTheValue) {
@@ -202,24 +202,11 @@ TYPED_TEST(KVStorageContract, aWriteOfAnotherKindReplacesTheValue) {
   EXPECT_EQ(this->storage().readNumber("k"), 6);
 }
 
-TYPED_TEST(KVStorageContract, keepsDictionariesOfPropertyListValues) {
-  const DynamicValue::Dictionary dictionary{
-      {"true", true},
-      {"false", false},
-      {"one", 1},
-      {"negative", std::int64_t{-5'000'000'000}},
-      {"large", std::numeric_limits<std::uint64_t>::max()},
-      {"real", 2.0},
-      {"text", "na\xC3\xAFve \xF0\x9F\x99\x82"},
-      {"date", Date{1.25}},
-      {"distant", Date{1e11}},
-      {"data", Data{std::string("\0\x01\xFF", 3)}},
-      {"array", DynamicValue::Array{1, "two", DynamicValue::Array{}}},
-      {"nested", DynamicValue::Dictionary{{"inner", DynamicValue::Dictionary{}}}},
-  };
-  this->storage().writeDictionary("d", dictionary);
+TYPED_TEST(KVStorageContract, keepsPropertyListsByteForByte) {
+  const Data document{std::string("bplist00\xD0\x08\0\xFF", 12)};
+  this->storage().writePropertyList("d", document);
   this->setting.restart();
-  EXPECT_EQ(this->storage().readDictionary("d"), dictionary);
+  EXPECT_EQ(this->storage().readPropertyList("d"), document);
 }
 
 TYPED_TEST(KVStorageContract, anEditMakesAList) {

@@ -119,9 +119,9 @@ TEST_F(InstallManagerImplTests, aRecordThatDoesNotEncodeIsSilentlyNotStored) {
 }
 
 TEST_F(InstallManagerImplTests, aLegacyRecordThatDoesNotEncodeIsSilentlyNotStored) {
-  keyValues->writeDictionary(legacyRecordKey,
-                             {{"Install-Timestamp", std::numeric_limits<double>::infinity()},
-                              {"Last-App-Version", "2.0"}});
+  keyValues->writePropertyList(legacyRecordKey,
+                               propertyList({{"Install-Timestamp", "<real>inf</real>"},
+                                             {"Last-App-Version", "<string>2.0</string>"}}));
   start();
   EXPECT_EQ(theInstall().oldAppVersion, std::nullopt);
   EXPECT_EQ(manager.kvInfo().firstInstallTimestamp, 1000.5);
@@ -271,7 +271,8 @@ TEST_F(InstallManagerImplTests, theLegacyRecordsAreMigratedBeforeTheDecision) {
   secrets->put(legacyRecordKey, keyedArchive({{"Last-App-Version", "<string>1.0</string>"},
                                               {"Install-Timestamp", "<real>7.5</real>"},
                                               {"Installed-Before-Kite", "<true/>"}}));
-  keyValues->writeDictionary(legacyRecordKey, {{"Last-App-Version", "0.9"}});
+  keyValues->writePropertyList(legacyRecordKey,
+                               propertyList({{"Last-App-Version", "<string>0.9</string>"}}));
   start();
   EXPECT_EQ(theInstall().oldAppVersion, std::optional<std::string>("1.0"));
   EXPECT_EQ(theInstall().oldBundleVersion, std::nullopt);
@@ -282,19 +283,21 @@ TEST_F(InstallManagerImplTests, theLegacyRecordsAreMigratedBeforeTheDecision) {
 TEST_F(InstallManagerImplTests, legacyRecordsMoveIntoTheirOwnStoreAndStayInPlace) {
   const auto archive = keyedArchive({{"Last-App-Version", "<string>2.0</string>"}});
   secrets->put(legacyRecordKey, archive);
-  keyValues->writeDictionary(legacyRecordKey, {{"Install-Timestamp", 3.5}});
+  const auto list = propertyList({{"Install-Timestamp", "<real>3.5</real>"}});
+  keyValues->writePropertyList(legacyRecordKey, list);
   start();
   EXPECT_THAT(installs(), IsEmpty()) << "the migrated version is the current one";
   EXPECT_EQ(parsed(secrets->text(installKey)), parsed(R"({"appVersion": "2.0"})"));
   EXPECT_EQ(parsed(keyValues->text(installKey)), parsed(R"({"firstInstallTimestamp": 3.5})"));
   EXPECT_EQ(secrets->text(legacyRecordKey), archive);
-  EXPECT_TRUE(keyValues->readDictionary(legacyRecordKey));
+  EXPECT_EQ(keyValues->readPropertyList(legacyRecordKey), list);
 }
 
 TEST_F(InstallManagerImplTests, aCurrentRecordIsNotTouchedByTheLegacyOne) {
   putBoth(R"({"appVersion": "2.0"})");
   secrets->put(legacyRecordKey, keyedArchive({{"Last-App-Version", "<string>1.0</string>"}}));
-  keyValues->writeDictionary(legacyRecordKey, {{"Last-App-Version", "1.0"}});
+  keyValues->writePropertyList(legacyRecordKey,
+                               propertyList({{"Last-App-Version", "<string>1.0</string>"}}));
   start();
   EXPECT_EQ(secrets->text(installKey), R"({"appVersion": "2.0"})");
   EXPECT_EQ(keyValues->text(installKey), R"({"appVersion": "2.0"})");
@@ -302,7 +305,8 @@ TEST_F(InstallManagerImplTests, aCurrentRecordIsNotTouchedByTheLegacyOne) {
 
 TEST_F(InstallManagerImplTests, aCurrentRecordThatDoesNotDecodeIsReplacedByTheLegacyOne) {
   putBoth(R"({"appVersion": 2})");
-  keyValues->writeDictionary(legacyRecordKey, {{"Last-App-Version", "2.0"}});
+  keyValues->writePropertyList(legacyRecordKey,
+                               propertyList({{"Last-App-Version", "<string>2.0</string>"}}));
   start();
   EXPECT_EQ(keyValues->text(installKey), R"({"appVersion":"2.0"})");
 }
@@ -321,8 +325,15 @@ TEST_F(InstallManagerImplTests, aLegacyArchiveThatCannotBeReadMigratesNothing) {
   EXPECT_EQ(theInstall().oldAppVersion, std::nullopt);
 }
 
+TEST_F(InstallManagerImplTests, aLegacyPropertyListThatCannotBeReadMigratesNothing) {
+  keyValues->writePropertyList(legacyRecordKey, {"no property list"});
+  secrets->put(installKey, R"({"appVersion": "2.0"})");
+  start();
+  EXPECT_FALSE(keyValues->contains(installKey));
+}
+
 TEST_F(InstallManagerImplTests, anEmptyLegacyDictionaryMakesAnEmptyRecord) {
-  keyValues->writeDictionary(legacyRecordKey, {});
+  keyValues->writePropertyList(legacyRecordKey, propertyList({}));
   secrets->put(installKey, R"({"appVersion": "2.0"})");
   start();
   EXPECT_EQ(keyValues->text(installKey), "{}");

@@ -46,11 +46,11 @@ class InMemoryKVStorage final : public Larder::KVStorage {
     return _table.find<double>(key);
   }
   void writeNumber(std::string_view key, double number) override { _table.set(key, number); }
-  std::optional<DynamicValue::Dictionary> readDictionary(std::string_view key) const override {
-    return _table.find<DynamicValue::Dictionary>(key);
+  std::optional<Data> readPropertyList(std::string_view key) const override {
+    return _table.find<Data>(key);
   }
-  void writeDictionary(std::string_view key, const DynamicValue::Dictionary& dictionary) override {
-    _table.set(key, dictionary);
+  void writePropertyList(std::string_view key, Data document) override {
+    _table.set(key, std::move(document));
   }
 
   bool contains(std::string_view key) const { return _table.contains(key); }

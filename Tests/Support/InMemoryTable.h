@@ -23,7 +23,7 @@ class InMemoryTable {
  public:
   using Stored = std::shared_ptr<const Larder::StoredValue>;
   using List = std::shared_ptr<const Larder::SavedList>;
-  using Value = std::variant<Stored, List, double, DynamicValue::Dictionary>;
+  using Value = std::variant<Stored, List, double, Data>;  // `Data` is a property list
 
   template <class T>
   std::optional<T> find(std::string_view key) const {

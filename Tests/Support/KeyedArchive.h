@@ -1,13 +1,22 @@
 #pragma once
 
+#include <Kite/Base/Data.h>
+
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace kite::test {
 
-/// One entry of an archived dictionary: its key as text, its value as a property-list element.
+/// One entry of a dictionary that is kept: its key as text, its value as a property-list element.
 using ArchivedEntry = std::pair<std::string, std::string>;
+
+/// A property list, as XML, whose root is a dictionary of these entries in this order.
+inline Data propertyList(const std::vector<ArchivedEntry>& entries) {
+  std::string document = "<plist version=\"1.0\"><dict>";
+  for (const auto& [key, value] : entries) document += "<key>" + key + "</key>" + value;
+  return {document + "</dict></plist>\n"};
+}
 
 /// A keyed archive, as XML, whose root object is a dictionary of these entries in this order.
 inline std::string keyedArchive(const std::vector<ArchivedEntry>& entries) {

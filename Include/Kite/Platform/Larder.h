@@ -2,7 +2,6 @@
 
 #include <Kite/Base/Data.h>
 #include <Kite/Base/UUID.h>
-#include <Kite/DynamicValue.h>
 
 #include <cstdint>
 #include <functional>
@@ -162,13 +161,13 @@ class KVStorage : public Storage {
   /// whose cost is that of the edit. Unless it is saved nothing changes.
   virtual EditResult edit(std::string_view key, const ListEdit& edit, Durability durability) = 0;
 
-  /// Native numbers and dictionaries are kept as such, not as JSON. Nothing when the key holds
-  /// another kind.
+  /// A native number is kept as such, not as JSON. Nothing when the key holds another kind.
   virtual std::optional<double> readNumber(std::string_view key) const = 0;
   virtual void writeNumber(std::string_view key, double number) = 0;
-  virtual std::optional<DynamicValue::Dictionary> readDictionary(std::string_view key) const = 0;
-  virtual void writeDictionary(std::string_view key,
-                               const DynamicValue::Dictionary& dictionary) = 0;
+  /// A native dictionary, as the bytes of a property list, binary or XML:
+  /// `LegacyArchive::propertyListDictionary` decodes them. Nothing when the key holds another kind.
+  virtual std::optional<Data> readPropertyList(std::string_view key) const = 0;
+  virtual void writePropertyList(std::string_view key, Data document) = 0;
 };
 
 /// The protected store; it survives the removal of the application.

@@ -1,9 +1,6 @@
 #include "Linux/Storage/LogKVStorage.h"
 
 #include <Kite/Linux/LinuxPlatform.h>
-#include <Kite/Platform/LegacyArchive.h>
-
-#include "LegacyArchive/PropertyList.h"
 
 #include <bit>
 #include <cstdint>
@@ -16,7 +13,7 @@ namespace kite::Linux {
 namespace {
 
 using Stored = std::shared_ptr<const Larder::StoredValue>;
-using Dictionary = std::shared_ptr<const DynamicValue::Dictionary>;
+using PropertyList = std::shared_ptr<const Data>;
 using Value = RecordStore::Value;
 
 /// The JSON array of a list's elements; null when they cannot be read.
@@ -57,19 +54,13 @@ std::optional<Value> numberFrom(const std::string& bytes) {
   return std::bit_cast<double>(bits);
 }
 
-std::optional<Value> dictionaryFrom(const std::string& bytes) {
-  auto dictionary = LegacyArchive::propertyListDictionary(bytes);
-  if (!dictionary) return std::nullopt;
-  return std::make_shared<const DynamicValue::Dictionary>(*std::move(dictionary));
-}
-
 std::optional<SavedValue> encode(std::string_view, const Value& value) {
   if (const auto* stored = std::get_if<Stored>(&value))
     return SavedValue{ValueKind::data, (*stored)->data().bytes};
   if (const auto* number = std::get_if<double>(&value))
     return SavedValue{ValueKind::number, bytesOf(*number)};
-  if (const auto* dictionary = std::get_if<Dictionary>(&value))
-    return SavedValue{ValueKind::dictionary, PropertyList::write(**dictionary)};
+  if (const auto* list = std::get_if<PropertyList>(&value))
+    return SavedValue{ValueKind::dictionary, (*list)->bytes};
   return std::nullopt;
 }
 
@@ -82,7 +73,7 @@ std::optional<Value> decode(std::string_view, const SavedValue& saved) {
     case ValueKind::number:
       return numberFrom(saved.bytes);
     case ValueKind::dictionary:
-      return dictionaryFrom(saved.bytes);
+      return std::make_shared<const Data>(Data{saved.bytes});
   }
   return std::nullopt;
 }
@@ -128,15 +119,14 @@ std::optional<double> LogKVStorage::readNumber(std::string_view key) const {
 
 void LogKVStorage::writeNumber(std::string_view key, double number) { _values->set(key, number); }
 
-std::optional<DynamicValue::Dictionary> LogKVStorage::readDictionary(std::string_view key) const {
+std::optional<Data> LogKVStorage::readPropertyList(std::string_view key) const {
   const auto value = _values->find(key);
-  const auto* dictionary = value ? std::get_if<Dictionary>(&*value) : nullptr;
-  return dictionary ? std::optional(**dictionary) : std::nullopt;
+  const auto* list = value ? std::get_if<PropertyList>(&*value) : nullptr;
+  return list ? std::optional(**list) : std::nullopt;
 }
 
-void LogKVStorage::writeDictionary(std::string_view key,
-                                   const DynamicValue::Dictionary& dictionary) {
-  _values->set(key, std::make_shared<const DynamicValue::Dictionary>(dictionary));
+void LogKVStorage::writePropertyList(std::string_view key, Data document) {
+  _values->set(key, std::make_shared<const Data>(std::move(document)));
 }
 
 std::shared_ptr<Larder::KVStorage> keyValueStorage(const std::filesystem::path& folder,

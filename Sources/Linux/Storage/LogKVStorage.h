@@ -23,8 +23,8 @@ class LogKVStorage final : public Larder::KVStorage {
                           Larder::Durability durability) override;
   std::optional<double> readNumber(std::string_view key) const override;
   void writeNumber(std::string_view key, double number) override;
-  std::optional<DynamicValue::Dictionary> readDictionary(std::string_view key) const override;
-  void writeDictionary(std::string_view key, const DynamicValue::Dictionary& dictionary) override;
+  std::optional<Data> readPropertyList(std::string_view key) const override;
+  void writePropertyList(std::string_view key, Data document) override;
 
   RecordStore& values() const { return *_values; }
 

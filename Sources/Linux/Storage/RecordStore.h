@@ -30,8 +30,9 @@ namespace kite::Linux {
 class RecordStore {
  public:
   struct List {};
+  /// `Data` is a native dictionary, as a property list.
   using Value = std::variant<std::shared_ptr<const Larder::StoredValue>, List, double,
-                             std::shared_ptr<const DynamicValue::Dictionary>>;
+                             std::shared_ptr<const Data>>;
 
   /// The form that values have in the log. `encode` gives nothing when it fails, `decode` for bytes
   /// that are no value.

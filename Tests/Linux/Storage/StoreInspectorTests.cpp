@@ -54,7 +54,7 @@ TEST_F(StoreInspectorTests, readsBesideALiveHost) {
   const auto storage = host();
   storage->write("data", {"bytes"});
   storage->writeNumber("number", 1.5);
-  storage->writeDictionary("dictionary", {{"k", 1}});
+  storage->writePropertyList("dictionary", {"<plist/>"});
   appendRows(*storage, "list", {row(1, "1"), row(2, "2")});
   const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
   ASSERT_TRUE(inspector) << inspector.error();
@@ -66,7 +66,7 @@ TEST_F(StoreInspectorTests, readsBesideALiveHost) {
   EXPECT_EQ(values->read("data")->data().bytes, "bytes");
   EXPECT_EQ(values->read("list")->data().bytes, "[1,2]");
   EXPECT_EQ(values->readNumber("number"), 1.5);
-  EXPECT_EQ(values->readDictionary("dictionary"), (DynamicValue::Dictionary{{"k", 1}}));
+  EXPECT_EQ(values->readPropertyList("dictionary"), Data{"<plist/>"});
   EXPECT_EQ((*inspector)->storage(), values);
 }
 
@@ -161,12 +161,12 @@ TEST_F(StoreInspectorTests, writesWhatAHostReadsLater) {
   {
     const auto values = inspectStore(folder, StoreKind::keyValues, true);
     ASSERT_TRUE(values) << values.error();
-    (*values)->keyValues()->writeDictionary("d", {{"k", true}});
+    (*values)->keyValues()->writePropertyList("d", {"<plist/>"});
     const auto secrets = inspectStore(folder, StoreKind::secrets, true);
     ASSERT_TRUE(secrets) << secrets.error();
     (*secrets)->storage()->write("s", {"archive"});
   }
-  EXPECT_EQ(host()->readDictionary("d"), (DynamicValue::Dictionary{{"k", true}}));
+  EXPECT_EQ(host()->readPropertyList("d"), Data{"<plist/>"});
   EXPECT_EQ(secretHost()->read("s")->data().bytes, "archive");
 }
 

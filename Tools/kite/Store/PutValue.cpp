@@ -3,8 +3,8 @@
 #include "Common/CommandFailure.h"
 #include "Common/ParseJSON.h"
 #include "Common/ReadFile.h"
-#include "Store/PropertyListFile.h"
 
+#include <Kite/Platform/LegacyArchive.h>
 #include <fmt/format.h>
 
 namespace kite::tool {
@@ -29,6 +29,14 @@ Data readJSON(const std::filesystem::path& file) {
   return {std::move(bytes)};
 }
 
+PropertyList readPropertyList(const std::filesystem::path& file) {
+  auto bytes = readFile(file);
+  if (!LegacyArchive::propertyListDictionary(bytes))
+    throw CommandFailure(
+        fmt::format("{}: not a property list with a dictionary at its root", file.string()));
+  return {{std::move(bytes)}};
+}
+
 Larder::KVStorage& keyValues(const Linux::StoreInspector& store) {
   const auto keyValues = store.keyValues();
   if (!keyValues)
@@ -41,7 +49,7 @@ Larder::KVStorage& keyValues(const Linux::StoreInspector& store) {
 StoreValue readValue(const std::filesystem::path& file, std::string_view form) {
   if (form == "json") return readJSON(file);
   if (form == "number") return readNumber(file);
-  if (form == "plist") return readPropertyListFile(file);
+  if (form == "plist") return readPropertyList(file);
   return Data{readFile(file)};
 }
 
@@ -51,7 +59,7 @@ void putValue(const Linux::StoreInspector& store, std::string_view key, const St
   } else if (const auto* number = std::get_if<double>(&value)) {
     keyValues(store).writeNumber(key, *number);
   } else {
-    keyValues(store).writeDictionary(key, std::get<DynamicValue::Dictionary>(value));
+    keyValues(store).writePropertyList(key, std::get<PropertyList>(value).document);
   }
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <Kite/Base/Data.h>
-#include <Kite/DynamicValue.h>
 #include <Kite/Linux/LinuxPlatform.h>
 
 #include <filesystem>
@@ -10,8 +9,14 @@
 
 namespace kite::tool {
 
+/// A property list whose root is a dictionary.
+struct PropertyList {
+  Data document;
+  friend bool operator==(const PropertyList&, const PropertyList&) = default;
+};
+
 /// A value as a store keeps it: bytes, a native number or a native dictionary.
-using StoreValue = std::variant<Data, double, DynamicValue::Dictionary>;
+using StoreValue = std::variant<Data, double, PropertyList>;
 
 /// What a file holds when it is read as `form`: "json", "number", "data" or "plist". Throws
 /// `CommandFailure` when it is something else.

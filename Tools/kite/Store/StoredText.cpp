@@ -1,6 +1,7 @@
 #include "Store/StoredText.h"
 
 #include <Kite/JSONValue.h>
+#include <Kite/Platform/LegacyArchive.h>
 #include <Kite/Platform/Lockwork.h>
 
 #include "Common/WriteJSON.h"
@@ -44,9 +45,9 @@ std::optional<std::string> storedText(const Linux::StoreInspector& store, std::s
   const auto keyValues = store.keyValues();
   if (!keyValues) return std::nullopt;
   if (const auto number = keyValues->readNumber(key)) return toJSON(*number) + "\n";
-  if (const auto dictionary = keyValues->readDictionary(key))
-    return toJSON(toJSONValue(*dictionary)) + "\n";
-  return std::nullopt;
+  const auto list = keyValues->readPropertyList(key);
+  const auto dictionary = list ? LegacyArchive::propertyListDictionary(list->bytes) : std::nullopt;
+  return dictionary ? std::optional(toJSON(toJSONValue(*dictionary)) + "\n") : std::nullopt;
 }
 
 }  // namespace kite::tool
