@@ -21,6 +21,12 @@ Locale locale() {
   return {.identifier = "en_NZ", .regionCode = "NZ", .preferredLanguages = {"en-NZ", "mi-NZ"}};
 }
 
+TimeZone timeZone() {
+  return {.identifier = "Pacific/Auckland",
+          .secondsFromUTC = [](Date) { return 13 * 3600; },
+          .isDaylightSavingTime = [](Date) { return true; }};
+}
+
 Device device() {
   const auto machine = [] {
     constexpr std::string_view name = "Phone15,2";
@@ -76,7 +82,6 @@ Platform StartedHost::platform() {
   options.secretsFolder = _options.folder / "secrets";
   options.caFile = _options.caFile;
   options.locale = locale();
-  options.timeZone = "Pacific/Auckland";
   options.notificationCenter = _center;
   options.system = quietSystem();
   auto platform = Linux::platform(std::move(options));
@@ -87,6 +92,7 @@ Platform StartedHost::platform() {
     return (name == "kite.sync" ? _syncQueue : _storageQueue) = Linux::workerQueue(name);
   };
   platform.device = [] { return std::make_shared<const Device>(device()); };
+  platform.timeZone = timeZone;
   platform.libraryShortVersion = "7.3.0";
   if (_options.scheduler) platform.scheduler = [this] { return _options.scheduler; };
   if (_options.network) platform.urlSession = [this] { return _options.network; };

@@ -70,7 +70,7 @@ Platform platform(PlatformOptions given) {
             return options->locale ? *options->locale : localeFrom(environment);
           },
       .device = [] { return device(); },
-      .timeZone = [options, environment] { return timeZoneFrom(options->timeZone, environment); },
+      .timeZone = timeZone,
       .attributionClient = [options] { return options->attributionClient; },
       .scheduler = [] { return timerThreadScheduler(); },
       .timeProvider = [] { return systemTimeProvider(); },

@@ -40,6 +40,7 @@ TEST(Command, saysWhatIsWrongWithItsUsageInOneLine) {
   expectUsageError({"collect", "--key", "k"});
   expectUsageError({"collect", "--key", "k", "--db", "d"});
   expectUsageError({"demo", "--events", "none"});
+  expectUsageError({"host", "--key", "k", "--time-zone", "Mars/Olympus_Mons"});
 }
 
 TEST(Command, helpsOnRequest) {

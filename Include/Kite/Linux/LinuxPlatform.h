@@ -14,7 +14,8 @@
 /// The platform on Linux. Every factory may be called from any thread.
 namespace kite::Linux {
 
-/// What a host tells of itself; everything left out is read from the system.
+/// What a host tells of itself; everything left out is read from the system. The time zone is the
+/// process's: that of TZ, else the machine's.
 struct PlatformOptions {
   std::string applicationName;  ///< a file name; folders are named after it
   Kitbag kitbag = {};
@@ -23,8 +24,6 @@ struct PlatformOptions {
       {};  ///< else `$XDG_DATA_HOME/kite-secrets/applicationName`
   std::optional<std::filesystem::path> caFile = {};  ///< PEM; else the system's authorities
   std::optional<Locale> locale = {};  ///< else LANGUAGE, LC_ALL, LC_MESSAGES and LANG
-  std::optional<std::string> timeZone =
-      {};  ///< IANA name; else TZ, /etc/timezone and /etc/localtime
   AttributionClient attributionClient = AttributionClient::none();
   std::shared_ptr<NotificationCenter> notificationCenter = nullptr;  ///< else a new one
   System system = System::live();  ///< its `print` gets the parts' console lines

@@ -2,8 +2,6 @@
 
 #include <Kite/Platform/Locale.h>
 
-#include "Linux/Machine/Environment.h"
-
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -12,14 +10,15 @@ namespace kite::Linux {
 
 /// Where the machine says which time zone it is in.
 struct TimeZoneFiles {
-  std::filesystem::path name = "/etc/timezone";
   std::filesystem::path link = "/etc/localtime";
-  std::string zones = "/usr/share/zoneinfo";
+  std::filesystem::path name = "/etc/timezone";
 };
 
-/// The given zone, or that of TZ, or the machine's, the first that the time zone database knows;
-/// else UTC. The process's own zone is not touched.
-TimeZone timeZoneFrom(const std::optional<std::string>& given, const Environment& environment,
-                      const TimeZoneFiles& files = {});
+/// What the process's time zone is called: as TZ has it, else as the machine's files do; "UTC" when
+/// nobody says.
+std::string timeZoneName(const std::optional<std::string>& TZ, const TimeZoneFiles& files = {});
+
+/// The process's time zone. Its offsets are those of `localtime_r`.
+TimeZone timeZone();
 
 }  // namespace kite::Linux

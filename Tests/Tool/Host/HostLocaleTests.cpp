@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 namespace kite::tool {
 namespace {
 
@@ -21,6 +23,20 @@ TEST(RegionCode, isTheLastPartOfAnIdentifier) {
 TEST(RegionCode, isAbsentWhenTheLastPartIsSomethingElse) {
   for (const auto* identifier : {"", "en", "zh_Hans", "en_", "NZ", "en_nz", "ca_ES_VALENCIA"})
     EXPECT_EQ(regionCode(identifier), std::nullopt) << identifier;
+}
+
+TEST(HostTimeZone, isOneOfTheDatabase) {
+  for (const auto* name : {"Europe/Berlin", "UTC", "Pacific/Auckland"})
+    EXPECT_TRUE(isTimeZone(name)) << name;
+  for (const auto* name : {"", "Europe", "zone.tab", "CET-1CEST", "Mars/Olympus_Mons",
+                           "../zoneinfo/UTC", "/usr/share/zoneinfo/UTC"})
+    EXPECT_FALSE(isTimeZone(name)) << name;
+}
+
+TEST(HostTimeZone, isLookedUpWhereTheEnvironmentSays) {
+  ::setenv("TZDIR", "/nowhere", 1);
+  EXPECT_FALSE(isTimeZone("UTC"));
+  ::unsetenv("TZDIR");
 }
 
 TEST(HostLocale, isTheSystemsWithoutOptions) {

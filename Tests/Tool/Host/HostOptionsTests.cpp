@@ -110,6 +110,8 @@ TEST(HostOptions, refuseWhatTheyDoNotUnderstand) {
   EXPECT_THAT(complaint({"--sessions", "never"}), HasSubstr("--sessions"));
   EXPECT_THAT(complaint({"--storefront", "143441"}), HasSubstr("ID:CC"));
   EXPECT_THAT(complaint({"--custom-id", "=x"}), HasSubstr("NAME=VALUE"));
+  EXPECT_EQ(complaint({"--time-zone", "Mars/Olympus_Mons"}),
+            "--time-zone: the system knows no time zone \"Mars/Olympus_Mons\"");
   EXPECT_THAT(complaint({"--wings"}), HasSubstr("--wings"));
   EXPECT_THAT(complaint({"one", "two"}), HasSubstr("two"));
 }

@@ -79,7 +79,6 @@ Platform Host::platform() const {
                                    .dataFolder = folder(_options, "app"),
                                    .secretsFolder = folder(_options, "secrets"),
                                    .caFile = _options.caFile,
-                                   .timeZone = _options.timeZone,
                                    .attributionClient = _attributionClient,
                                    .notificationCenter = _center});
   platform.locale = [locale = hostLocale(_options, platform.locale())] { return locale; };

@@ -2,6 +2,7 @@
 
 #include "Common/CommandFailure.h"
 #include "Common/WriteAll.h"
+#include "Host/HostLocale.h"
 #include "Host/Runner.h"
 
 #include <fcntl.h>
@@ -42,6 +43,7 @@ class Script {
 };
 
 void runHost(const HostOptions& options) {
+  if (options.timeZone) setTimeZone(*options.timeZone);
   const Script script(options.script);
   Host host(options);
   LineReader lines(script.descriptor);

@@ -1,6 +1,10 @@
 #include "Host/HostLocale.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
 
 namespace kite::tool {
 namespace {
@@ -19,6 +23,20 @@ std::optional<std::string> regionCode(std::string_view identifier) {
   const auto at = plain.find_last_of("_-");
   if (at == plain.npos || !isRegion(plain.substr(at + 1))) return std::nullopt;
   return std::string(plain.substr(at + 1));
+}
+
+bool isTimeZone(const std::string& name) {
+  const char* const folder = std::getenv("TZDIR");
+  const std::filesystem::path relative(name);
+  if (relative.is_absolute() || name.find("..") != name.npos) return false;
+  std::ifstream file((folder ? folder : "/usr/share/zoneinfo") / relative, std::ios::binary);
+  char magic[4] = {};
+  return file.read(magic, sizeof magic) && std::string_view(magic, sizeof magic) == "TZif";
+}
+
+void setTimeZone(const std::string& name) {
+  ::setenv("TZ", name.c_str(), 1);
+  ::tzset();
 }
 
 Locale hostLocale(const HostOptions& options, Locale system) {

@@ -14,6 +14,11 @@ namespace kite::tool {
 /// that is of two letters or three digits and not the language.
 std::optional<std::string> regionCode(std::string_view identifier);
 
+/// Whether the system's time zone database, in TZDIR or /usr/share/zoneinfo, knows the zone.
+bool isTimeZone(const std::string& name);
+/// Makes it the zone of this process. To be called before there are threads.
+void setTimeZone(const std::string& name);
+
 /// The system's locale with what the options say of it.
 Locale hostLocale(const HostOptions& options, Locale system);
 

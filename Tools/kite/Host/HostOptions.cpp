@@ -1,5 +1,7 @@
 #include "Host/HostOptions.h"
 
+#include "Host/HostLocale.h"
+
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
@@ -37,6 +39,11 @@ URL parsedEndpoint(const std::string& option, const std::string& given) {
   if (url->scheme() != "https")
     throw CLI::ValidationError(option, url->origin() + " is refused: events go over HTTPS only");
   return *url;
+}
+
+std::string checkedTimeZone(const std::string& option, const std::string& given) {
+  if (isTimeZone(given)) return given;
+  throw CLI::ValidationError(option, fmt::format("the system knows no time zone \"{}\"", given));
 }
 
 /// The two texts around the first `separator`, neither of them empty.
@@ -112,7 +119,8 @@ void addUser(CLI::App& command, HostOptions& options) {
       command, "--locale", [&](auto& given) { options.locale = given; },
       "The user's locale, such as en_NZ", "ID");
   text(
-      command, "--time-zone", [&](auto& given) { options.timeZone = given; },
+      command, "--time-zone",
+      [&](auto& given) { options.timeZone = checkedTimeZone("--time-zone", given); },
       "The user's time zone, such as Pacific/Auckland", "ID");
   repeated(
       command, "--preferred-language",
