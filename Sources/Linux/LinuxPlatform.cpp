@@ -1,13 +1,7 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
-#include "Linux/Machine/DeviceDefaults.h"
-#include "Linux/Machine/Environment.h"
-#include "Linux/Machine/FileManagerDefaults.h"
-#include "Linux/Machine/Folders.h"
-#include "Linux/Machine/LocaleDefaults.h"
-#include "Linux/Machine/TimeZoneDefaults.h"
+#include "Linux/Machine/Machine.h"
 #include "Linux/Machine/Usher.h"
-#include "Linux/Threads/SystemTime.h"
 
 #include <memory>
 #include <mutex>
@@ -17,8 +11,8 @@ namespace kite::Linux {
 
 namespace {
 
-/// Makes an object when it is wanted, and another only when nobody holds that one any more: a store
-/// has one owner.
+/// Gives the same object for as long as somebody holds it, else makes a new one: a store has one
+/// owner.
 template <class T>
 class Shareable {
  public:
@@ -73,7 +67,7 @@ Platform platform(PlatformOptions given) {
       .timeZone = timeZone,
       .attributionClient = [options] { return options->attributionClient; },
       .scheduler = [] { return timerThreadScheduler(); },
-      .timeProvider = [] { return systemTimeProvider(); },
+      .timeProvider = [] { return Tempra::TimeProvider{System::live().now}; },
       .queue = [](const std::string& name) { return workerQueue(name); },
       .randomUUID = options->system.randomUUID,
       .usherManager = [options]() -> std::shared_ptr<Usher::UsherManager> {

@@ -1,10 +1,15 @@
-#include "Linux/Machine/Folders.h"
+#include "Linux/Machine/Machine.h"
 
+#include <fcntl.h>
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-namespace kite::Linux {
+#include <cstdlib>
+#include <utility>
+#include <vector>
 
+namespace kite::Linux {
 namespace {
 
 std::filesystem::path home(const Environment& environment) {
@@ -29,7 +34,23 @@ std::string folderName(const std::string& applicationName) {
   return name.empty() || name == "." || name == ".." ? "kite-application" : name;
 }
 
+// Not every file system remembers when a file was made.
+std::optional<FileAttributes> attributesOf(const std::string& path) {
+  struct statx status {};
+  if (::statx(AT_FDCWD, path.c_str(), 0, STATX_BTIME, &status) != 0) return std::nullopt;
+  if ((status.stx_mask & STATX_BTIME) == 0) return FileAttributes{};
+  return FileAttributes{Date{static_cast<double>(status.stx_btime.tv_sec) +
+                             1e-9 * static_cast<double>(status.stx_btime.tv_nsec)}};
+}
+
 }  // namespace
+
+Environment processEnvironment() {
+  return [](const char* name) -> std::optional<std::string> {
+    const auto* value = std::getenv(name);
+    return value && *value ? std::optional<std::string>(value) : std::nullopt;
+  };
+}
 
 Folders foldersFor(const PlatformOptions& options, const Environment& environment) {
   const auto name = folderName(options.applicationName);
@@ -40,6 +61,19 @@ Folders foldersFor(const PlatformOptions& options, const Environment& environmen
   if (!options.dataFolder)
     folders.notBackedUp = base(environment, "XDG_STATE_HOME", ".local/state") / name;
   return folders;
+}
+
+FileManager fileManager(std::filesystem::path documents) {
+  return {
+      .urlsForDirectory =
+          [documents = std::move(documents)](int directory, int mask) {
+            const bool isKnown =
+                directory == FileManager::documentDirectory && mask == FileManager::userDomainMask;
+            return isKnown ? std::vector<std::string>{documents.string()}
+                           : std::vector<std::string>{};
+          },
+      .attributesOfItem = attributesOf,
+  };
 }
 
 }  // namespace kite::Linux

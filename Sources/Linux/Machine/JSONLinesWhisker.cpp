@@ -1,6 +1,7 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
 #include "JSON/JSONEncoder.h"
+#include "Linux/Storage/FileDescriptor.h"
 #include "Linux/Storage/FileSizeSignal.h"
 #include "Linux/Storage/Uninterrupted.h"
 
@@ -15,47 +16,33 @@
 namespace kite::Linux {
 namespace {
 
-// Closes the file with the last client that writes to it.
+/// Where lines go: a file, which is closed with the last client that writes to it, or standard
+/// error.
 class LineSink {
  public:
-  static std::shared_ptr<const LineSink> standardError() {
-    return std::shared_ptr<const LineSink>(new LineSink(STDERR_FILENO));
-  }
-  // Lines from other processes stay whole beside ours: each is appended by one write.
-  static std::shared_ptr<const LineSink> appendingTo(const std::filesystem::path& file) {
-    const int descriptor =
-        ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (descriptor >= 0) return std::shared_ptr<const LineSink>(new LineSink(descriptor));
-    System::live().print("[KITE] Telemetry goes to standard error: cannot open " + file.string());
-    return standardError();
-  }
-
-  LineSink(const LineSink&) = delete;
-  LineSink& operator=(const LineSink&) = delete;
-  ~LineSink() {
-    if (_descriptor != STDERR_FILENO) ::close(_descriptor);
+  explicit LineSink(const std::optional<std::filesystem::path>& file) {
+    if (!file) return;
+    // O_APPEND keeps lines whole beside those of other processes.
+    _file = FileDescriptor(
+        ::open(file->c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!_file)
+      System::live().print("[KITE] Telemetry goes to standard error: cannot open " +
+                           file->string());
   }
 
   void write(const std::string& line) const {
     const WithoutFileSizeSignal quiet;
-    uninterrupted([&] { return ::write(_descriptor, line.data(), line.size()); });
+    const int descriptor = _file ? _file.get() : STDERR_FILENO;
+    uninterrupted([&] { return ::write(descriptor, line.data(), line.size()); });
   }
 
  private:
-  explicit LineSink(int descriptor) : _descriptor(descriptor) {}
-
-  const int _descriptor;
+  FileDescriptor _file;
 };
 
 std::string_view text(Whisker::Severity severity) {
   static constexpr std::array<std::string_view, 4> texts{"info", "warning", "error", "critical"};
   return texts.at(static_cast<std::size_t>(severity));
-}
-
-JSONValue list(const std::vector<std::string>& scope, const std::vector<std::string>& categories) {
-  JSONValue::Array result(scope.begin(), scope.end());
-  result.insert(result.end(), categories.begin(), categories.end());
-  return result;
 }
 
 // What has no JSON text must not cost the rest of the report.
@@ -80,10 +67,12 @@ class JSONLinesWhisker final : public Whisker {
   }
 
   void report(const DebugEvent& event, const SourceLocation& where) override {
+    JSONValue::Array categories(_scope.begin(), _scope.end());
+    categories.insert(categories.end(), event.categories.begin(), event.categories.end());
     JSONValue::Object report{
         {"timestamp", System::live().now().secondsSince1970},
         {"severity", text(event.severity)},
-        {"categories", list(_scope, event.categories)},
+        {"categories", std::move(categories)},
         {"description", event.description},
         {"info", event.info},
         {"file", where.file},
@@ -102,8 +91,8 @@ class JSONLinesWhisker final : public Whisker {
 }  // namespace
 
 std::shared_ptr<Whisker> jsonLinesWhisker(std::optional<std::filesystem::path> file) {
-  auto sink = file ? LineSink::appendingTo(*file) : LineSink::standardError();
-  return std::make_shared<JSONLinesWhisker>(std::move(sink), std::vector<std::string>{});
+  return std::make_shared<JSONLinesWhisker>(std::make_shared<const LineSink>(file),
+                                            std::vector<std::string>{});
 }
 
 }  // namespace kite::Linux

@@ -3,7 +3,6 @@
 #include "JSON/JSONDecoder.h"
 #include "Linux/Storage/PrivateFolder.h"
 
-#include <cstddef>
 #include <mutex>
 #include <utility>
 
@@ -76,39 +75,22 @@ void Manager::start(UsherDependencies given) {
   _state.set(std::move(kept), std::move(provided));
 }
 
+// Asks the host for every identifier, once. While each is what it was, nothing is copied.
 std::shared_ptr<const Ids> Manager::ids() const {
   const auto state = _state.get();
-  auto last = state->last.copy();
-  if (auto values = changedValues(*state, last.get())) {
-    last = answer(*state, *std::move(values));
-    state->last.set(last);
-  }
-  const Ids* ids = &last->ids;
-  return {std::move(last), ids};
-}
-
-// Asks the host for every identifier, once. While each is what it was, nothing is copied.
-std::optional<Manager::Values> Manager::changedValues(const State& state, const Answer* last) {
-  std::optional<Values> changed;
-  if (!last) changed.emplace();
-  for (std::size_t i = 0; const auto& [name, provider] : state.provided) {
+  const auto last = state->last.copy();
+  auto ids = last ? last : std::make_shared<const Ids>(state->kept);
+  std::shared_ptr<Ids> changed;
+  for (const auto& [name, provider] : state->provided) {
     auto value = provider();
-    if (!changed && value != last->values[i]) {
-      const auto begin = last->values.begin();
-      changed.emplace(begin, begin + static_cast<std::ptrdiff_t>(i));
-    }
-    if (changed) changed->push_back(std::move(value));
-    ++i;
+    const auto known = ids->find(name);
+    if (known == ids->end() ? !value : value == known->second.value) continue;
+    if (!changed) ids = changed = std::make_shared<Ids>(*ids);
+    changed->erase(name);
+    if (value) changed->emplace(name, Id{*std::move(value)});
   }
-  return changed;
-}
-
-std::shared_ptr<const Manager::Answer> Manager::answer(const State& state, Values values) {
-  auto ids = state.kept;
-  for (std::size_t i = 0; const auto& [name, provider] : state.provided) {
-    if (const auto& value = values[i++]) ids.emplace(name, Id{*value});
-  }
-  return std::make_shared<const Answer>(Answer{std::move(values), std::move(ids)});
+  if (ids != last) state->last.set(ids);
+  return ids;
 }
 
 Id Manager::userDefaultsId() const { return _state->kept.find(userDefaultsName)->second; }

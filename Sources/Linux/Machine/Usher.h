@@ -7,10 +7,7 @@
 #include "Base/Started.h"
 
 #include <memory>
-#include <optional>
-#include <string>
 #include <utility>
-#include <vector>
 
 namespace kite::Usher {
 
@@ -26,21 +23,11 @@ class Manager final : public UsherManager {
   Id keychainId() const override;
 
  private:
-  using Values = std::vector<std::optional<std::string>>;  // in the order of `provided`
-
-  /// What the host answered last, and the identifiers that it makes.
-  struct Answer {
-    Values values;
-    Ids ids;
-  };
   struct State {
     Ids kept;
-    CustomIdentifiers provided;  // by names that `kept` does not have
-    mutable Guarded<std::shared_ptr<const Answer>> last{};
+    CustomIdentifiers provided;                          // by names that `kept` does not have
+    mutable Guarded<std::shared_ptr<const Ids>> last{};  // what `ids` gave last
   };
-
-  static std::optional<Values> changedValues(const State& state, const Answer* last);
-  static std::shared_ptr<const Answer> answer(const State& state, Values values);
 
   System _system;
   Started<State> _state{"Call start before using the UsherManager", {}};

@@ -190,7 +190,7 @@ void CurlTransfer::fail(std::string_view cause) const {
   tell(std::move(told));
 }
 
-// A completion must not throw; one that does for want of memory has nobody else to tell.
+// A completion must not throw; when one finds no memory there is nobody else to tell.
 void CurlTransfer::tell(Reply reply) const {
   catchingBadAlloc([&] {
     _exchange.completion(std::move(reply.body), std::move(reply.response), std::move(reply.error));
@@ -201,8 +201,8 @@ CurlTransfer::Reply CurlTransfer::reply(CURLcode outcome) {
   const bool isEarly = !isSentWhole();
   auto from = response();
   const int status = from.statusCode.value_or(0);
-  // A refusal counts however its connection ends. A status below 400 may not be the last one:
-  // libcurl follows redirects and waits interim replies out.
+  // A refusal counts however its connection ends. A status below 400 may not be the last one: a
+  // redirect or an interim reply may come before it.
   const bool isEarlyRefusal = isEarly && status >= 400;
   const bool isStatusEnough = _isHeaderWhole && (_isBodyTooLong || isEarlyRefusal);
   if (outcome != CURLE_OK && !isStatusEnough)

@@ -15,7 +15,7 @@
 
 namespace kite::Linux {
 
-/// A request, and whom to tell how it went.
+/// A request and its completion.
 struct Exchange {
   URLRequest request;
   URLSession::Completion completion;
@@ -31,8 +31,8 @@ class CurlTransfer {
   /// Makes the handle ready to be performed; what is wrong with the request, if anything is.
   std::optional<std::string> prepare(const std::optional<std::filesystem::path>& caFile);
 
-  /// When `handle` must be performed, come what may, for its time to run out: libcurl by itself
-  /// would wait the whole time anew after each redirect.
+  /// When `handle` must be performed at the latest, so that it times out: libcurl by itself would
+  /// begin to wait anew after each redirect.
   std::chrono::steady_clock::time_point deadline() const { return _deadline; }
 
   CURL* handle() const { return _handle.get(); }

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t longestThreadName = 15;
 
-// A thread inherits the mask of its creator, so no signal slips in before the thread could mask it.
+// A thread inherits the mask of its creator, so that no signal is delivered before it has one.
 class SignalMask {
  public:
   SignalMask() {

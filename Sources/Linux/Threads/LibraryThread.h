@@ -5,10 +5,10 @@
 
 namespace kite::Linux {
 
-/// Starts a thread that belongs to the library: named, deaf to signals, and joined by nobody.
+/// Starts a detached thread with a name; false when the system has no thread to give.
 ///
-/// False when the system has no thread to give. Signals that report a fault of the thread itself
-/// still reach it, so that a host's crash handler sees them.
+/// All signals are blocked in it but those that report a fault of the thread itself, so that a
+/// host's crash handler sees them.
 [[nodiscard]] bool startThread(const std::string& name, std::function<void()> body);
 
 }  // namespace kite::Linux

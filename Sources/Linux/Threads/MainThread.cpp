@@ -20,27 +20,17 @@ class AttachedMainThread final : public MainThread {
 
   void runSynchronously(const std::function<void()>& body) override {
     if (std::this_thread::get_id() == _thread) return body();
-    // A loop that has ended drops what it is given; then there is no main loop, and the body runs
-    // here.
-    if (!runOnLoop(body)) body();
+    auto task = std::make_shared<std::packaged_task<void()>>([&body] { body(); });
+    auto done = task->get_future();
+    _post([task = std::move(task)] { (*task)(); });
+    try {
+      done.get();
+    } catch (const std::future_error&) {
+      body();  // the loop has ended and dropped the task
+    }
   }
 
  private:
-  bool runOnLoop(const std::function<void()>& body) const {
-    std::future<void> done;
-    {
-      auto task = std::make_shared<std::packaged_task<void()>>([&body] { body(); });
-      done = task->get_future();
-      _post([task = std::move(task)] { (*task)(); });
-    }
-    try {
-      done.get();
-      return true;
-    } catch (const std::future_error&) {
-      return false;
-    }
-  }
-
   const Post _post;
   const std::thread::id _thread = std::this_thread::get_id();
 };

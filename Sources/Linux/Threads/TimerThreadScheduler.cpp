@@ -18,8 +18,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr Tempra::Duration longestDelay{1e9};
-constexpr Tempra::Duration shortestPeriod{
-    1e-3};  // a period of nothing would never let go of a core
+constexpr Tempra::Duration shortestPeriod{1e-3};  // a period of zero would keep a core busy
 
 Clock::duration clamped(Tempra::Duration delay, Tempra::Duration least) {
   if (!(delay > least)) return std::chrono::duration_cast<Clock::duration>(least);

@@ -18,18 +18,17 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Blocks = std::vector<Tempra::Block>;
 
-// Waking a sleeping thread costs the submitter a system call, so a worker that is kept busy looks
-// out for the next block this long before it sleeps.
+// Waking a sleeping thread costs the submitter a system call, so a worker that is kept busy polls
+// for the next block this long before it sleeps.
 constexpr auto lingerTime = std::chrono::microseconds(50);
 constexpr std::size_t keptCapacity = 4096;
 
-// Memory that ran out may be had again soon. One block that asks for too much must not hold up the
-// others for ever.
+// A block that finds no memory is tried again, as others may free some soon, but not for ever.
 constexpr auto pauseWithoutMemory = std::chrono::milliseconds(50);
 constexpr int mostTrials = 1200;
 
-// Whether blocks come so fast that a few had better gather: were each taken as it comes, what both
-// threads touch would travel between their cores every time.
+// Whether blocks come so fast that they are better taken in batches: taking each at once would move
+// the cache lines that both threads use between their cores every time.
 class Flood {
  public:
   static constexpr auto napTime = std::chrono::microseconds(50);
@@ -59,7 +58,7 @@ class Worker : public std::enable_shared_from_this<Worker> {
       : _name(std::move(name)),
         _complaint("[KITE] No thread can be started for " + _name + ", its work waits") {}
 
-  // What it needs it has before it takes the block: where memory runs out, nothing was taken.
+  // Whatever needs memory comes before the block is taken, so that a failure leaves it untaken.
   void submit(Tempra::Block block) {
     if (!block) return;
     std::unique_lock guard(_mutex);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Linux/Machine/Environment.h"
+#include "Linux/Machine/Machine.h"
 
 #include <map>
 #include <string>

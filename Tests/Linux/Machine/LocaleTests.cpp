@@ -1,4 +1,4 @@
-#include "Linux/Machine/LocaleDefaults.h"
+#include "Linux/Machine/Machine.h"
 
 #include "Linux/Machine/FakeEnvironment.h"
 

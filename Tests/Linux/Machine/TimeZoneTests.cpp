@@ -1,4 +1,4 @@
-#include "Linux/Machine/TimeZoneDefaults.h"
+#include "Linux/Machine/Machine.h"
 
 #include "Support/TemporaryFolder.h"
 

@@ -1,4 +1,4 @@
-#include "Linux/Machine/DeviceDefaults.h"
+#include "Linux/Machine/Machine.h"
 
 #include "Linux/Storage/PrivateFolder.h"
 
@@ -11,7 +11,6 @@
 #include <string_view>
 
 namespace kite::Linux {
-
 namespace {
 
 constexpr std::size_t longestFile = 64 * 1024;

@@ -1,4 +1,4 @@
-#include "Linux/Machine/LocaleDefaults.h"
+#include "Linux/Machine/Machine.h"
 
 #include <algorithm>
 #include <cctype>
@@ -6,7 +6,6 @@
 #include <utility>
 
 namespace kite::Linux {
-
 namespace {
 
 struct Name {

@@ -1,4 +1,4 @@
-#include "Linux/Machine/TimeZoneDefaults.h"
+#include "Linux/Machine/Machine.h"
 
 #include "Linux/Storage/PrivateFolder.h"
 
@@ -10,7 +10,6 @@
 #include <system_error>
 
 namespace kite::Linux {
-
 namespace {
 
 constexpr std::string_view database = "zoneinfo/";
