@@ -24,7 +24,7 @@ class IdFilter {
   static constexpr std::size_t sieveSize = 1 << 16;
 
   /// By the last bytes, which are random in a random UUID.
-  static std::size_t slot(const UUID& id) { return id.bytes[14] << 8U | id.bytes[15]; }
+  static std::size_t slot(const UUID& id) { return std::size_t{id.bytes[14]} << 8U | id.bytes[15]; }
   bool holds(const UUID& id) const;
   bool matchesText(const PendingEvent& event) const;
 
