@@ -1,6 +1,6 @@
 #include "JSON/JSONDecoder.h"
 
-#include "JSON/JSONEncoder.h"
+#include "JSON/JSONWriter.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -73,13 +73,16 @@ class KITE_EXPORT KiteData {
 
  private:
   friend class KiteValue;
-  friend class MemberText;
+  friend class JSONWriter;
   friend KITE_EXPORT JSONValue::Object toJSONObject(const KiteData& data);
 
-  template <class Value>
-  void pack(std::string_view name, const Value& value);
-  template <class Visit>
-  void visit(Visit each) const;
+  /// A value where it is: of `_packed`, or one of `_others`.
+  using Value = std::variant<std::string_view, std::int64_t, double, bool, const KiteValue*>;
+  using Members = std::vector<std::pair<std::string_view, Value>>;
+
+  /// In the order in which they were put in.
+  Members members() const;
+  static KiteValue copyOf(const Value& value);
 
   std::string _packed;             // one after the other: kind, name, value
   std::vector<KiteValue> _others;  // values that are more than a text, a number or a flag

@@ -10,7 +10,10 @@ namespace {
 
 Result<SharedText, EncodingError> encodeUser(std::string_view app, const User& user) {
   std::string text;
-  if (auto error = EventText::appendUser(text, app, user)) return Failure{*std::move(error)};
+  JSONWriter writer(text);
+  writer.resumeObject();
+  EventText::writeUser(writer, app, user);
+  if (writer.error()) return Failure{*writer.error()};
   text.shrink_to_fit();
   return SharedText(std::make_shared<const std::string>(std::move(text)));
 }
@@ -18,7 +21,10 @@ Result<SharedText, EncodingError> encodeUser(std::string_view app, const User& u
 }  // namespace
 
 EventHandle EventEncoder::encode(const StoredEvent& event) {
-  auto encoded = encode(EventText::headOf(event), event.app, event.user, event.data);
+  const EventText::Head head{event.type.rawValue(), event.id, event.timestamp,
+                             event.requestTimestamp};
+  auto encoded =
+      encode(head, event.app, event.user, [&](JSONWriter& writer) { writer.value(event.data); });
   return encoded ? *std::move(encoded)
                  : std::make_shared<const EncodedEvent>(event, encoded.error());
 }
@@ -27,21 +33,28 @@ EventHandle EventEncoder::encode(const UserAction& action, std::string_view app)
   const EventType type = action.type();
   const UUIDText id(action.payload().id);
   const EventText::Head head{type.rawValue(), id.view(), action.timestamp(), std::nullopt};
-  auto encoded = encode(head, app, action.user(), action.payload());
-  return encoded ? *std::move(encoded) : encode(StoredEvent::from(action, std::string(app)));
+  auto encoded = encode(head, app, action.user(),
+                        [&](JSONWriter& writer) { writeData(writer, action.payload()); });
+  return encoded ? *std::move(encoded)
+                 : std::make_shared<const EncodedEvent>(StoredEvent::from(action, std::string(app)),
+                                                        encoded.error());
 }
 
-template <class Data>
+template <class WriteData>
 Result<EventHandle, EncodingError> EventEncoder::encode(const EventText::Head& head,
                                                         std::string_view app,
                                                         const Shared<User>& user,
-                                                        const Data& data) {
-  EventText::HeadLayout layout;
+                                                        WriteData writeData) {
   _scratch.clear();
-  if (auto error = EventText::appendHead(_scratch, head, layout)) return Failure{*std::move(error)};
+  JSONWriter writer(_scratch);
+  const auto layout = EventText::writeHead(writer, head);
+  if (writer.error()) return Failure{*writer.error()};
   const UserText& text = userText(app, user);
   if (!text) return Failure{text.error()};
-  if (auto error = EventText::appendData(_scratch, data)) return Failure{*std::move(error)};
+  writer.key("data");
+  writeData(writer);
+  writer.endObject();
+  if (writer.error()) return Failure{*writer.error()};
   return EventHandle(std::make_shared<const EncodedEvent>(_scratch, layout, *text));
 }
 

@@ -3,6 +3,7 @@
 #include <Kite/Base/Result.h>
 
 #include "Events/EncodedEvent.h"
+#include "Events/UserAction.h"
 
 #include <optional>
 #include <string>
@@ -26,9 +27,10 @@ class EventEncoder {
     UserText text;
   };
 
-  template <class Data>
+  /// The event, unless some part of it has no text. `writeData(writer)` writes its data.
+  template <class WriteData>
   Result<EventHandle, EncodingError> encode(const EventText::Head& head, std::string_view app,
-                                            const Shared<User>& user, const Data& data);
+                                            const Shared<User>& user, WriteData writeData);
   const UserText& userText(std::string_view app, const Shared<User>& user);
 
   std::optional<Encoded> _last;

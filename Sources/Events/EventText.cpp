@@ -1,86 +1,60 @@
 #include "Events/EventText.h"
 
-#include "JSON/Pen.h"
-
-#include <utility>
+#include "Events/User.h"
 
 namespace kite::EventText {
 namespace {
 
-using Failed = std::optional<EncodingError>;
-
-std::uint32_t distance(std::size_t begin, std::size_t end) {
-  return static_cast<std::uint32_t>(end - begin);
+std::uint32_t position(const JSONWriter& writer) {
+  return static_cast<std::uint32_t>(writer.position());
 }
 
-void appendIds(std::string& out, const User& user) {
-  char separator = '{';
-  for (const auto& [name, id] : user.ids) {
-    out += separator;
-    appendJSONString(out, name);
-    out += ':';
-    appendJSONString(out, id);
-    separator = ',';
-  }
-  out += user.ids.empty() ? "{}" : "}";
+void writeRequestTimestamp(JSONWriter& writer, double seconds) {
+  writer.key("request_timestamp");
+  writer.number(seconds);
 }
 
 }  // namespace
 
-Failed appendHead(std::string& out, const Head& head, HeadLayout& layout) {
-  constexpr std::size_t roomForNames = 64;
-  const std::size_t begin = out.size();
-  {
-    Pen pen(out, head.type.size() + head.id.size() + longestJSONNumber + roomForNames);
-    pen.put(R"({"type":)");
-    pen.putString(head.type);
-    pen.put(R"(,"id":)");
-    layout.idBegin = distance(begin, pen.position()) + 1;
-    pen.putString(head.id);
-    layout.idEnd = distance(begin, pen.position()) - 1;
-    pen.put(R"(,"timestamp":)");
-    if (auto error = pen.putReal(head.timestamp)) return within({"timestamp"}, std::move(error));
+HeadLayout writeHead(JSONWriter& writer, const Head& head) {
+  HeadLayout layout;
+  writer.beginObject();
+  writer.key("type");
+  writer.string(head.type);
+  writer.key("id");
+  layout.idBegin = position(writer) + 1;
+  writer.string(head.id);
+  layout.idEnd = position(writer) - 1;
+  writer.key("timestamp");
+  writer.number(head.timestamp);
+  layout.stampBegin = position(writer);
+  if (head.requestTimestamp) writeRequestTimestamp(writer, *head.requestTimestamp);
+  layout.stampEnd = position(writer);
+  return layout;
+}
+
+void writeUser(JSONWriter& writer, std::string_view app, const User& user) {
+  writer.key("app");
+  writer.string(app);
+  writer.key("user");
+  writer.beginObject();
+  writer.key("info");
+  writer.value(user.info);
+  writer.key("ids");
+  writer.beginObject();
+  for (const auto& [name, id] : user.ids) {
+    writer.key(name);
+    writer.string(id);
   }
-  layout.stampBegin = distance(begin, out.size());
-  if (head.requestTimestamp) {
-    if (auto error = appendRequestTimestamp(out, *head.requestTimestamp)) return error;
-  }
-  layout.stampEnd = distance(begin, out.size());
-  return std::nullopt;
+  writer.endObject();
+  writer.endObject();
 }
 
-Failed appendRequestTimestamp(std::string& out, double seconds) {
-  out += R"(,"request_timestamp":)";
-  return within({"request_timestamp"}, appendJSON(out, seconds));
-}
-
-Failed appendUser(std::string& out, std::string_view app, const User& user) {
-  constexpr int eventAndUser = 2;
-  out += R"(,"app":)";
-  appendJSONString(out, app);
-  out += R"(,"user":{"info":)";
-  if (auto error = appendJSON(out, user.info, eventAndUser))
-    return within({"user", "info"}, std::move(error));
-  out += R"(,"ids":)";
-  appendIds(out, user);
-  out += '}';
-  return std::nullopt;
-}
-
-template <class Data>
-Failed appendDataOf(std::string& out, const Data& data) {
-  constexpr int event = 1;
-  out += R"(,"data":)";
-  if (auto error = appendJSON(out, data, event)) return within({"data"}, std::move(error));
-  out += '}';
-  return std::nullopt;
-}
-
-Failed appendData(std::string& out, const JSONValue::Object& data) {
-  return appendDataOf(out, data);
-}
-Failed appendData(std::string& out, const UserAction::Payload& data) {
-  return appendDataOf(out, data);
+std::optional<EncodingError> appendRequestTimestamp(std::string& out, double seconds) {
+  JSONWriter writer(out);
+  writer.resumeObject();
+  writeRequestTimestamp(writer, seconds);
+  return writer.error();
 }
 
 }  // namespace kite::EventText

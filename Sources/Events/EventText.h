@@ -1,18 +1,19 @@
 #pragma once
 
-#include "Events/StoredEvent.h"
-#include "Events/UserAction.h"
+#include "JSON/JSONWriter.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
-/// The three pieces that an event's JSON object is joined from, in this order.
-///
-/// Each appends its piece to `out`; on an error `out` keeps what was written before it, and the
-/// error's path begins at the event.
-namespace kite::EventText {
+namespace kite {
+
+struct User;
+
+/// The pieces that an event's JSON object is joined from. Each is written in its turn, within the
+/// event's object, so that the path of an error begins at the event.
+namespace EventText {
 
 /// Where things are in the head of an event's text.
 struct HeadLayout {
@@ -30,22 +31,13 @@ struct Head {
   std::optional<double> requestTimestamp;
 };
 
-/// `{"type":…,"id":…,"timestamp":…` and, when the event has one, its request timestamp.
-[[nodiscard]] std::optional<EncodingError> appendHead(std::string& out, const Head& head,
-                                                      HeadLayout& layout);
-inline Head headOf(const StoredEvent& event) {
-  return {event.type.rawValue(), event.id, event.timestamp, event.requestTimestamp};
-}
+/// Begins the object: `{"type":…,"id":…,"timestamp":…` and the request timestamp, if there is one.
+HeadLayout writeHead(JSONWriter& writer, const Head& head);
+/// `,"app":…,"user":{…}`
+void writeUser(JSONWriter& writer, std::string_view app, const User& user);
 
 /// `,"request_timestamp":…`
 [[nodiscard]] std::optional<EncodingError> appendRequestTimestamp(std::string& out, double seconds);
-/// `,"app":…,"user":{…}`
-[[nodiscard]] std::optional<EncodingError> appendUser(std::string& out, std::string_view app,
-                                                      const User& user);
-/// `,"data":{…}}`
-[[nodiscard]] std::optional<EncodingError> appendData(std::string& out,
-                                                      const JSONValue::Object& data);
-[[nodiscard]] std::optional<EncodingError> appendData(std::string& out,
-                                                      const UserAction::Payload& data);
 
-}  // namespace kite::EventText
+}  // namespace EventText
+}  // namespace kite

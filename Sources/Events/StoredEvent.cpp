@@ -21,10 +21,14 @@ struct JSONCoding<User> {
 };
 
 std::optional<EncodingError> appendJSON(std::string& out, const StoredEvent& event) {
-  EventText::HeadLayout layout;
-  if (auto error = EventText::appendHead(out, EventText::headOf(event), layout)) return error;
-  if (auto error = EventText::appendUser(out, event.app, *event.user)) return error;
-  return EventText::appendData(out, event.data);
+  JSONWriter writer(out);
+  EventText::writeHead(writer,
+                       {event.type.rawValue(), event.id, event.timestamp, event.requestTimestamp});
+  EventText::writeUser(writer, event.app, *event.user);
+  writer.key("data");
+  writer.value(event.data);
+  writer.endObject();
+  return writer.error();
 }
 
 std::optional<StoredEvent> decodeStoredEvent(const JSONValue& json) {

@@ -2,7 +2,7 @@
 
 #include "Events/KiteEvent.h"
 
-#include "JSON/JSONEncoder.h"
+#include "JSON/JSONWriter.h"
 
 #include <optional>
 #include <string>

@@ -2,8 +2,6 @@
 
 #include "Base/UUIDText.h"
 #include "Events/OrNull.h"
-#include "JSON/MemberText.h"
-#include "JSON/Pen.h"
 
 #include <utility>
 
@@ -19,39 +17,26 @@ JSONValue::Object UserAction::Payload::data() const {
           {"session_id", orNull(sessionId)}};
 }
 
-namespace {
-
-void put(Pen& pen, const UUID& id) { pen.putQuoted(UUIDText(id).view()); }
-
-void put(Pen& pen, const std::optional<UUID>& id) { id ? put(pen, *id) : pen.put("null"); }
-
-}  // namespace
-
-std::optional<EncodingError> appendJSON(std::string& out, const UserAction::Payload& payload,
-                                        int enclosingContainers) {
-  constexpr std::size_t roomForTheRest = 320;
-  out += R"({"action_info":)";
-  if (auto error = appendJSON(out, payload.actionInfo, enclosingContainers + 1))
-    return within({"action_info"}, std::move(error));
-  Pen pen(out, payload.actionKind.view().size() + roomForTheRest);
-  pen.put(R"(,"action_kind":)");
-  pen.putString(payload.actionKind.view());
-  pen.put(R"(,"is_background_event":)");
-  pen.put(payload.isBackgroundEvent ? "true" : "false");
-  pen.put(R"(,"last_foreground_session_id":)");
-  put(pen, payload.lastForegroundSessionId);
-  pen.put(R"(,"process_id":)");
-  put(pen, payload.processId);
-  pen.put(R"(,"seconds_from_session_start":)");
-  if (!payload.secondsFromSessionStart) {
-    pen.put("null");
-  } else if (auto error = pen.putReal(*payload.secondsFromSessionStart)) {
-    return within({"seconds_from_session_start"}, std::move(error));
-  }
-  pen.put(R"(,"session_id":)");
-  put(pen, payload.sessionId);
-  pen.put('}');
-  return std::nullopt;
+void writeData(JSONWriter& writer, const UserAction::Payload& payload) {
+  const auto write = [&](const std::optional<UUID>& id) {
+    id ? writer.string(UUIDText(*id).view()) : writer.null();
+  };
+  writer.beginObject();
+  writer.key("action_info");
+  writer.value(payload.actionInfo);
+  writer.key("action_kind");
+  writer.string(payload.actionKind.view());
+  writer.key("is_background_event");
+  writer.boolean(payload.isBackgroundEvent);
+  writer.key("last_foreground_session_id");
+  write(payload.lastForegroundSessionId);
+  writer.key("process_id");
+  write(payload.processId);
+  writer.key("seconds_from_session_start");
+  payload.secondsFromSessionStart ? writer.number(*payload.secondsFromSessionStart) : writer.null();
+  writer.key("session_id");
+  write(payload.sessionId);
+  writer.endObject();
 }
 
 UserAction::UserAction(Payload&& payload, const Shared<User>& user)

@@ -4,7 +4,7 @@
 
 #include "Base/ShortText.h"
 #include "Events/KiteEvent.h"
-#include "JSON/JSONEncoder.h"
+#include "JSON/JSONWriter.h"
 
 #include <utility>
 
@@ -45,10 +45,7 @@ class UserAction {
 
 static_assert(KiteEvent<UserAction>);
 
-/// Appends the text of `payload.data()`, of which there are many. On an error `out` keeps what was
-/// written before it.
-[[nodiscard]] std::optional<EncodingError> appendJSON(std::string& out,
-                                                      const UserAction::Payload& payload,
-                                                      int enclosingContainers);
+/// Writes the text of `payload.data()`, of which there are many.
+void writeData(JSONWriter& writer, const UserAction::Payload& payload);
 
 }  // namespace kite

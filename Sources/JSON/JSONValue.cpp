@@ -7,6 +7,9 @@
 #include <utility>
 
 namespace kite {
+
+template class FlatMap<std::string, JSONValue>;
+
 namespace {
 
 JSONValue::Object withRepairedKeys(JSONValue::Object members) {

@@ -1,83 +1,157 @@
 #include <Kite/KiteData.h>
 
-#include "JSON/PackedMembers.h"
+#include "JSON/JSONWriter.h"
 #include "JSON/UTF8.h"
 
+#include <cstring>
+#include <deque>
+
 namespace kite {
-using PackedMembers::Kind;
-using PackedMembers::packedSize;
-using PackedMembers::Packing;
-using PackedMembers::Unpacking;
+namespace {
+
+/// What the packed form says of a value: the place of its type in `KiteData::Entry::Value`.
+enum class Kind : char { text, integer, real, flag, other };
+
+std::size_t packedSize(std::string_view text) { return sizeof(std::size_t) + text.size(); }
+std::size_t packedSize(const KiteValue&) { return 0; }
+template <class Plain>
+std::size_t packedSize(const Plain&) {
+  return sizeof(Plain);
+}
+template <class Value>
+std::size_t packedSize(std::string_view name, const Value& value) {
+  return sizeof(Kind) + packedSize(name) + packedSize(value);
+}
+
+/// Writes where there is room for it, as `packedSize` tells.
+class Packer {
+ public:
+  explicit Packer(char* place) : _place(place) {}
+
+  template <class Value>
+  void add(Kind kind, std::string_view name, const Value& value) {
+    put(kind);
+    put(name);
+    put(value);
+  }
+
+ private:
+  template <class Plain>
+  void put(const Plain& plain) {
+    std::memcpy(_place, &plain, sizeof plain);
+    _place += sizeof plain;
+  }
+  void put(std::string_view text) {
+    put(text.size());
+    _place += text.copy(_place, text.size());
+  }
+  void put(const KiteValue&) {}
+
+  char* _place;
+};
+
+class Unpacker {
+ public:
+  explicit Unpacker(std::string_view packed) : _rest(packed) {}
+
+  bool isAtEnd() const { return _rest.empty(); }
+  template <class Plain>
+  Plain take() {
+    Plain plain;
+    std::memcpy(&plain, bytes(sizeof plain).data(), sizeof plain);
+    return plain;
+  }
+  std::string_view takeText() { return bytes(take<std::size_t>()); }
+
+ private:
+  std::string_view bytes(std::size_t size) {
+    const auto result = _rest.substr(0, size);
+    _rest.remove_prefix(size);
+    return result;
+  }
+
+  std::string_view _rest;
+};
+
+}  // namespace
 
 KiteData::KiteData(std::initializer_list<Entry> entries) {
   std::size_t size = 0;
   for (const Entry& entry : entries)
     std::visit([&](const auto& value) { size += packedSize(entry._name, value); }, entry._value);
   _packed.resize(size);
-  Packing packing(_packed.data());
+  Packer packer(_packed.data());
   for (const Entry& entry : entries) {
-    std::visit([&](const auto& value) { packing.add(entry._name, value); }, entry._value);
+    const auto kind = static_cast<Kind>(entry._value.index());
+    std::visit([&](const auto& value) { packer.add(kind, entry._name, value); }, entry._value);
     if (const auto* other = std::get_if<KiteValue>(&entry._value)) _others.push_back(*other);
   }
 }
 
-template <class Value>
-void KiteData::pack(std::string_view name, const Value& value) {
-  const std::size_t size = _packed.size();
-  _packed.resize(size + packedSize(name, value));
-  Packing(_packed.data() + size).add(name, value);
+void KiteData::set(std::string_view name, const KiteValue& value) {
+  const auto pack = [&](Kind kind, const auto& plain) {
+    const std::size_t size = _packed.size();
+    _packed.resize(size + packedSize(name, plain));
+    Packer(_packed.data() + size).add(kind, name, plain);
+  };
+  const JSONValue& json = value._json;
+  if (const auto* text = json.string()) return pack(Kind::text, std::string_view(*text));
+  if (const auto* integer = json.integer()) return pack(Kind::integer, *integer);
+  if (const auto* real = json.real()) return pack(Kind::real, *real);
+  if (const auto* flag = json.boolean()) return pack(Kind::flag, *flag);
+  _packed.reserve(_packed.size() + packedSize(name, value));
+  _others.push_back(value);
+  pack(Kind::other, value);
 }
 
-/// `each(name, value)`, with every value as it was packed, in the order of packing.
-template <class Visit>
-void KiteData::visit(Visit each) const {
-  auto other = _others.begin();
-  for (Unpacking rest(_packed); !rest.isAtEnd();) {
-    const Kind kind = rest.kind();
-    const std::string_view name = rest.text();
+KiteData::Members KiteData::members() const {
+  Members members;
+  const KiteValue* other = _others.data();
+  for (Unpacker rest(_packed); !rest.isAtEnd();) {
+    const auto kind = rest.take<Kind>();
+    auto& [name, value] = members.emplace_back(rest.takeText(), Value());
     switch (kind) {
       case Kind::text:
-        each(name, rest.text());
+        value = rest.takeText();
         break;
       case Kind::integer:
-        each(name, rest.number<std::int64_t>());
+        value = rest.take<std::int64_t>();
         break;
       case Kind::real:
-        each(name, rest.number<double>());
+        value = rest.take<double>();
         break;
-      case Kind::no:
-      case Kind::yes:
-        each(name, kind == Kind::yes);
+      case Kind::flag:
+        value = rest.take<bool>();
         break;
       case Kind::other:
-        each(name, *other++);
+        value = other++;
         break;
     }
   }
+  return members;
 }
 
-void KiteData::set(std::string_view name, const KiteValue& value) {
-  const JSONValue& json = value._json;
-  if (const auto* text = json.string()) return pack(name, std::string_view(*text));
-  if (const auto* integer = json.integer()) return pack(name, *integer);
-  if (const auto* real = json.real()) return pack(name, *real);
-  if (const auto* flag = json.boolean()) return pack(name, *flag);
-  _packed.reserve(_packed.size() + packedSize(name, value));
-  _others.push_back(value);
-  pack(name, value);
+KiteValue KiteData::copyOf(const Value& value) {
+  const auto copy = [](const auto& packed) -> KiteValue {
+    if constexpr (std::is_pointer_v<std::remove_cvref_t<decltype(packed)>>) {
+      return *packed;
+    } else {
+      return packed;
+    }
+  };
+  return std::visit(copy, value);
 }
 
 std::optional<KiteValue> KiteData::at(std::string_view name) const {
   std::optional<KiteValue> found;
-  visit([&](std::string_view each, const auto& value) {
-    if (each == name) found.emplace(value);
-  });
+  for (const auto& [each, value] : members())
+    if (each == name) found = copyOf(value);
   return found;
 }
 
 FlatMap<std::string, KiteValue> KiteData::values() const {
   FlatMap<std::string, KiteValue>::Entries entries;
-  visit([&](std::string_view name, const auto& value) { entries.emplace_back(name, value); });
+  for (const auto& [name, value] : members()) entries.emplace_back(name, copyOf(value));
   return FlatMap<std::string, KiteValue>::fromUnsorted(std::move(entries));
 }
 
@@ -87,11 +161,10 @@ void KiteData::requireJSON() const {
 
 bool operator==(const KiteData& a, const KiteData& b) { return toJSONObject(a) == toJSONObject(b); }
 
-KiteValue::KiteValue(const KiteData& members) {
+KiteValue::KiteValue(const KiteData& data) {
   JSONValue::Object::Entries entries;
-  members.visit([&](std::string_view name, const auto& value) {
-    entries.emplace_back(name, takeFrom(value));
-  });
+  for (const auto& [name, value] : data.members())
+    entries.emplace_back(name, takeFrom(KiteData::copyOf(value)));
   _json = JSONValue::Object::fromUnsorted(std::move(entries));
 }
 
@@ -113,14 +186,27 @@ KiteData toKiteValue(const JSONValue::Object& members) {
 
 JSONValue::Object toJSONObject(const KiteData& data) {
   JSONValue::Object::Entries entries;
-  data.visit([&](std::string_view name, const auto& value) {
-    if constexpr (std::is_same_v<decltype(value), const KiteValue&>) {
-      entries.emplace_back(repairedUTF8(name), value.toJSONValue());
-    } else {
-      entries.emplace_back(repairedUTF8(name), value);
-    }
-  });
+  for (const auto& [name, value] : data.members())
+    entries.emplace_back(repairedUTF8(name), KiteData::copyOf(value).toJSONValue());
   return JSONValue::Object::fromUnsorted(std::move(entries));
+}
+
+void JSONWriter::value(const KiteData& data) {
+  std::deque<std::string> repaired;  // names that were not UTF-8: some may be equal now
+  auto members = data.members();
+  for (auto& [name, member] : members)
+    if (!isUTF8(name)) name = repaired.emplace_back(repairedUTF8(name));
+  beginObject();
+  for (const auto& [name, member] :
+       FlatMap<std::string_view, KiteData::Value>::fromUnsorted(std::move(members))) {
+    key(name);
+    if (const auto* text = std::get_if<std::string_view>(&member)) {
+      string(*text);
+    } else {
+      value(KiteData::copyOf(member).toJSONValue());
+    }
+  }
+  endObject();
 }
 
 }  // namespace kite

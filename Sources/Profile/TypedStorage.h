@@ -5,7 +5,7 @@
 #include "Base/Guarded.h"
 #include "JSON/JSONCoding.h"
 #include "JSON/JSONDecoder.h"
-#include "JSON/JSONEncoder.h"
+#include "JSON/JSONWriter.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,29 +1,26 @@
 #include "Upload/ServerBody.h"
 
+#include "JSON/JSONWriter.h"
+
 #include <string>
-#include <string_view>
+#include <utility>
 
 namespace kite {
-namespace {
-
-std::optional<EncodingError> appendNumber(std::string& text, std::string_view key,
-                                          std::optional<double> number) {
-  if (!number) return std::nullopt;
-  appendJSONString(text, key);
-  text += ':';
-  if (auto error = appendJSON(text, *number)) return error;
-  text += ',';
-  return std::nullopt;
-}
-
-}  // namespace
 
 std::optional<EncodingError> ServerBody::write(Gzip& out, double requestTimestamp) const {
   constexpr std::size_t pieceSize = 32 * 1024;
-  std::string text = "{";
-  if (auto error = appendNumber(text, "delta", delta)) return error;
-  if (auto error = appendNumber(text, "last_event_timestamp", lastEventTimestamp)) return error;
-  text += R"("events":[)";
+  std::string text;
+  JSONWriter writer(text);
+  writer.beginObject();
+  for (const auto& [key, number] :
+       {std::pair("delta", delta), std::pair("last_event_timestamp", lastEventTimestamp)}) {
+    if (!number) continue;
+    writer.key(key);
+    writer.number(*number);
+  }
+  writer.key("events");
+  writer.beginArray();
+  if (writer.error()) return writer.error();
   bool isFirst = true;
   for (const auto& event : events) {
     if (!isFirst) text += ',';

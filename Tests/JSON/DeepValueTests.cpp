@@ -2,7 +2,7 @@
 
 #include "JSON/DynamicConversion.h"
 #include "JSON/JSONDecoder.h"
-#include "JSON/JSONEncoder.h"
+#include "JSON/JSONWriter.h"
 #include "Support/CatchFatalErrors.h"
 #include "Support/SmallStack.h"
 

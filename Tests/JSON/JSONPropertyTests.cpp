@@ -1,7 +1,7 @@
 #include <Kite/KiteValue.h>
 
 #include "JSON/JSONDecoder.h"
-#include "JSON/JSONEncoder.h"
+#include "JSON/JSONWriter.h"
 #include "JSON/RandomJSON.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "Sessions/Session.h"
 
-#include "JSON/JSONEncoder.h"
+#include "JSON/JSONWriter.h"
 #include "Support/ParsedJSON.h"
 
 #include <gmock/gmock.h>

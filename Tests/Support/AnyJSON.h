@@ -2,7 +2,7 @@
 
 #include <Kite/JSONValue.h>
 
-#include "JSON/JSONEncoder.h"
+#include "JSON/JSONWriter.h"
 
 #include <rapidcheck.h>
 

@@ -1,6 +1,6 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
-#include "JSON/JSONEncoder.h"
+#include "JSON/JSONWriter.h"
 #include "Linux/Storage/FileDescriptor.h"
 #include "Linux/Storage/FileSizeSignal.h"
 #include "Linux/Storage/Uninterrupted.h"

@@ -1,4 +1,4 @@
-#include "JSON/JSONEncoder.h"
+#include "JSON/JSONWriter.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ std::string encoded(const JSONValue& value) {
 
 std::string asString(std::string_view text) {
   std::string out;
-  appendJSONString(out, text);
+  JSONWriter(out).string(text);
   return out;
 }
 
@@ -34,7 +34,7 @@ JSONValue nested(int depth) {
   return value;
 }
 
-TEST(JSONEncoder, writesEachCaseInItsNaturalForm) {
+TEST(JSONWriter, writesEachCaseInItsNaturalForm) {
   EXPECT_EQ(encoded("text"), R"("text")");
   EXPECT_EQ(encoded(7), "7");
   EXPECT_EQ(encoded(7.5), "7.5");
@@ -47,12 +47,12 @@ TEST(JSONEncoder, writesEachCaseInItsNaturalForm) {
   EXPECT_EQ(encoded(Object{{"b", 1}, {"a", Object{{"c", true}}}}), R"({"a":{"c":true},"b":1})");
 }
 
-TEST(JSONEncoder, writesIntegersWhole) {
+TEST(JSONWriter, writesIntegersWhole) {
   EXPECT_EQ(encoded(std::numeric_limits<std::int64_t>::min()), "-9223372036854775808");
   EXPECT_EQ(encoded(std::numeric_limits<std::int64_t>::max()), "9223372036854775807");
 }
 
-TEST(JSONEncoder, writesRealsSoThatTheyStayReals) {
+TEST(JSONWriter, writesRealsSoThatTheyStayReals) {
   EXPECT_EQ(encoded(5.0), "5.0");
   EXPECT_EQ(encoded(-0.0), "-0.0");
   EXPECT_EQ(encoded(1e22), "1e+22");
@@ -60,7 +60,7 @@ TEST(JSONEncoder, writesRealsSoThatTheyStayReals) {
   EXPECT_EQ(encoded(123456789012.0), "123456789012.0");
 }
 
-TEST(JSONEncoder, writesTheShortestDigitsThatReadBackTheSame) {
+TEST(JSONWriter, writesTheShortestDigitsThatReadBackTheSame) {
   EXPECT_EQ(encoded(0.1), "0.1");
   EXPECT_EQ(encoded(0.1 + 0.2), "0.30000000000000004");
   EXPECT_EQ(encoded(1765432100.123456), "1765432100.123456");
@@ -68,23 +68,23 @@ TEST(JSONEncoder, writesTheShortestDigitsThatReadBackTheSame) {
   EXPECT_EQ(encoded(std::numeric_limits<double>::max()), "1.7976931348623157e+308");
 }
 
-TEST(JSONEncoder, writesADateAsSecondsSinceTheReferenceDate) {
+TEST(JSONWriter, writesADateAsSecondsSinceTheReferenceDate) {
   EXPECT_EQ(encoded(Date{978'307'201.5}), "1.5");
   EXPECT_EQ(encoded(Date{0}), "-978307200.0");
 }
 
-TEST(JSONEncoder, escapesWhatAStringMayNotHold) {
+TEST(JSONWriter, escapesWhatAStringMayNotHold) {
   EXPECT_EQ(asString("\"\\\b\f\n\r\t"), R"("\"\\\b\f\n\r\t")");
   EXPECT_EQ(asString(std::string_view("\0\x01\x0B\x1F", 4)), R"("\u0000\u0001\u000b\u001f")");
 }
 
-TEST(JSONEncoder, leavesEverythingElseInAStringAsItIs) {
+TEST(JSONWriter, leavesEverythingElseInAStringAsItIs) {
   EXPECT_EQ(asString(""), R"("")");
   EXPECT_EQ(asString("a/b'<&\x7F"), "\"a/b'<&\x7F\"");
   EXPECT_EQ(asString("é€𝄞\u2028"), "\"é€𝄞\u2028\"");
 }
 
-TEST(JSONEncoder, escapesAtAnyPlaceInTextOfAnyLength) {
+TEST(JSONWriter, escapesAtAnyPlaceInTextOfAnyLength) {
   for (std::size_t length = 1; length < 30; ++length) {
     const std::string clean(length, 'x');
     ASSERT_EQ(asString(clean), '"' + clean + '"');
@@ -99,7 +99,7 @@ TEST(JSONEncoder, escapesAtAnyPlaceInTextOfAnyLength) {
   }
 }
 
-TEST(JSONEncoder, escapesExactlyTheBytesThatNeedIt) {
+TEST(JSONWriter, escapesExactlyTheBytesThatNeedIt) {
   for (int code = 0; code < 0x80; ++code) {
     const std::string text(1, static_cast<char>(code));
     const bool isEscaped = code < 0x20 || code == '"' || code == '\\';
@@ -107,21 +107,21 @@ TEST(JSONEncoder, escapesExactlyTheBytesThatNeedIt) {
   }
 }
 
-TEST(JSONEncoder, repairsTextAndKeysThatAreNotUTF8) {
+TEST(JSONWriter, repairsTextAndKeysThatAreNotUTF8) {
   EXPECT_EQ(asString("a\xFF"), "\"a\uFFFD\"");
   std::string out;
   EXPECT_FALSE(appendJSON(out, Object{{"\xFF", 1}}));
   EXPECT_EQ(out, "{\"\uFFFD\":1}");
 }
 
-TEST(JSONEncoder, appendsToWhatIsThere) {
+TEST(JSONWriter, appendsToWhatIsThere) {
   std::string out = "[";
   EXPECT_FALSE(appendJSON(out, 1.5));
   EXPECT_FALSE(appendJSON(out, Object{{"a", 1}}));
   EXPECT_EQ(out, R"([1.5{"a":1})");
 }
 
-TEST(JSONEncoder, refusesRealsThatAreNotFinite) {
+TEST(JSONWriter, refusesRealsThatAreNotFinite) {
   for (const double number : {infinity, -infinity, nan}) {
     std::string out;
     const auto error = appendJSON(out, number);
@@ -133,7 +133,7 @@ TEST(JSONEncoder, refusesRealsThatAreNotFinite) {
   EXPECT_EQ(encoded(Date{nan}), "error: A number that is not finite has no JSON text");
 }
 
-TEST(JSONEncoder, saysWhereAValueCouldNotBeEncoded) {
+TEST(JSONWriter, saysWhereAValueCouldNotBeEncoded) {
   const JSONValue value(Object{{"a", 1}, {"list", Array{0, Object{{"bad", nan}, {"z", 1}}}}});
   std::string out;
   const auto error = appendJSON(out, value);
@@ -141,13 +141,13 @@ TEST(JSONEncoder, saysWhereAValueCouldNotBeEncoded) {
   EXPECT_THAT(error->codingPath, ElementsAre("list", "1", "bad"));
 }
 
-TEST(JSONEncoder, keepsWhatItWroteBeforeAnError) {
+TEST(JSONWriter, keepsWhatItWroteBeforeAnError) {
   std::string out;
   EXPECT_TRUE(appendJSON(out, Object{{"a", 1}, {"b", infinity}, {"c", 2}}));
   EXPECT_EQ(out, R"({"a":1,"b":)");
 }
 
-TEST(JSONEncoder, refusesToNestDeeperThanTheLimit) {
+TEST(JSONWriter, refusesToNestDeeperThanTheLimit) {
   EXPECT_EQ(maximumEncodedDepth, 512);
   std::string out;
   EXPECT_FALSE(appendJSON(out, nested(512)));
@@ -158,16 +158,108 @@ TEST(JSONEncoder, refusesToNestDeeperThanTheLimit) {
   EXPECT_THAT(error->codingPath, ::testing::AllOf(::testing::SizeIs(512), ::testing::Each("0")));
 }
 
-TEST(JSONEncoder, countsTheContainersAroundTheValue) {
+/// Whether the value encodes within two arrays.
+bool encodesWithinTwo(const JSONValue& value) {
   std::string out;
-  EXPECT_FALSE(appendJSON(out, nested(510), 2));
-  EXPECT_TRUE(appendJSON(out, nested(511), 2));
-  EXPECT_FALSE(appendJSON(out, Object{{"a", nested(509)}}, 2));
-  EXPECT_TRUE(appendJSON(out, Object{{"a", nested(510)}}, 2));
-  EXPECT_FALSE(appendJSON(out, JSONValue(1), 512));
+  JSONWriter writer(out);
+  writer.beginArray();
+  writer.beginArray();
+  writer.value(value);
+  return !writer.error();
 }
 
-TEST(JSONEncoder, takesNoSharedContainerForADeepOne) {
+TEST(JSONWriter, countsTheContainersAroundTheValue) {
+  EXPECT_TRUE(encodesWithinTwo(nested(510)));
+  EXPECT_FALSE(encodesWithinTwo(nested(511)));
+  EXPECT_TRUE(encodesWithinTwo(Object{{"a", nested(509)}}));
+  EXPECT_FALSE(encodesWithinTwo(Object{{"a", nested(510)}}));
+}
+
+TEST(JSONWriter, countsTheObjectThatItGoesOnWithin) {
+  for (const int depth : {511, 512}) {
+    std::string out;
+    JSONWriter writer(out);
+    writer.resumeObject();
+    writer.key("a");
+    writer.value(nested(depth));
+    EXPECT_EQ(writer.error().has_value(), depth == 512);
+  }
+}
+
+TEST(JSONWriter, writesAScalarAtAnyDepth) {
+  std::string out;
+  JSONWriter writer(out);
+  for (int depth = 0; depth < maximumEncodedDepth; ++depth) writer.beginArray();
+  writer.value(1);
+  EXPECT_FALSE(writer.error());
+}
+
+TEST(JSONWriter, putsTheCommasOfWhatIsWrittenPieceByPiece) {
+  std::string out;
+  JSONWriter writer(out);
+  writer.beginObject();
+  writer.key("text");
+  writer.string("t");
+  writer.key("list");
+  writer.beginArray();
+  writer.number(1.0);
+  writer.number(std::int64_t{2});
+  writer.beginObject();
+  writer.endObject();
+  writer.boolean(true);
+  writer.null();
+  writer.raw(R"({"ready":1})");
+  writer.endArray();
+  writer.key("last");
+  writer.value(Array{1, 2});
+  writer.endObject();
+  EXPECT_FALSE(writer.error());
+  EXPECT_EQ(out, R"({"text":"t","list":[1.0,2,{},true,null,{"ready":1}],"last":[1,2]})");
+}
+
+TEST(JSONWriter, goesOnWithinAnObjectThatHasMembersAlready) {
+  std::string out = R"({"a":1)";
+  JSONWriter writer(out);
+  writer.resumeObject();
+  writer.key("b");
+  writer.number(std::int64_t{2});
+  writer.endObject();
+  EXPECT_EQ(out, R"({"a":1,"b":2})");
+}
+
+TEST(JSONWriter, writesNothingAfterAnErrorAndKeepsTheFirst) {
+  std::string out;
+  JSONWriter writer(out);
+  writer.beginObject();
+  writer.key("a\xFF");
+  writer.beginArray();
+  writer.null();
+  writer.number(nan);
+  const std::string written = out;
+  writer.string("s");
+  writer.number(infinity);
+  writer.raw("1");
+  writer.value(Object{{"a", 1}});
+  writer.endArray();
+  writer.key("b");
+  writer.boolean(true);
+  writer.beginArray();
+  writer.endObject();
+  EXPECT_EQ(out, written);
+  ASSERT_TRUE(writer.error());
+  EXPECT_THAT(writer.error()->codingPath, ElementsAre("a\uFFFD", "1"));
+}
+
+TEST(JSONWriter, doesNotWalkOnAfterAnError) {
+  JSONValue wide = nan;
+  for (int level = 0; level < 200; ++level) wide = Array{wide, wide};
+  std::string out;
+  const auto error = appendJSON(out, wide);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->codingPath.size(), 200U);
+}
+
+TEST(JSONWriter, takesNoSharedContainerForADeepOne) {
   const JSONValue shared = nested(300);
   std::string out;
   EXPECT_FALSE(appendJSON(out, Array{shared, shared, shared}));

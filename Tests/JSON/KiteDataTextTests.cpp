@@ -1,5 +1,6 @@
-#include "JSON/MemberText.h"
+#include <Kite/KiteData.h>
 
+#include "JSON/JSONWriter.h"
 #include "JSON/RandomJSON.h"
 
 #include <gtest/gtest.h>
@@ -15,13 +16,19 @@ namespace {
 void expectTextOfTheObject(const KiteData& data, int enclosingContainers = 0) {
   std::string text = "before ";
   std::string objectText = "before ";
-  const auto error = appendJSON(text, data, enclosingContainers);
-  const auto objectError = appendJSON(objectText, toJSONObject(data), enclosingContainers);
+  JSONWriter writer(text);
+  JSONWriter objectWriter(objectText);
+  for (int i = 0; i < enclosingContainers; ++i) {
+    writer.beginArray();
+    objectWriter.beginArray();
+  }
+  writer.value(data);
+  objectWriter.value(toJSONObject(data));
   EXPECT_EQ(text, objectText);
-  EXPECT_EQ(error, objectError);
+  EXPECT_EQ(writer.error(), objectWriter.error());
 }
 
-TEST(MemberText, sortsMembersByTheirNames) {
+TEST(KiteDataText, sortsMembersByTheirNames) {
   std::string text;
   EXPECT_FALSE(appendJSON(
       text,
@@ -30,9 +37,9 @@ TEST(MemberText, sortsMembersByTheirNames) {
   EXPECT_EQ(text, R"({"":0,"integer":-1,"no":false,"real":2.0,"text":"t","yes":true})");
 }
 
-TEST(MemberText, ofNothingIsAnEmptyObject) { expectTextOfTheObject({}); }
+TEST(KiteDataText, ofNothingIsAnEmptyObject) { expectTextOfTheObject({}); }
 
-TEST(MemberText, tellsNamesApartThatBeginAlike) {
+TEST(KiteDataText, tellsNamesApartThatBeginAlike) {
   expectTextOfTheObject({{"identifier_b", 1},
                          {"identifier_a", 2},
                          {"identifier", 3},
@@ -42,43 +49,43 @@ TEST(MemberText, tellsNamesApartThatBeginAlike) {
                          {"z", 7}});
 }
 
-TEST(MemberText, keepsTheLastOfOneName) {
+TEST(KiteDataText, keepsTheLastOfOneName) {
   expectTextOfTheObject({{"b", 1}, {"a", 2}, {"b", "last"}, {"c", 3}});
 }
 
-TEST(MemberText, escapesAndRepairs) {
+TEST(KiteDataText, escapesAndRepairs) {
   expectTextOfTheObject({{"quote\"", "\\"}, {"line", "a\nb"}});
   expectTextOfTheObject({{"broken \xFF", "\xC3"}, {"broken \xFE", "one name with the other"}});
 }
 
-TEST(MemberText, holdsWhatIsNested) {
+TEST(KiteDataText, holdsWhatIsNested) {
   expectTextOfTheObject({{"map", KiteData{{"inner", std::vector{1.5, 2.0}}}},
                          {"after", 1},
                          {"none", nullptr},
                          {"date", Date{12.5}}});
 }
 
-TEST(MemberText, hasThePathToWhatDoesNotEncode) {
+TEST(KiteDataText, hasThePathToWhatDoesNotEncode) {
   const double infinity = std::numeric_limits<double>::infinity();
   expectTextOfTheObject({{"a", "before"}, {"b", infinity}, {"c", "after"}});
   expectTextOfTheObject({{"map", KiteData{{"inner", infinity}}}});
 }
 
-TEST(MemberText, countsTheContainersAroundIt) {
+TEST(KiteDataText, countsTheContainersAroundIt) {
   const KiteData nested{{"list", std::vector{1}}};
   expectTextOfTheObject(nested, maximumEncodedDepth - 2);
   expectTextOfTheObject(nested, maximumEncodedDepth - 1);
   expectTextOfTheObject({{"a", 1}}, maximumEncodedDepth);
 }
 
-TEST(MemberText, hasNoLimit) {
+TEST(KiteDataText, hasNoLimit) {
   KiteData data;
   for (int i = 200; i > 0; --i) data.set("name " + std::to_string(i), i);
   data.set("long", std::string(100'000, 'x'));
   expectTextOfTheObject(data);
 }
 
-TEST(MemberText, isThatOfTheObjectWhateverThereIs) {
+TEST(KiteDataText, isThatOfTheObjectWhateverThereIs) {
   RandomJSON random(17);
   for (int round = 0; round < 2000; ++round) {
     KiteData data;
