@@ -3,12 +3,14 @@
 #include <Kite/KiteManager.h>
 
 #include "Events/StoredEvent.h"
-#include "Events/UserAction.h"
+#include "Events/TrackedEvent.h"
 
 #include <cstdint>
+#include <memory>
 #include <random>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 /// The event that everything is measured with: an action with ten properties, of a user with 25
@@ -83,7 +85,7 @@ inline UUID eventID(int number) {
 }
 
 /// The reference event, or another one like it.
-inline StoredEvent event(const Shared<User>& user, int number = 0) {
+inline TrackedEvent trackedEvent(std::shared_ptr<const EventOrigin> origin, int number = 0) {
   UserAction::Payload action{
       .id = eventID(number),
       .timestamp = 1765432100.123456 + number,
@@ -94,7 +96,11 @@ inline StoredEvent event(const Shared<User>& user, int number = 0) {
       .processId = *UUID::parse("5097E637-6BE5-4D57-AFFB-1EF3DE0D42ED"),
       .lastForegroundSessionId = UUID::parse("E2A59A80-94EC-4328-A974-2E6D85EC51AE"),
       .isBackgroundEvent = false};
-  return StoredEvent::from(UserAction(std::move(action), user), application);
+  return {std::move(action), std::move(origin)};
+}
+inline StoredEvent event(const Shared<User>& user, int number = 0) {
+  return trackedEvent(std::make_shared<EventOrigin>(EventOrigin{application, user}), number)
+      .record();
 }
 
 /// The JSON texts of so many events.

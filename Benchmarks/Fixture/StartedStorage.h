@@ -30,7 +30,8 @@ class StartedStorage {
 
   /// New events of one user.
   void insert(int count) {
-    for (int i = 0; i < count; ++i) _events->insert(event(_user, _inserted++));
+    for (int i = 0; i < count; ++i)
+      _events->insert(std::make_unique<PendingChange>(trackedEvent(_origin, _inserted++)));
     settle(*_queue);
   }
   /// Removes the oldest ones, as when a batch has been accepted.
@@ -50,7 +51,8 @@ class StartedStorage {
   }
 
  private:
-  const Shared<User> _user = Shared<User>(user());
+  const std::shared_ptr<const EventOrigin> _origin =
+      std::make_shared<EventOrigin>(EventOrigin{application, user()});
   const std::shared_ptr<HandScheduler> _timers = std::make_shared<HandScheduler>();
   const std::shared_ptr<Tempra::Queue> _queue;
   const std::shared_ptr<Larder::KVStorage> _store;

@@ -1,7 +1,5 @@
 #include "Events/EventEncoder.h"
 
-#include "Base/UUIDText.h"
-
 #include <memory>
 #include <utility>
 
@@ -29,15 +27,14 @@ EventHandle EventEncoder::encode(const StoredEvent& event) {
                  : std::make_shared<const EncodedEvent>(event, encoded.error());
 }
 
-EventHandle EventEncoder::encode(const UserAction& action, std::string_view app) {
-  const EventType type = action.type();
-  const UUIDText id(action.payload().id);
-  const EventText::Head head{type.rawValue(), id.view(), action.timestamp(), std::nullopt};
-  auto encoded = encode(head, app, action.user(),
-                        [&](JSONWriter& writer) { writeData(writer, action.payload()); });
+EventHandle EventEncoder::encode(const TrackedEvent& event) {
+  const EventType type = event.type();
+  const std::string id = event.id();
+  const EventText::Head head{type.rawValue(), id, event.timestamp(), event.requestTimestamp()};
+  auto encoded =
+      encode(head, event.app(), event.user(), [&](JSONWriter& writer) { event.writeData(writer); });
   return encoded ? *std::move(encoded)
-                 : std::make_shared<const EncodedEvent>(StoredEvent::from(action, std::string(app)),
-                                                        encoded.error());
+                 : std::make_shared<const EncodedEvent>(event.record(), encoded.error());
 }
 
 template <class WriteData>

@@ -3,7 +3,7 @@
 #include <Kite/Base/Result.h>
 
 #include "Events/EncodedEvent.h"
-#include "Events/UserAction.h"
+#include "Events/TrackedEvent.h"
 
 #include <optional>
 #include <string>
@@ -16,8 +16,8 @@ namespace kite {
 class EventEncoder {
  public:
   EventHandle encode(const StoredEvent& event);
-  /// What the action's record encodes to, without a record being made of it.
-  EventHandle encode(const UserAction& action, std::string_view app);
+  /// What the event's record encodes to, without a record being made of it.
+  EventHandle encode(const TrackedEvent& event);
 
  private:
   using UserText = Result<SharedText, EncodingError>;

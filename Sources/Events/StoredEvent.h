@@ -1,15 +1,29 @@
 #pragma once
 
-#include "Events/KiteEvent.h"
+#include <Kite/Base/Shared.h>
 
+#include "Events/EventType.h"
+#include "Events/User.h"
 #include "JSON/JSONWriter.h"
 
+#include <concepts>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
 namespace kite {
+
+/// What every event has, whatever its kind.
+template <class E>
+concept KiteEvent = requires(const E& event) {
+  { event.type() } -> std::convertible_to<EventType>;
+  { event.id() } -> std::convertible_to<std::string>;
+  { event.timestamp() } -> std::convertible_to<double>;
+  { event.requestTimestamp() } -> std::convertible_to<std::optional<double>>;
+  { event.user() } -> std::convertible_to<Shared<User>>;
+  { event.data() } -> std::convertible_to<JSONValue::Object>;
+};
 
 /// One event as it is queued, stored and uploaded, whatever its kind.
 struct StoredEvent {

@@ -3,7 +3,7 @@
 #include <Kite/Platform/System.h>
 
 #include "Base/Started.h"
-#include "Events/InstallEvent.h"
+#include "Events/EventKinds.h"
 #include "Install/InstallManager.h"
 
 #include <concepts>

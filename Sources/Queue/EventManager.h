@@ -1,14 +1,11 @@
 #pragma once
 
 #include <Kite/Base/Date.h>
+#include <Kite/Base/Shared.h>
 #include <Kite/KiteDependencies.h>
 
-#include "Events/CustomEvent.h"
-#include "Events/DebugEvent.h"
-#include "Events/InstallEvent.h"
-#include "Events/SessionEvent.h"
-#include "Events/UserAction.h"
-#include "Events/UserInfoUpdated.h"
+#include "Events/EventKinds.h"
+#include "Events/User.h"
 
 #include <functional>
 #include <memory>

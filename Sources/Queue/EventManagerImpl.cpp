@@ -1,6 +1,5 @@
 #include "Queue/EventManagerImpl.h"
 
-#include "Events/ExperimentSegmentsReceived.h"
 #include "Profile/UserInfo.h"
 #include "Queue/EventStorage.h"
 
@@ -19,83 +18,82 @@ void EventManagerImpl::start(EventManagerDependencies dependencies) {
   _isEnabled = true;
 }
 
-Shared<User> EventManagerImpl::kiteUser() { return user(*_dependencies.get()); }
+Shared<User> EventManagerImpl::kiteUser() { return origin(*_dependencies.get())->user; }
 
 // The info is read before the identifiers. It is not read again while its store is unchanged.
-Shared<User> EventManagerImpl::user(const Running& running) {
+std::shared_ptr<const EventOrigin> EventManagerImpl::origin(const Running& running) {
   auto& secrets = *running.secretsStorage;
   const auto revision = secrets.revision();
   const bool isKnown = running.revision == revision;
   const auto info = isKnown ? nullptr : UserInfoStore::userInfo(secrets);
   const auto ids = running.idProvider->ids();
-  auto user = userMadeOf(running, revision, info, ids);
+  auto origin = originMadeOf(running, revision, info, ids);
   // Another thread knows an earlier info by now.
-  if (!user) user = userMadeOf(running, revision, UserInfoStore::userInfo(secrets), ids);
-  return Shared<User>(std::move(user));
+  if (!origin) origin = originMadeOf(running, revision, UserInfoStore::userInfo(secrets), ids);
+  return origin;
 }
 
 /// Without `info` of what is known of this revision; null when nothing is.
-std::shared_ptr<const User> EventManagerImpl::userMadeOf(
+std::shared_ptr<const EventOrigin> EventManagerImpl::originMadeOf(
     const Running& running, std::uint64_t revision, std::shared_ptr<const UserInfo> info,
     const std::shared_ptr<const Usher::Ids>& ids) {
-  return running.user.with([&](auto& known) -> std::shared_ptr<const User> {
+  return running.user.with([&](auto& known) -> std::shared_ptr<const EventOrigin> {
     const bool isInfoKnown = known && (info ? known->info == info : known->revision == revision);
     if (!info && !isInfoKnown) return nullptr;
     if (!isInfoKnown || known->ids != ids) {
       if (!info) info = known->info;
-      auto user = std::make_shared<const User>(User{.info = info->data, .ids = allIds(*ids)});
-      known.emplace(KnownUser{revision, std::move(info), ids, std::move(user)});
+      const User user{.info = info->data, .ids = allIds(*ids)};
+      auto origin = std::make_shared<const EventOrigin>(EventOrigin{running.lumoID, user});
+      known.emplace(KnownUser{revision, std::move(info), ids, std::move(origin)});
     }
     known->revision = revision;
     running.revision = revision;
-    return known->user;
+    return known->origin;
   });
 }
 
+// `makeEvent` runs after the user has been read.
 template <class MakeEvent>
 void EventManagerImpl::track(MakeEvent makeEvent) {
   if (!_isEnabled) return;
   const auto dependencies = _dependencies.get();
-  dependencies->storage->insert(
-      StoredEvent::from(makeEvent(*dependencies, user(*dependencies)), dependencies->lumoID));
+  auto origin = this->origin(*dependencies);
+  dependencies->storage->insert(std::make_unique<PendingChange>(
+      std::in_place_type<TrackedEvent>, makeEvent(*dependencies), std::move(origin)));
 }
 
 void EventManagerImpl::trackInstallEvent(InstallPayload payload) {
-  track([&](const auto& dependencies, const auto& user) {
-    return InstallEvent(std::move(payload), user, dependencies.storefrontProvider());
+  track([&](const auto& dependencies) {
+    return InstallEvent{std::move(payload), dependencies.storefrontProvider()};
   });
 }
 
 void EventManagerImpl::trackSession(SessionSubtype session) {
-  track([&](const auto& dependencies, const auto& user) {
-    return SessionEvent(std::move(session), user, dependencies.storefrontProvider());
+  track([&](const auto& dependencies) {
+    return SessionEvent{std::move(session), dependencies.storefrontProvider()};
   });
 }
 
 void EventManagerImpl::trackUserInfoUpdated(UserInfoUpdated::Payload payload) {
-  track([&](const auto&, const auto& user) { return UserInfoUpdated(std::move(payload), user); });
+  track([&](const auto&) -> auto&& { return std::move(payload); });
 }
 
 void EventManagerImpl::trackUserAction(UserAction::Payload payload) {
-  if (!_isEnabled) return;
-  const auto dependencies = _dependencies.get();
-  dependencies->storage->insert({std::move(payload), user(*dependencies), dependencies->lumoID});
+  track([&](const auto&) -> auto&& { return std::move(payload); });
 }
 
 void EventManagerImpl::trackCustomEvent(std::string table, CustomEvent::Payload payload) {
-  track([&](const auto&, const auto& user) {
-    return CustomEvent(std::move(table), std::move(payload), user);
-  });
+  track([&](const auto&) { return CustomEvent{std::move(table), std::move(payload)}; });
 }
 
 void EventManagerImpl::trackDebugEvent(DebugEvent::Payload payload) {
-  track([&](const auto&, const auto& user) { return DebugEvent(std::move(payload), user); });
+  track([&](const auto&) -> auto&& { return std::move(payload); });
 }
 
 void EventManagerImpl::trackExperimentSegmentsReceived() {
-  track([](const auto& dependencies, const auto& user) {
-    auto id = dependencies.uuidGenerator().text();
-    return ExperimentSegmentsReceived(std::move(id), dependencies.now().secondsSince1970, user);
+  track([](const auto& dependencies) {
+    const UUID id = dependencies.uuidGenerator();
+    return ExperimentSegmentsReceived{id, dependencies.now().secondsSince1970};
   });
 }
 

@@ -2,6 +2,7 @@
 
 #include "Base/Guarded.h"
 #include "Base/Started.h"
+#include "Events/TrackedEvent.h"
 #include "Queue/EventManager.h"
 
 #include <atomic>
@@ -37,13 +38,13 @@ class EventManagerImpl final : public EventManager {
   void trackExperimentSegmentsReceived() override;
 
  private:
-  /// The user and what it was made of. While neither part changes events share one user, which is
-  /// then encoded once for all of them.
+  /// What events have in common, and what it was made of. While neither part changes events share
+  /// one user, which is then encoded once for all of them.
   struct KnownUser {
     std::uint64_t revision;  // of the store
     std::shared_ptr<const UserInfo> info;
     std::shared_ptr<const Usher::Ids> ids;
-    std::shared_ptr<const User> user;
+    std::shared_ptr<const EventOrigin> origin;
   };
 
   /// One start's stores and the user that was read from them.
@@ -55,10 +56,10 @@ class EventManagerImpl final : public EventManager {
 
   template <class MakeEvent>
   void track(MakeEvent makeEvent);
-  static Shared<User> user(const Running& running);
-  static std::shared_ptr<const User> userMadeOf(const Running& running, std::uint64_t revision,
-                                                std::shared_ptr<const UserInfo> info,
-                                                const std::shared_ptr<const Usher::Ids>& ids);
+  static std::shared_ptr<const EventOrigin> origin(const Running& running);
+  static std::shared_ptr<const EventOrigin> originMadeOf(
+      const Running& running, std::uint64_t revision, std::shared_ptr<const UserInfo> info,
+      const std::shared_ptr<const Usher::Ids>& ids);
 
   Started<Running> _dependencies{"Call start before using the event manager",
                                  {"EventManagerImpl", "", 14}};

@@ -6,7 +6,7 @@
 #include <Kite/SessionListener.h>
 
 #include "Queue/EventList.h"
-#include "Queue/TrackedEvent.h"
+#include "Queue/PendingChange.h"
 
 #include <memory>
 #include <set>
@@ -37,7 +37,7 @@ class EventStorage {
   /// A snapshot; its cost does not depend on the number of events.
   virtual EventList pendingEvents() const = 0;
 
-  virtual void insert(TrackedEvent event) = 0;
+  virtual void insert(std::unique_ptr<PendingChange> event) = 0;
   /// Removes every event with one of these identifiers; others are ignored.
   virtual void removeEvents(std::set<std::string> ids) = 0;
 };

@@ -66,8 +66,8 @@ void EventStorageImpl::addObservers(const SessionListener& sessionListener) {
       weakly(weak_from_this(), [](EventStorageImpl& self) { self.onSessionEnd(); })}));
 }
 
-void EventStorageImpl::insert(TrackedEvent event) {
-  submit(std::move(event).asChange());
+void EventStorageImpl::insert(std::unique_ptr<PendingChange> event) {
+  submit(std::move(event));
   _spent.reclaim();
 }
 
@@ -130,8 +130,8 @@ void EventStorageImpl::updateMemoryPendingEvents(Work& work, const PendingChange
   const auto append = [&](EventHandle event) {
     _pendingEvents.with([&](EventList& events) { events.append(std::move(event)); });
   };
-  if (const auto* tracked = std::get_if<TrackedAction>(&change.content)) {
-    append(work.encoder.encode(tracked->action, tracked->app.view()));
+  if (const auto* tracked = std::get_if<TrackedEvent>(&change.content)) {
+    append(work.encoder.encode(*tracked));
   } else if (const auto* record = std::get_if<StoredEvent>(&change.content)) {
     append(work.encoder.encode(*record));
   } else {

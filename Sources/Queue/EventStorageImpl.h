@@ -34,7 +34,7 @@ class EventStorageImpl final : public EventStorage,
   void start(EventStorageDependencies dependencies) override;
   /// Waits for the events of the last run to be loaded.
   EventList pendingEvents() const override;
-  void insert(TrackedEvent event) override;
+  void insert(std::unique_ptr<PendingChange> event) override;
   void removeEvents(std::set<std::string> ids) override;
 
   /// Whether the events in memory differ from what was last written.

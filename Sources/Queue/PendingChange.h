@@ -1,34 +1,24 @@
 #pragma once
 
-#include "Base/ShortText.h"
 #include "Events/StoredEvent.h"
-#include "Events/UserAction.h"
+#include "Events/TrackedEvent.h"
 
 #include <set>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <variant>
 
 namespace kite {
 
-/// An action becomes a record only where one is wanted: there are many.
-struct TrackedAction {
-  TrackedAction(UserAction::Payload&& payload, const Shared<User>& user, std::string_view appName)
-      : action(std::move(payload), user), app(appName) {}
-
-  UserAction action;
-  ShortText app;
-};
-
 /// What the pending events wait for: an event to append, or identifiers whose events are to go.
+/// It is put on the heap once, and from there on only its pointer moves.
 struct PendingChange {
   using Removal = std::set<std::string>;
 
   template <class... Content>
   explicit PendingChange(Content&&... given) : content(std::forward<Content>(given)...) {}
 
-  std::variant<StoredEvent, TrackedAction, Removal> content;
+  std::variant<TrackedEvent, StoredEvent, Removal> content;
   PendingChange* next = nullptr;
 };
 

@@ -4,7 +4,7 @@
 
 #include "Base/Guarded.h"
 #include "Base/Started.h"
-#include "Events/SessionEvent.h"
+#include "Events/EventKinds.h"
 #include "Profile/TypedStorage.h"
 #include "Sessions/SessionManager.h"
 

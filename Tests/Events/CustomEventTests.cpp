@@ -1,18 +1,16 @@
-#include "Events/CustomEvent.h"
-
-#include "Events/StoredEvent.h"
 #include "Support/CatchFatalErrors.h"
 #include "Support/FakeSystem.h"
+#include "Support/TrackedEvents.h"
 
 #include <gmock/gmock.h>
 
 namespace kite::test {
 namespace {
 
-CustomEvent named(std::string table) {
-  return {std::move(table),
-          {.data = {{"total", 3}, {"note", nullptr}}, .id = FakeSystem::uuid(1), .timestamp = 12.5},
-          User{.info = {{"a", 1}}, .ids = {}}};
+TrackedEvent named(std::string table) {
+  const CustomEvent::Payload payload{
+      .data = {{"total", 3}, {"note", nullptr}}, .id = FakeSystem::uuid(1), .timestamp = 12.5};
+  return tracked(CustomEvent{std::move(table), payload}, {.info = {{"a", 1}}, .ids = {}});
 }
 
 TEST(CustomEventTests, isOfTheKindOfItsTable) {
@@ -31,13 +29,12 @@ TEST(CustomEventTests, carriesTheHostsDataAndNothingElse) {
   EXPECT_EQ(named("Orders").data(), (JSONValue::Object{{"total", 3}, {"note", nullptr}}));
 }
 
-TEST(CustomEventTests, aReservedTableNameStopsTheProcessWhenTheRecordIsMade) {
-  EXPECT_FATAL(StoredEvent::from(named("Install"), "app"),
-               "You cannot use Install as a name for a custom event.");
+TEST(CustomEventTests, aReservedTableNameStopsTheProcessWhenItIsTracked) {
+  EXPECT_FATAL(named("Install"), "You cannot use Install as a name for a custom event.");
 }
 
 TEST(CustomEventTests, aTableNamedLikeAnUnreservedKindMakesARecord) {
-  EXPECT_EQ(StoredEvent::from(named("UserAction"), "app").type, EventType::custom("UserAction"));
+  EXPECT_EQ(named("UserAction").record().type, EventType::custom("UserAction"));
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
-#include "Events/DebugEvent.h"
-
 #include "Support/CatchFatalErrors.h"
 #include "Support/FakeSystem.h"
 #include "Support/ParsedJSON.h"
+#include "Support/TrackedEvents.h"
 
 #include <gmock/gmock.h>
 
@@ -28,7 +27,7 @@ DebugEvent::Payload bare() {
 }
 
 TEST(DebugEventTests, tellsWhatItIsFromItsPayload) {
-  const DebugEvent event(bare(), User{.info = {{"a", 1}}, .ids = {}});
+  const auto event = tracked(bare(), {.info = {{"a", 1}}, .ids = {}});
   EXPECT_EQ(event.type(), EventType(EventType::Case::debugEvent));
   EXPECT_EQ(event.id(), FakeSystem::uuid(1).text());
   EXPECT_EQ(event.timestamp(), 12.5);
@@ -37,7 +36,7 @@ TEST(DebugEventTests, tellsWhatItIsFromItsPayload) {
 }
 
 TEST(DebugEventTests, keepsTheKeysOfWhatItLacksAsNull) {
-  EXPECT_EQ(DebugEvent(bare(), User{}).data(), parsedObject(R"({
+  EXPECT_EQ(tracked(bare()).data(), parsedObject(R"({
     "severity": "Error", "message": "decode failed", "category": "network",
     "domain": null, "code": null, "type": null, "description": null, "info": {},
     "file": "Client.cpp", "function": "decode", "line": 42
@@ -51,7 +50,7 @@ TEST(DebugEventTests, carriesEverythingItIsGiven) {
   payload.type = "NotFound";
   payload.description = "no such page";
   payload.info = {{"bytes", 512}};
-  const auto data = payload.data();
+  const auto data = tracked(payload).data();
   EXPECT_EQ(*data.at("domain"), JSONValue("http"));
   EXPECT_EQ(*data.at("code"), JSONValue("404"));
   EXPECT_EQ(*data.at("type"), JSONValue("NotFound"));
@@ -64,25 +63,26 @@ TEST(DebugEventTests, writesEverySeverityAsItsText) {
   std::vector<std::string> texts;
   for (const auto severity : allSeverities) {
     payload.severity = severity;
-    texts.push_back(*payload.data().at("severity")->string());
+    texts.push_back(*tracked(payload).data().at("severity")->string());
   }
   EXPECT_THAT(texts, testing::ElementsAre("Debug", "Notice", "Warning", "Error", "Critical"));
 }
 
 TEST(DebugEventTests, theLineIsAnInteger) {
-  EXPECT_EQ(*bare().data().at("line"), JSONValue(std::int64_t{42}));
+  EXPECT_EQ(*tracked(bare()).data().at("line"), JSONValue(std::int64_t{42}));
 }
 
 TEST(DebugEventTests, theLargestSignedLineIsKept) {
   auto payload = bare();
   payload.line = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
-  EXPECT_EQ(*payload.data().at("line"), JSONValue(std::numeric_limits<std::int64_t>::max()));
+  EXPECT_EQ(*tracked(payload).data().at("line"),
+            JSONValue(std::numeric_limits<std::int64_t>::max()));
 }
 
 TEST(DebugEventTests, aLineAboveTheSignedRangeStopsTheProcess) {
   auto payload = bare();
   payload.line = std::uint64_t{1} << 63U;
-  EXPECT_TRUE(fatalErrorOf([&] { static_cast<void>(payload.data()); }));
+  EXPECT_TRUE(fatalErrorOf([&] { static_cast<void>(tracked(payload)); }));
 }
 
 }  // namespace

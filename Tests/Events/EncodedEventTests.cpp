@@ -1,6 +1,7 @@
 #include "Events/EncodedEvent.h"
 
 #include "Support/Events.h"
+#include "Support/TrackedEvents.h"
 
 #include <gmock/gmock.h>
 
@@ -174,14 +175,12 @@ UserAction::Payload anAction() {
           .isBackgroundEvent = false};
 }
 
-/// An action, and the record that it stands for.
-void expectOneEncoding(UserAction::Payload payload) {
-  const UserAction action(std::move(payload), aUser());
-  const auto record = StoredEvent::from(action, "trail-maps");
-  const auto direct = EventEncoder().encode(action, "trail-maps");
-  const auto expected = pending(record);
+/// An event as it was tracked, and the record that it stands for.
+void expectOneEncoding(const TrackedEvent& event) {
+  const auto direct = EventEncoder().encode(event);
+  const auto expected = pending(event.record());
   EXPECT_EQ(storedText(*direct), storedText(*expected));
-  EXPECT_EQ(direct->id(), record.id);
+  EXPECT_EQ(direct->id(), event.id());
   EXPECT_EQ(stamped(*direct, 20.25).text, stamped(*expected, 20.25).text);
   ASSERT_EQ(direct->encodingError() == nullptr, expected->encodingError() == nullptr);
   if (direct->encodingError()) {
@@ -189,15 +188,41 @@ void expectOneEncoding(UserAction::Payload payload) {
   }
 }
 
+template <class Kind>
+void expectOneEncodingOf(Kind kind) {
+  expectOneEncoding(tracked(std::move(kind), *aUser()));
+}
+
 TEST(EventEncoderTests, encodesAnActionAsItsRecord) {
-  expectOneEncoding(anAction());
+  expectOneEncodingOf(anAction());
   auto outsideAnySession = anAction();
   outsideAnySession.secondsFromSessionStart = std::nullopt;
   outsideAnySession.sessionId = std::nullopt;
   outsideAnySession.lastForegroundSessionId = UUID::noop();
   outsideAnySession.isBackgroundEvent = true;
   outsideAnySession.actionInfo = {};
-  expectOneEncoding(std::move(outsideAnySession));
+  expectOneEncodingOf(std::move(outsideAnySession));
+}
+
+TEST(EventEncoderTests, encodesEveryOtherKindAsItsRecord) {
+  const UUID id = UUID::noop();
+  const JSONValue::Object own{{"a", 1}, {"subtype", "own"}, {"z", Null{}}};
+  for (const auto& storefront :
+       {std::optional<Storefront>(), std::optional(Storefront{"143450", "ITA"})}) {
+    expectOneEncodingOf(SessionEvent{SessionStartPayload{id, 1.5}, storefront});
+    expectOneEncodingOf(SessionEvent{SessionEndPayload{id, true, 2.5, own, id, 1.5}, storefront});
+    for (const auto& version : {std::optional<std::string>(), std::optional<std::string>("1.0")}) {
+      expectOneEncodingOf(
+          InstallEvent{{id, 1.5, true, Usher::CreationType::readFromFile,
+                        Usher::CreationType::notApplicable, version, version, "2.0", std::nullopt},
+                       storefront});
+    }
+  }
+  expectOneEncodingOf(UserInfoUpdated::Payload{own, {}, {"a", "\"b"}, {}, id, 1.5});
+  expectOneEncodingOf(CustomEvent{"Orders", {own, id, 1.5}});
+  expectOneEncodingOf(DebugEvent::Payload{id, 1.5, Severity::error, "m", "c", "d", std::nullopt,
+                                          "t", std::nullopt, own, "f.cpp", "f()", 42});
+  expectOneEncodingOf(ExperimentSegmentsReceived{id, 1.5});
 }
 
 TEST(EventEncoderTests, encodesTheLongestOfEachPart) {
@@ -208,20 +233,20 @@ TEST(EventEncoderTests, encodesTheLongestOfEachPart) {
     std::string repeated;
     for (int i = 0; i < 1000; ++i) repeated += name;
     action.actionKind = ShortText(repeated);
-    expectOneEncoding(action);
+    expectOneEncodingOf(action);
   }
 }
 
 TEST(EventEncoderTests, failsAnActionAsItsRecord) {
   auto payload = anAction();
   payload.timestamp = std::nan("");
-  expectOneEncoding(payload);
+  expectOneEncodingOf(payload);
   payload = anAction();
   payload.actionInfo.set("ratio", std::nan(""));
-  expectOneEncoding(payload);
+  expectOneEncodingOf(payload);
   payload = anAction();
   payload.secondsFromSessionStart = std::nan("");
-  expectOneEncoding(payload);
+  expectOneEncodingOf(payload);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
-#include "Events/InstallEvent.h"
-
 #include "Support/FakeSystem.h"
 #include "Support/ParsedJSON.h"
+#include "Support/TrackedEvents.h"
 
 #include <gmock/gmock.h>
 
@@ -22,8 +21,9 @@ InstallPayload aPayload() {
           .documentDirectoryCreationTimestamp = std::nullopt};
 }
 
-InstallEvent anInstallEvent(InstallPayload payload, std::optional<Storefront> storefront = {}) {
-  return {std::move(payload), User{.info = {{"a", 1}}, .ids = {}}, std::move(storefront)};
+TrackedEvent anInstallEvent(InstallPayload payload, std::optional<Storefront> storefront = {}) {
+  return tracked(InstallEvent{std::move(payload), std::move(storefront)},
+                 {.info = {{"a", 1}}, .ids = {}});
 }
 
 TEST(InstallEventTests, tellsWhatItIsFromItsPayload) {
@@ -59,17 +59,18 @@ TEST(InstallEventTests, carriesTheOldVersionsAndTheDirectorysAgeWhenTheyAreKnown
 
 TEST(InstallEventTests, saysWhetherTheApplicationWasThereBefore) {
   auto payload = aPayload();
-  EXPECT_EQ(*payload.data().at("installed_before_kite"), JSONValue(true));
+  EXPECT_EQ(*anInstallEvent(payload).data().at("installed_before_kite"), JSONValue(true));
   payload.installedBeforeKite = false;
-  EXPECT_EQ(*payload.data().at("installed_before_kite"), JSONValue(false));
+  EXPECT_EQ(*anInstallEvent(payload).data().at("installed_before_kite"), JSONValue(false));
 }
 
 TEST(InstallEventTests, tellsTheTwoIdentifiersStatusesApart) {
   auto payload = aPayload();
   payload.keychainStatus = CreationType::notApplicable;
   payload.userdefaultStatus = CreationType::readFromFile;
-  EXPECT_EQ(*payload.data().at("keychain_id_status"), JSONValue("not_applicable"));
-  EXPECT_EQ(*payload.data().at("userdefault_id_status"), JSONValue("read_from_file"));
+  EXPECT_EQ(*anInstallEvent(payload).data().at("keychain_id_status"), JSONValue("not_applicable"));
+  EXPECT_EQ(*anInstallEvent(payload).data().at("userdefault_id_status"),
+            JSONValue("read_from_file"));
 }
 
 TEST(InstallEventTests, numbersTheIdentifierStatusesInTheirOrder) {
@@ -81,11 +82,11 @@ TEST(InstallEventTests, numbersTheIdentifierStatusesInTheirOrder) {
 TEST(InstallEventTests, namesTheThreeIdentifierStatuses) {
   auto payload = aPayload();
   payload.keychainStatus = CreationType::notApplicable;
-  EXPECT_EQ(*payload.data().at("keychain_id_status"), JSONValue("not_applicable"));
+  EXPECT_EQ(*anInstallEvent(payload).data().at("keychain_id_status"), JSONValue("not_applicable"));
   payload.keychainStatus = CreationType::justGenerated;
-  EXPECT_EQ(*payload.data().at("keychain_id_status"), JSONValue("just_generated"));
+  EXPECT_EQ(*anInstallEvent(payload).data().at("keychain_id_status"), JSONValue("just_generated"));
   payload.keychainStatus = CreationType::readFromFile;
-  EXPECT_EQ(*payload.data().at("keychain_id_status"), JSONValue("read_from_file"));
+  EXPECT_EQ(*anInstallEvent(payload).data().at("keychain_id_status"), JSONValue("read_from_file"));
 }
 
 TEST(InstallEventTests, withAStorefrontHasBothOfItsKeys) {

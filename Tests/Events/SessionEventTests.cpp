@@ -1,7 +1,6 @@
-#include "Events/SessionEvent.h"
-
 #include "Support/FakeSystem.h"
 #include "Support/ParsedJSON.h"
+#include "Support/TrackedEvents.h"
 
 #include <gmock/gmock.h>
 
@@ -10,19 +9,19 @@ namespace {
 
 const Storefront aStorefront{.identifier = "143450", .countryCode = "ITA"};
 
-SessionEvent started(std::optional<Storefront> storefront = {}) {
-  return {SessionStartPayload{.id = FakeSystem::uuid(1), .sessionStartDate = 100.5}, User{},
-          std::move(storefront)};
+TrackedEvent started(std::optional<Storefront> storefront = {}) {
+  const SessionStartPayload payload{.id = FakeSystem::uuid(1), .sessionStartDate = 100.5};
+  return tracked(SessionEvent{payload, std::move(storefront)});
 }
 
-SessionEvent ended(JSONValue::Object sessionData, std::optional<Storefront> storefront = {}) {
-  return {SessionEndPayload{.sessionStartId = FakeSystem::uuid(1),
-                            .crashed = true,
-                            .duration = 37.0,
-                            .sessionData = std::move(sessionData),
-                            .id = FakeSystem::uuid(2),
-                            .sessionEndTimestamp = 200.25},
-          User{}, std::move(storefront)};
+TrackedEvent ended(JSONValue::Object sessionData, std::optional<Storefront> storefront = {}) {
+  const SessionEndPayload payload{.sessionStartId = FakeSystem::uuid(1),
+                                  .crashed = true,
+                                  .duration = 37.0,
+                                  .sessionData = std::move(sessionData),
+                                  .id = FakeSystem::uuid(2),
+                                  .sessionEndTimestamp = 200.25};
+  return tracked(SessionEvent{payload, std::move(storefront)});
 }
 
 TEST(SessionEventTests, aStartCarriesTheSessionsIdAndStartDate) {
@@ -59,7 +58,7 @@ TEST(SessionEventTests, anEndSaysWhetherTheSessionCrashed) {
                                     .sessionData = {},
                                     .id = FakeSystem::uuid(2),
                                     .sessionEndTimestamp = 200.25};
-    EXPECT_EQ(*toJSONValue(payload).at("crashed"), JSONValue(crashed));
+    EXPECT_EQ(*tracked(SessionEvent{payload, {}}).data().at("crashed"), JSONValue(crashed));
   }
 }
 

@@ -1,6 +1,5 @@
-#include "Events/UserAction.h"
-
 #include "Support/FakeSystem.h"
+#include "Support/TrackedEvents.h"
 
 #include <gmock/gmock.h>
 
@@ -29,7 +28,7 @@ UserAction::Payload outsideAnySession() {
 }
 
 TEST(UserActionTests, tellsWhatItIsFromItsPayload) {
-  const UserAction event(inASession(), User{.info = {{"a", 1}}, .ids = {}});
+  const auto event = tracked(inASession(), {.info = {{"a", 1}}, .ids = {}});
   EXPECT_EQ(event.type(), EventType(EventType::Case::userAction));
   EXPECT_EQ(event.id(), FakeSystem::uuid(1).text());
   EXPECT_EQ(event.timestamp(), 12.5);
@@ -38,7 +37,7 @@ TEST(UserActionTests, tellsWhatItIsFromItsPayload) {
 }
 
 TEST(UserActionTests, inASessionHasItsIdAndAge) {
-  EXPECT_EQ(UserAction(inASession(), User{}).data(),
+  EXPECT_EQ(tracked(inASession()).data(),
             (JSONValue::Object{{"action_kind", "buy"},
                                {"action_info", JSONValue::Object{{"price", 9.5}}},
                                {"seconds_from_session_start", 2.25},
@@ -49,7 +48,7 @@ TEST(UserActionTests, inASessionHasItsIdAndAge) {
 }
 
 TEST(UserActionTests, outsideAnySessionKeepsTheKeysOfWhatItLacksAsNull) {
-  EXPECT_EQ(UserAction(outsideAnySession(), User{}).data(),
+  EXPECT_EQ(tracked(outsideAnySession()).data(),
             (JSONValue::Object{{"action_kind", "buy"},
                                {"action_info", JSONValue::Object{{"price", 9.5}}},
                                {"seconds_from_session_start", nullptr},

@@ -1,7 +1,6 @@
-#include "Events/UserInfoUpdated.h"
-
 #include "Support/FakeSystem.h"
 #include "Support/ParsedJSON.h"
+#include "Support/TrackedEvents.h"
 
 #include <gmock/gmock.h>
 
@@ -18,7 +17,7 @@ UserInfoUpdated::Payload aPayload() {
 }
 
 TEST(UserInfoUpdatedTests, tellsWhatItIsFromItsPayload) {
-  const UserInfoUpdated event(aPayload(), User{.info = {{"a", 2}}, .ids = {}});
+  const auto event = tracked(aPayload(), {.info = {{"a", 2}}, .ids = {}});
   EXPECT_EQ(event.type(), EventType(EventType::Case::userInfoUpdated));
   EXPECT_EQ(event.id(), FakeSystem::uuid(1).text());
   EXPECT_EQ(event.timestamp(), 12.5);
@@ -29,7 +28,7 @@ TEST(UserInfoUpdatedTests, tellsWhatItIsFromItsPayload) {
 TEST(UserInfoUpdatedTests, carriesBothUserInfosAndTheListsOfKeysInTheirOrder) {
   auto payload = aPayload();
   payload.updatedKeys = {"b", "a"};
-  EXPECT_EQ(UserInfoUpdated(payload, User{}).data(), parsedObject(R"({
+  EXPECT_EQ(tracked(payload).data(), parsedObject(R"({
     "old_user_info": {"a": 1},
     "new_user_info": {"a": 2, "b": null},
     "updated_keys": ["b", "a"],
@@ -40,7 +39,7 @@ TEST(UserInfoUpdatedTests, carriesBothUserInfosAndTheListsOfKeysInTheirOrder) {
 TEST(UserInfoUpdatedTests, emptyListsStayInPlace) {
   auto payload = aPayload();
   payload.lostKeys = {};
-  EXPECT_EQ(*payload.data().at("lost_keys"), JSONValue(JSONValue::Array{}));
+  EXPECT_EQ(*tracked(payload).data().at("lost_keys"), JSONValue(JSONValue::Array{}));
 }
 
 }  // namespace

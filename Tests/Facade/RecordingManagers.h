@@ -54,7 +54,7 @@ class RecordingEventStorage final
  public:
   using RecordingManager::RecordingManager;
   EventList pendingEvents() const override { return {}; }
-  void insert(TrackedEvent) override {}
+  void insert(std::unique_ptr<PendingChange>) override {}
   void removeEvents(std::set<std::string>) override {}
 };
 

@@ -7,6 +7,7 @@
 #include "Support/FakeUsher.h"
 #include "Support/InMemorySecretsStorage.h"
 #include "Support/KeyedArchive.h"
+#include "Support/TrackedEvents.h"
 #include "Support/WatchedSecretsStorage.h"
 
 #include <gmock/gmock.h>
@@ -240,7 +241,7 @@ TEST_F(EventManagerImplTests, idAndTimeAndDataOfARecordComeFromItsPayload) {
   const auto record = onlyRecord();
   EXPECT_EQ(record.id, FakeSystem::uuid(74).text());
   EXPECT_EQ(record.timestamp, 4.5);
-  EXPECT_EQ(record.data, anAction.data());
+  EXPECT_EQ(record.data, tracked(anAction).data());
   EXPECT_EQ(clockReads, 0);
 }
 

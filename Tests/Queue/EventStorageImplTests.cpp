@@ -52,7 +52,7 @@ class EventStorageImplTests : public testing::Test {
                     .sessionListener = sessions.witness});
     manualQueue->drain();  // of the loading
   }
-  void insert(const std::string& id) { storage->insert(anEvent(id)); }
+  void insert(const std::string& id) { storage->insert(aChange(anEvent(id))); }
   void flush() { time->advance(EventStorageImpl::syncInterval); }
   /// The same store, as the next run of the application finds it.
   void restart() {
@@ -82,7 +82,7 @@ TEST_F(EventStorageImplTests, destroysEncodedEventsWhenTheNextOnesCome) {
   start();
   auto user = std::make_shared<const User>();
   const std::weak_ptr<const User> witness = user;
-  storage->insert(anEvent("A", Shared<User>(std::move(user))));
+  storage->insert(aChange(anEvent("A", Shared<User>(std::move(user)))));
   insert("B");
   manualQueue->drain();
   EXPECT_FALSE(witness.expired());
@@ -728,7 +728,7 @@ TEST_F(EventStorageImplTests, anEventThatDoesNotEncodeLeavesTheStoreAsItWas) {
   start();
   insert("A");
   flush();
-  storage->insert(anUnencodableEvent("B"));
+  storage->insert(aChange(anUnencodableEvent("B")));
   insert("C");
   flush();
   EXPECT_EQ(store->text(queueKey), arrayOf({"A"}));
@@ -739,7 +739,7 @@ TEST_F(EventStorageImplTests, anEventThatDoesNotEncodeLeavesTheStoreAsItWas) {
 
 TEST_F(EventStorageImplTests, writesAgainOnceTheEventThatDoesNotEncodeIsGone) {
   start();
-  storage->insert(anUnencodableEvent("B"));
+  storage->insert(aChange(anUnencodableEvent("B")));
   insert("C");
   flush();
   EXPECT_FALSE(store->contains(queueKey));
@@ -751,7 +751,7 @@ TEST_F(EventStorageImplTests, writesAgainOnceTheEventThatDoesNotEncodeIsGone) {
 TEST_F(EventStorageImplTests, anEventThatDoesNotEncodeCleansTheFlagInTheBackgroundToo) {
   isInBackground = true;
   start();
-  storage->insert(anUnencodableEvent("B"));
+  storage->insert(aChange(anUnencodableEvent("B")));
   EXPECT_FALSE(storage->isDirty());
   EXPECT_EQ(store->writes(), 0);
 }

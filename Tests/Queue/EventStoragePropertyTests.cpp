@@ -49,13 +49,13 @@ class EventStorageProperties : public testing::Test {
   }
   void insert() {
     const auto id = someId();
-    storage->insert(anEvent(id));
+    storage->insert(aChange(anEvent(id)));
     pending.emplace_back(id, textOfAnEvent(id));
   }
   void insertWhatDoesNotEncode() {
     if (random() % 8 != 0) return;
     const auto id = someId();
-    storage->insert(anUnencodableEvent(id));
+    storage->insert(aChange(anUnencodableEvent(id)));
     pending.emplace_back(id, "");
   }
   void remove() {

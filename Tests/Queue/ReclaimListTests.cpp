@@ -19,7 +19,7 @@ class Witness {
   std::unique_ptr<PendingChange> change() {
     const auto user = std::make_shared<const User>();
     _user = user;
-    return std::make_unique<PendingChange>(anEvent("A", Shared<User>(user)));
+    return aChange(anEvent("A", Shared<User>(user)));
   }
   bool isAlive() const { return !_user.expired(); }
 

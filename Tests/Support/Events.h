@@ -3,10 +3,13 @@
 #include "Events/EventEncoder.h"
 #include "Events/StoredEvent.h"
 #include "Queue/EventList.h"
+#include "Queue/PendingChange.h"
 
 #include <limits>
+#include <memory>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 namespace kite::test {
@@ -41,6 +44,16 @@ inline StoredEvent anUnencodableEvent(std::string id) {
 }
 
 inline EventHandle pending(const StoredEvent& event) { return EventEncoder().encode(event); }
+
+/// The event on its way to the storage.
+inline std::unique_ptr<PendingChange> aChange(StoredEvent event) {
+  return std::make_unique<PendingChange>(std::move(event));
+}
+/// The record of the event that is on its way.
+inline StoredEvent recordOf(const PendingChange& change) {
+  const auto* event = std::get_if<TrackedEvent>(&change.content);
+  return event ? event->record() : std::get<StoredEvent>(change.content);
+}
 
 inline std::string storedText(const Larder::ElementText& element) {
   std::string text;

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "Queue/EventStorage.h"
+#include "Support/Events.h"
 
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -18,10 +20,10 @@ class FakeEventStorage final : public EventStorage {
   EventList pendingEvents() const override { return {}; }
   std::function<void()> onInsert = [] {};
 
-  void insert(TrackedEvent event) override {
+  void insert(std::unique_ptr<PendingChange> event) override {
     onInsert();
     const std::scoped_lock guard(_mutex);
-    _inserted.push_back(std::move(event).record());
+    _inserted.push_back(recordOf(*event));
   }
   void removeEvents(std::set<std::string> ids) override {
     const std::scoped_lock guard(_mutex);

@@ -34,8 +34,8 @@ class PendingEvents final : public EventStorage {
 
   void start(EventStorageDependencies) override {}
   EventList pendingEvents() const override { return _events.copy(); }
-  void insert(TrackedEvent event) override {
-    _events.with([&](EventList& events) { events.append(pending(std::move(event).record())); });
+  void insert(std::unique_ptr<PendingChange> event) override {
+    _events.with([&](EventList& events) { events.append(pending(recordOf(*event))); });
   }
   void removeEvents(std::set<std::string> ids) override {
     queue->run([this, ids = std::move(ids)] {
@@ -97,7 +97,7 @@ class SynchronizationManagerImplTests : public testing::Test {
   }
   void start() { manager->start(dependencies()); }
   void insert(int count) {
-    for (int i = 0; i < count; ++i) storage->insert(anEvent("E-" + std::to_string(i)));
+    for (int i = 0; i < count; ++i) storage->insert(aChange(anEvent("E-" + std::to_string(i))));
   }
   void tick() { time->advance(SynchronizationManagerImpl::autoSyncDefaultInterval); }
   void expectTheBatchAgain() {
@@ -216,7 +216,7 @@ TEST_F(SynchronizationManagerImplTests, removesTheEventsOfTheBatchAndNoOther) {
   start();
   insert(2);
   api->answer = [this](const EventBatch& events, const auto& callback) {
-    storage->insert(anEvent("late"));
+    storage->insert(aChange(anEvent("late")));
     callback(events, true, std::nullopt);
   };
   tick();
@@ -315,7 +315,7 @@ TEST_F(SynchronizationManagerImplTests, aBatchThatIsTakenAfterItsSessionsEndLift
   api->answer = [this](const EventBatch& events, const auto& callback) {
     sessions.triggerSessionEnd();
     EXPECT_TRUE(manager->isSuspended());
-    storage->insert(anEvent("late"));
+    storage->insert(aChange(anEvent("late")));
     api->answer = FakeAPIManager::accepts();
     callback(events, true, std::nullopt);
   };
