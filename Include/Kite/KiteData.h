@@ -78,7 +78,11 @@ class KITE_EXPORT KiteData {
 
   /// A value where it is: of `_packed`, or one of `_others`.
   using Value = std::variant<std::string_view, std::int64_t, double, bool, const KiteValue*>;
-  using Members = std::vector<std::pair<std::string_view, Value>>;
+  struct Member {
+    std::string_view name;
+    Value value;
+  };
+  using Members = std::vector<Member>;
 
   /// In the order in which they were put in.
   Members members() const;

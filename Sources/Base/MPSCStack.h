@@ -6,7 +6,7 @@
 
 namespace kite {
 
-/// Nodes that are handed on together, the first of them next. A node has a `Node* next`.
+/// A singly linked list that owns its nodes. A node has a member `Node* next`.
 template <class Node>
 class Chain {
  public:
@@ -42,8 +42,8 @@ class Chain {
   Node* _first = nullptr;
 };
 
-/// Where threads leave nodes for another to take, without a lock: none waits for one that was
-/// interrupted.
+/// A multi-producer stack: any thread adds a node, and one call takes all. It is lock-free, so that
+/// a thread that is interrupted never holds up another.
 template <class Node>
 class MPSCStack {
  public:
@@ -52,7 +52,7 @@ class MPSCStack {
   MPSCStack& operator=(const MPSCStack&) = delete;
   ~MPSCStack() { takeAll(); }
 
-  /// Whether the node is the first since all were taken.
+  /// True when the stack was empty.
   bool add(std::unique_ptr<Node> node) {
     Node* const added = node.release();
     Node* newest = _newest.load(std::memory_order_relaxed);
@@ -65,7 +65,7 @@ class MPSCStack {
 
   bool empty() const { return !_newest.load(std::memory_order_relaxed); }
 
-  /// The newest comes first.
+  /// In the opposite order of their adding.
   Chain<Node> takeAll() { return Chain(_newest.exchange(nullptr, std::memory_order_acquire)); }
 
  private:

@@ -11,7 +11,7 @@ Result<SharedText, EncodingError> encodeUser(std::string_view app, const User& u
   JSONWriter writer(text);
   writer.resumeObject();
   EventText::writeUser(writer, app, user);
-  if (writer.error()) return Failure{*writer.error()};
+  if (writer.finish()) return Failure{*writer.error()};
   text.shrink_to_fit();
   return SharedText(std::make_shared<const std::string>(std::move(text)));
 }
@@ -51,7 +51,7 @@ Result<EventHandle, EncodingError> EventEncoder::encode(const EventText::Head& h
   writer.key("data");
   writeData(writer);
   writer.endObject();
-  if (writer.error()) return Failure{*writer.error()};
+  if (writer.finish()) return Failure{*writer.error()};
   return EventHandle(std::make_shared<const EncodedEvent>(_scratch, layout, *text));
 }
 

@@ -54,7 +54,7 @@ std::optional<EncodingError> appendRequestTimestamp(std::string& out, double sec
   JSONWriter writer(out);
   writer.resumeObject();
   writeRequestTimestamp(writer, seconds);
-  return writer.error();
+  return writer.finish();
 }
 
 }  // namespace kite::EventText

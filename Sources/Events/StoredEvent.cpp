@@ -28,7 +28,7 @@ std::optional<EncodingError> appendJSON(std::string& out, const StoredEvent& eve
   writer.key("data");
   writer.value(event.data);
   writer.endObject();
-  return writer.error();
+  return writer.finish();
 }
 
 std::optional<StoredEvent> decodeStoredEvent(const JSONValue& json) {

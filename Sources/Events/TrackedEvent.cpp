@@ -1,5 +1,6 @@
 #include "Events/TrackedEvent.h"
 
+#include "Base/UUIDText.h"
 #include "JSON/JSONWriter.h"
 
 #include <array>
@@ -32,11 +33,11 @@ JSONValue jsonOf(const std::optional<Value>& value) {
 class ObjectMembers {
  public:
   template <class Value>
-  void operator()(const char* key, const Value& value) {
+  void operator()(std::string_view key, const Value& value) {
     _entries.emplace_back(key, jsonOf(value));
   }
   template <class Value>
-  void ifPresent(const char* key, const std::optional<Value>& value) {
+  void ifPresent(std::string_view key, const std::optional<Value>& value) {
     if (value) (*this)(key, *value);
   }
   JSONValue::Object object() && { return JSONValue::Object::fromUnsorted(std::move(_entries)); }
@@ -51,7 +52,7 @@ class WrittenMembers {
   explicit WrittenMembers(JSONWriter& writer) : _writer(writer) {}
 
   template <class Value>
-  void operator()(const char* key, const Value& value) {
+  void operator()(std::string_view key, const Value& value) {
     _writer.key(key);
     write(value);
   }
@@ -59,8 +60,13 @@ class WrittenMembers {
  private:
   void write(const std::string& text) { _writer.string(text); }
   void write(const ShortText& text) { _writer.string(text.view()); }
+  void write(const UUID& id) { _writer.string(UUIDText(id).view()); }
   void write(const KiteData& data) { _writer.value(data); }
   void write(const JSONValue::Object& members) { _writer.value(members); }
+  template <class Value>
+  void write(const std::optional<Value>& value) {
+    value ? write(*value) : _writer.null();
+  }
   template <class Value>
   void write(const Value& value) {
     _writer.value(jsonOf(value));

@@ -81,7 +81,7 @@ std::size_t stringLength(std::string_view text) {
   return std::min(i + 1, text.size());
 }
 
-/// Whether the text of a number is an integer beyond 64 bits.
+/// Whether the text is that of an integer that does not fit into 64 bits.
 bool isLargeInteger(std::string_view number) {
   std::int64_t ignored;
   const char* const end = number.data() + number.size();

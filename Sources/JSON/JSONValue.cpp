@@ -37,14 +37,9 @@ class Comparison {
  private:
   bool match(const JSONValue& a, const JSONValue& b) {
     if (a.kind() != b.kind()) return false;
-    switch (a.kind()) {
-      case JSONValue::Kind::object:
-        return matchMembers(*a.object(), *b.object());
-      case JSONValue::Kind::array:
-        return matchElements(*a.array(), *b.array());
-      default:
-        return matchScalars(a, b);
-    }
+    if (a.object()) return matchMembers(*a.object(), *b.object());
+    if (a.array()) return matchElements(*a.array(), *b.array());
+    return matchScalars(a, b);
   }
   bool matchMembers(const JSONValue::Object& a, const JSONValue::Object& b) {
     return &a == &b || std::ranges::equal(a, b, [this](const auto& left, const auto& right) {
@@ -62,21 +57,14 @@ class Comparison {
     _waiting.emplace_back(&a, &b);
     return true;
   }
+  /// Of two values of one kind; contents of another kind are null in both.
   static bool matchScalars(const JSONValue& a, const JSONValue& b) {
-    switch (a.kind()) {
-      case JSONValue::Kind::string:
-        return *a.string() == *b.string();
-      case JSONValue::Kind::integer:
-        return *a.integer() == *b.integer();
-      case JSONValue::Kind::real:
-        return *a.real() == *b.real();
-      case JSONValue::Kind::boolean:
-        return *a.boolean() == *b.boolean();
-      case JSONValue::Kind::date:
-        return *a.date() == *b.date();
-      default:
-        return true;
-    }
+    const auto areSame = [](const auto* left, const auto* right) {
+      return left == nullptr || *left == *right;
+    };
+    return areSame(a.string(), b.string()) && areSame(a.integer(), b.integer()) &&
+           areSame(a.real(), b.real()) && areSame(a.boolean(), b.boolean()) &&
+           areSame(a.date(), b.date());
   }
 
   std::vector<std::pair<const JSONValue*, const JSONValue*>> _waiting;

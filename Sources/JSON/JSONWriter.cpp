@@ -11,7 +11,7 @@
 namespace kite {
 namespace {
 
-constexpr std::size_t longestNumber = 32;
+constexpr std::size_t longestNumber = 32;  // more than any number takes
 
 /// What follows the backslash in place of a byte; zero for bytes that stand for themselves.
 constexpr auto escapes = [] {
@@ -29,25 +29,19 @@ constexpr auto escapes = [] {
 
 char escapeOf(char byte) { return escapes[static_cast<unsigned char>(byte)]; }
 
-void appendEscape(std::string& out, char byte) {
-  constexpr char digits[] = "0123456789abcdef";
-  out.push_back('\\');
-  out.push_back(escapeOf(byte));
-  if (escapeOf(byte) != 'u') return;
-  out.append("00");
-  out.push_back(digits[byte >> 4]);
-  out.push_back(digits[byte & 0xF]);
-}
+constexpr std::size_t longestEscape = 6;
 
-void appendEscaped(std::string& out, std::string_view text) {
-  while (true) {
-    const auto special = std::ranges::find_if(text, escapeOf);
-    const auto clean = static_cast<std::size_t>(special - text.begin());
-    out.append(text.data(), clean);
-    if (clean == text.size()) return;
-    appendEscape(out, *special);
-    text.remove_prefix(clean + 1);
+/// Writes the text with its escapes and gives the end.
+char* writeEscaped(char* place, std::string_view text) {
+  constexpr char digits[] = "0123456789abcdef";
+  for (const char byte : text) {
+    const char escape = escapeOf(byte);
+    if (escape != 0) *place++ = '\\';
+    *place++ = escape != 0 ? escape : byte;
+    if (escape != 'u') continue;
+    for (const char digit : {'0', '0', digits[byte >> 4], digits[byte & 0xF]}) *place++ = digit;
   }
+  return place;
 }
 
 constexpr std::uint64_t eightTimes(unsigned char byte) { return 0x0101'0101'0101'0101U * byte; }
@@ -95,34 +89,63 @@ class ByteKinds {
 
 }  // namespace
 
+const std::optional<EncodingError>& JSONWriter::finish() {
+  if (_place) _out.resize(position());
+  _place = nullptr;
+  return _error;
+}
+
+/// Where so many characters may be written.
+char* JSONWriter::room(std::size_t size) {
+  const auto rest = static_cast<std::size_t>(_out.data() + _out.size() - _place);
+  return rest < size ? moreRoom(size) : _place;
+}
+
+char* JSONWriter::moreRoom(std::size_t size) {
+  constexpr std::size_t step = 512;
+  const std::size_t at = position();
+  _out.resize(at + std::max(size, step));
+  return _place = _out.data() + at;
+}
+
+void JSONWriter::put(char character) {
+  *room(1) = character;
+  ++_place;
+}
+
+void JSONWriter::put(std::string_view text) {
+  std::memcpy(room(text.size()), text.data(), text.size());
+  _place += text.size();
+}
+
 void JSONWriter::begin(bool isObject) {
   if (!beginValue()) return;
   if (_open.size() >= std::size_t{maximumEncodedDepth})
     return fail("Objects and arrays nest too deeply");
-  _out.push_back(isObject ? '{' : '[');
+  put(isObject ? '{' : '[');
   _open.push_back({.isObject = isObject, .count = 0, .key = {}});
 }
 
 void JSONWriter::end() {
   if (_error) return;
-  _out.push_back(_open.back().isObject ? '}' : ']');
+  put(_open.back().isObject ? '}' : ']');
   _open.pop_back();
 }
 
 void JSONWriter::key(std::string_view name) {
   if (_error) return;
   Container& object = _open.back();
-  if (object.count++ > 0) _out.push_back(',');
+  if (object.count++ > 0) put(',');
   object.key = name;
   putString(name);
-  _out.push_back(':');
+  put(':');
 }
 
 /// Whether a value may be written. Puts the comma before an element; `key` puts that of a member.
 bool JSONWriter::beginValue() {
   if (_error) return false;
   const bool isElement = !_open.empty() && !_open.back().isObject;
-  if (isElement && _open.back().count++ > 0) _out.push_back(',');
+  if (isElement && _open.back().count++ > 0) put(',');
   return true;
 }
 
@@ -133,25 +156,30 @@ void JSONWriter::string(std::string_view text) {
 void JSONWriter::putString(std::string_view text) {
   const ByteKinds bytes(text);
   if (!bytes.areASCII() && !isUTF8(text)) return putString(repairedUTF8(text));
-  _out.push_back('"');
-  bytes.needEscapes() ? appendEscaped(_out, text) : static_cast<void>(_out.append(text));
-  _out.push_back('"');
+  char* place = room((bytes.needEscapes() ? longestEscape : 1) * text.size() + 2);
+  *place++ = '"';
+  if (bytes.needEscapes()) {
+    place = writeEscaped(place, text);
+  } else {
+    std::memcpy(place, text.data(), text.size());
+    place += text.size();
+  }
+  *place++ = '"';
+  _place = place;
 }
 
 void JSONWriter::number(double number) {
   if (!beginValue()) return;
   if (!std::isfinite(number)) return fail("A number that is not finite has no JSON text");
-  std::array<char, longestNumber> text;
-  char* end = std::to_chars(text.data(), text.data() + text.size(), number).ptr;
-  const bool isReal = std::any_of(text.data(), end, [](char c) { return c == '.' || c == 'e'; });
-  _out.append(text.data(), end);
-  if (!isReal) _out.append(".0");
+  char* const begin = room(longestNumber);
+  _place = std::to_chars(begin, begin + longestNumber, number).ptr;
+  if (std::none_of(begin, _place, [](char c) { return c == '.' || c == 'e'; })) put(".0");
 }
 
 void JSONWriter::number(std::int64_t number) {
   if (!beginValue()) return;
-  std::array<char, longestNumber> text;
-  _out.append(text.data(), std::to_chars(text.data(), text.data() + text.size(), number).ptr);
+  char* const begin = room(longestNumber);
+  _place = std::to_chars(begin, begin + longestNumber, number).ptr;
 }
 
 void JSONWriter::boolean(bool flag) { raw(flag ? "true" : "false"); }
@@ -159,7 +187,7 @@ void JSONWriter::boolean(bool flag) { raw(flag ? "true" : "false"); }
 void JSONWriter::null() { raw("null"); }
 
 void JSONWriter::raw(std::string_view json) {
-  if (beginValue()) _out.append(json);
+  if (beginValue()) put(json);
 }
 
 void JSONWriter::value(const JSONValue& json) {

@@ -31,12 +31,16 @@ inline constexpr int maximumEncodedDepth = 512;
 /// A real always has a fraction or an exponent, and the shortest digits that read back as the same
 /// number. A date is written as seconds since 2001-01-01T00:00:00Z. Text that is not UTF-8 is
 /// repaired. Reals that are not finite have no text, nor has nesting deeper than
-/// `maximumEncodedDepth`. After the first error nothing more is written.
+/// `maximumEncodedDepth`. After the first error nothing more is written. While a writer writes,
+/// the string is longer than its text; nobody else may touch it until the writer is finished.
 class JSONWriter {
  public:
-  explicit JSONWriter(std::string& out) : _out(out) {}
+  explicit JSONWriter(std::string& out) : _out(out), _place(out.data() + out.size()) {
+    _open.reserve(8);
+  }
   JSONWriter(const JSONWriter&) = delete;
   JSONWriter& operator=(const JSONWriter&) = delete;
+  ~JSONWriter() { finish(); }
 
   void beginObject() { begin(/*isObject=*/true); }
   void endObject() { end(); }
@@ -62,9 +66,12 @@ class JSONWriter {
   void value(const KiteData& data);
 
   /// How long the text is by now.
-  std::size_t position() const { return _out.size(); }
+  std::size_t position() const { return static_cast<std::size_t>(_place - _out.data()); }
   /// The first error, or nothing.
   const std::optional<EncodingError>& error() const { return _error; }
+  /// Makes the string as long as its text, once, and is the end of the writing. What is not
+  /// finished the destructor finishes.
+  const std::optional<EncodingError>& finish();
 
  private:
   struct Container {
@@ -77,9 +84,14 @@ class JSONWriter {
   void end();
   bool beginValue();
   void putString(std::string_view text);
+  void put(std::string_view text);
+  void put(char character);
+  char* room(std::size_t size);
+  char* moreRoom(std::size_t size);
   void fail(const char* description);
 
-  std::string& _out;
+  std::string& _out;  // longer than the text, so that room is made for many values at once
+  char* _place;       // the end of the text
   std::vector<Container> _open;  // from the outermost to the innermost
   std::optional<EncodingError> _error;
 };
@@ -89,7 +101,7 @@ template <class Value>
 [[nodiscard]] std::optional<EncodingError> appendJSON(std::string& out, const Value& value) {
   JSONWriter writer(out);
   writer.value(value);
-  return writer.error();
+  return writer.finish();
 }
 
 }  // namespace kite

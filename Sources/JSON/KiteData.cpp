@@ -3,6 +3,8 @@
 #include "JSON/JSONWriter.h"
 #include "JSON/UTF8.h"
 
+#include <algorithm>
+#include <bit>
 #include <cstring>
 #include <deque>
 
@@ -105,11 +107,14 @@ void KiteData::set(std::string_view name, const KiteValue& value) {
 }
 
 KiteData::Members KiteData::members() const {
+  constexpr std::size_t usualSize = 32;  // when packed
   Members members;
+  members.reserve(_packed.size() / usualSize + 1);
   const KiteValue* other = _others.data();
   for (Unpacker rest(_packed); !rest.isAtEnd();) {
     const auto kind = rest.take<Kind>();
-    auto& [name, value] = members.emplace_back(rest.takeText(), Value());
+    auto& [name, value] = members.emplace_back();
+    name = rest.takeText();
     switch (kind) {
       case Kind::text:
         value = rest.takeText();
@@ -191,17 +196,47 @@ JSONValue::Object toJSONObject(const KiteData& data) {
   return JSONValue::Object::fromUnsorted(std::move(entries));
 }
 
+namespace {
+
+/// The first bytes of a name as a number, so that numbers compare as names do.
+std::uint64_t beginningOf(std::string_view name) {
+  std::uint64_t bytes = 0;
+  name.copy(reinterpret_cast<char*>(&bytes), sizeof bytes);
+  return std::endian::native == std::endian::little ? __builtin_bswap64(bytes) : bytes;
+}
+
+}  // namespace
+
 void JSONWriter::value(const KiteData& data) {
+  struct Place {
+    std::uint64_t beginning;
+    const KiteData::Member* member;
+
+    bool operator<(const Place& other) const {
+      if (beginning != other.beginning) return beginning < other.beginning;
+      const int order = member->name.compare(other.member->name);
+      return order == 0 ? member < other.member : order < 0;
+    }
+  };
   std::deque<std::string> repaired;  // names that were not UTF-8: some may be equal now
   auto members = data.members();
-  for (auto& [name, member] : members)
-    if (!isUTF8(name)) name = repaired.emplace_back(repairedUTF8(name));
+  std::vector<Place> sorted;
+  sorted.reserve(members.size());
+  for (auto& member : members) {
+    if (!isUTF8(member.name)) member.name = repaired.emplace_back(repairedUTF8(member.name));
+    sorted.push_back({beginningOf(member.name), &member});
+  }
+  std::sort(sorted.begin(), sorted.end());
   beginObject();
-  for (const auto& [name, member] :
-       FlatMap<std::string_view, KiteData::Value>::fromUnsorted(std::move(members))) {
+  for (std::size_t i = 0; i < sorted.size(); ++i) {
+    const auto& [name, member] = *sorted[i].member;
+    const bool isLast = i + 1 == sorted.size() || sorted[i + 1].member->name != name;
+    if (!isLast) continue;
     key(name);
     if (const auto* text = std::get_if<std::string_view>(&member)) {
       string(*text);
+    } else if (const auto* integer = std::get_if<std::int64_t>(&member)) {
+      number(*integer);
     } else {
       value(KiteData::copyOf(member).toJSONValue());
     }

@@ -5,7 +5,7 @@
 namespace kite {
 namespace {
 
-const simdjson::implementation* undying(const simdjson::implementation* best) {
+const simdjson::implementation* neverDestroyed(const simdjson::implementation* best) {
 #if SIMDJSON_IMPLEMENTATION_ICELAKE
   if (best->name() == "icelake") return new simdjson::icelake::implementation;
 #endif
@@ -29,7 +29,7 @@ const simdjson::implementation* undying(const simdjson::implementation* best) {
 void useLastingParser() {
   [[maybe_unused]] static const bool isInUse = [] {
     const auto* best = simdjson::get_available_implementations().detect_best_supported();
-    simdjson::get_active_implementation() = undying(best);
+    simdjson::get_active_implementation() = neverDestroyed(best);
     return true;
   }();
 }

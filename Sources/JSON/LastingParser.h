@@ -2,8 +2,8 @@
 
 namespace kite {
 
-/// A process that exits destroys simdjson's own implementations under the hands of threads that
-/// still parse. From here on they use one that stays. Any thread, any number of times.
+/// At exit static destructors destroy simdjson's implementation objects while threads may still
+/// parse. This installs one that is never destroyed. Any thread, any number of times.
 void useLastingParser();
 
 }  // namespace kite

@@ -8,7 +8,7 @@
 
 namespace kite {
 
-/// A container on its way into JSON: what of it is still to be converted, and what is done.
+/// A container that is being converted to JSON: a cursor over its children, and those converted.
 ///
 /// A `Cursor` walks the children of a container: `isObject()`, `count()` (at most that many),
 /// `isAtEnd()`, `key()` (in objects, UTF-8), `value()` and `advance()`.
@@ -19,7 +19,7 @@ class OpenContainer {
     cursor.isObject() ? _members.reserve(cursor.count()) : _elements.reserve(cursor.count());
   }
 
-  /// Puts what became of the cursor's child in its place.
+  /// Adds the converted child under the cursor.
   void add(JSONValue&& child) {
     if (cursor.isObject()) {
       _members.emplace_back(cursor.key(), std::move(child));
@@ -39,11 +39,10 @@ class OpenContainer {
   JSONValue::Array _elements;
 };
 
-/// The container that `outermost` walks as JSON, made without recursion.
+/// Converts the container that `outermost` walks, without recursion, for it may nest deeply.
 ///
-/// `cursorOf(value)` gives the cursor of a value that is a container itself; `leaf(value)` converts
-/// any other, and what it gives nothing for is left out. Of members with one key the last one
-/// counts.
+/// `cursorOf(value)` is the cursor of a value that is a container, or nothing; `leaf(value)` is any
+/// other value's JSON, or nothing, which leaves the value out. Of equal keys the last one counts.
 template <class Cursor, class CursorOf, class Leaf>
 JSONValue convertTree(Cursor outermost, CursorOf cursorOf, Leaf leaf) {
   std::vector<OpenContainer<Cursor>> open;

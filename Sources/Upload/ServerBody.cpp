@@ -3,24 +3,33 @@
 #include "JSON/JSONWriter.h"
 
 #include <string>
-#include <utility>
 
 namespace kite {
+namespace {
+
+/// What comes before the first event.
+std::optional<EncodingError> appendHead(std::string& text, const ServerBody& body) {
+  JSONWriter writer(text);
+  writer.beginObject();
+  if (body.delta) {
+    writer.key("delta");
+    writer.number(*body.delta);
+  }
+  if (body.lastEventTimestamp) {
+    writer.key("last_event_timestamp");
+    writer.number(*body.lastEventTimestamp);
+  }
+  writer.key("events");
+  writer.beginArray();
+  return writer.finish();
+}
+
+}  // namespace
 
 std::optional<EncodingError> ServerBody::write(Gzip& out, double requestTimestamp) const {
   constexpr std::size_t pieceSize = 32 * 1024;
   std::string text;
-  JSONWriter writer(text);
-  writer.beginObject();
-  for (const auto& [key, number] :
-       {std::pair("delta", delta), std::pair("last_event_timestamp", lastEventTimestamp)}) {
-    if (!number) continue;
-    writer.key(key);
-    writer.number(*number);
-  }
-  writer.key("events");
-  writer.beginArray();
-  if (writer.error()) return writer.error();
+  if (auto error = appendHead(text, *this)) return error;
   bool isFirst = true;
   for (const auto& event : events) {
     if (!isFirst) text += ',';

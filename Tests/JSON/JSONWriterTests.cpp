@@ -213,7 +213,7 @@ TEST(JSONWriter, putsTheCommasOfWhatIsWrittenPieceByPiece) {
   writer.key("last");
   writer.value(Array{1, 2});
   writer.endObject();
-  EXPECT_FALSE(writer.error());
+  EXPECT_FALSE(writer.finish());
   EXPECT_EQ(out, R"({"text":"t","list":[1.0,2,{},true,null,{"ready":1}],"last":[1,2]})");
 }
 
@@ -224,6 +224,7 @@ TEST(JSONWriter, goesOnWithinAnObjectThatHasMembersAlready) {
   writer.key("b");
   writer.number(std::int64_t{2});
   writer.endObject();
+  EXPECT_FALSE(writer.finish());
   EXPECT_EQ(out, R"({"a":1,"b":2})");
 }
 
@@ -235,7 +236,6 @@ TEST(JSONWriter, writesNothingAfterAnErrorAndKeepsTheFirst) {
   writer.beginArray();
   writer.null();
   writer.number(nan);
-  const std::string written = out;
   writer.string("s");
   writer.number(infinity);
   writer.raw("1");
@@ -245,9 +245,23 @@ TEST(JSONWriter, writesNothingAfterAnErrorAndKeepsTheFirst) {
   writer.boolean(true);
   writer.beginArray();
   writer.endObject();
-  EXPECT_EQ(out, written);
-  ASSERT_TRUE(writer.error());
+  ASSERT_TRUE(writer.finish());
+  EXPECT_EQ(out, "{\"a\uFFFD\":[null,");
   EXPECT_THAT(writer.error()->codingPath, ElementsAre("a\uFFFD", "1"));
+}
+
+TEST(JSONWriter, makesRoomForTextOfAnyLength) {
+  for (const std::size_t length : {500U, 511U, 512U, 513U, 100'000U}) {
+    const std::string text(length, 'x');
+    const std::string escaped(length, '\x01');
+    EXPECT_EQ(encoded(Array{text, 1, escaped, 2.5}).size(), 7 * length + 13);
+  }
+}
+
+TEST(JSONWriter, finishesWhereItIsDestroyed) {
+  std::string out;
+  JSONWriter(out).value(Array{1, "a"});
+  EXPECT_EQ(out, R"([1,"a"])");
 }
 
 TEST(JSONWriter, doesNotWalkOnAfterAnError) {

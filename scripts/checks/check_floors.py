@@ -13,10 +13,12 @@ SIDE = {"Linux": {"Base", "JSON"}, "LegacyArchive": set()}
 THIRD_PARTY = {"JSON": ("simdjson.h",), "Queue": ("simdjson.h",), "Upload": ("zlib.h",)}  # in .cpp files
 OTHERS = {
     "Tests/Support": {*HEIGHT, "Support"} - {"Facade"},
-    "Tools": {"Collector", "Host", "Queue", "Store", "Demo", "Common"},
+    "Tools": {"Collector", "Host", "Queue", "Store", "Demo", "Common", "JSON"},
     "Examples": set(),
     "Tests/Package": set(),
 }
+# Single headers of other folders that they include as well.
+OTHER_HEADERS = {"Tools": {"Events/EventKinds.h"}}
 LINUX = "Kite/Linux/"
 FACADE_HEADERS = ("Kite/KiteManager", "Kite/KiteDependencies")
 
@@ -62,7 +64,8 @@ def source_faults_of(path, text):
 def other_faults_of(path, text):
     top = next((top for top in OTHERS if path.as_posix().startswith(top + "/")), None)
     for bracket, target in INCLUDE.findall(text) if top else ():
-        if bracket == '"' and target.split("/")[0] not in OTHERS[top]:
+        is_known = target.split("/")[0] in OTHERS[top] or target in OTHER_HEADERS.get(top, ())
+        if bracket == '"' and not is_known:
             yield f"{path}: {top} may not include \"{target}\""
         elif top == "Tests/Support" and target.startswith(LINUX):
             yield f"{path}: {top} may not include <{target}>"

@@ -37,7 +37,7 @@ TEST(WriteJSON, writesNullForARealThatIsNotFinite) {
 }
 
 TEST(WriteJSON, escapesWhatAStringMustNotHold) {
-  EXPECT_EQ(toJSON(std::string("a\"b\\c\n\x01") + '\0' + "ï"), R"("a\"b\\c\u000a\u0001\u0000ï")");
+  EXPECT_EQ(toJSON(std::string("a\"b\\c\n\x01") + '\0' + "ï"), R"("a\"b\\c\n\u0001\u0000ï")");
 }
 
 TEST(WriteJSON, writesADateAsStoredRecordsDo) {

@@ -2,11 +2,13 @@
 
 #include "Collector/ObjectRules.h"
 #include "Collector/UUIDText.h"
+#include "Events/EventKinds.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
+#include <vector>
 
 namespace kite::tool {
 namespace {
@@ -38,8 +40,6 @@ bool isSubtype(const element& value) {
 }
 
 constexpr std::string_view uuidForm = "an upper-case UUID";
-constexpr std::string_view statusForm = "not_applicable, just_generated or read_from_file";
-constexpr bool notRequired = false;
 
 constexpr std::array eventRules{MemberRule{"type", isNonEmptyString, "a non-empty string"},
                                 MemberRule{"id", isUUID, uuidForm},
@@ -52,56 +52,74 @@ constexpr std::array eventRules{MemberRule{"type", isNonEmptyString, "a non-empt
 constexpr std::array userRules{MemberRule{"info", isObject, "an object"},
                                MemberRule{"ids", isObjectOfStrings, "an object of strings"}};
 
-constexpr std::array installRules{
-    MemberRule{"installed_before_kite", isBoolean, "a boolean"},
-    MemberRule{"keychain_id_status", isIdentifierStatus, statusForm},
-    MemberRule{"userdefault_id_status", isIdentifierStatus, statusForm},
-    MemberRule{"new_app_version", isString, "a string"},
-    MemberRule{"document_directory_creation_timestamp", isNumberOrNull, "a number or null"},
-    MemberRule{"old_bundle_version", isString, "a string", notRequired},
-    MemberRule{"old_app_version", isString, "a string", notRequired},
-    MemberRule{"storefront_id", isString, "a string", notRequired},
-    MemberRule{"storefront_country_code", isString, "a string", notRequired}};
+/// What a value of a type in a payload must be like as JSON.
+struct Shape {
+  bool (*fits)(const element& value);
+  std::string_view mustBe;
+};
+Shape shapeOf(const bool*) { return {isBoolean, "a boolean"}; }
+Shape shapeOf(const double*) { return {isNumber, "a number"}; }
+Shape shapeOf(const std::uint64_t*) { return {isUnsignedInteger, "an integer, zero or more"}; }
+Shape shapeOf(const std::string*) { return {isString, "a string"}; }
+Shape shapeOf(const ShortText*) { return {isString, "a string"}; }
+Shape shapeOf(const UUID*) { return {isUUID, uuidForm}; }
+Shape shapeOf(const KiteData*) { return {isObject, "an object"}; }
+Shape shapeOf(const JSONValue::Object*) { return {isObject, "an object"}; }
+Shape shapeOf(const std::vector<std::string>*) { return {isStrings, "an array of strings"}; }
+Shape shapeOf(const Severity*) { return {isSeverity, "Debug, Notice, Warning, Error or Critical"}; }
+Shape shapeOf(const Usher::CreationType*) {
+  return {isIdentifierStatus, "not_applicable, just_generated or read_from_file"};
+}
+/// The text by which a session's start and its end are told apart.
+Shape shapeOf(const std::string_view*) { return {isSubtype, "session_start or session_end"}; }
+Shape shapeOf(const std::optional<std::string>*) { return {isStringOrNull, "a string or null"}; }
+Shape shapeOf(const std::optional<double>*) { return {isNumberOrNull, "a number or null"}; }
+Shape shapeOf(const std::optional<UUID>*) { return {isUUIDOrNull, "an upper-case UUID or null"}; }
+
+/// Makes a rule of each member that is described.
+class RuleMaker {
+ public:
+  explicit RuleMaker(bool areRequired) : _areRequired(areRequired) {}
+
+  template <class Value>
+  void operator()(std::string_view key, const Value&) {
+    add<Value>(key, _areRequired);
+  }
+  template <class Value>
+  void ifPresent(std::string_view key, const std::optional<Value>&) {
+    add<Value>(key, false);
+  }
+
+  std::vector<MemberRule> rules;
+
+ private:
+  template <class Value>
+  void add(std::string_view key, bool isRequired) {
+    const auto [fits, mustBe] = shapeOf(static_cast<const Value*>(nullptr));
+    rules.push_back({key, fits, mustBe, isRequired});
+  }
+
+  bool _areRequired;
+};
+
+template <class Payload>
+std::vector<MemberRule> rulesOf() {
+  RuleMaker maker(/*areRequired=*/true);
+  describe(maker, Payload{});
+  return std::move(maker.rules);
+}
+
+/// With the storefront's entries, which are optional.
+template <class Payload>
+std::vector<MemberRule> rulesWithStorefront() {
+  auto rules = rulesOf<Payload>();
+  RuleMaker maker(/*areRequired=*/false);
+  describe(maker, Storefront{});
+  rules.insert(rules.end(), maker.rules.begin(), maker.rules.end());
+  return rules;
+}
 
 constexpr std::array subtypeRules{MemberRule{"subtype", isSubtype, "session_start or session_end"}};
-
-constexpr std::array sessionStartRules{
-    MemberRule{"subtype", isSubtype, "session_start or session_end"},
-    MemberRule{"storefront_id", isString, "a string", notRequired},
-    MemberRule{"storefront_country_code", isString, "a string", notRequired}};
-
-// Beside these a session's end carries whatever the host attached to the session.
-constexpr std::array sessionEndRules{MemberRule{"session_start_id", isUUID, uuidForm},
-                                     MemberRule{"crashed", isBoolean, "a boolean"},
-                                     MemberRule{"duration", isNumber, "a number"}};
-
-constexpr std::array userInfoUpdatedRules{
-    MemberRule{"old_user_info", isObject, "an object"},
-    MemberRule{"new_user_info", isObject, "an object"},
-    MemberRule{"updated_keys", isStrings, "an array of strings"},
-    MemberRule{"lost_keys", isStrings, "an array of strings"}};
-
-constexpr std::array userActionRules{
-    MemberRule{"action_kind", isString, "a string"},
-    MemberRule{"action_info", isObject, "an object"},
-    MemberRule{"seconds_from_session_start", isNumberOrNull, "a number or null"},
-    MemberRule{"session_id", isUUIDOrNull, "an upper-case UUID or null"},
-    MemberRule{"process_id", isUUID, uuidForm},
-    MemberRule{"last_foreground_session_id", isUUIDOrNull, "an upper-case UUID or null"},
-    MemberRule{"is_background_event", isBoolean, "a boolean"}};
-
-constexpr std::array debugEventRules{
-    MemberRule{"severity", isSeverity, "Debug, Notice, Warning, Error or Critical"},
-    MemberRule{"message", isString, "a string"},
-    MemberRule{"category", isString, "a string"},
-    MemberRule{"domain", isStringOrNull, "a string or null"},
-    MemberRule{"code", isStringOrNull, "a string or null"},
-    MemberRule{"type", isStringOrNull, "a string or null"},
-    MemberRule{"description", isStringOrNull, "a string or null"},
-    MemberRule{"info", isObject, "an object"},
-    MemberRule{"file", isString, "a string"},
-    MemberRule{"function", isString, "a string"},
-    MemberRule{"line", isUnsignedInteger, "an integer, zero or more"}};
 
 std::string_view text(const simdjson::dom::object& object, std::string_view key) {
   std::string_view value;
@@ -111,6 +129,12 @@ std::string_view text(const simdjson::dom::object& object, std::string_view key)
 /// The object under that key, which was checked before.
 simdjson::dom::object member(const simdjson::dom::object& object, std::string_view key) {
   return object.at_key(key);
+}
+
+template <class Payload>
+std::optional<std::string> describedViolation(const simdjson::dom::object& data) {
+  static const auto rules = rulesOf<Payload>();
+  return violation(data, rules, OtherMembers::refused, "data");
 }
 
 std::optional<std::string> exactly(const simdjson::dom::object& data,
@@ -127,26 +151,30 @@ std::optional<std::string> halfStorefront(const simdjson::dom::object& data) {
 }
 
 std::optional<std::string> installViolation(const simdjson::dom::object& data) {
-  if (auto found = exactly(data, installRules)) return found;
+  static const auto rules = rulesWithStorefront<InstallPayload>();
+  if (auto found = exactly(data, rules)) return found;
   return halfStorefront(data);
 }
 
 std::optional<std::string> sessionViolation(const simdjson::dom::object& data) {
   if (auto found = violation(data, subtypeRules, OtherMembers::allowed, "data")) return found;
-  if (text(data, "subtype") == "session_end") {
-    return violation(data, sessionEndRules, OtherMembers::allowed, "data");
+  if (text(data, "subtype") == "session_end") {  // which carries what the host attached, too
+    static const auto rules = rulesOf<SessionEndPayload>();
+    return violation(data, rules, OtherMembers::allowed, "data");
   }
-  if (auto found = exactly(data, sessionStartRules)) return found;
+  static const auto rules = rulesWithStorefront<SessionStartPayload>();
+  if (auto found = exactly(data, rules)) return found;
   return halfStorefront(data);
 }
 
 std::optional<std::string> dataViolation(std::string_view type, const simdjson::dom::object& data) {
   if (type == "Session") return sessionViolation(data);
-  if (type == "ExperimentSegmentReceived") return exactly(data, {});
+  if (type == "ExperimentSegmentReceived")
+    return describedViolation<ExperimentSegmentsReceived>(data);
   if (type == "Install") return installViolation(data);
-  if (type == "UserAction") return exactly(data, userActionRules);
-  if (type == "UserInfoUpdated") return exactly(data, userInfoUpdatedRules);
-  if (type == "DebugEvent") return exactly(data, debugEventRules);
+  if (type == "UserAction") return describedViolation<UserAction::Payload>(data);
+  if (type == "UserInfoUpdated") return describedViolation<UserInfoUpdated::Payload>(data);
+  if (type == "DebugEvent") return describedViolation<DebugEvent::Payload>(data);
   return std::nullopt;
 }
 

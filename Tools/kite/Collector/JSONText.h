@@ -5,8 +5,7 @@
 
 namespace kite::tool {
 
-/// `text` as a JSON string, quotes included. In text that is not UTF-8 every byte beyond ASCII
-/// becomes U+FFFD, so that the result always is.
+/// `text` as a JSON string, quotes included; what is not UTF-8 in it becomes U+FFFD.
 std::string quotedJSON(std::string_view text);
 
 /// The shortest text that reads back as the same number, always with a fraction or an exponent.

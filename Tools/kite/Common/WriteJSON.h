@@ -3,13 +3,10 @@
 #include <Kite/JSONValue.h>
 
 #include <string>
-#include <string_view>
 
 namespace kite::tool {
 
-/// Compact JSON text. A real has a fraction or an exponent and the shortest digits that read back
-/// as the same number; one that is not finite becomes null.
-void appendJSON(std::string& out, const JSONValue& value);
+/// The value as the library writes it, with null for a real that is not finite.
 std::string toJSON(const JSONValue& value);
 
 }  // namespace kite::tool
