@@ -13,7 +13,7 @@ class ShortText {
  public:
   static constexpr std::size_t mostInPlace = 39;
 
-  ShortText(std::string_view text) {
+  ShortText(std::string_view text = {}) {
     if (text.size() > mostInPlace) {
       _long = std::make_unique<const std::string>(text);
     } else {

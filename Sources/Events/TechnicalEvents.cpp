@@ -1,17 +1,14 @@
 #include "Events/TechnicalEvents.h"
 
 #include <algorithm>
+#include <cstddef>
 
 namespace kite {
 
 std::string_view rawValue(TechnicalEvents event) {
-  switch (event) {
-    case TechnicalEvents::privacySettingsUpdated:
-      return "privacy_settings_updated";
-    case TechnicalEvents::asaAttribution:
-      return "asa_attribution";
-  }
-  return {};
+  constexpr std::array<std::string_view, allTechnicalEvents.size()> texts{
+      "privacy_settings_updated", "asa_attribution"};
+  return texts.at(static_cast<std::size_t>(event));
 }
 
 std::optional<TechnicalEvents> technicalEvent(std::string_view text) {

@@ -11,7 +11,9 @@
 namespace kite {
 namespace {
 
-/// What the packed form says of a value: the place of its type in `KiteData::Entry::Value`.
+/// The type of a packed value, numbered as in `KiteData::Entry::Value`. A packed member is its
+/// kind, its name and its value; a text is its length and its bytes, a number or flag its own
+/// bytes.
 enum class Kind : char { text, integer, real, flag, other };
 
 std::size_t packedSize(std::string_view text) { return sizeof(std::size_t) + text.size(); }
@@ -205,40 +207,50 @@ std::uint64_t beginningOf(std::string_view name) {
   return std::endian::native == std::endian::little ? __builtin_bswap64(bytes) : bytes;
 }
 
+/// A member to be sorted. Most names differ in their first bytes, which are quick to compare.
+template <class Member>
+struct Sortable {
+  std::uint64_t beginning;
+  const Member* member;
+
+  bool operator<(const Sortable& other) const {
+    if (beginning != other.beginning) return beginning < other.beginning;
+    const int order = member->name.compare(other.member->name);
+    return order == 0 ? member < other.member : order < 0;
+  }
+};
+
+/// By name; of equal names the last one.
+template <class Member>
+std::vector<const Member*> sortedByName(const std::vector<Member>& members) {
+  std::vector<Sortable<Member>> all;
+  all.reserve(members.size());
+  for (const auto& member : members) all.push_back({beginningOf(member.name), &member});
+  std::sort(all.begin(), all.end());
+  std::vector<const Member*> sorted;
+  sorted.reserve(all.size());
+  for (const auto& [beginning, member] : all) {
+    if (!sorted.empty() && sorted.back()->name == member->name) sorted.pop_back();
+    sorted.push_back(member);
+  }
+  return sorted;
+}
+
 }  // namespace
 
 void JSONWriter::value(const KiteData& data) {
-  struct Place {
-    std::uint64_t beginning;
-    const KiteData::Member* member;
-
-    bool operator<(const Place& other) const {
-      if (beginning != other.beginning) return beginning < other.beginning;
-      const int order = member->name.compare(other.member->name);
-      return order == 0 ? member < other.member : order < 0;
-    }
-  };
   std::deque<std::string> repaired;  // names that were not UTF-8: some may be equal now
   auto members = data.members();
-  std::vector<Place> sorted;
-  sorted.reserve(members.size());
-  for (auto& member : members) {
-    if (!isUTF8(member.name)) member.name = repaired.emplace_back(repairedUTF8(member.name));
-    sorted.push_back({beginningOf(member.name), &member});
-  }
-  std::sort(sorted.begin(), sorted.end());
+  for (auto& [name, value] : members)
+    if (!isUTF8(name)) name = repaired.emplace_back(repairedUTF8(name));
   beginObject();
-  for (std::size_t i = 0; i < sorted.size(); ++i) {
-    const auto& [name, member] = *sorted[i].member;
-    const bool isLast = i + 1 == sorted.size() || sorted[i + 1].member->name != name;
-    if (!isLast) continue;
-    key(name);
-    if (const auto* text = std::get_if<std::string_view>(&member)) {
+  for (const auto* member : sortedByName(members)) {
+    if (_error) return;
+    key(member->name);
+    if (const auto* text = std::get_if<std::string_view>(&member->value)) {
       string(*text);
-    } else if (const auto* integer = std::get_if<std::int64_t>(&member)) {
-      number(*integer);
     } else {
-      value(KiteData::copyOf(member).toJSONValue());
+      value(KiteData::copyOf(member->value).toJSONValue());
     }
   }
   endObject();
