@@ -1,5 +1,6 @@
 #include "JSON/JSONWriter.h"
 
+#include "JSON/CopyText.h"
 #include "JSON/UTF8.h"
 
 #include <algorithm>
@@ -113,10 +114,7 @@ void JSONWriter::put(char character) {
   ++_place;
 }
 
-void JSONWriter::put(std::string_view text) {
-  std::memcpy(room(text.size()), text.data(), text.size());
-  _place += text.size();
-}
+void JSONWriter::put(std::string_view text) { _place = copyText(room(text.size()), text); }
 
 void JSONWriter::begin(bool isObject) {
   if (!beginValue()) return;
@@ -158,12 +156,7 @@ void JSONWriter::putString(std::string_view text) {
   if (!bytes.areASCII() && !isUTF8(text)) return putString(repairedUTF8(text));
   char* place = room((bytes.needEscapes() ? longestEscape : 1) * text.size() + 2);
   *place++ = '"';
-  if (bytes.needEscapes()) {
-    place = writeEscaped(place, text);
-  } else {
-    std::memcpy(place, text.data(), text.size());
-    place += text.size();
-  }
+  place = bytes.needEscapes() ? writeEscaped(place, text) : copyText(place, text);
   *place++ = '"';
   _place = place;
 }

@@ -1,5 +1,6 @@
 #include <Kite/KiteData.h>
 
+#include "JSON/CopyText.h"
 #include "JSON/JSONWriter.h"
 #include "JSON/UTF8.h"
 
@@ -27,32 +28,18 @@ std::size_t packedSize(std::string_view name, const Value& value) {
   return sizeof(Kind) + packedSize(name) + packedSize(value);
 }
 
-/// Writes where there is room for it, as `packedSize` tells.
-class Packer {
- public:
-  explicit Packer(char* place) : _place(place) {}
-
-  template <class Value>
-  void add(Kind kind, std::string_view name, const Value& value) {
-    put(kind);
-    put(name);
-    put(value);
-  }
-
- private:
-  template <class Plain>
-  void put(const Plain& plain) {
-    std::memcpy(_place, &plain, sizeof plain);
-    _place += sizeof plain;
-  }
-  void put(std::string_view text) {
-    put(text.size());
-    _place += text.copy(_place, text.size());
-  }
-  void put(const KiteValue&) {}
-
-  char* _place;
-};
+// Each writes where there is room for it, as `packedSize` tells, and gives the end.
+template <class Plain>
+char* pack(char* place, Plain plain) {
+  std::memcpy(place, &plain, sizeof plain);
+  return place + sizeof plain;
+}
+char* pack(char* place, std::string_view text) { return copyText(pack(place, text.size()), text); }
+char* pack(char* place, const KiteValue&) { return place; }
+template <class Value>
+char* pack(char* place, Kind kind, std::string_view name, const Value& value) {
+  return pack(pack(pack(place, kind), name), value);
+}
 
 class Unpacker {
  public:
@@ -84,28 +71,29 @@ KiteData::KiteData(std::initializer_list<Entry> entries) {
   for (const Entry& entry : entries)
     std::visit([&](const auto& value) { size += packedSize(entry._name, value); }, entry._value);
   _packed.resize(size);
-  Packer packer(_packed.data());
+  char* place = _packed.data();
   for (const Entry& entry : entries) {
     const auto kind = static_cast<Kind>(entry._value.index());
-    std::visit([&](const auto& value) { packer.add(kind, entry._name, value); }, entry._value);
+    std::visit([&](const auto& value) { place = pack(place, kind, entry._name, value); },
+               entry._value);
     if (const auto* other = std::get_if<KiteValue>(&entry._value)) _others.push_back(*other);
   }
 }
 
 void KiteData::set(std::string_view name, const KiteValue& value) {
-  const auto pack = [&](Kind kind, const auto& plain) {
+  const auto add = [&](Kind kind, const auto& plain) {
     const std::size_t size = _packed.size();
     _packed.resize(size + packedSize(name, plain));
-    Packer(_packed.data() + size).add(kind, name, plain);
+    pack(_packed.data() + size, kind, name, plain);
   };
   const JSONValue& json = value._json;
-  if (const auto* text = json.string()) return pack(Kind::text, std::string_view(*text));
-  if (const auto* integer = json.integer()) return pack(Kind::integer, *integer);
-  if (const auto* real = json.real()) return pack(Kind::real, *real);
-  if (const auto* flag = json.boolean()) return pack(Kind::flag, *flag);
+  if (const auto* text = json.string()) return add(Kind::text, std::string_view(*text));
+  if (const auto* integer = json.integer()) return add(Kind::integer, *integer);
+  if (const auto* real = json.real()) return add(Kind::real, *real);
+  if (const auto* flag = json.boolean()) return add(Kind::flag, *flag);
   _packed.reserve(_packed.size() + packedSize(name, value));
   _others.push_back(value);
-  pack(Kind::other, value);
+  add(Kind::other, value);
 }
 
 KiteData::Members KiteData::members() const {
