@@ -14,8 +14,8 @@ double heldBytes() {
   return static_cast<double>(heap.uordblks + heap.hblkhd);
 }
 
-/// All that the process holds for its pending events, in memory and saved: the list, the store's
-/// own buffers, everything.
+/// All that the process holds for its pending events, before and after they are saved: the list,
+/// the store's own buffers, everything.
 void memory(benchmark::State& state) {
   const auto count = static_cast<int>(scaled(state.range(0)));
   for (auto _ : state) {
@@ -23,6 +23,7 @@ void memory(benchmark::State& state) {
     StartedStorage storage(folder.path());
     const double before = heldBytes();
     storage.insert(count);
+    state.counters["unsaved_bytes_per_event"] = (heldBytes() - before) / count;
     storage.flush();
     state.counters["bytes_per_event"] = (heldBytes() - before) / count;
     state.counters["text_bytes"] = static_cast<double>(eventTexts(1).front().size());

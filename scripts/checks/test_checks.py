@@ -106,6 +106,23 @@ class TestMap(unittest.TestCase):
                                                    "Sources/Base/A.cpp": ""}), 1)
 
 
+class Architecture(unittest.TestCase):
+    def result(self, row, source="void A::run() {}"):
+        return run("check_architecture.py", {"Docs/Architecture.md": row, "Sources/A.cpp": source})
+
+    def test_a_step_that_is_there_passes(self):
+        self.assertEqual(self.result("| 1 | caller | `A::run` | `Sources/A.cpp` | runs |"), 0)
+
+    def test_a_function_that_is_not_there_fails(self):
+        self.assertEqual(self.result("| 1 | caller | `A::runs` | `Sources/A.cpp` | runs |"), 1)
+
+    def test_a_file_that_is_not_there_fails(self):
+        self.assertEqual(self.result("| 1 | caller | `A::run` | `Sources/A.cpp` | see `Docs/B.md` |"), 1)
+
+    def test_a_way_without_steps_fails(self):
+        self.assertEqual(self.result("none"), 1)
+
+
 HEADER = "namespace kite {\nclass KITE_EXPORT A {};\nKITE_EXPORT std::vector<A> make(int);\n}\n"
 
 

@@ -243,12 +243,10 @@ std::uint64_t RowLog::livingRows(const Segment& segment) const {
   for (const auto& [number, span] : segment.spans) {
     const auto* list = listOf(number);
     if (!list) continue;
-    const auto ordinals = span.last - span.first + 1;
     const auto removed = list->removed.countIn({span.first, span.last + 1});
+    if (removed == span.last - span.first + 1) continue;
     // Ordinals of rows that damage took were never removed.
-    living += removed == ordinals
-                  ? 0
-                  : std::max<std::uint64_t>(1, span.rows - std::min(span.rows, removed));
+    living += std::max<std::uint64_t>(1, span.rows - std::min(span.rows, removed));
   }
   return living;
 }
@@ -287,7 +285,7 @@ void RowLog::mend() {
 
 // What the segment says of removals, too, for it may concern rows that stay.
 bool RowLog::move(std::uint64_t number, Placed& placed) {
-  const auto contents = contentsOf(number);
+  auto contents = contentsOf(number);
   if (!contents) return false;
   const auto file = _segments[number].file;
   if (number == _segments.rbegin()->first) _active = nullptr;
@@ -297,7 +295,7 @@ bool RowLog::move(std::uint64_t number, Placed& placed) {
     batch.add({.kind = Record::Kind::rowsRemoved,
                .list = list.number,
                .payload = list.removed.payload()});
-  std::vector<RowEntry> rows = contents->rows;
+  auto& rows = contents->rows;
   std::erase_if(rows, [this](const RowEntry& row) { return !isLiving(row); });
   std::vector<Larder::RowPlace> places;
   for (const auto& row : rows) places.push_back({nullptr, row.offset, row.size});
