@@ -28,6 +28,11 @@ class StartedStorage {
                     .sessionListener = SessionListener::manual().witness});
   }
 
+  StartedStorage(const StartedStorage&) = delete;
+  StartedStorage& operator=(const StartedStorage&) = delete;
+  /// The store's owner goes with the last block of the queue.
+  ~StartedStorage() { settle(*_queue); }
+
   /// New events of one user.
   void insert(int count) {
     for (int i = 0; i < count; ++i)

@@ -67,6 +67,8 @@ class RowLog {
   bool isLinked() const { return !_active || _active->isLinked(); }
 
  private:
+  static constexpr std::uint64_t fullSegment = 4 * 1024 * 1024;
+
   /// The ordinals of one list that a segment holds rows of.
   struct Span {
     std::uint64_t first;
@@ -101,7 +103,7 @@ class RowLog {
   bool isLiving(const RowEntry& row) const;
   bool makeActive();
   bool startSegment();
-  void writeIndex(std::uint64_t segment);
+  void writeIndex();
   std::uint64_t livingRows(const Segment& segment) const;
   void dropFinished();
   void compact(Placed& placed);
@@ -115,6 +117,7 @@ class RowLog {
   std::vector<std::uint64_t> _dropped;
   Lists _lists;                      // by key
   std::shared_ptr<LogFile> _active;  // the last segment's
+  SegmentContents _written;          // of the last segment
   Contents _loaded;                  // until somebody reads or edits
   std::uint64_t _nextSegment = 1;
   std::uint32_t _nextList = 1;

@@ -103,6 +103,7 @@ void RowLog::learnEdits(Contents& contents, const Known& known, Damages& damages
     if (segment.unfinished && segment.unfinished->edit > _lastEdit) segment.dropUnfinished();
   }
   lastSegment.unsynced = _active;
+  _written = last;
   if (lastSegment.isDamaged) _active = nullptr;
 }
 

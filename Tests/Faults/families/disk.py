@@ -114,6 +114,10 @@ class Ordeal:
         found = json.loads(text)["data"].get("proof")
         check(found == self._profile, f"the profile on the disk is {found}, not {self._profile}")
 
+    def check_told(self, words: str):
+        self.host.call("fire", period=SYNC_PERIOD)
+        check(eventually(lambda: any(words in line for line in self.host.stderr), 5), f"nobody tells: {words}")
+
     def check_console(self):
         """One line a minute on each store, and one when it is over."""
         minutes = 1 + int((time.monotonic() - self._begin) / 60)
@@ -133,8 +137,9 @@ class Ordeal:
 
 
 def while_running(run: Run, state_of, begin, end, may_be_absent: bool = False, events: int = 5,
-                  are_logs_long: bool = False) -> dict:
-    """The fault strikes a host that has begun."""
+                  are_logs_long: bool = False, is_readable: bool = True) -> dict:
+    """The fault strikes a host that has begun. Where nothing can be read, what is on the disk arrives
+    after the end of the fault, and the console is told of it."""
     folder = run.folder()
     with contextlib.ExitStack() as stack:
         collector = stack.enter_context(Collector(run.kite, folder))
@@ -155,8 +160,11 @@ def while_running(run: Run, state_of, begin, end, may_be_absent: bool = False, e
             kept = ordeal.queued() | ordeal.collected()
             check(good <= kept, "the last good value of the queue is gone")
         ordeal.play_session()
-        ordeal.upload_all()
-        first = ordeal.oracle.tracked
+        if is_readable:
+            ordeal.upload_all()
+        else:
+            ordeal.check_told("the pending events cannot be read")
+        first = ordeal.oracle.tracked if is_readable else 0
         ordeal.use()
         end(ordeal)
         ordeal.check_saved(first)
@@ -292,9 +300,15 @@ def calls_while_running(run: Run) -> dict[str, int]:
     return strace.calls(listening.log)
 
 
+def is_unreadable(inject: str) -> bool:
+    """An interrupted call is made again, any other error of reading stays."""
+    return inject.startswith("pread64:") and inject.endswith("when=1+") and "EINTR" not in inject
+
+
 def strike_running(run: Run, inject: str, **more) -> dict:
     injection = Injection(inject)
-    counts = while_running(run, plain_folder, injection.begin, injection.end, **more)
+    counts = while_running(run, plain_folder, injection.begin, injection.end,
+                           is_readable=not is_unreadable(inject), **more)
     return counts | {"calls struck": strace.injected(injection.log)}
 
 
