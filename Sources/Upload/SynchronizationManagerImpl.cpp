@@ -122,10 +122,16 @@ void SynchronizationManagerImpl::sync(bool suspendAfterSync) {
   });
 }
 
+EventList::Reading SynchronizationManagerImpl::readBatch() const {
+  EventList::Reading batch = Failure{std::string("no memory")};
+  catchingBadAlloc([&] { batch = _dependencies->storage->pendingEvents().first(batchLimit); });
+  return batch;
+}
+
 void SynchronizationManagerImpl::performSync(bool suspendAfterSync,
                                              CompletionBlock completionBlock) {
   if (isSuspended()) return completionBlock();
-  auto batch = _dependencies->storage->pendingEvents().first(batchLimit);
+  auto batch = readBatch();
   if (!batch) {
     _system.print("[KITE] ❌ ERROR: the pending events cannot be read: " + batch.error());
     return completionBlock();

@@ -47,6 +47,7 @@ class SynchronizationManagerImpl final
   using CompletionBlock = std::function<void()>;
 
   void setupNotificationHandlers(const SessionListener& sessionListener);
+  EventList::Reading readBatch() const;
   void performSync(bool suspendAfterSync, CompletionBlock completionBlock);
   void send(EventBatch batch, bool suspendAfterSync, CompletionBlock completionBlock);
 

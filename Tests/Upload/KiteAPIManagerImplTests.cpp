@@ -18,7 +18,9 @@ namespace kite::test {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::Pair;
 using testing::UnorderedElementsAre;
 
@@ -384,6 +386,27 @@ TEST_F(KiteAPIManagerImplTests, anAcceptedBatchIsReportedWithTheEventsAsTheyWere
   EXPECT_EQ(outcomes[0].error, std::nullopt);
   EXPECT_EQ(outcomes[0].events, batch);
   EXPECT_THAT(system.lines(), ElementsAre("[KITE] Events sent successfully to kite"));
+}
+
+TEST_F(KiteAPIManagerImplTests, anEventThatTheDiskHasLostIsLeftOutOfTheBodyAndStaysInTheBatch) {
+  start();
+  const EventBatch batch{pending(anEvent("A")), EncodedEvent::lost(UUID::noop())};
+  send(batch);
+  ASSERT_EQ(outcomes.size(), 1U);
+  EXPECT_TRUE(outcomes[0].success);
+  EXPECT_EQ(outcomes[0].events, batch);
+  const auto body = unpacked(network.requests()[0].body);
+  EXPECT_THAT(body, HasSubstr(R"("id":"A")"));
+  EXPECT_THAT(body, Not(HasSubstr(UUID::noop().text())));
+  EXPECT_THAT(whisker->reports(), IsEmpty());
+}
+
+TEST_F(KiteAPIManagerImplTests, aBatchOfLostEventsIsFinishedWithoutARequest) {
+  start();
+  send({EncodedEvent::lost(UUID::noop())});
+  ASSERT_EQ(outcomes.size(), 1U);
+  EXPECT_TRUE(outcomes[0].success);
+  EXPECT_THAT(network.requests(), IsEmpty());
 }
 
 TEST_F(KiteAPIManagerImplTests, theEndpointIsKnownBeforeTheCallbackAndTheReplysNumbersAfterIt) {

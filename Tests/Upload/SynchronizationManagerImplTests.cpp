@@ -15,6 +15,7 @@
 #include <atomic>
 #include <future>
 #include <new>
+#include <span>
 #include <thread>
 #include <utility>
 
@@ -36,6 +37,18 @@ class PendingEvents final : public EventStorage {
   EventList pendingEvents() const override { return _events.copy(); }
   void insert(std::unique_ptr<PendingChange> event) override {
     _events.with([&](EventList& events) { events.append(pending(recordOf(*event))); });
+  }
+  /// From now on the text of a saved event cannot be read.
+  void insertUnreadable() {
+    class Unreadable final : public Larder::RowFile {
+      std::optional<std::string> read(std::span<const Larder::RowPlace>,
+                                      const Take&) const override {
+        return "rows-1.log: Input/output error";
+      }
+    };
+    _events.with([](EventList& events) {
+      events.append(Larder::SavedRow{100, UUID::noop(), {std::make_shared<Unreadable>(), 0, 1}});
+    });
   }
   void removeEvents(std::set<std::string> ids) override {
     queue->run([this, ids = std::move(ids)] {
@@ -454,6 +467,19 @@ TEST_F(SynchronizationManagerImplTests, aFailedUploadKeepsTheEventsAndPrintsOneL
   tick();
   EXPECT_EQ(storage->pendingEvents().size(), 2U);
   EXPECT_THAT(system.lines(), ElementsAre("[KITE] ❌ ERROR: Failed event validation: x"));
+}
+
+TEST_F(SynchronizationManagerImplTests, aBatchThatCannotBeReadIsKeptAndPrintsOneLine) {
+  start();
+  insert(1);
+  storage->insertUnreadable();
+  tick();
+  EXPECT_EQ(storage->pendingEvents().size(), 2U);
+  EXPECT_THAT(api->batches, IsEmpty());
+  EXPECT_THAT(system.lines(), ElementsAre("[KITE] ❌ ERROR: the pending events cannot be read: "
+                                          "rows-1.log: Input/output error"));
+  EXPECT_EQ(application->runningTasks(), 0U);
+  EXPECT_FALSE(manager->isSuspended());
 }
 
 TEST_F(SynchronizationManagerImplTests, aTransportErrorIsPrintedAsItDescribesItself) {

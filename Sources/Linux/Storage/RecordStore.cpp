@@ -201,11 +201,8 @@ bool RecordStore::syncAll(std::unique_lock<std::mutex>& writing) {
   writing.unlock();
   for (const auto& file : files) areSynced = file->sync() && areSynced;
   writing.lock();
-  if (!areSynced) {
-    report(false);
-  } else if (_place.folder) {
-    logs().wereSynced(files);
-  }
+  _isSyncOwed = !areSynced;
+  if (_place.folder) areSynced ? logs().wereSynced(files) : report(false);
   return areSynced;
 }
 
@@ -234,6 +231,7 @@ void RecordStore::comeBack() {
 
 // A line is not worth a failure of what has been done.
 void RecordStore::report(bool isSaved) {
+  if (isSaved && _isSyncOwed) return;
   catchingBadAlloc([&] { isSaved ? _trouble.isOver() : _trouble.goesOn(logs().error()); });
 }
 

@@ -71,10 +71,10 @@ StoreLogs::Opened StoreLogs::inspect(std::shared_ptr<Disk> disk, const std::stri
   for (int look = 1;; ++look) {
     std::unique_ptr<StoreLogs> logs(new StoreLogs(disk, title, system));
     const bool isRead = logs->identify() && logs->loadValues() && logs->readRows();
-    const bool isThere = logs->_values || !logs->_rows->keys().empty();
+    if (isRead && !logs->_values && logs->_rows->keys().empty())
+      return Failure{std::string("there is no store")};
     if (isRead && !logs->_values) logs->_values = ValueLog::none(*disk);
-    if (isRead && isThere) return logs;
-    if (isRead) return Failure{std::string("there is no store")};
+    if (isRead) return logs;
     if (look == looks) return Failure{logs->error()};
   }
 }
