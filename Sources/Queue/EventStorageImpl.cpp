@@ -37,14 +37,14 @@ void EventStorageImpl::start(EventStorageDependencies dependencies) {
   const bool isAnotherStart = static_cast<bool>(_dependencies.unwrapped());
   _dependencies.set(std::move(dependencies));
   if (isAnotherStart) _isBlockDue = true;  // the last one may go with the queue of before
-  _isLoaded = false;
+  ++_starts;
   catchingBadAlloc([&] { runOnQueue(&EventStorageImpl::load); });
   startTimer();
   addObservers(sessionListener);
 }
 
 EventList EventStorageImpl::pendingEvents() const {
-  if (!_isLoaded) {
+  if (_loadedStart != _starts) {
     const std::scoped_lock guard(_work.mutex);
     load(_work);
   }
@@ -96,13 +96,14 @@ void EventStorageImpl::timerFired() {
 
 // Not in `start`, whose caller would wait for the disk. Whoever comes first loads.
 void EventStorageImpl::load(Work& work) const {
-  if (_isLoaded) return;
+  const auto start = _starts.load();  // another one may come meanwhile, and loads anew
+  if (_loadedStart == start) return;
   work.store = _dependencies->kvStorage;
   auto stored = StoredEventList::load(*work.store, pendingEventsKey);
   work.saved = stored.isSaved ? std::optional(stored.events) : std::nullopt;
   work.placed.clear();
   _pendingEvents.set(std::move(stored.events));
-  _isLoaded = true;
+  _loadedStart = start;
 }
 
 // Finish the changes left by a run that threw `bad_alloc`.

@@ -80,7 +80,8 @@ class EventStorageImpl final : public EventStorage,
   Started<EventStorageDependencies> _dependencies{"Call start before using the EventStorage",
                                                   {"EventStorage", "", 84}};
   mutable Guarded<EventList> _pendingEvents;
-  mutable std::atomic<bool> _isLoaded{true};  // false between `start` and the end of loading
+  std::atomic<unsigned> _starts{0};
+  mutable std::atomic<unsigned> _loadedStart{0};  // whose store's events are pending
   std::atomic<bool> _isDirty{false};
   std::atomic<bool> _isWriteDue{false};  // the last write failed
   std::atomic<bool> _isBlockDue{false};  // changes were submitted that no block makes

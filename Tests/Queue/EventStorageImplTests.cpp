@@ -666,6 +666,23 @@ TEST_F(EventStorageImplTests, loadsOnItsQueueUnlessSomebodyIsEarlier) {
   EXPECT_EQ(reads, readOnce);
 }
 
+TEST_F(EventStorageImplTests, aStartThatComesWhileAnotherLoadsIsLoadedToo) {
+  const auto first = store;
+  first->put(queueKey, arrayOf({"first"}));
+  bool isStartedAnew = false;
+  first->onRead = [&] {
+    if (std::exchange(isStartedAnew, true)) return;
+    store = std::make_shared<InMemoryKVStorage>();
+    store->put(queueKey, arrayOf({"second"}));
+    queue = std::make_shared<ManualQueue>();
+    start();
+  };
+  queue = std::make_shared<ManualQueue>();
+  start();
+  storage->pendingEvents();
+  EXPECT_THAT(idsOf(storage->pendingEvents()), ElementsAre("second"));
+}
+
 TEST_F(EventStorageImplTests, startsWithoutMemoryForTheBlockThatLoads) {
   store->put(queueKey, arrayOf({"A"}));
   class NoMemory final : public Tempra::Queue {
