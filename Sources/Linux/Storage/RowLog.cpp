@@ -75,8 +75,8 @@ RowLog::Outcome RowLog::read(std::string_view key, Larder::SavedList& list) {
   // Rows that were moved stand behind rows that came after them, and twice after a kill.
   const auto ordinal = &Larder::SavedRow::ordinal;
   if (!std::ranges::is_sorted(list.rows, {}, ordinal)) std::ranges::sort(list.rows, {}, ordinal);
-  const auto twice = std::ranges::unique(list.rows, {}, ordinal);
-  list.rows.erase(twice.begin(), twice.end());
+  const auto isSame = [](const auto& a, const auto& b) { return a.ordinal == b.ordinal; };
+  list.rows.erase(std::unique(list.rows.begin(), list.rows.end(), isSame), list.rows.end());
   return Outcome::done;
 }
 
