@@ -64,6 +64,12 @@ class KVStorageContract : public testing::Test {
       for (const auto& row : list->rows) ordinals.push_back(row.ordinal);
     return ordinals;
   }
+  /// The note of the list under `key` now and at the next start.
+  std::string note(const char* key) {
+    const auto now = noteNow(key);
+    setting.restart();
+    return noteNow(key) == now ? now : "different";
+  }
   EditOutcome edit(const char* key, const ListEdit& edit) {
     return storage().edit(key, edit, Larder::Durability::survivesKill).outcome;
   }
@@ -77,6 +83,10 @@ class KVStorageContract : public testing::Test {
   std::string textNow(const char* key) {
     const auto value = storage().read(key);
     return value ? value->data().bytes : "absent";
+  }
+  std::string noteNow(const char* key) {
+    const auto list = storage().readList(key);
+    return list ? list->note : "absent";
   }
 };
 
@@ -295,6 +305,55 @@ TYPED_TEST(KVStorageContract, anEditThatReplacesAllBeginsFromNothing) {
   EXPECT_EQ(this->edit("l", {.replacesAll = true, .removed = {}, .appended = {row(1, "9")}}),
             EditOutcome::saved);
   EXPECT_EQ(this->text("l"), "[9]");
+}
+
+TYPED_TEST(KVStorageContract, aNoteIsSavedWithItsEdit) {
+  EXPECT_EQ(this->edit("l", {.replacesAll = true, .removed = {}, .appended = {}, .note = "began"}),
+            EditOutcome::saved);
+  EXPECT_EQ(this->note("l"), "began");
+  EXPECT_EQ(this->edit("l", {.removed = {}, .appended = {row(1, "1")}, .note = "one"}),
+            EditOutcome::saved);
+  EXPECT_EQ(this->note("l"), "one");
+  EXPECT_EQ(this->text("l"), "[1]");
+}
+
+TYPED_TEST(KVStorageContract, aNoteAloneIsSaved) {
+  this->append("l", {row(1, "1")});
+  EXPECT_EQ(this->note("l"), "");
+  const std::string bytes("\0\xFFnote", 6);
+  EXPECT_EQ(this->edit("l", {.removed = {}, .appended = {}, .note = bytes}), EditOutcome::saved);
+  EXPECT_EQ(this->note("l"), bytes);
+  EXPECT_EQ(this->text("l"), "[1]");
+}
+
+TYPED_TEST(KVStorageContract, anEditWithoutANoteLeavesTheOneBefore) {
+  this->edit("l", {.replacesAll = true, .removed = {}, .appended = {row(1, "1")}, .note = "n"});
+  this->append("l", {row(2, "2")});
+  this->edit("l", {.removed = {{1, 3}}, .appended = {}});
+  EXPECT_EQ(this->note("l"), "n");
+}
+
+TYPED_TEST(KVStorageContract, aListThatBeginsAnewHasNoNoteOfTheOneBefore) {
+  const ListEdit noted{.replacesAll = true, .removed = {}, .appended = {}, .note = "n"};
+  this->edit("l", noted);
+  this->edit("l", {.replacesAll = true, .removed = {}, .appended = {}});
+  EXPECT_EQ(this->note("l"), "");
+  this->edit("l", noted);
+  this->storage().remove("l");
+  this->append("l", {row(1, "1")});
+  EXPECT_EQ(this->note("l"), "");
+}
+
+TYPED_TEST(KVStorageContract, listsHaveNotesOfTheirOwn) {
+  this->edit("a", {.replacesAll = true, .removed = {}, .appended = {}, .note = "1"});
+  this->edit("b", {.replacesAll = true, .removed = {}, .appended = {}, .note = "2"});
+  EXPECT_EQ(this->note("a") + this->note("b"), "12");
+}
+
+TYPED_TEST(KVStorageContract, aNoteOfWhatIsNoListIsNotSaved) {
+  const ListEdit noted{.removed = {}, .appended = {}, .note = "n"};
+  EXPECT_EQ(this->edit("l", noted), EditOutcome::listIsGone);
+  EXPECT_EQ(this->text("l"), "absent");
 }
 
 TYPED_TEST(KVStorageContract, anEditOfWhatIsNoListChangesNothing) {

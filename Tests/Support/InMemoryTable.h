@@ -135,6 +135,7 @@ class InMemoryTable {
       list.rows.push_back(placed.back());
       list.next = row.ordinal + 1;
     }
+    if (!edit.note.empty()) list.note = edit.note;
     return list;
   }
   const Larder::SavedList* listUnder(std::string_view key) const {

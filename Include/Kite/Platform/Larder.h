@@ -64,6 +64,7 @@ struct SavedRow {
 struct SavedList {
   std::uint64_t next = 0;           ///< above every ordinal that the list has used
   std::vector<SavedRow> rows = {};  ///< by ordinal
+  std::string note = {};            ///< of the last edit that had one
 };
 
 /// The ordinals from `first` up to, but not including, `end`.
@@ -81,6 +82,8 @@ struct ListEdit {
   std::vector<OrdinalRange>
       removed;                ///< ascending; ordinals that the list does not hold are ignored
   std::vector<Row> appended;  ///< ascending, each above all that stay
+  std::string note = {};      ///< a short text that is saved with the step; without it the list
+                              ///< keeps the one that it has
 };
 
 /// What an edit outlives once it is saved.

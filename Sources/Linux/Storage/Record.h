@@ -30,6 +30,7 @@ struct Record {
     rowsRemoved,  ///< ranges of ordinals of `list`
     editEnd,      ///< all of `edit` is in the file
     rowIndex,     ///< of a sealed segment: its size, then an entry for each of its rows
+    listNote,     ///< the note of `list` from now on
   };
 
   static constexpr std::size_t headerSize = 56;

@@ -57,6 +57,7 @@ RowLog::Outcome RowLog::read(std::string_view key, Larder::SavedList& list) {
   const auto number = found->second.number;
   const auto loaded = std::exchange(_loaded, {});
   list.next = found->second.next;
+  list.note = found->second.note;
   for (const auto& [segmentNumber, segment] : _segments) {
     if (!segment.spans.contains(number)) continue;
     std::optional<SegmentContents> contents;
@@ -88,7 +89,8 @@ RowLog::Outcome RowLog::edit(std::string_view key, const Larder::ListEdit& edit,
   auto& list =
       changed.emplace(key, edit.replacesAll ? List{_nextList} : found->second).first->second;
   if (!areAscending(edit.appended, list.next)) return Outcome::noList;
-  if (!edit.replacesAll && edit.removed.empty() && edit.appended.empty()) return Outcome::done;
+  if (!edit.replacesAll && edit.removed.empty() && edit.appended.empty() && edit.note.empty())
+    return Outcome::done;
   placed.reserve(edit.appended.size());
   if (!makeActive()) return Outcome::failed;
   Batch batch(*this, list.number, placed);
@@ -107,6 +109,10 @@ RowLog::Outcome RowLog::edit(std::string_view key, const Larder::ListEdit& edit,
     batch.addRow(
         {.kind = Record::Kind::row, .ordinal = row.ordinal, .tag = row.tag, .payload = text});
     list.next = row.ordinal + 1;
+  }
+  if (!edit.note.empty()) {
+    list.note = edit.note;
+    batch.addChange({.kind = Record::Kind::listNote, .payload = edit.note});
   }
   if (!batch.finish()) return Outcome::failed;
   if (edit.replacesAll) ++_nextList;
@@ -142,9 +148,14 @@ bool RowLog::makeActive() {
 bool RowLog::startSegment() {
   std::string contents;
   appendHead(contents, {.store = _store, .lastEdit = _lastEdit});
-  for (const auto& [key, list] : _lists)
-    append(contents, {.kind = Record::Kind::listBegun, .list = list.number, .payload = key},
-           seedFor(_store));
+  const auto seed = seedFor(_store);
+  // What earlier segments say of it goes with them.
+  for (const auto& [key, list] : _lists) {
+    append(contents, {.kind = Record::Kind::listBegun, .list = list.number, .payload = key}, seed);
+    if (!list.note.empty())
+      append(contents, {.kind = Record::Kind::listNote, .list = list.number, .payload = list.note},
+             seed);
+  }
   std::shared_ptr<LogFile> fresh = LogFile::make(*_disk, segmentName(_nextSegment), contents);
   if (!fresh) return false;
   auto& segment = addSegment(_nextSegment);

@@ -88,6 +88,7 @@ class RowLog {
     std::uint32_t number;
     OrdinalRanges removed = {};
     std::uint64_t next = 0;  // above all ordinals that were used
+    std::string note = {};
   };
   using Lists = std::map<std::string, List, std::less<>>;
   using Contents = std::map<std::uint64_t, SegmentContents>;  // by segment

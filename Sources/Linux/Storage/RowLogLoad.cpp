@@ -118,6 +118,7 @@ void RowLog::learnLists(const Contents& contents, const Known& known) {
       auto& list = lists.try_emplace(number, List{number}).first->second;
       if (kind == Record::Kind::listBegun) keys.emplace(number, payload);
       if (kind == Record::Kind::listEnded) ended.insert(number);
+      if (kind == Record::Kind::listNote) list.note = payload;
       if (kind != Record::Kind::rowsRemoved) continue;
       list.removed.addAll(payload);
       list.next = std::max(list.next, list.removed.end());

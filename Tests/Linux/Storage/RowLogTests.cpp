@@ -53,6 +53,15 @@ class RowLogTests : public testing::Test {
   Outcome remove(std::string_view key, Larder::OrdinalRange range) {
     return edit(key, {.replacesAll = false, .removed = {range}, .appended = {}});
   }
+  Outcome note(std::string_view key, std::string text) {
+    return edit(key,
+                {.replacesAll = false, .removed = {}, .appended = {}, .note = std::move(text)});
+  }
+  std::string noteOf(std::string_view key) {
+    Larder::SavedList list;
+    EXPECT_EQ(log->read(key, list), Outcome::done);
+    return list.note;
+  }
   TakenRows read(std::string_view key) {
     Larder::SavedList list;
     EXPECT_EQ(log->read(key, list), Outcome::done);
@@ -303,6 +312,55 @@ TEST_F(RowLogTests, rowsThatAreMovedTellTheirNewPlaces) {
   ASSERT_NE(moved, placed.end());
   const auto rows = readRows({.next = 0, .rows = {*moved}});
   EXPECT_EQ(rows, (std::vector<ReadRow>{{0, "first"}}));
+}
+
+TEST_F(RowLogTests, aNoteOutlivesTheSegmentThatItWasWrittenTo) {
+  begin("l");
+  note("l", "noted");
+  begin("other");
+  note("other", "of the other");
+  fillSegment("l", 1);
+  append("l", 2, "last");
+  remove("l", {1, 2});
+  log->removeDropped();
+  ASSERT_FALSE(folder.files.contains("rows-1.log"));
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(noteOf("l") + " " + noteOf("other"), "noted of the other");
+    open({.firstSegment = log->firstSegment()});
+    EXPECT_TRUE(damages.empty()) << damages.text();
+  }
+}
+
+TEST_F(RowLogTests, aNoteIsFoundByTheIndexOfASealedSegment) {
+  begin("l");
+  note("l", "noted");
+  fillSegment("l", 1);
+  ASSERT_TRUE(folder.files.contains("rows-1.index"));
+  auto& bytes = folder.files.at("rows-1.log")->bytes;
+  bytes = std::string(bytes.size(), 'x');
+  open({.firstSegment = 1});
+  EXPECT_EQ(noteOf("l"), "noted");
+}
+
+TEST_F(RowLogTests, aDamagedNoteCostsThatOfItsEditOnly) {
+  begin("l");
+  note("l", "first");
+  edit("l", {.removed = {}, .appended = {row(1, "1")}, .note = "second"});
+  const auto files = folder.contents();
+  for (const auto& [copies, found] : {std::pair(1, "second"), std::pair(2, "first")}) {
+    SCOPED_TRACE(copies);
+    folder.restore(files);
+    auto& bytes = folder.files.at("rows-1.log")->bytes;
+    for (int copy = 0; copy < copies; ++copy) bytes[bytes.find("second")] = 'S';
+    open();
+    EXPECT_EQ(damages.text(), "rows-1.log is damaged");
+    for (int round = 0; round < 2; ++round) {
+      EXPECT_EQ(noteOf("l"), found);
+      EXPECT_THAT(read("l").texts, ElementsAre("1"));
+      open({.firstSegment = log->firstSegment()});
+      EXPECT_TRUE(damages.empty()) << damages.text();
+    }
+  }
 }
 
 TEST_F(RowLogTests, rowsOfADroppedSegmentCanBeReadWhileTheyAreHeld) {

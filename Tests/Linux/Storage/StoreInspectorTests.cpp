@@ -70,6 +70,21 @@ TEST_F(StoreInspectorTests, readsBesideALiveHost) {
   EXPECT_EQ((*inspector)->storage(), values);
 }
 
+TEST_F(StoreInspectorTests, readsTheNoteOfAListBesideALiveHost) {
+  const auto storage = host();
+  const auto save = [&](std::string note) {
+    return storage->edit(
+        "list", {.replacesAll = true, .removed = {}, .appended = {}, .note = std::move(note)},
+        Larder::Durability::survivesKill);
+  };
+  for (const auto* note : {"first", "second"}) {
+    save(note);
+    const auto inspector = inspectStore(folder, StoreKind::keyValues, false);
+    ASSERT_TRUE(inspector) << inspector.error();
+    EXPECT_EQ((*inspector)->keyValues()->readList("list")->note, note);
+  }
+}
+
 TEST_F(StoreInspectorTests, aHostGoesOnWritingBesideAReader) {
   const auto storage = host();
   storage->write("k", {"1"});
@@ -101,6 +116,26 @@ TEST_F(StoreInspectorTests, checksEveryFileBesideALiveOwner) {
     EXPECT_FALSE(file.isCutOff) << file.name;
   }
   EXPECT_THAT(names, ElementsAre("kv.lock", "kv.rows-1.log", "kv.state", "kv.values.log"));
+}
+
+TEST_F(StoreInspectorTests, checksNotesToo) {
+  const auto countNow = [&] {
+    const auto files = Linux::checkStore(folder, StoreKind::keyValues);
+    return files ? (*files)[1].records : 0;
+  };
+  const auto storage = host();
+  appendRows(*storage, "l", {row(1, "first")});
+  const auto before = countNow();
+  storage->edit("l", {.removed = {}, .appended = {}, .note = "noted"},
+                Larder::Durability::survivesKill);
+  // A note and the end of its edit, each twice.
+  EXPECT_EQ(countNow(), before + 4);
+  const auto file = folder / "kv.rows-1.log";
+  std::ifstream stream(file, std::ios::binary);
+  std::string bytes(std::istreambuf_iterator<char>(stream), {});
+  bytes[bytes.find("noted")] ^= 1;
+  std::ofstream(file, std::ios::binary) << bytes;
+  EXPECT_EQ((*Linux::checkStore(folder, StoreKind::keyValues))[1].damaged, 1u);
 }
 
 TEST_F(StoreInspectorTests, countsWhatIsDamagedInAFile) {

@@ -34,6 +34,7 @@ constexpr const char* listKey = "l";
 struct Contents {
   std::map<std::string, std::string> values;
   std::optional<std::vector<std::string>> rows;
+  std::string note;  // of the list
 
   friend bool operator==(const Contents&, const Contents&) = default;
 };
@@ -43,6 +44,7 @@ void PrintTo(const Contents& contents, std::ostream* out) {
   if (!contents.rows) *out << "no list";
   for (const auto& row : contents.rows.value_or(std::vector<std::string>()))
     *out << row.substr(0, 20) << ",";
+  *out << " note: " << contents.note;
 }
 
 Contents contentsOf(StoreLogs& logs) {
@@ -54,6 +56,7 @@ Contents contentsOf(StoreLogs& logs) {
   EXPECT_TRUE(logs.loadRows());
   if (logs.readList(listKey, list) != Linux::RowLog::Outcome::done) return contents;
   contents.rows.emplace();
+  contents.note = list.note;
   for (const auto& row : readRows(list)) {
     if (row.text) contents.rows->push_back(*row.text);
   }
@@ -81,23 +84,25 @@ Step erase(std::string key) {
   return {[=](StoreLogs& logs) { return logs.remove(key); },
           [=](Contents& contents) { contents.values.erase(key); }};
 }
-Step begin(std::vector<std::string> texts) {
+Step begin(std::vector<std::string> texts, std::string note = "") {
   return {[=](StoreLogs& logs) {
-            Larder::ListEdit edit{.replacesAll = true, .removed = {}, .appended = {}};
+            Larder::ListEdit edit{.replacesAll = true, .removed = {}, .appended = {}, .note = note};
             for (std::size_t i = 0; i < texts.size(); ++i)
               edit.appended.push_back(row(i, texts[i]));
             return editList(logs, edit);
           },
           [=](Contents& contents) {
             contents.rows = texts;
+            contents.note = note;
             contents.values.erase(listKey);
           }};
 }
 /// Removes the oldest `count` rows, whose first ordinal is `first`, and appends at `ordinal`.
 Step change(std::uint64_t first, std::size_t count, std::uint64_t ordinal,
-            std::vector<std::string> texts) {
+            std::vector<std::string> texts, std::string note = "") {
   return {[=](StoreLogs& logs) {
             Larder::ListEdit edit;
+            edit.note = note;
             if (count > 0) edit.removed.push_back({first, first + count});
             for (std::size_t i = 0; i < texts.size(); ++i)
               edit.appended.push_back(row(ordinal + i, texts[i]));
@@ -107,11 +112,15 @@ Step change(std::uint64_t first, std::size_t count, std::uint64_t ordinal,
             auto& rows = *contents.rows;
             rows.erase(rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(count));
             rows.insert(rows.end(), texts.begin(), texts.end());
+            if (!note.empty()) contents.note = note;
           }};
 }
 Step endList() {
   return {[](StoreLogs& logs) { return logs.loadRows() && logs.endList(listKey); },
-          [](Contents& contents) { contents.rows = std::nullopt; }};
+          [](Contents& contents) {
+            contents.rows = std::nullopt;
+            contents.note.clear();
+          }};
 }
 Step rewrite() {
   return {[](StoreLogs& logs) {
@@ -128,28 +137,32 @@ std::vector<Step> smallDay() {
   return {put("a", "1"),
           begin({"r0", "r1", "r2"}),
           put("b", "2"),
-          change(0, 1, 3, {"r3", "r4"}),
+          change(0, 1, 3, {"r3", "r4"}, "n1"),
           put("a", "3"),
           erase("b"),
           change(1, 2, 5, {}),
           change(0, 0, 5, {"r5"}),
+          change(0, 0, 6, {}, "n2"),
           rewrite()};
 }
 
 /// Segments fill, are dropped, and an old one is moved because of one row that stays.
 std::vector<Step> longDay() {
-  auto steps = std::vector{begin({"stays", longText('a'), longText('b'), longText('c')})};
+  auto steps =
+      std::vector{begin({"stays", longText('a'), longText('b'), longText('c')}, "first note")};
   std::uint64_t next = 4;
   for (const char letter : std::string("defghijklm")) {
     steps.push_back({[=](StoreLogs& logs) {
                        Larder::ListEdit edit;
                        edit.removed.push_back({next - 3, next - 2});
                        edit.appended.push_back(row(next, longText(letter)));
+                       if (letter == 'k') edit.note = "last note";
                        return editList(logs, edit);
                      },
                      [=](Contents& contents) {
                        contents.rows->erase(contents.rows->begin() + 1);
                        contents.rows->push_back(longText(letter));
+                       if (letter == 'k') contents.note = "last note";
                      }});
     ++next;
   }
@@ -288,8 +301,8 @@ class DamagedStoreLogsTests : public StoreLogsTests {
   DamagedStoreLogsTests() {
     std::vector<Step> steps;
     for (int i = 0; i < 4; ++i) steps.push_back(put("k" + std::to_string(i), std::to_string(i)));
-    steps.push_back(begin({"r0", "r1", "r2", "r3"}));
-    steps.push_back(change(0, 2, 4, {"r4", "r5"}));
+    steps.push_back(begin({"r0", "r1", "r2", "r3"}, "n1"));
+    steps.push_back(change(0, 2, 4, {"r4", "r5"}, "n2"));
     whole = play(steps);
     files = folder.contents();
   }
@@ -328,6 +341,7 @@ TEST_F(DamagedStoreLogsTests, oneWrongByteCostsAtMostOneEntryAndIsTold) {
       const auto cost = lost(whole, found);
       EXPECT_LE(cost, 1u);
       EXPECT_THAT(found.rows.value(), IsSubsetOf(*whole.rows));
+      EXPECT_EQ(found.note, whole.note);
       EXPECT_TRUE(cost == 0 || !system.lines().empty());
       system.clearLines();
       EXPECT_EQ(lostNow(), cost);
