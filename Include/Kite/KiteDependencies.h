@@ -109,6 +109,7 @@ class KITE_EXPORT KiteDependencies {
   std::shared_ptr<Whisker> whisker;
   StorefrontProvider storefrontProvider;
   bool syncOnSessionEnd = false;  ///< go on uploading after a session has ended
+  bool savesLedger = false;       ///< counts of events are saved with them, for later runs
 
   std::optional<std::string> libraryShortVersion;  ///< becomes "kite_lib_version" of the user info
 

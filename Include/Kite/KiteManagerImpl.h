@@ -54,6 +54,7 @@ class KITE_EXPORT KiteManagerImpl final : public KiteManager {
   void addProfilingOnlyEvents(const std::set<std::string>& names) override;
 
  private:
+  friend KiteState;
   std::shared_ptr<KiteState> _state;
 };
 

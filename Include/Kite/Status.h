@@ -66,7 +66,7 @@ struct Status {
 KITE_EXPORT Status status(KiteManagerImpl& kite);
 
 /// `callback` is called after each upload from now on, on a thread of the library's; it must not
-/// throw. Another one takes its place.
+/// throw. Several are called in the order in which they came.
 KITE_EXPORT void onUpload(KiteManagerImpl& kite, std::function<void(const UploadReport&)> callback);
 
 }  // namespace kite

@@ -17,6 +17,11 @@ class Guarded {
     const std::scoped_lock guard(_mutex);
     return body(_value);
   }
+  template <class Body>
+  decltype(auto) with(Body body) const {
+    const std::scoped_lock guard(_mutex);
+    return body(_value);
+  }
   T copy() const {
     const std::scoped_lock guard(_mutex);
     return _value;

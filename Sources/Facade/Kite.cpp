@@ -124,7 +124,9 @@ void KiteManagerImpl::trackUserAction(std::string_view name, KiteData data) {
   call(*_state, [&](KiteState& state) {
     data.requireJSON();
     const Date now = state.system.now();
-    if (!state.enabled || !state.trackingConsent._canTrackUserAction(name)) return;
+    if (!state.enabled) return state.ledger->drop(&DroppedEvents::notStarted);
+    if (!state.trackingConsent._canTrackUserAction(name))
+      return state.ledger->drop(&DroppedEvents::noConsent);
     const auto bundle = state.dependencies.get();  // the managers read theirs within
     const bool inBackground = bundle->backgroundChecker.isInBackground();
     state.eventManager->trackUserAction(
@@ -136,11 +138,13 @@ void KiteManagerImpl::trackUserAction(std::string_view name, KiteData data) {
   });
 }
 
-// Custom events are rows of the foreground: in the background the call is dropped without a trace.
+// Custom events are rows of the foreground: in the background the call is dropped, and counted.
 void KiteManagerImpl::trackCustomEvent(std::string_view table, KiteData data) {
   call(*_state, [&](KiteState& state) {
     data.requireJSON();
-    if (!state.enabled || state.dependencies->backgroundChecker.isInBackground()) return;
+    if (!state.enabled) return state.ledger->drop(&DroppedEvents::notStarted);
+    if (state.dependencies->backgroundChecker.isInBackground())
+      return state.ledger->drop(&DroppedEvents::inBackground);
     state.eventManager->trackCustomEvent(repairedUTF8(table),
                                          {.data = toJSONObject(data),
                                           .id = state.system.randomUUID(),
@@ -151,7 +155,7 @@ void KiteManagerImpl::trackCustomEvent(std::string_view table, KiteData data) {
 void KiteManagerImpl::trackLog(std::string_view name, Severity severity, KiteData data) {
   call(*_state, [&](KiteState& state) {
     data.requireJSON();
-    if (!state.enabled) return;
+    if (!state.enabled) return state.ledger->drop(&DroppedEvents::notStarted);
     state.trackDebugEvent({.severity = severity,
                            .message = std::string(name),
                            .category = "track_log_legacy",
@@ -163,7 +167,8 @@ void KiteManagerImpl::trackLog(std::string_view name, Severity severity, KiteDat
 void KiteManagerImpl::trackDebugEvent(DebugEventArguments arguments) {
   call(*_state, [&](KiteState& state) {
     arguments.info.requireJSON();
-    if (state.enabled) state.trackDebugEvent(std::move(arguments));
+    if (!state.enabled) return state.ledger->drop(&DroppedEvents::notStarted);
+    state.trackDebugEvent(std::move(arguments));
   });
 }
 

@@ -61,7 +61,9 @@ void KiteState::startEventStorage() {
                        .scheduler = bundle->scheduler,
                        .eventStorageQueue = bundle->eventStorageQueue,
                        .kvStorage = bundle->kvStorage,
-                       .sessionListener = bundle->sessionListener});
+                       .sessionListener = bundle->sessionListener,
+                       .ledger = ledger,
+                       .savesLedger = bundle->savesLedger});
 }
 
 void KiteState::startEventManager() {

@@ -37,10 +37,12 @@ struct UserActionArguments {
 /// whether the facade is still there.
 struct KiteState : std::enable_shared_from_this<KiteState> {
   explicit KiteState(System system);
+  static const std::shared_ptr<KiteState>& of(const KiteManagerImpl& kite) { return kite._state; }
 
   System system;
   ForkGuard home;
   std::shared_ptr<KiteAPIManager> apiManager;
+  std::shared_ptr<EventLedger> ledger = std::make_shared<EventLedger>();
   std::shared_ptr<EventStorage> eventStorage;
   std::shared_ptr<EventManager> eventManager;
   std::shared_ptr<InstallManager> installManager;

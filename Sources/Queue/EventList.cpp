@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -82,6 +83,16 @@ EventList::Reading EventList::first(std::size_t count) const {
     if (auto error = readFile(events, batch.size(), end, batch)) return Failure{*std::move(error)};
   }
   return batch;
+}
+
+std::size_t EventList::countFrom(std::uint64_t ordinal) const {
+  std::size_t count = 0;
+  for (auto i = sliceCount(); i > 0 && slice(i - 1).lastOrdinal() >= ordinal; --i) {
+    const auto events = std::span(slice(i - 1).chunk->events).first(slice(i - 1).count);
+    const auto from = std::ranges::lower_bound(events, ordinal, {}, &PendingEvent::ordinal);
+    count += static_cast<std::size_t>(events.end() - from);
+  }
+  return count;
 }
 
 void EventList::append(EventHandle event, std::uint64_t ordinal) {

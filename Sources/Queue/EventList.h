@@ -35,6 +35,11 @@ class EventList {
            _tail.count == other._tail.count;
   }
 
+  /// Above the ordinals of all events that the list has held.
+  std::uint64_t nextOrdinal() const { return _nextOrdinal; }
+  /// How many events have `ordinal` or one above it.
+  std::size_t countFrom(std::uint64_t ordinal) const;
+
   /// Whether every event has a stored form.
   bool isEncodable() const { return _unencodable == 0; }
 

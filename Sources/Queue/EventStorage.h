@@ -5,12 +5,16 @@
 #include <Kite/Platform/Tempra.h>
 #include <Kite/SessionListener.h>
 
+#include "Queue/EventLedger.h"
 #include "Queue/EventList.h"
 #include "Queue/PendingChange.h"
 
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 
 namespace kite {
 
@@ -20,6 +24,14 @@ struct EventStorageDependencies {
   std::shared_ptr<Tempra::Queue> eventStorageQueue;
   std::shared_ptr<Larder::KVStorage> kvStorage;
   SessionListener sessionListener;
+  std::shared_ptr<EventLedger> ledger = std::make_shared<EventLedger>();
+  bool savesLedger = false;  ///< with the events, so that it outlives this run
+};
+
+/// Where the queue stands, at one moment.
+struct QueueStatus {
+  Ledger ledger;
+  std::uint64_t onDisk = 0;  ///< of the pending events
 };
 
 /// The pending events: held in memory, mirrored to the key-value store, oldest first.
@@ -36,10 +48,17 @@ class EventStorage {
 
   /// A snapshot; its cost does not depend on the number of events.
   virtual EventList pendingEvents() const = 0;
+  /// Waits for nothing: before the events of the last run are loaded they are not counted.
+  virtual QueueStatus status() const = 0;
 
   virtual void insert(std::unique_ptr<PendingChange> event) = 0;
   /// Removes every event with one of these identifiers; others are ignored.
-  virtual void removeEvents(std::set<std::string> ids) = 0;
+  virtual void removeEvents(std::set<std::string> ids, const RemovalAccount& account) = 0;
+  void removeEvents(std::set<std::string> ids) { removeEvents(std::move(ids), {}); }
+
+  /// Makes all changes that were submitted before, and puts the events on the medium if it can.
+  /// Then calls `done`, on the queue.
+  virtual void persist(std::function<void()> done) = 0;
 };
 
 }  // namespace kite

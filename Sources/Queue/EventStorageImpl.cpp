@@ -5,6 +5,7 @@
 #include "Queue/StoredEventList.h"
 #include "Sessions/SessionEndHandler.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace kite {
@@ -22,14 +23,15 @@ EventStorageImpl::~EventStorageImpl() {
   if (const auto token = _sessionEndToken.take()) sessions.detachSessionEnd(*token);
 }
 
-/// `body(work)`, a member, once the events of the last run are loaded.
+/// `body(self, work)`, once the events of the last run are loaded.
 template <class Body>
 void EventStorageImpl::runOnQueue(Body body) {
-  _dependencies->eventStorageQueue->run(weakly(weak_from_this(), [body](EventStorageImpl& self) {
-    const std::scoped_lock guard(self._work.mutex);
-    self.load(self._work);
-    (self.*body)(self._work);
-  }));
+  _dependencies->eventStorageQueue->run(
+      weakly(weak_from_this(), [body = std::move(body)](EventStorageImpl& self) {
+        const std::scoped_lock guard(self._work.mutex);
+        self.load(self._work);
+        std::invoke(body, self, self._work);
+      }));
 }
 
 void EventStorageImpl::start(EventStorageDependencies dependencies) {
@@ -51,6 +53,19 @@ EventList EventStorageImpl::pendingEvents() const {
   return _pendingEvents.copy();
 }
 
+QueueStatus EventStorageImpl::status() const {
+  const auto dependencies = _dependencies.unwrapped();
+  if (!dependencies) return {};
+  const auto inserted = _inserted.load();
+  return _pendingEvents.with([&](const EventList& events) {
+    QueueStatus status{dependencies->ledger->counts(), events.size() - events.countFrom(_savedEnd)};
+    const auto waiting = inserted - std::min(inserted, _appended.load());
+    status.ledger.tracked += waiting;
+    status.ledger.pending = events.size() + waiting;
+    return status;
+  });
+}
+
 void EventStorageImpl::startTimer() {
   const auto scheduler = _dependencies->scheduler;
   setCancellable(scheduler->schedule(
@@ -67,12 +82,20 @@ void EventStorageImpl::addObservers(const SessionListener& sessionListener) {
 }
 
 void EventStorageImpl::insert(std::unique_ptr<PendingChange> event) {
+  _inserted.fetch_add(1, std::memory_order_relaxed);
   submit(std::move(event));
   _spent.reclaim();
 }
 
-void EventStorageImpl::removeEvents(std::set<std::string> ids) {
-  submit(std::make_unique<PendingChange>(std::move(ids)));
+void EventStorageImpl::removeEvents(std::set<std::string> ids, const RemovalAccount& account) {
+  submit(std::make_unique<PendingChange>(PendingChange::Removal{std::move(ids), account}));
+}
+
+void EventStorageImpl::persist(std::function<void()> done) {
+  runOnQueue([done = std::move(done)](EventStorageImpl& self, Work& work) {
+    self.flush(work);
+    done();
+  });
 }
 
 // One block makes all changes that were submitted by then, so that most calls find one on its way.
@@ -98,11 +121,18 @@ void EventStorageImpl::timerFired() {
 void EventStorageImpl::load(Work& work) const {
   const auto start = _starts.load();  // another one may come meanwhile, and loads anew
   if (_loadedStart == start) return;
-  work.store = _dependencies->kvStorage;
+  const auto dependencies = _dependencies.get();
+  work.store = dependencies->kvStorage;
+  work.ledger = dependencies->ledger;
+  work.savesLedger = dependencies->savesLedger;
   auto stored = StoredEventList::load(*work.store, pendingEventsKey);
   work.saved = stored.isSaved ? std::optional(stored.events) : std::nullopt;
   work.placed.clear();
-  _pendingEvents.set(std::move(stored.events));
+  _savedEnd = work.saved ? work.saved->nextOrdinal() : 0;
+  _pendingEvents.with([&](EventList& events) {
+    std::swap(events, stored.events);
+    work.ledger->load(stored.note, events.size());
+  });
   _loadedStart = start;
 }
 
@@ -128,19 +158,32 @@ void EventStorageImpl::makeChanges(Work& work) {
 }
 
 void EventStorageImpl::updateMemoryPendingEvents(Work& work, const PendingChange& change) {
-  const auto append = [&](EventHandle event) {
-    _pendingEvents.with([&](EventList& events) { events.append(std::move(event)); });
-  };
   if (const auto* tracked = std::get_if<TrackedEvent>(&change.content)) {
-    append(work.encoder.encode(*tracked));
+    append(work, work.encoder.encode(*tracked));
   } else if (const auto* record = std::get_if<StoredEvent>(&change.content)) {
-    append(work.encoder.encode(*record));
+    append(work, work.encoder.encode(*record));
   } else {
-    auto events = _pendingEvents.copy();
-    events.remove(std::get<PendingChange::Removal>(change.content));
-    _pendingEvents.set(std::move(events));
+    remove(work, std::get<PendingChange::Removal>(change.content));
   }
   _isDirty = true;
+}
+
+// The ledger changes with the list, so that whoever reads both finds that they agree.
+void EventStorageImpl::append(const Work& work, EventHandle event) {
+  _pendingEvents.with([&](EventList& events) {
+    events.append(std::move(event));
+    work.ledger->append();
+    ++_appended;
+  });
+}
+
+void EventStorageImpl::remove(const Work& work, const PendingChange::Removal& removal) {
+  auto rest = _pendingEvents.copy();
+  rest.remove(removal.ids);
+  _pendingEvents.with([&](EventList& events) {
+    std::swap(events, rest);
+    work.ledger->remove(rest.size() - events.size(), removal.account);
+  });
 }
 
 void EventStorageImpl::flush(Work& work) {
@@ -159,19 +202,23 @@ void EventStorageImpl::storePendingEvents(Work& work, Durability durability) {
   const auto events = _pendingEvents.copy();
   // The stored value is one array: an event without a text leaves it as it was written last.
   if (!events.isEncodable()) return;
-  const auto save = [&](const Larder::ListEdit& edit) {
+  const auto save = [&](Larder::ListEdit edit) {
+    const bool isChange = edit.replacesAll || !edit.removed.empty() || !edit.appended.empty();
+    if (isChange && work.savesLedger) edit.note = work.ledger->note();
     return work.store->edit(pendingEventsKey, edit, durability);
   };
   // Of an edit that memory ran out on nobody knows how far it came: then all is written anew.
   auto saved = std::exchange(work.saved, std::nullopt);
   auto result = saved ? save(events.editFrom(*saved)) : EditResult{EditOutcome::listIsGone};
   if (result.outcome == EditOutcome::listIsGone) {
-    const auto edit = events.wholeEdit();
-    result = edit ? save(*edit) : EditResult{EditOutcome::failed};
+    _savedEnd = 0;
+    auto edit = events.wholeEdit();
+    result = edit ? save(*std::move(edit)) : EditResult{EditOutcome::failed};
   }
   const bool isSaved =
       result.outcome == EditOutcome::saved || result.outcome == EditOutcome::savedUnsynced;
   work.saved = isSaved ? std::optional(events) : std::move(saved);
+  if (isSaved) _savedEnd = events.nextOrdinal();
   _isWriteDue = result.outcome != EditOutcome::saved;
   work.placed.insert(work.placed.end(), result.placed.begin(), result.placed.end());
   if (work.placed.size() >= manyTexts) releaseTexts(work);

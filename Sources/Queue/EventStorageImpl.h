@@ -8,6 +8,8 @@
 #include "Queue/ReclaimList.h"
 
 #include <atomic>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -34,8 +36,11 @@ class EventStorageImpl final : public EventStorage,
   void start(EventStorageDependencies dependencies) override;
   /// Waits for the events of the last run to be loaded.
   EventList pendingEvents() const override;
+  QueueStatus status() const override;
   void insert(std::unique_ptr<PendingChange> event) override;
-  void removeEvents(std::set<std::string> ids) override;
+  using EventStorage::removeEvents;
+  void removeEvents(std::set<std::string> ids, const RemovalAccount& account) override;
+  void persist(std::function<void()> done) override;
 
   /// Whether the events in memory differ from what was last written.
   bool isDirty() const { return _isDirty; }
@@ -53,8 +58,10 @@ class EventStorageImpl final : public EventStorage,
   struct Work {
     std::mutex mutex;
     std::shared_ptr<Larder::KVStorage> store;  // which the events were loaded from
-    std::optional<EventList> saved;            // what it holds, when that is known
-    std::vector<Larder::SavedRow> placed;      // events that need no longer stay in memory
+    std::shared_ptr<EventLedger> ledger;
+    bool savesLedger = false;
+    std::optional<EventList> saved;        // what it holds, when that is known
+    std::vector<Larder::SavedRow> placed;  // events that need no longer stay in memory
     Chain<PendingChange> changes;
     bool isFirstMade = false;
     EventEncoder encoder;
@@ -73,6 +80,8 @@ class EventStorageImpl final : public EventStorage,
   void makeChanges(Work& work);
   void flush(Work& work);
   void updateMemoryPendingEvents(Work& work, const PendingChange& change);
+  void append(const Work& work, EventHandle event);
+  void remove(const Work& work, const PendingChange::Removal& removal);
   void alignMemoryAndDisk(Work& work, Larder::Durability durability);
   void storePendingEvents(Work& work, Larder::Durability durability);
   void releaseTexts(Work& work);
@@ -89,6 +98,9 @@ class EventStorageImpl final : public EventStorage,
   Guarded<std::optional<CancelToken>> _sessionEndToken;
   Guarded<Tempra::Cancel> _cancellable;
 
+  std::atomic<std::uint64_t> _appended{0};          // of the inserted events those in the list
+  mutable std::atomic<std::uint64_t> _savedEnd{0};  // above the ordinals of events that are on disk
+  std::atomic<std::uint64_t> _inserted{0};          // beside what every insertion touches anyway
   MPSCStack<PendingChange> _submitted;
   ReclaimList _spent;
   mutable Work _work;

@@ -2,6 +2,7 @@
 
 #include "Events/StoredEvent.h"
 #include "Events/TrackedEvent.h"
+#include "Queue/EventLedger.h"
 
 #include <set>
 #include <string>
@@ -13,7 +14,10 @@ namespace kite {
 /// What the pending events wait for: an event to append, or identifiers whose events are to go.
 /// It is put on the heap once, and from there on only its pointer moves.
 struct PendingChange {
-  using Removal = std::set<std::string>;
+  struct Removal {
+    std::set<std::string> ids;
+    RemovalAccount account = {};
+  };
 
   template <class... Content>
   explicit PendingChange(Content&&... given) : content(std::forward<Content>(given)...) {}

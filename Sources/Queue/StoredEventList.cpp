@@ -58,9 +58,10 @@ std::optional<EventList> eventsOf(std::string_view array) {
 
 StoredEventList StoredEventList::load(const Larder::KVStorage& storage, std::string_view key) {
   if (auto list = storage.readList(key)) {
+    auto note = std::move(list->note);
     auto events = eventsOf(*std::move(list));
     const bool isSaved = events.has_value();
-    return {std::move(events).value_or(EventList()), isSaved};
+    return {std::move(events).value_or(EventList()), isSaved, std::move(note)};
   }
   const auto value = storage.read(key);
   auto events = value ? eventsOf(value->data().bytes) : std::nullopt;

@@ -6,10 +6,11 @@ namespace kite {
 
 BackgroundChecker BackgroundChecker::uiApplication(std::shared_ptr<Application> application,
                                                    std::shared_ptr<MainThread> mainThread) {
-  return {[application = std::move(application), mainThread = std::move(mainThread)] {
+  const auto isInBackground = [application = std::move(application), mainThread] {
     const auto readState = [&application] { return application->applicationState(); };
     return kite::mainThread(*mainThread, readState) == ApplicationState::background;
-  }};
+  };
+  return {isInBackground, mainThread};
 }
 
 BackgroundChecker BackgroundChecker::noBackground() {

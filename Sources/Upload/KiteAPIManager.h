@@ -3,6 +3,7 @@
 #include <Kite/KiteURLSession.h>
 #include <Kite/Platform/Larder.h>
 #include <Kite/Platform/Whisker.h>
+#include <Kite/Status.h>
 
 #include "Queue/EventList.h"
 #include "Upload/ServerError.h"
@@ -32,13 +33,17 @@ struct APIManagerDependencies {
 /// Why a batch was not taken.
 using UploadError = std::variant<TransportError, ServerError>;
 
+/// For a person.
+std::string describe(const UploadError& error);
+
 /// Uploads one batch and says what became of it.
 class KiteAPIManager {
  public:
-  /// `success`: the batch is finished and may be removed. Otherwise every endpoint failed and
-  /// `error` is the last reason.
-  using Callback = std::function<void(const EventBatch& events, bool success,
-                                      const std::optional<UploadError>& error)>;
+  /// `success`: the batch is finished and may be removed; the report has an error all the same when
+  /// nobody took it. Otherwise every endpoint failed and `error` is the last reason.
+  using Callback =
+      std::function<void(const EventBatch& events, bool success,
+                         const std::optional<UploadError>& error, const UploadReport& report)>;
 
   virtual ~KiteAPIManager() = default;
   virtual void start(APIManagerDependencies dependencies) = 0;

@@ -8,6 +8,7 @@
 
 #include <string>
 #include <utility>
+#include <variant>
 
 namespace kite {
 namespace {
@@ -37,7 +38,14 @@ Whisker::DebugEvent gzipFailure(const GzipError& error) {
           .info = {{"error_message", error.message}}};
 }
 
+struct DescribeUpload {
+  std::string operator()(const ServerError& error) const { return error.debugDescription(); }
+  std::string operator()(const TransportError& error) const { return error.description; }
+};
+
 }  // namespace
+
+std::string describe(const UploadError& error) { return std::visit(DescribeUpload{}, error); }
 
 KiteAPIManagerImpl::KiteAPIManagerImpl(System system, GzipFactory makeGzip)
     : _system(std::move(system)), _makeGzip(std::move(makeGzip)) {}
@@ -67,24 +75,30 @@ void KiteAPIManagerImpl::send(EventBatch events, Callback callback) {
   auto availableEndpoints = endpoints(*dependencies);
   URL url = currentEndpoint().value_or(dependencies->baseURL);
   availableEndpoints.erase(url);
-  send(std::make_shared<const Upload>(Upload{std::move(events), std::move(callback)}),
-       std::move(url), std::move(availableEndpoints));
+  send({std::make_shared<const Upload>(Upload{std::move(events), std::move(callback)}),
+        std::move(availableEndpoints)},
+       std::move(url));
 }
 
-void KiteAPIManagerImpl::send(std::shared_ptr<const Upload> upload, URL url,
-                              Endpoints availableEndpoints) {
+void KiteAPIManagerImpl::send(Attempts attempts, URL url) {
+  const auto upload = attempts.upload;
   auto body = prepareBody({.events = upload->events,
                            .now = _system.now().secondsSince1970,
                            .delta = delta(),
                            .lastEventTimestamp = lastEventTimestamp()});
   // What cannot be encoded now never will be: it is dropped rather than tried for ever.
-  if (!body) return upload->callback(upload->events, true, std::nullopt);
-  auto completion = [self = shared_from_this(), upload = std::move(upload),
-                     endpoints = std::move(availableEndpoints)](auto data, auto response,
-                                                                auto error) {
+  if (!body) {
+    const UploadReport report{.time = _system.now(),
+                              .endpoint = {},
+                              .error = "none of the events could be put into a request",
+                              .events = upload->events.size()};
+    return upload->callback(upload->events, true, std::nullopt, report);
+  }
+  auto completion = [self = shared_from_this(), attempts = std::move(attempts),
+                     endpoint = url.origin()](auto data, auto response, auto error) {
     // For want of memory the batch stays where it is.
     catchingBadAlloc([&] {
-      self->complete(upload, endpoints, {std::move(data), std::move(response), std::move(error)});
+      self->complete(attempts, {std::move(data), std::move(response), std::move(error), endpoint});
     });
   };
   const auto task = _dependencies->urlSession.dataTask(request(std::move(url), std::move(body)),
@@ -112,13 +126,15 @@ URLRequest KiteAPIManagerImpl::request(URL url, std::shared_ptr<const Data> body
   return request;
 }
 
-void KiteAPIManagerImpl::complete(std::shared_ptr<const Upload> upload,
-                                  Endpoints availableEndpoints, const Reply& reply) {
-  if (!isSuccess(reply) && !availableEndpoints.empty()) {
-    auto next = availableEndpoints.extract(availableEndpoints.begin());
-    return send(std::move(upload), std::move(next.value()), std::move(availableEndpoints));
+void KiteAPIManagerImpl::complete(Attempts attempts, Reply reply) {
+  attempts.wereAnswered |= !reply.error;
+  if (!isSuccess(reply) && !attempts.left.empty()) {
+    auto next = attempts.left.extract(attempts.left.begin());
+    return send(std::move(attempts), std::move(next.value()));
   }
-  const auto response = dataTaskCompletion(upload->events, reply, upload->callback);
+  reply.wasAnswered = attempts.wereAnswered;
+  const auto& upload = *attempts.upload;
+  const auto response = dataTaskCompletion(upload.events, reply, upload.callback);
   setDelta(response ? std::optional(response->delta) : std::nullopt);
   setLastEventTimestamp(response ? std::optional(response->lastEventTimestamp) : std::nullopt);
 }
@@ -166,7 +182,7 @@ std::optional<ServerResponse> KiteAPIManagerImpl::dataTaskCompletion(const Event
                                                                      const Reply& reply,
                                                                      const Callback& callback) {
   if (reply.error) {
-    callback(events, false, *reply.error);
+    callback(events, false, *reply.error, reportOf(events, reply, *reply.error));
     _system.print("[KITE] Error detected: " + reply.error->description);
     return std::nullopt;
   }
@@ -174,13 +190,23 @@ std::optional<ServerResponse> KiteAPIManagerImpl::dataTaskCompletion(const Event
   if (statusCode && !isAccepted(*statusCode)) {
     const ServerError error = serverError(reply.responseData, *statusCode);
     _system.print("[KITE] Server Error: " + error.debugDescription());
-    callback(events, false, error);
+    callback(events, false, error, reportOf(events, reply, error));
     return std::nullopt;
   }
   _system.print("[KITE] Events sent successfully to kite");
   _currentEndpoint.set(reply.response ? reply.response->url : std::nullopt);
-  callback(events, true, std::nullopt);
+  callback(events, true, std::nullopt, reportOf(events, reply, std::nullopt));
   return reply.responseData ? decodeServerResponse(reply.responseData->bytes) : std::nullopt;
+}
+
+UploadReport KiteAPIManagerImpl::reportOf(const EventBatch& events, const Reply& reply,
+                                          const std::optional<UploadError>& error) const {
+  return {.time = _system.now(),
+          .endpoint = reply.endpoint,
+          .statusCode = reply.response ? reply.response->statusCode : std::nullopt,
+          .error = error ? std::optional(describe(*error)) : std::nullopt,
+          .isUnreachable = error && !reply.wasAnswered,
+          .events = events.size()};
 }
 
 std::optional<double> KiteAPIManagerImpl::number(Larder::Key<double> key) const {

@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <string>
 #include <type_traits>
 
 namespace kite {
@@ -36,6 +37,8 @@ class KiteAPIManagerImpl final : public KiteAPIManager,
     std::optional<Data> responseData;
     std::optional<URLResponse> response;
     std::optional<TransportError> error;
+    std::string endpoint = {};  ///< that was asked last
+    bool wasAnswered = false;   ///< by this endpoint, or by one that was asked before
   };
 
   explicit KiteAPIManagerImpl(System system = System::live(), GzipFactory makeGzip = Gzip::zlib);
@@ -69,12 +72,19 @@ class KiteAPIManagerImpl final : public KiteAPIManager,
     Callback callback;
   };
   using Endpoints = std::set<URL>;
+  /// What the attempts at one endpoint after the other share.
+  struct Attempts {
+    std::shared_ptr<const Upload> upload;
+    Endpoints left;
+    bool wereAnswered = false;
+  };
 
   static Endpoints endpoints(const APIManagerDependencies& dependencies);
   void tellIfInsecure(const URL& endpoint) const;
-  void send(std::shared_ptr<const Upload> upload, URL url, Endpoints availableEndpoints);
-  void complete(std::shared_ptr<const Upload> upload, Endpoints availableEndpoints,
-                const Reply& reply);
+  void send(Attempts attempts, URL url);
+  void complete(Attempts attempts, Reply reply);
+  UploadReport reportOf(const EventBatch& events, const Reply& reply,
+                        const std::optional<UploadError>& error) const;
   URLRequest request(URL url, std::shared_ptr<const Data> body) const;
   EventBatch encodable(const PrepareBodyArguments& arguments) const;
   void report(const Whisker::DebugEvent& event) const;

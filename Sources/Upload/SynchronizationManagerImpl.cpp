@@ -10,7 +10,6 @@
 #include <set>
 #include <string>
 #include <utility>
-#include <variant>
 
 namespace kite {
 namespace {
@@ -64,13 +63,18 @@ std::set<std::string> idsOf(const EventBatch& batch) {
   return ids;
 }
 
-struct Describe {
-  std::string operator()(const ServerError& error) const { return error.debugDescription(); }
-  std::string operator()(const TransportError& error) const { return error.description; }
-};
+RemovalAccount accountOf(const EventBatch& batch, const UploadReport& report) {
+  RemovalAccount account{.wasSent = !report.error};
+  for (const auto& event : batch) {
+    if (event->isLost()) ++account.lostOnDisk;
+    if (event->encodingError()) ++account.notEncodable;
+  }
+  return account;
+}
 
-std::string describe(const std::optional<UploadError>& error) {
-  return error ? std::visit(Describe{}, *error) : "request failed with no error";
+UploadResult resultOf(bool success, const UploadReport& report) {
+  if (success) return UploadResult::finished;
+  return report.isUnreachable ? UploadResult::unreachable : UploadResult::refused;
 }
 
 }  // namespace
@@ -108,18 +112,42 @@ void SynchronizationManagerImpl::setSuspended(bool value) {
   catchingBadAlloc([this] { sync(/*suspendAfterSync=*/false); });
 }
 
-void SynchronizationManagerImpl::sync(bool suspendAfterSync) {
+template <class Body>
+void SynchronizationManagerImpl::runOnQueue(Body body) {
   const auto dependencies = _dependencies.get();
   const auto task = std::make_shared<BackgroundTask>(dependencies->backgroundTaskScheduler);
   task->begin();
-  dependencies->syncQueue->run([weakSelf = weak_from_this(), task, suspendAfterSync] {
+  dependencies->syncQueue->run([weakSelf = weak_from_this(), task, body = std::move(body)] {
     const auto answered = std::make_shared<Semaphore>();
     if (const auto self = weakSelf.lock())
-      self->performSync(suspendAfterSync,
-                        [end = std::make_shared<SyncEnd>(task, answered)] { end->tell(); });
+      body(*self, [end = std::make_shared<SyncEnd>(task, answered)] { end->tell(); });
     // Without a manager nothing releases the queue any more: there is nothing left to sync.
     answered->acquire();
   });
+}
+
+void SynchronizationManagerImpl::sync(bool suspendAfterSync) {
+  runOnQueue([suspendAfterSync](SynchronizationManagerImpl& self, CompletionBlock end) {
+    self.performSync(suspendAfterSync, std::move(end));
+  });
+}
+
+void SynchronizationManagerImpl::uploadBatch(std::function<void(UploadResult)> done) {
+  runOnQueue([done = std::move(done)](SynchronizationManagerImpl& self, CompletionBlock end) {
+    self.awaitRemovals();
+    self.uploadOldest([done, end = std::move(end)](UploadResult result) {
+      end();
+      done(result);
+    });
+  });
+}
+
+/// Returns when the storage has removed what was taken before, or will never do it.
+void SynchronizationManagerImpl::awaitRemovals() const {
+  const auto removed = std::make_shared<Semaphore>();
+  std::shared_ptr<void> block(nullptr, [removed](void*) { removed->release(); });
+  _dependencies->storage->persist([block = std::move(block)] {});
+  removed->acquire();
 }
 
 EventList::Reading SynchronizationManagerImpl::readBatch() const {
@@ -131,33 +159,35 @@ EventList::Reading SynchronizationManagerImpl::readBatch() const {
 void SynchronizationManagerImpl::performSync(bool suspendAfterSync,
                                              CompletionBlock completionBlock) {
   if (isSuspended()) return completionBlock();
+  uploadOldest([weakSelf = weak_from_this(), suspendAfterSync,
+                completionBlock = std::move(completionBlock)](UploadResult result) {
+    const auto self = weakSelf.lock();
+    const bool isDone = result == UploadResult::finished || result == UploadResult::nothingPending;
+    if (self && isDone) self->setSuspended(suspendAfterSync);
+    completionBlock();
+  });
+}
+
+void SynchronizationManagerImpl::uploadOldest(std::function<void(UploadResult)> done) {
   auto batch = readBatch();
   if (!batch) {
     _system.print("[KITE] ❌ ERROR: the pending events cannot be read: " + batch.error());
-    return completionBlock();
+    return done(UploadResult::notReadable);
   }
-  if (batch->empty()) {
-    setSuspended(suspendAfterSync);
-    return completionBlock();
-  }
-  send(*std::move(batch), suspendAfterSync, std::move(completionBlock));
-}
-
-void SynchronizationManagerImpl::send(EventBatch batch, bool suspendAfterSync,
-                                      CompletionBlock completionBlock) {
+  if (batch->empty()) return done(UploadResult::nothingPending);
   const auto dependencies = _dependencies.get();
   dependencies->apiManager->send(
-      std::move(batch),
-      [weakSelf = weak_from_this(), storage = dependencies->storage, print = _system.print,
-       suspendAfterSync, completionBlock = std::move(completionBlock)](
-          const EventBatch& events, bool success, const std::optional<UploadError>& error) {
+      *std::move(batch), [uploads = _uploads, storage = dependencies->storage,
+                          print = _system.print, done = std::move(done)](
+                             const EventBatch& events, bool success,
+                             const std::optional<UploadError>& error, const UploadReport& report) {
         if (success) {
-          storage->removeEvents(idsOf(events));
-          if (const auto self = weakSelf.lock()) self->setSuspended(suspendAfterSync);
+          storage->removeEvents(idsOf(events), accountOf(events, report));
         } else {
-          print("[KITE] ❌ ERROR: " + describe(error));
+          print("[KITE] ❌ ERROR: " + (error ? describe(*error) : "request failed with no error"));
         }
-        completionBlock();
+        uploads->ended(report);
+        done(resultOf(success, report));
       });
 }
 

@@ -6,6 +6,7 @@
 #include "Base/Started.h"
 #include "Queue/EventList.h"
 #include "Upload/SynchronizationManager.h"
+#include "Upload/UploadLog.h"
 
 #include <atomic>
 #include <functional>
@@ -30,6 +31,8 @@ class SynchronizationManagerImpl final
   SynchronizationManagerImpl& operator=(const SynchronizationManagerImpl&) = delete;
 
   void start(SynchronizationManagerDependencies dependencies) override;
+  void uploadBatch(std::function<void(UploadResult)> done) override;
+  UploadLog& uploads() override { return *_uploads; }
 
   /// Asks for one sync and returns at once. With `suspendAfterSync` the manager suspends itself
   /// once that sync has sent a batch or found nothing to send.
@@ -48,8 +51,11 @@ class SynchronizationManagerImpl final
 
   void setupNotificationHandlers(const SessionListener& sessionListener);
   EventList::Reading readBatch() const;
+  template <class Body>
+  void runOnQueue(Body body);
   void performSync(bool suspendAfterSync, CompletionBlock completionBlock);
-  void send(EventBatch batch, bool suspendAfterSync, CompletionBlock completionBlock);
+  void awaitRemovals() const;
+  void uploadOldest(std::function<void(UploadResult)> done);
 
   System _system;
   Started<SynchronizationManagerDependencies> _dependencies{
@@ -58,6 +64,7 @@ class SynchronizationManagerImpl final
   Guarded<std::optional<CancelToken>> _sessionStartToken;
   Guarded<std::optional<CancelToken>> _sessionEndToken;
   std::atomic<bool> _isSuspended{true};
+  const std::shared_ptr<UploadLog> _uploads = std::make_shared<UploadLog>();
 };
 
 static_assert(std::is_default_constructible_v<SynchronizationManagerImpl>);

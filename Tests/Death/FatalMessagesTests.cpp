@@ -99,7 +99,7 @@ TEST_F(FatalMessagesTests, theSynchronizationManagerBeforeStart) {
 
 TEST_F(FatalMessagesTests, theAPIManagerBeforeStart) {
   EXPECT_EXIT(std::make_shared<KiteAPIManagerImpl>(System::live())
-                  ->send({}, [](const auto&, bool, const auto&) {}),
+                  ->send({}, [](const auto&, bool, const auto&, const auto&) {}),
               testing::KilledBySignal(SIGABRT),
               "Fatal error: Call start before using the APIManager: file ");
 }

@@ -6,6 +6,7 @@
 #include "Sessions/SessionManager.h"
 #include "Upload/KiteAPIManager.h"
 #include "Upload/SynchronizationManager.h"
+#include "Upload/UploadLog.h"
 
 #include <functional>
 #include <memory>
@@ -55,7 +56,9 @@ class RecordingEventStorage final
   using RecordingManager::RecordingManager;
   EventList pendingEvents() const override { return {}; }
   void insert(std::unique_ptr<PendingChange>) override {}
-  void removeEvents(std::set<std::string>) override {}
+  QueueStatus status() const override { return {}; }
+  void removeEvents(std::set<std::string>, const RemovalAccount&) override {}
+  void persist(std::function<void()>) override {}
 };
 
 /// Logs updates of the user info as well: they are all that is to be seen of that step.
@@ -101,6 +104,11 @@ class RecordingSynchronizationManager final
     : public RecordingManager<SynchronizationManager, SynchronizationManagerDependencies> {
  public:
   using RecordingManager::RecordingManager;
+  void uploadBatch(std::function<void(UploadResult)>) override {}
+  UploadLog& uploads() override { return _uploads; }
+
+ private:
+  UploadLog _uploads;
 };
 
 }  // namespace kite::test

@@ -25,7 +25,10 @@ class FakeEventStorage final : public EventStorage {
     const std::scoped_lock guard(_mutex);
     _inserted.push_back(recordOf(*event));
   }
-  void removeEvents(std::set<std::string> ids) override {
+  using EventStorage::removeEvents;
+  QueueStatus status() const override { return {}; }
+  void persist(std::function<void()> done) override { done(); }
+  void removeEvents(std::set<std::string> ids, const RemovalAccount&) override {
     const std::scoped_lock guard(_mutex);
     std::erase_if(_inserted, [&](const StoredEvent& event) { return ids.contains(event.id); });
   }

@@ -17,6 +17,11 @@ class FakeMainThread final : public MainThread {
     _isRunning = false;
   }
 
+  /// Real time does not pass: whoever does not end the wait before `begin` returns is too late.
+  void waitFor(const std::function<void(std::function<void()>)>& begin, Tempra::Duration) override {
+    begin([] {});
+  }
+
   bool isRunning() const { return _isRunning; }
   int runs() const { return _runs; }
 

@@ -74,9 +74,10 @@ class KiteAPIManagerImplTests : public testing::Test {
   }
 
   void send(EventBatch events) {
-    manager->send(std::move(events), [this](const auto& sent, bool success, const auto& error) {
-      outcomes.push_back({sent, success, error});
-    });
+    manager->send(std::move(events),
+                  [this](const auto& sent, bool success, const auto& error, const auto&) {
+                    outcomes.push_back({sent, success, error});
+                  });
   }
   void send() { send({pending(anEvent("A"))}); }
 
@@ -414,7 +415,7 @@ TEST_F(KiteAPIManagerImplTests, theEndpointIsKnownBeforeTheCallbackAndTheReplysN
   network.respond(answersFrom(target, 200, goodReply));
   start();
   bool wasCalled = false;
-  manager->send({}, [&](const auto&, bool, const auto&) {
+  manager->send({}, [&](const auto&, bool, const auto&, const auto&) {
     wasCalled = true;
     EXPECT_EQ(manager->delta(), std::nullopt);
     EXPECT_EQ(manager->lastEventTimestamp(), std::nullopt);
@@ -483,7 +484,7 @@ class EndOfABatch : public KiteAPIManagerImplTests {
     manager = std::make_shared<KiteAPIManagerImpl>(noting);
     network.respond(std::move(script));
     start();
-    manager->send({}, [this](const auto&, bool success, const auto& error) {
+    manager->send({}, [this](const auto&, bool success, const auto& error, const auto&) {
       outcomes.push_back({{}, success, error});
       note("callback");
     });
@@ -684,8 +685,9 @@ TEST_F(KiteAPIManagerImplTests, aRequestTimeThatIsNotFiniteFailsANamelessEventTo
 
 TEST_F(KiteAPIManagerImplTests, aReplyThatFindsNoMemoryIsLost) {
   start();
-  EXPECT_NO_THROW(manager->send({pending(anEvent("A"))},
-                                [](const auto&, bool, const auto&) { throw std::bad_alloc(); }));
+  EXPECT_NO_THROW(
+      manager->send({pending(anEvent("A"))},
+                    [](const auto&, bool, const auto&, const auto&) { throw std::bad_alloc(); }));
   EXPECT_EQ(endpoints().size(), 1U);
 }
 

@@ -32,6 +32,7 @@ constexpr const char* syncNotStarted = "Call start before trying to use the sync
 class PendingEvents final : public EventStorage {
  public:
   std::shared_ptr<Tempra::Queue> queue = std::make_shared<ImmediateQueue>();
+  std::vector<RemovalAccount> accounts;  ///< of the removals, in order
 
   void start(EventStorageDependencies) override {}
   EventList pendingEvents() const override { return _events.copy(); }
@@ -50,8 +51,12 @@ class PendingEvents final : public EventStorage {
       events.append(Larder::SavedRow{100, UUID::noop(), {std::make_shared<Unreadable>(), 0, 1}});
     });
   }
-  void removeEvents(std::set<std::string> ids) override {
-    queue->run([this, ids = std::move(ids)] {
+  QueueStatus status() const override { return {}; }
+  void persist(std::function<void()> done) override { queue->run(std::move(done)); }
+  using EventStorage::removeEvents;
+  void removeEvents(std::set<std::string> ids, const RemovalAccount& account) override {
+    queue->run([this, ids = std::move(ids), account] {
+      accounts.push_back(account);
       _events.with([&](EventList& events) { events.remove(ids); });
     });
   }
@@ -66,10 +71,11 @@ class FakeAPIManager final : public KiteAPIManager {
   using Answer = std::function<void(const EventBatch& events, const Callback& callback)>;
 
   static Answer accepts() {
-    return [](const auto& events, const auto& callback) { callback(events, true, std::nullopt); };
+    return
+        [](const auto& events, const auto& callback) { callback(events, true, std::nullopt, {}); };
   }
   static Answer fails(std::optional<UploadError> error) {
-    return [=](const auto& events, const auto& callback) { callback(events, false, error); };
+    return [=](const auto& events, const auto& callback) { callback(events, false, error, {}); };
   }
 
   void start(APIManagerDependencies) override {}
@@ -230,7 +236,7 @@ TEST_F(SynchronizationManagerImplTests, removesTheEventsOfTheBatchAndNoOther) {
   insert(2);
   api->answer = [this](const EventBatch& events, const auto& callback) {
     storage->insert(aChange(anEvent("late")));
-    callback(events, true, std::nullopt);
+    callback(events, true, std::nullopt, {});
   };
   tick();
   EXPECT_THAT(idsOf(storage->pendingEvents()), ElementsAre("late"));
@@ -330,7 +336,7 @@ TEST_F(SynchronizationManagerImplTests, aBatchThatIsTakenAfterItsSessionsEndLift
     EXPECT_TRUE(manager->isSuspended());
     storage->insert(aChange(anEvent("late")));
     api->answer = FakeAPIManager::accepts();
-    callback(events, true, std::nullopt);
+    callback(events, true, std::nullopt, {});
   };
   tick();
   EXPECT_FALSE(manager->isSuspended());
@@ -345,7 +351,7 @@ TEST_F(SynchronizationManagerImplTests, aBatchThatFailsAfterItsSessionsEndStaysS
   api->answer = [this](const EventBatch& events, const auto& callback) {
     sessions.triggerSessionEnd();
     api->answer = FakeAPIManager::accepts();
-    callback(events, false, std::nullopt);
+    callback(events, false, std::nullopt, {});
   };
   tick();
   EXPECT_TRUE(manager->isSuspended());
@@ -541,7 +547,7 @@ TEST_F(SynchronizationManagerImplTests, aTaskThatExpiresIsEndedThenAndNotAgain) 
   api->answer = [this](const EventBatch& events, const auto& callback) {
     application->expireBackgroundTasks();
     EXPECT_EQ(application->runningTasks(), 0U);
-    callback(events, true, std::nullopt);
+    callback(events, true, std::nullopt, {});
   };
   tick();
   EXPECT_THAT(application->endedTasks(), ElementsAre(1U, 2U));
@@ -593,7 +599,7 @@ class HeldUploads {
  public:
   FakeAPIManager::Answer hold() {
     return [this](const EventBatch& events, const KiteAPIManager::Callback& callback) {
-      _arrived.set_value([events, callback] { callback(events, true, std::nullopt); });
+      _arrived.set_value([events, callback] { callback(events, true, std::nullopt, {}); });
     };
   }
   std::function<void()> await() { return _arrived.get_future().get(); }

@@ -1,0 +1,98 @@
+#include "Queue/EventLedger.h"
+
+#include "JSON/JSONDecoder.h"
+#include "JSON/JSONWriter.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace kite {
+namespace {
+
+constexpr std::string_view trackedKey = "tracked", deliveredKey = "delivered";
+constexpr std::array<std::pair<std::string_view, DropReason>, 6> reasons{
+    {{"noConsent", &DroppedEvents::noConsent},
+     {"notStarted", &DroppedEvents::notStarted},
+     {"inBackground", &DroppedEvents::inBackground},
+     {"notEncodable", &DroppedEvents::notEncodable},
+     {"notUploadable", &DroppedEvents::notUploadable},
+     {"lostOnDisk", &DroppedEvents::lostOnDisk}}};
+
+std::uint64_t countAt(const JSONValue::Object& members, std::string_view key) {
+  const auto* count = members.at(key);
+  const auto number = count && count->integer() ? *count->integer() : 0;
+  return static_cast<std::uint64_t>(std::max<std::int64_t>(number, 0));
+}
+
+Ledger decode(std::string_view note) {
+  Ledger counts;
+  const auto json = decodeJSON(note);
+  if (!json || !json->object()) return counts;
+  counts.tracked = countAt(*json->object(), trackedKey);
+  counts.delivered = countAt(*json->object(), deliveredKey);
+  for (const auto& [name, reason] : reasons)
+    counts.dropped.*reason = countAt(*json->object(), name);
+  return counts;
+}
+
+}  // namespace
+
+void EventLedger::drop(DropReason reason) {
+  _state.with([&](State& state) {
+    ++state.counts.tracked;
+    ++(state.counts.dropped.*reason);
+  });
+}
+
+void EventLedger::append() {
+  _state.with([](State& state) { ++state.counts.tracked; });
+}
+
+void EventLedger::remove(std::uint64_t count, const RemovalAccount& account) {
+  const auto notEncodable = std::min(count, account.notEncodable);
+  const auto lost = std::min(count - notEncodable, account.lostOnDisk);
+  const auto others = count - notEncodable - lost;
+  _state.with([&](State& state) {
+    auto& [tracked, pending, delivered, dropped] = state.counts;
+    dropped.notEncodable += notEncodable;
+    dropped.lostOnDisk += lost;
+    (account.wasSent ? delivered : dropped.notUploadable) += others;
+    if (account.wasSent) state.deliveredInThisRun += others;
+  });
+}
+
+void EventLedger::load(std::string_view note, std::uint64_t pending) {
+  auto loaded = decode(note);
+  const auto known = loaded.delivered + loaded.dropped.total() + pending;
+  if (loaded.tracked > known) loaded.dropped.lostOnDisk += loaded.tracked - known;
+  loaded.tracked = loaded.delivered + loaded.dropped.total() + pending;
+  _state.with([&](State& state) {
+    // What was dropped before the first queue was loaded is not in its note.
+    if (!std::exchange(state.isLoaded, true)) {
+      loaded.tracked += state.counts.tracked;
+      for (const auto& [name, reason] : reasons)
+        loaded.dropped.*reason += state.counts.dropped.*reason;
+    }
+    state.counts = loaded;
+  });
+}
+
+std::string EventLedger::note() const {
+  const auto counts = this->counts();
+  std::string text;
+  JSONWriter writer(text);
+  const auto member = [&](std::string_view key, std::uint64_t count) {
+    writer.key(key);
+    writer.number(static_cast<std::int64_t>(count));
+  };
+  writer.beginObject();
+  member(trackedKey, counts.tracked);
+  member(deliveredKey, counts.delivered);
+  for (const auto& [name, reason] : reasons) member(name, counts.dropped.*reason);
+  writer.endObject();
+  writer.finish();
+  return text;
+}
+
+}  // namespace kite
