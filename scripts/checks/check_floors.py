@@ -8,8 +8,9 @@ import sys
 # Each folder of Sources and how high it stands. A folder includes its own headers, those of lower floors, and of its own
 # floor the interfaces, which end in no "Impl.h".
 HEIGHT = {"Base": 0, "JSON": 1, "Events": 3, "Queue": 4, "Upload": 4, "Sessions": 4, "Profile": 4, "Install": 4, "Facade": 5}
-# Beside the house: the platform's parts, which nobody sees; the archives' readers stand on the installed headers alone.
-SIDE = {"Linux": {"Base", "JSON"}, "LegacyArchive": set()}
+# Beside the house: the platform's parts, which only the start in one call sees; the archives' readers stand on the installed
+# headers alone.
+SIDE = {"Linux": {"Base", "JSON"}, "LegacyArchive": set(), "Application": {"Base", "Linux"}}
 THIRD_PARTY = {"JSON": ("simdjson.h",), "Queue": ("simdjson.h",), "Upload": ("zlib.h",)}  # in .cpp files
 OTHERS = {
     "Tests/Support": {*HEIGHT, "Support"} - {"Facade"},
@@ -27,6 +28,8 @@ def public_headers_above(folder):
     """The public headers that a folder must not see, by how they begin."""
     if folder == "Linux":
         return FACADE_HEADERS
+    if folder == "Application":
+        return ("-",)
     below_platform = ("Kite/Platform/",) if HEIGHT.get(folder, 9) < 2 else ()
     below_facade = FACADE_HEADERS if HEIGHT.get(folder, 9) < 3 else ()
     return (LINUX, *below_platform, *below_facade)

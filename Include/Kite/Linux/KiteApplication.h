@@ -3,7 +3,7 @@
 #include <Kite/Base/Export.h>
 #include <Kite/Base/Result.h>
 #include <Kite/Drain.h>
-#include <Kite/KiteManager.h>
+#include <Kite/KiteManagerImpl.h>
 #include <Kite/Linux/LinuxPlatform.h>
 #include <Kite/Status.h>
 #include <Kite/Storefront.h>
@@ -25,24 +25,26 @@ enum class Sessions {
   byWindows,  ///< while the application is visible, as the host says with `setVisible`
 };
 
-/// Which events these are to the collection service.
-enum class Environment { production, staging };
+/// What the events are to the collection service: of users, or of a build that is being tried.
+enum class Stage { production, staging };
 
-/// All that a host may say at its start. Everything but the name has a default; key and endpoint
-/// may come from the environment, which keeps them out of the code.
+/// All that a host may say at its start. Everything but the name, the key and the endpoint has a
+/// default; key, endpoint and CA file may come from the environment, which keeps secrets out of the
+/// code.
 struct KiteApplicationOptions {
   std::string name;      ///< a file name: of the folders, and of the application at the service
   std::string key = {};  ///< signs every request; else `$KITE_KEY`
   std::string endpoint = {};                        ///< an `https` URL; else `$KITE_ENDPOINT`
   std::vector<std::string> fallbackEndpoints = {};  ///< tried in turn when `endpoint` fails
-  Environment environment = Environment::production;
+  Stage stage = Stage::production;
   std::string version = {};  ///< of the application
   std::string build = {};    ///< of its build
   Sessions sessions = Sessions::wholeRun;
 
   std::optional<std::filesystem::path> dataFolder = {};  ///< absolute; else under XDG's data home
   std::optional<std::filesystem::path> secretsFolder = {};  ///< absolute; else beside it
-  std::optional<std::filesystem::path> caFile = {};         ///< PEM; else the system's authorities
+  /// PEM; else `$KITE_CA_FILE`, else the system's authorities.
+  std::optional<std::filesystem::path> caFile = {};
 
   /// With `Sessions::byWindows`: the thread of the host's main loop, which is asked whether the
   /// application is visible. Else any thread may answer.
@@ -83,16 +85,16 @@ class KITE_EXPORT KiteApplication {
   KiteManagerImpl& kite() const;
 
   /// With `Sessions::byHand`; ignored otherwise. A session that runs is ended by the next.
-  void beginSession();
-  void endSession();
+  void beginSession() const;
+  void endSession() const;
 
   /// With `Sessions::byWindows`: the user sees a window of the application, or none any more.
   /// A value that is no news is ignored, and so is all with other sessions.
-  void setVisible(bool isVisible);
+  void setVisible(bool isVisible) const;
 
   /// See `kite::drain`. The session goes on.
-  DrainReport drain(DrainLimits limits = {});
-  void drain(DrainLimits limits, std::function<void(const DrainReport&)> whenDone);
+  DrainReport drain(DrainLimits limits = {}) const;
+  void drain(DrainLimits limits, std::function<void(const DrainReport&)> whenDone) const;
   /// See `kite::status`.
   Status status() const;
 

@@ -1,0 +1,108 @@
+#include "Application/WaysOut.h"
+
+#include "Base/Guarded.h"
+#include "Linux/Storage/Uninterrupted.h"
+#include "Linux/Threads/LibraryThread.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace kite::Linux {
+namespace {
+
+/// Never destroyed: an exit may come at any time.
+class WorkList {
+ public:
+  void add(std::weak_ptr<LastWork> work) {
+    _work.with([&](auto& list) {
+      std::erase_if(list, [](const auto& entry) { return entry.expired(); });
+      list.push_back(std::move(work));
+    });
+  }
+  void doAll() const {
+    for (const auto& entry : _work.copy())
+      if (const auto work = entry.lock()) work->doLastWork();
+  }
+
+ private:
+  Guarded<std::vector<std::weak_ptr<LastWork>>> _work;
+};
+
+WorkList& exitWork() {
+  static auto& list = *new WorkList;
+  return list;
+}
+
+constexpr std::array guardedSignals{SIGTERM, SIGINT};
+
+/// Lets a thread do what a signal handler must not.
+class SignalGuard {
+ public:
+  static SignalGuard& instance() {
+    static auto& guard = *new SignalGuard;
+    return guard;
+  }
+  WorkList work;
+
+ private:
+  SignalGuard() {
+    if (::pipe2(_pipe, O_CLOEXEC | O_NONBLOCK) != 0) return;
+    ::fcntl(_pipe[0], F_SETFL, 0);
+    if (!startThread("kite.signals", [this] { await(); })) return;
+    for (std::size_t i = 0; i < guardedSignals.size(); ++i) guard(guardedSignals[i], _before[i]);
+  }
+
+  // The action goes back to the default with the first signal, so that a second one ends the
+  // process whatever the first is still doing.
+  static void guard(int signal, struct sigaction& before) {
+    if (::sigaction(signal, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) return;
+    struct sigaction action {};
+    action.sa_handler = tell;
+    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+    ::sigaction(signal, &action, nullptr);
+  }
+
+  static void tell(int signal) {
+    const int error = errno;
+    const auto number = static_cast<char>(signal);
+    [[maybe_unused]] const auto written = ::write(_pipe[1], &number, 1);
+    errno = error;
+  }
+
+  void await() {
+    char number = 0;
+    if (uninterrupted([&] { return ::read(_pipe[0], &number, 1); }) != 1) return;
+    work.doAll();
+    for (std::size_t i = 0; i < guardedSignals.size(); ++i)
+      if (guardedSignals[i] == number) ::sigaction(number, &_before[i], nullptr);
+    ::kill(::getpid(), number);
+  }
+
+  static inline int _pipe[2] = {-1, -1};
+  std::array<struct sigaction, guardedSignals.size()> _before{};
+};
+
+}  // namespace
+
+void doAtExit(std::weak_ptr<LastWork> work) {
+  exitWork().add(std::move(work));
+  static std::once_flag once;
+  std::call_once(once, [] {
+    std::atexit([] { exitWork().doAll(); });
+    std::at_quick_exit([] { exitWork().doAll(); });
+  });
+}
+
+void doAtSignals(std::weak_ptr<LastWork> work) {
+  SignalGuard::instance().work.add(std::move(work));
+}
+
+}  // namespace kite::Linux
