@@ -10,7 +10,8 @@
 namespace kite {
 namespace {
 
-constexpr std::string_view trackedKey = "tracked", deliveredKey = "delivered";
+constexpr std::string_view trackedKey = "tracked", deliveredKey = "delivered",
+                           droppedKey = "dropped";
 constexpr std::array<std::pair<std::string_view, DropReason>, 6> reasons{
     {{"noConsent", &DroppedEvents::noConsent},
      {"notStarted", &DroppedEvents::notStarted},
@@ -31,8 +32,10 @@ Ledger decode(std::string_view note) {
   if (!json || !json->object()) return counts;
   counts.tracked = countAt(*json->object(), trackedKey);
   counts.delivered = countAt(*json->object(), deliveredKey);
+  const auto* dropped = json->object()->at(droppedKey);
+  if (!dropped || !dropped->object()) return counts;
   for (const auto& [name, reason] : reasons)
-    counts.dropped.*reason = countAt(*json->object(), name);
+    counts.dropped.*reason = countAt(*dropped->object(), name);
   return counts;
 }
 
@@ -89,7 +92,10 @@ std::string EventLedger::note() const {
   writer.beginObject();
   member(trackedKey, counts.tracked);
   member(deliveredKey, counts.delivered);
+  writer.key(droppedKey);
+  writer.beginObject();
   for (const auto& [name, reason] : reasons) member(name, counts.dropped.*reason);
+  writer.endObject();
   writer.endObject();
   writer.finish();
   return text;

@@ -29,6 +29,13 @@ struct PlatformOptions {
   System system = System::live();  ///< its `print` gets the parts' console lines
 };
 
+/// Where an application keeps its stores unless its options say otherwise.
+struct StoreFolders {
+  std::filesystem::path data;
+  std::filesystem::path secrets;
+};
+KITE_EXPORT StoreFolders defaultStoreFolders(const std::string& applicationName);
+
 /// The real parts: stores in record logs, libcurl, OpenSSL, threads. Nothing is opened before a
 /// factory in it is called.
 KITE_EXPORT Platform platform(PlatformOptions options);

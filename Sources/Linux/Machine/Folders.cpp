@@ -63,6 +63,11 @@ Folders foldersFor(const PlatformOptions& options, const Environment& environmen
   return folders;
 }
 
+StoreFolders defaultStoreFolders(const std::string& applicationName) {
+  const auto folders = foldersFor({.applicationName = applicationName}, processEnvironment());
+  return {folders.data, folders.secrets};
+}
+
 FileManager fileManager(std::filesystem::path documents) {
   return {
       .urlsForDirectory =

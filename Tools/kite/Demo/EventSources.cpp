@@ -54,7 +54,7 @@ std::string column(sqlite3_stmt* statement, int index) {
 }  // namespace
 
 std::vector<Event> pendingEvents(const std::filesystem::path& state) {
-  const auto stored = openStore({.state = state})->storage()->read(pendingEventsKey);
+  const auto stored = openStore({.state = state, .application = {}})->storage()->read(pendingEventsKey);
   if (!stored) return {};
   const auto list = parsed(stored->data().bytes);
   if (!list.array()) throw CommandFailure("the queue is not an array");

@@ -86,6 +86,11 @@ std::optional<std::string> Arguments::optionalText(std::string_view name) const 
   return text(name);
 }
 
+std::optional<double> Arguments::optionalNumber(std::string_view name) const {
+  const auto* value = present(name);
+  return value && !value->isNull() ? std::optional(number(name)) : std::nullopt;
+}
+
 std::optional<std::uint64_t> Arguments::optionalLine(std::string_view name) const {
   const auto* value = present(name);
   if (!value || value->isNull()) return std::nullopt;

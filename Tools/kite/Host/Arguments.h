@@ -47,6 +47,7 @@ class Arguments {
 
   /// Nothing when the member is missing or null.
   std::optional<std::string> optionalText(std::string_view name) const;
+  std::optional<double> optionalNumber(std::string_view name) const;
   std::optional<std::uint64_t> optionalLine(std::string_view name) const;
   /// Empty when the member is missing.
   KiteData optionalData(std::string_view name) const;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Kite/KiteDependencies.h>
-#include <Kite/KiteManager.h>
+#include <Kite/KiteManagerImpl.h>
 #include <Kite/Linux/LinuxPlatform.h>
 
 #include "Host/HostOptions.h"
@@ -19,6 +19,8 @@ class Host {
   explicit Host(HostOptions options);
 
   KiteManager& kite() { return *_kite; }
+  /// Null with the inert facade, in which nothing ever happens.
+  KiteManagerImpl* started() { return dynamic_cast<KiteManagerImpl*>(_kite.get()); }
   /// Opens the stores at the first call; with the inert facade there is nothing to open.
   void start();
   /// Returns when the storage's queue has done all that was asked of it before.

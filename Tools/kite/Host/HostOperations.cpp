@@ -1,5 +1,11 @@
 #include "Host/HostOperations.h"
 
+#include <Kite/Drain.h>
+
+#include "Common/StatusJSON.h"
+
+#include <fmt/format.h>
+
 #include <chrono>
 #include <thread>
 
@@ -9,9 +15,9 @@ namespace {
 constexpr double longestWait = 86'400;  // seconds
 
 template <void (*body)(Host&)>
-Next plainly(Host& host, const Arguments&) {
+HostAnswer plainly(Host& host, const Arguments&) {
   body(host);
-  return Next::goOn;
+  return {};
 }
 
 const ManualSessionListener& manualSessions(const Host& host) {
@@ -20,12 +26,30 @@ const ManualSessionListener& manualSessions(const Host& host) {
   return *sessions;
 }
 
-Next wait(Host&, const Arguments& its) {
-  const auto seconds = its.number("seconds");
-  if (seconds < 0 || seconds > longestWait)
-    throw BadLine("\"seconds\" must be between 0 and 86400");
-  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-  return Next::goOn;
+Tempra::Duration duration(std::string_view name, double seconds) {
+  if (!(seconds >= 0 && seconds <= longestWait))
+    throw BadLine(fmt::format("\"{}\" must be between 0 and 86400", name));
+  return Tempra::Duration(seconds);
+}
+
+HostAnswer wait(Host&, const Arguments& its) {
+  std::this_thread::sleep_for(duration("seconds", its.number("seconds")));
+  return {};
+}
+
+HostAnswer drain(Host& host, const Arguments& its) {
+  DrainLimits limits;
+  if (const auto seconds = its.optionalNumber("persistWithin"))
+    limits.persistWithin = duration("persistWithin", *seconds);
+  if (const auto seconds = its.optionalNumber("deliverWithin"))
+    limits.deliverWithin = duration("deliverWithin", *seconds);
+  auto* const kite = host.started();
+  return {Next::goOn, toJSONValue(kite ? kite::drain(*kite, limits) : DrainReport{})};
+}
+
+HostAnswer status(Host& host, const Arguments&) {
+  auto* const kite = host.started();
+  return {Next::goOn, toJSONValue(kite ? kite::status(*kite) : Status{})};
 }
 
 void start(Host& host) { host.start(); }
@@ -45,9 +69,11 @@ const std::vector<HostOperation>& hostOperations() {
       {"triggerSessionStart", {}, plainly<triggerSessionStart>},
       {"triggerSessionEnd", {}, plainly<triggerSessionEnd>},
       {"awaitStorage", {}, plainly<awaitStorage>},
+      {"drain", {"persistWithin", "deliverWithin"}, drain},
+      {"status", {}, status},
       {"wait", {"seconds"}, wait},
-      {"crash", {}, [](auto&, auto&) { return Next::crash; }},
-      {"quit", {}, [](auto&, auto&) { return Next::quit; }},
+      {"crash", {}, [](auto&, auto&) { return HostAnswer{Next::crash}; }},
+      {"quit", {}, [](auto&, auto&) { return HostAnswer{Next::quit}; }},
   };
   return table;
 }

@@ -4,6 +4,7 @@
 #include "Host/Host.h"
 
 #include <functional>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -12,12 +13,17 @@ namespace kite::tool {
 /// What follows an answered line.
 enum class Next { goOn, quit, crash };
 
+struct HostAnswer {
+  Next next = Next::goOn;
+  std::optional<JSONValue> value = {};
+};
+
 /// What a line asks of the host itself.
 struct HostOperation {
   std::string_view name;
   std::vector<std::string_view> members;
   /// Throws `BadLine`.
-  std::function<Next(Host&, const Arguments&)> run;
+  std::function<HostAnswer(Host&, const Arguments&)> run;
 };
 
 const std::vector<HostOperation>& hostOperations();

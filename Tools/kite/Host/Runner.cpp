@@ -67,8 +67,8 @@ Answer Runner::perform(const Line& line) {
     return {success(read->run(_host.kite()))};
   }
   if (const auto* operation = named(hostOperations(), name)) {
-    const auto next = operation->run(_host, Arguments(members, operation->members, place));
-    return {R"({"ok":true})", next};
+    const auto made = operation->run(_host, Arguments(members, operation->members, place));
+    return {made.value ? success(*made.value) : R"({"ok":true})", made.next};
   }
   throw BadLine(fmt::format("unknown op \"{}\"", name));
 }

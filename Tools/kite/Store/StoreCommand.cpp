@@ -86,9 +86,7 @@ CLI::App* addKeyAction(CLI::App& command, const std::string& name, const std::st
 CLI::App* addStoreCommand(CLI::App& parent) {
   auto* command = parent.add_subcommand("store", "Look into a host's stores, or change one value");
   const auto options = std::make_shared<Options>();
-  command->add_option("--state", options->store.state, "The host's state folder")
-      ->type_name("DIR")
-      ->required();
+  addStoreChoice(*command, options->store);
   command->add_flag("--secrets", options->store.secrets,
                     "The secrets store instead of the key-value store");
   addAction(*command, "keys", "Print the keys, one per line", options,
