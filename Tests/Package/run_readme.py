@@ -1,0 +1,82 @@
+#!/usr/bin/env python3
+"""Runs the commands of README.md as they stand there, in an empty folder, and looks for the event in the database.
+
+  run_readme.py SOURCE_FOLDER [BUILD_FOLDER]
+
+With a build folder, what that holds is run. Without one, a copy of the tree is made and built as the page says.
+"""
+
+import pathlib
+import re
+import signal
+import socket
+import sqlite3
+import subprocess
+import sys
+import tempfile
+import time
+
+BLOCK = re.compile(r"<!-- commands -->\n```sh\n(.*?)```", re.DOTALL)
+LONGEST_RUN = 1.0  # seconds, of a program that has the event on the disk and delivers it
+
+
+def commands(readme):
+    """The three, each as one text."""
+    block = BLOCK.search(readme).group(1)
+    found = re.split(r"\n(?=\S)", block.strip())
+    assert len(found) == 3, f"the page has {len(found)} commands"
+    return found
+
+
+def prepare(source, folder, build):
+    if build:
+        (folder / "build").mkdir()
+        (folder / "build" / "demo").symlink_to(build)
+    else:
+        files = subprocess.run(["git", "-C", source, "archive", "HEAD"], check=True, capture_output=True).stdout
+        subprocess.run(["tar", "x", "-C", folder], input=files, check=True)
+
+
+def free_port(text):
+    """The page's port, unless somebody has it: then another one."""
+    with socket.socket() as probe:
+        try:
+            probe.bind(("127.0.0.1", 8443))
+            return text
+        except OSError:
+            pass
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return text.replace("8443", str(probe.getsockname()[1]))
+
+
+def main():
+    source = pathlib.Path(sys.argv[1]).resolve()
+    build = pathlib.Path(sys.argv[2]).resolve() if len(sys.argv) > 2 else None
+    build_it, collect, run = commands(free_port((source / "README.md").read_text()))
+    with tempfile.TemporaryDirectory() as name:
+        folder = pathlib.Path(name)
+        prepare(source, folder, build)
+        environment = {"PATH": "/usr/bin:/bin:/usr/sbin:/sbin", "HOME": str(folder / "home")}
+        shell = {"cwd": folder, "env": environment, "executable": "/bin/bash", "shell": True}
+        if not build:
+            subprocess.run(build_it, check=True, **shell)
+        collector = subprocess.Popen("exec " + collect.rstrip("& "), stdout=subprocess.PIPE, text=True, **shell)
+        try:
+            assert "listening" in collector.stdout.readline(), "the collector does not listen"
+            begin = time.monotonic()
+            shown = subprocess.run(run, check=True, capture_output=True, text=True, **shell).stdout
+            seconds = time.monotonic() - begin
+        finally:
+            collector.send_signal(signal.SIGTERM)
+            collector.wait()
+        rows = sqlite3.connect(folder / "events.db").execute(
+            "SELECT data FROM events WHERE type = 'UserAction'").fetchall()
+        assert len(rows) == 1 and '"action_kind":"checkout"' in rows[0][0], f"the database has {rows}"
+        assert '"action_kind":"checkout"' in shown, f"the page's query shows {shown}"
+        assert seconds < LONGEST_RUN, f"the program took {seconds:.2f} s"
+        print(f"readme: its event arrived in {seconds:.2f} s")
+
+
+if __name__ == "__main__":
+    sys.exit(main())
