@@ -17,14 +17,14 @@ double processorSeconds() {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-/// What zlib alone needs for one of the pending events, in microseconds.
-double zlibShare(StartedHost& host) {
+/// What the compressor alone needs for one of the pending events, in microseconds.
+double compressorShare(StartedHost& host) {
   const std::string text = host.storedText();
-  std::vector<Bytef> out;
+  Compressor compressor;
   constexpr int rounds = 3;
   Latencies bodies(rounds);
   for (int i = 0; i < rounds; ++i)
-    bodies.time([&] { benchmark::DoNotOptimize(deflateAtOnce(text, out)); });
+    bodies.time([&] { benchmark::DoNotOptimize(compressor.compress(text)); });
   return bodies.quantile(0.5) / static_cast<double>(host.storedEvents());
 }
 
@@ -38,7 +38,7 @@ void upload(benchmark::State& state) {
     HandDrivenHost host({.folder = folder.path(), .endpoint = sink.url(), .caFile = sink.caFile()});
     host->track(static_cast<int>(count));
     host.flush();
-    const double limit = zlibShare(*host);
+    const double limit = compressorShare(*host);
     const double processorBefore = processorSeconds();
     const auto begin = Clock::now();
     for (std::int64_t sent = 0; sent < count; sent += 500) host.upload();

@@ -47,8 +47,8 @@ struct DescribeUpload {
 
 std::string describe(const UploadError& error) { return std::visit(DescribeUpload{}, error); }
 
-KiteAPIManagerImpl::KiteAPIManagerImpl(System system, GzipFactory makeGzip)
-    : _system(std::move(system)), _makeGzip(std::move(makeGzip)) {}
+KiteAPIManagerImpl::KiteAPIManagerImpl(System system, Compress compress)
+    : _system(std::move(system)), _compress(std::move(compress)) {}
 
 void KiteAPIManagerImpl::start(APIManagerDependencies dependencies) {
   URL baseURL = dependencies.baseURL;
@@ -146,14 +146,14 @@ std::shared_ptr<const Data> KiteAPIManagerImpl::prepareBody(
                   .events = arguments.events};
   std::erase_if(body.events, [](const auto& event) { return event->isLost(); });
   if (body.events.empty() && !arguments.events.empty()) return nullptr;
-  auto gzip = _makeGzip(Gzip::defaultLevel);
-  if (body.write(*gzip, arguments.now)) {
+  auto text = body.text(arguments.now);
+  if (!text) {
     body.events = encodable(arguments);
     if (body.events.empty()) return nullptr;
-    gzip = _makeGzip(Gzip::defaultLevel);
-    if (body.write(*gzip, arguments.now)) return nullptr;
+    text = body.text(arguments.now);
+    if (!text) return nullptr;
   }
-  auto compressed = gzip->finish();
+  auto compressed = _compress(*std::move(text), defaultGzipLevel);
   if (compressed) return std::make_shared<const Data>(*std::move(compressed));
   report(gzipFailure(compressed.error()));
   return nullptr;

@@ -1,18 +1,20 @@
 #pragma once
 
+#include <Kite/Platform/Gzip.h>
 #include <Kite/Platform/Larder.h>
 #include <Kite/Platform/System.h>
 
 #include "Base/Guarded.h"
 #include "Base/Started.h"
-#include "Upload/Gzip.h"
 #include "Upload/KiteAPIManager.h"
 #include "Upload/ServerResponse.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 namespace kite {
@@ -41,7 +43,8 @@ class KiteAPIManagerImpl final : public KiteAPIManager,
     bool wasAnswered = false;   ///< by this endpoint, or by one that was asked before
   };
 
-  explicit KiteAPIManagerImpl(System system = System::live(), GzipFactory makeGzip = Gzip::zlib);
+  using Compress = std::function<Result<Data, GzipError>(std::string_view bytes, int level)>;
+  explicit KiteAPIManagerImpl(System system = System::live(), Compress compress = gzipped);
 
   void start(APIManagerDependencies dependencies) override;
   void send(EventBatch events, Callback callback) override;
@@ -92,7 +95,7 @@ class KiteAPIManagerImpl final : public KiteAPIManager,
   void setNumber(Larder::Key<double> key, std::optional<double> value);
 
   System _system;
-  GzipFactory _makeGzip;
+  Compress _compress;
   Started<APIManagerDependencies> _dependencies{"Call start before using the APIManager",
                                                 {"KiteAPIManagerImpl", "", 0}};
   Guarded<std::optional<URL>> _currentEndpoint;

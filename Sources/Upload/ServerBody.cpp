@@ -2,7 +2,7 @@
 
 #include "JSON/JSONWriter.h"
 
-#include <string>
+#include <utility>
 
 namespace kite {
 namespace {
@@ -26,22 +26,22 @@ std::optional<EncodingError> appendHead(std::string& text, const ServerBody& bod
 
 }  // namespace
 
-std::optional<EncodingError> ServerBody::write(Gzip& out, double requestTimestamp) const {
-  constexpr std::size_t pieceSize = 32 * 1024;
+Result<std::string, EncodingError> ServerBody::text(double requestTimestamp) const {
+  constexpr std::size_t aroundEvents = 128, stamp = 48;
+  std::size_t size = aroundEvents;
+  for (const auto& event : events) size += event->size() + stamp;
   std::string text;
-  if (auto error = appendHead(text, *this)) return error;
+  text.reserve(size);
+  if (auto error = appendHead(text, *this)) return Failure{*std::move(error)};
   bool isFirst = true;
   for (const auto& event : events) {
     if (!isFirst) text += ',';
     isFirst = false;
-    if (auto error = event->appendStamped(text, requestTimestamp)) return error;
-    if (text.size() < pieceSize) continue;
-    out.write(text);
-    text.clear();
+    if (auto error = event->appendStamped(text, requestTimestamp))
+      return Failure{*std::move(error)};
   }
   text += "]}";
-  out.write(text);
-  return std::nullopt;
+  return text;
 }
 
 }  // namespace kite

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <Kite/Base/Result.h>
+
 #include "Events/EncodedEvent.h"
-#include "Upload/Gzip.h"
 
 #include <optional>
+#include <string>
 
 namespace kite {
 
@@ -13,9 +15,8 @@ struct ServerBody {
   std::optional<double> lastEventTimestamp;
   EventBatch events;
 
-  /// Writes the JSON text, every event stamped with `requestTimestamp`. Without an error it is
-  /// whole; with one, of no use.
-  [[nodiscard]] std::optional<EncodingError> write(Gzip& out, double requestTimestamp) const;
+  /// The JSON text, every event stamped with `requestTimestamp`.
+  Result<std::string, EncodingError> text(double requestTimestamp) const;
 };
 
 }  // namespace kite

@@ -37,13 +37,6 @@ struct Outcome {
   std::optional<UploadError> error;
 };
 
-/// A compressor that gives up.
-class FailingGzip final : public Gzip {
- public:
-  void write(std::string_view) override {}
-  Result<Data, GzipError> finish() override { return Failure{GzipError{"no room"}}; }
-};
-
 class KiteAPIManagerImplTests : public testing::Test {
  protected:
   FakeSystem system;
@@ -693,7 +686,8 @@ TEST_F(KiteAPIManagerImplTests, aReplyThatFindsNoMemoryIsLost) {
 
 TEST_F(KiteAPIManagerImplTests, aBodyThatFindsNoMemoryIsNotDropped) {
   manager = std::make_shared<KiteAPIManagerImpl>(
-      system.system(), [](int) -> std::unique_ptr<Gzip> { throw std::bad_alloc(); });
+      system.system(),
+      [](std::string_view, int) -> Result<Data, GzipError> { throw std::bad_alloc(); });
   start();
   EXPECT_THROW(send(), std::bad_alloc);
   EXPECT_THAT(outcomes, IsEmpty());
@@ -702,10 +696,11 @@ TEST_F(KiteAPIManagerImplTests, aBodyThatFindsNoMemoryIsNotDropped) {
 
 TEST_F(KiteAPIManagerImplTests, aBodyThatCannotBeCompressedIsReported) {
   int askedLevel = 0;
-  manager = std::make_shared<KiteAPIManagerImpl>(system.system(), [&](int level) {
-    askedLevel = level;
-    return std::make_unique<FailingGzip>();
-  });
+  manager = std::make_shared<KiteAPIManagerImpl>(
+      system.system(), [&](std::string_view, int level) -> Result<Data, GzipError> {
+        askedLevel = level;
+        return Failure{GzipError{"no room"}};
+      });
   start();
   send();
   EXPECT_EQ(askedLevel, -1);

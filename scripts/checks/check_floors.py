@@ -11,7 +11,7 @@ HEIGHT = {"Base": 0, "JSON": 1, "Events": 3, "Queue": 4, "Upload": 4, "Sessions"
 # Beside the house: the platform's parts, which only the start in one call sees; the archives' readers stand on the installed
 # headers alone.
 SIDE = {"Linux": {"Base", "JSON"}, "LegacyArchive": set(), "Application": {"Base", "Linux"}}
-THIRD_PARTY = {"JSON": ("simdjson.h",), "Queue": ("simdjson.h",), "Upload": ("zlib.h",)}  # in .cpp files
+THIRD_PARTY = {"JSON": ("simdjson.h",), "Queue": ("simdjson.h",)}  # in .cpp files
 OTHERS = {
     "Tests/Support": {*HEIGHT, "Support"} - {"Facade"},
     "Tools": {"Collector", "Host", "Queue", "Store", "Demo", "Common", "JSON"},

@@ -114,9 +114,9 @@ class Worker : public std::enable_shared_from_this<Worker> {
     }
   }
 
-  bool isStoppedWithin(Clock::duration pause) {
+  bool isStoppedWithin(Clock::duration delay) {
     std::unique_lock guard(_mutex);
-    return _wakeUp.wait_for(guard, pause, [this] { return _isStopped; });
+    return _wakeUp.wait_for(guard, delay, [this] { return _isStopped; });
   }
 
   bool awaitBatch() {
