@@ -135,6 +135,7 @@ void Day::sessionsByHand() {
 void Day::goodNight() {
   _stage.announce("good night; the rest leaves in the background");
   triggerSession("triggerSessionEnd", "end");
+  _stage.call("didEnterBackground");  // saved at once from here on
   _stage.settle();
   _stage.drain();
   _stage.quit();
