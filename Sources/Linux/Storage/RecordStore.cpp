@@ -2,6 +2,7 @@
 
 #include "Base/CatchingBadAlloc.h"
 #include "Linux/Storage/FileSizeSignal.h"
+#include "Linux/Storage/MasterKeyFile.h"
 
 #include <unistd.h>
 
@@ -12,35 +13,80 @@ namespace kite::Linux {
 using Larder::EditOutcome;
 using Larder::EditResult;
 
-RecordStore::Place RecordStore::own(const std::filesystem::path& path, const StoreName& name,
-                                    const System& system) {
-  auto folder = StoreFolder::own(path, name, system);
-  if (folder) return {name, path, *std::move(folder)};
-  system.print("[KITE] The " + name.title + " keeps its values in memory only: " + folder.error());
-  return {name, path, nullptr};
+std::unique_ptr<RecordStore> RecordStore::open(const std::filesystem::path& folder,
+                                               const StoreName& name, const System& system) {
+  const WithoutFileSizeSignal quiet;
+  auto opened = StoreLogs::own(folder, name, system);
+  std::string trouble = opened ? "" : opened.error();
+  Logs logs = opened ? *std::move(opened) : nullptr;
+  auto key = name.isSecret && logs ? readOrMakeMasterKey(*logs->folder(), system) : nullptr;
+  if (name.isSecret && logs && !key) {
+    trouble = "it has no key";
+    logs = nullptr;
+  }
+  if (name.isSecret && !key) key = MasterKey::random();
+  if (!logs)
+    system.print("[KITE] The " + name.title + " keeps its values in memory only: " + trouble);
+  return std::unique_ptr<RecordStore>(
+      new RecordStore(folder, name, std::move(logs), std::move(key), system));
 }
 
-RecordStore::RecordStore(Place place, Codec codec, System system)
-    : _codec(std::move(codec)),
+Result<std::unique_ptr<RecordStore>, std::string> RecordStore::inspect(
+    const std::filesystem::path& folder, const StoreName& name, bool forWriting) {
+  const auto& system = System::live();
+  auto logs = forWriting ? StoreLogs::own(folder, name, system) : StoreLogs::inspect(folder, name);
+  if (!logs) return Failure{logs.error()};
+  const auto& place = *(*logs)->folder();
+  Key key;
+  if (name.isSecret) {
+    key = forWriting ? readOrMakeMasterKey(place, system) : readMasterKey(place);
+    if (!key) return Failure{folder.string() + " holds no key to the secrets"};
+  }
+  return std::unique_ptr<RecordStore>(
+      new RecordStore(forWriting ? folder : "", name, *std::move(logs), std::move(key), system));
+}
+
+RecordStore::RecordStore(std::filesystem::path path, StoreName name, Logs logs, Key key,
+                         System system)
+    : _name(std::move(name)),
+      _key(std::move(key)),
       _system(std::move(system)),
       _process(::getpid()),
-      _place(std::move(place)),
-      _trouble(_system, _place.name.title) {
+      _path(std::move(path)),
+      _logs(std::move(logs)),
+      _trouble(_system, _name.title) {
   const WithoutFileSizeSignal quiet;
-  if (_place.folder) {
+  if (_logs) {
     load();
   } else {
-    _trouble.wasTold();  // by whoever made the place
+    _trouble.wasTold();  // by whoever has tried to open it
   }
 }
 
 bool RecordStore::isInChild() const { return _process != ::getpid(); }
 
+std::optional<RecordStore::Value> RecordStore::decoded(std::string_view key,
+                                                       const SavedValue& saved) const {
+  if (saved.kind < ValueKind::data || saved.kind > ValueKind::dictionary) return std::nullopt;
+  if (_name.isSecret && (!_key || saved.kind != ValueKind::data)) return std::nullopt;
+  if (saved.kind == ValueKind::number && saved.bytes.size() != sizeof(double)) return std::nullopt;
+  auto bytes = _name.isSecret ? unseal(*_key, key, saved.bytes) : std::optional(saved.bytes);
+  if (!bytes) return std::nullopt;
+  return Value{saved.kind, std::make_shared<const Larder::StoredValue>(Data{*std::move(bytes)})};
+}
+
+std::optional<SavedValue> RecordStore::encoded(std::string_view key, const Value& value) const {
+  const auto& bytes = value.bytes->data().bytes;
+  if (!_name.isSecret) return SavedValue{value.kind, bytes};
+  auto sealed = _key ? seal(*_key, key, bytes) : std::nullopt;
+  return sealed ? std::optional(SavedValue{value.kind, *std::move(sealed)}) : std::nullopt;
+}
+
 void RecordStore::load() {
   std::size_t damaged = 0;
-  const bool isRead = logs().readValues([&](std::string_view key, const SavedValue& saved) {
+  const bool isRead = _logs->readValues([&](std::string_view key, const SavedValue& saved) {
     if (saved.kind == ValueKind::list) return;
-    if (auto value = _codec.decode(key, saved)) {
+    if (auto value = decoded(key, saved)) {
       _image.insert_or_assign(std::string(key), *std::move(value));
     } else {
       ++damaged;
@@ -49,27 +95,33 @@ void RecordStore::load() {
   if (!isRead) return leave();
   learnLists();
   if (damaged != 0)
-    _system.print("[KITE] Damaged values in the " + _place.name.title + ": " +
-                  std::to_string(damaged));
+    _system.print("[KITE] Damaged values in the " + _name.title + ": " + std::to_string(damaged));
 }
 
-bool RecordStore::loadRows() {
-  if (!_place.folder) return false;
-  if (logs().hasRows()) return true;
-  if (!logs().loadRows()) return leave(), false;
-  learnLists();
-  return true;
+// Not under the lock: who writes a value meanwhile does not wait for it.
+bool RecordStore::loadRows(Writing& writing) {
+  while (_logs && !_logs->hasRows()) {
+    const auto logs = _logs;
+    writing.unlock();
+    auto rows = logs->readRows();
+    writing.lock();
+    if (logs != _logs || logs->hasRows()) continue;
+    if (!rows) return leave(), false;
+    logs->takeRows(*std::move(rows));
+    learnLists();
+  }
+  return _logs != nullptr;
 }
 
 // A list under a key that has a value was about to be replaced by it, or the other way round.
 void RecordStore::learnLists() {
   const std::scoped_lock guard(_imageMutex);
-  for (auto& key : logs().listKeys()) {
+  for (auto& key : _logs->listKeys()) {
     const auto found = _image.find(key);
     if (found == _image.end()) {
-      _image.emplace(std::move(key), List{});
-    } else if (!std::holds_alternative<List>(found->second) && isWritable()) {
-      logs().endList(key);
+      _image.emplace(std::move(key), Value{ValueKind::list, nullptr});
+    } else if (found->second.kind != ValueKind::list && isWritable()) {
+      _logs->endList(key);
     }
   }
 }
@@ -77,8 +129,8 @@ void RecordStore::learnLists() {
 // What it holds cannot be read this time, and must not be written over by what is known without it.
 void RecordStore::leave() {
   if (!isWritable()) return;
-  _trouble.begins(logs().error());
-  _place.folder = nullptr;
+  _trouble.begins(_logs->error());
+  _logs = nullptr;
   _store = 0;
 }
 
@@ -88,23 +140,25 @@ std::optional<RecordStore::Value> RecordStore::find(std::string_view key) const 
   return found == _image.end() ? std::nullopt : std::optional(found->second);
 }
 
-std::map<std::string, RecordStore::Value, std::less<>> RecordStore::all() const {
+std::map<std::string, ValueKind> RecordStore::kinds() const {
   const std::scoped_lock guard(_imageMutex);
-  return {_image.begin(), _image.end()};
+  std::map<std::string, ValueKind> kinds;
+  for (const auto& [key, value] : _image) kinds.emplace(key, value.kind);
+  return kinds;
 }
 
 bool RecordStore::holdsList(std::string_view key) const {
   const auto value = find(key);
-  return value && std::holds_alternative<List>(*value);
+  return value && value->kind == ValueKind::list;
 }
 
 std::optional<Larder::SavedList> RecordStore::readList(std::string_view key) {
   if (isInChild()) return std::nullopt;
   const WithoutFileSizeSignal quiet;
-  const std::scoped_lock writing(_writing);
-  if (!loadRows() || !holdsList(key)) return std::nullopt;
+  Writing writing(_writing);
+  if (!loadRows(writing) || !holdsList(key)) return std::nullopt;
   Larder::SavedList list;
-  const auto outcome = logs().readList(key, list);
+  const auto outcome = _logs->readList(key, list);
   if (outcome == RowLog::Outcome::failed) leave();
   return outcome == RowLog::Outcome::done ? std::optional(std::move(list)) : std::nullopt;
 }
@@ -116,24 +170,26 @@ void RecordStore::changeImage(Change change) {
   _revision.fetch_add(1, std::memory_order_release);
 }
 
-void RecordStore::set(std::string_view key, Value value) {
-  if (isInChild()) return;
-  const WithoutFileSizeSignal quiet;
-  const std::scoped_lock writing(_writing);
-  if (holdsList(key)) loadRows();
-  _unsaved.emplace(key);
-  changeImage([&](Image& image) { image.insert_or_assign(std::string(key), std::move(value)); });
-  save();
+void RecordStore::set(std::string_view key, ValueKind kind, Data data) {
+  change(key, Value{kind, std::make_shared<const Larder::StoredValue>(std::move(data))});
 }
 
-void RecordStore::remove(std::string_view key) {
+void RecordStore::remove(std::string_view key) { change(key, std::nullopt); }
+
+void RecordStore::change(std::string_view key, std::optional<Value> value) {
   if (isInChild()) return;
   const WithoutFileSizeSignal quiet;
-  const std::scoped_lock writing(_writing);
-  if (!find(key)) return;
-  if (holdsList(key)) loadRows();
+  Writing writing(_writing);
+  if (holdsList(key)) loadRows(writing);
+  if (!value && !find(key)) return;
   _unsaved.emplace(key);
-  changeImage([&](Image& image) { image.erase(image.find(key)); });
+  changeImage([&](Image& image) {
+    if (value) {
+      image.insert_or_assign(std::string(key), *std::move(value));
+    } else {
+      image.erase(image.find(key));
+    }
+  });
   save();
 }
 
@@ -146,26 +202,26 @@ void RecordStore::save() {
     if (isSaved) _unsaved.erase(_unsaved.begin());
   }
   report(isSaved);
-  if (logs().isGrown()) logs().rewriteValues();
-  if (_place.name.syncsSoon) _syncThread.syncSoon(logs().valuesFile());
+  if (_logs->isGrown()) _logs->rewriteValues();
+  if (_name.isSecret) _syncThread.syncSoon(_logs->valuesFile());
 }
 
 // A value counts before the list that it replaces is gone.
 bool RecordStore::saveOne(const std::string& key) {
   const auto value = find(key);
-  if (!value) return logs().remove(key) && logs().endList(key);
-  if (std::holds_alternative<List>(*value)) return true;
-  const auto saved = _codec.encode(key, *value);
-  return saved && logs().put(key, *saved) && logs().endList(key);
+  if (!value) return _logs->remove(key) && _logs->endList(key);
+  if (value->kind == ValueKind::list) return true;
+  const auto saved = encoded(key, *value);
+  return saved && _logs->put(key, *saved) && _logs->endList(key);
 }
 
 EditResult RecordStore::edit(std::string_view key, const Larder::ListEdit& edit,
                              Larder::Durability durability) {
   if (isInChild()) return {EditOutcome::failed};
   const WithoutFileSizeSignal quiet;
-  std::unique_lock writing(_writing);
+  Writing writing(_writing);
   save();
-  if (!isWritable() || !loadRows() || _unsaved.contains(key)) return {EditOutcome::failed};
+  if (!isWritable() || !loadRows(writing) || _unsaved.contains(key)) return {EditOutcome::failed};
   auto result = appendEdit(key, edit);
   const bool isDone = result.outcome == EditOutcome::saved;
   if (isDone && durability == Larder::Durability::survivesPowerCut && !syncAll(writing)) {
@@ -180,9 +236,9 @@ EditResult RecordStore::appendEdit(std::string_view key, const Larder::ListEdit&
   if (!edit.replacesAll && !holdsList(key)) return {EditOutcome::listIsGone};
   // Made before the file changes: after that nothing may go wrong.
   Image edited;
-  edited.emplace(key, List{});
+  edited.emplace(key, Value{ValueKind::list, nullptr});
   EditResult result{EditOutcome::failed};
-  const auto outcome = logs().edit(key, edit, result.placed);
+  const auto outcome = _logs->edit(key, edit, result.placed);
   if (outcome == RowLog::Outcome::noList) return {EditOutcome::listIsGone};
   if (outcome != RowLog::Outcome::done) return {EditOutcome::failed};
   changeImage([&](Image& image) {
@@ -195,14 +251,14 @@ EditResult RecordStore::appendEdit(std::string_view key, const Larder::ListEdit&
 
 // Not under the lock: who writes a value meanwhile does not wait for the medium. What could not be
 // synced is synced by the next edit that asks for it.
-bool RecordStore::syncAll(std::unique_lock<std::mutex>& writing) {
-  const auto files = logs().unsynced();
-  bool areSynced = logs().syncFolder();
+bool RecordStore::syncAll(Writing& writing) {
+  const auto files = _logs->unsynced();
+  bool areSynced = _logs->syncFolder();
   writing.unlock();
   for (const auto& file : files) areSynced = file->sync() && areSynced;
   writing.lock();
   _isSyncOwed = !areSynced;
-  if (_place.folder) areSynced ? logs().wereSynced(files) : report(false);
+  if (_logs) areSynced ? _logs->wereSynced(files) : report(false);
   return areSynced;
 }
 
@@ -210,29 +266,28 @@ bool RecordStore::syncAll(std::unique_lock<std::mutex>& writing) {
 // it, all of them or some. What an earlier run has left there is not touched: it waits for the next
 // start.
 void RecordStore::comeBack() {
-  if (_place.path.empty() || (_place.folder && logs().areLinked())) return;
-  if (_place.folder) _store = logs().store();
-  _place.folder = nullptr;
-  auto folder = StoreFolder::own(_place.path, _place.name, _system);
-  if (!folder) return _trouble.begins(folder.error());
-  if (!(*folder)->logs().isEmpty() && (*folder)->logs().store() != _store) {
-    _place.path.clear();
-    return;
-  }
-  if (!_codec.moveTo((*folder)->folder())) return _trouble.begins("its key cannot be kept");
-  _place.folder = *std::move(folder);
+  if (_path.empty() || (_logs && _logs->areLinked())) return;
+  if (_logs) _store = _logs->store();
+  _logs = nullptr;
+  auto opened = StoreLogs::own(_path, _name, _system);
+  if (!opened) return _trouble.begins(opened.error());
+  Logs logs = *std::move(opened);
+  if (!logs->isEmpty() && logs->store() != _store) return _path.clear();
+  if (_name.isSecret && !(_key && keepMasterKey(*logs->folder(), *_key)))
+    return _trouble.begins("its key cannot be kept");
+  _logs = std::move(logs);
   // Whoever has a list writes it whole again: nobody knows what the files have of it.
-  if (!logs().loadRows()) return leave();
-  for (const auto& key : logs().listKeys()) logs().endList(key);
+  if (!_logs->loadRows()) return leave();
+  for (const auto& key : _logs->listKeys()) _logs->endList(key);
   const std::scoped_lock guard(_imageMutex);
-  std::erase_if(_image, [](const auto& item) { return std::holds_alternative<List>(item.second); });
+  std::erase_if(_image, [](const auto& item) { return item.second.kind == ValueKind::list; });
   for (const auto& [key, value] : _image) _unsaved.insert(key);
 }
 
 // A line is not worth a failure of what has been done.
 void RecordStore::report(bool isSaved) {
   if (isSaved && _isSyncOwed) return;
-  catchingBadAlloc([&] { isSaved ? _trouble.isOver() : _trouble.goesOn(logs().error()); });
+  catchingBadAlloc([&] { isSaved ? _trouble.isOver() : _trouble.goesOn(_logs->error()); });
 }
 
 }  // namespace kite::Linux

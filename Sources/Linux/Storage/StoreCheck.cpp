@@ -1,7 +1,7 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
 #include "Linux/Storage/FolderDisk.h"
-#include "Linux/Storage/StoreFolder.h"
+#include "Linux/Storage/StoreLogs.h"
 
 #include <algorithm>
 #include <utility>

@@ -5,7 +5,18 @@ namespace kite::Linux {
 namespace {
 
 constexpr std::uint32_t headSeed = 0;
-constexpr std::size_t storeSize = 8;
+constexpr std::size_t numberSize = 8;
+
+/// The first of the two copies at the beginning of a file that is whole.
+std::optional<Record> wholeHead(std::string_view file, std::size_t payloadSize) {
+  RecordScanner records(file.substr(0, 2 * (Record::headerSize + payloadSize)), headSeed);
+  while (const auto record = records.next()) {
+    if (record->kind == Record::Kind::head && record->payload.size() == payloadSize &&
+        records.isPayloadSound())
+      return record;
+  }
+  return std::nullopt;
+}
 
 }  // namespace
 
@@ -17,18 +28,31 @@ std::string Damages::text() const {
 
 void appendHead(std::string& out, const Head& head) {
   std::string payload;
-  appendNumber(payload, head.store, storeSize);
+  appendNumber(payload, head.store, numberSize);
   append(out, {.kind = Record::Kind::head, .edit = head.lastEdit, .payload = payload}, headSeed);
 }
 
 std::optional<Head> headOf(std::string_view file) {
-  RecordScanner records(file.substr(0, Head::size), headSeed);
-  while (const auto record = records.next()) {
-    if (record->kind == Record::Kind::head && record->payload.size() == storeSize &&
-        records.isPayloadSound())
-      return Head{.store = numberAt(record->payload, 0, storeSize), .lastEdit = record->edit};
-  }
-  return std::nullopt;
+  const auto record = wholeHead(file, numberSize);
+  if (!record) return std::nullopt;
+  return Head{.store = numberAt(record->payload, 0, numberSize), .lastEdit = record->edit};
+}
+
+void appendWitness(std::string& out, const Witness& witness) {
+  std::string payload;
+  for (const auto number :
+       {witness.store, witness.lastValue, witness.lastEdit, witness.firstSegment})
+    appendNumber(payload, number, numberSize);
+  append(out, {.kind = Record::Kind::head, .payload = payload}, headSeed);
+}
+
+std::optional<Witness> witnessIn(std::string_view file) {
+  const auto record = wholeHead(file, 4 * numberSize);
+  if (!record) return std::nullopt;
+  const auto number = [&](std::size_t i) {
+    return numberAt(record->payload, i * numberSize, numberSize);
+  };
+  return Witness{number(0), number(1), number(2), number(3)};
 }
 
 RecordScanner recordsOf(std::string_view file, std::uint64_t store) {

@@ -18,6 +18,9 @@ class Damages {
   void add(const std::string& file, const std::string& what) {
     _found.push_back(file + " " + what);
   }
+  void add(const Damages& others) {
+    _found.insert(_found.end(), others._found.begin(), others._found.end());
+  }
   bool empty() const { return _found.empty(); }
   std::string text() const;
 
@@ -36,6 +39,23 @@ struct Head {
 void appendHead(std::string& out, const Head& head);
 /// Nothing when the beginning of the file is damaged.
 std::optional<Head> headOf(std::string_view file);
+
+/// How far the logs of a store reach; all that its file "state" says. A log that ends early at the
+/// edge of a record looks whole; this tells that it is not. The file is written after the logs and
+/// synced only before a segment is removed, so that it may be behind them, but is ahead of them
+/// only after a loss.
+struct Witness {
+  static constexpr std::size_t size = 2 * (Record::headerSize + 32);
+  std::uint64_t store = 0;
+  std::uint64_t lastValue = 0;
+  std::uint64_t lastEdit = 0;
+  std::uint64_t firstSegment = 0;  ///< older ones are gone for good
+
+  friend bool operator==(const Witness&, const Witness&) = default;
+};
+
+void appendWitness(std::string& out, const Witness& witness);
+std::optional<Witness> witnessIn(std::string_view file);
 
 /// The records behind the head, or all that can be found when there is none.
 RecordScanner recordsOf(std::string_view file, std::uint64_t store);

@@ -9,7 +9,12 @@ namespace kite::Linux {
 
 namespace {
 
+constexpr const char* stateName = "state";
 constexpr std::size_t listNumberSize = 4;
+
+bool isLog(std::string_view fileName) {
+  return fileName == ValueLog::fileName || RowLog::isSegment(fileName);
+}
 
 SavedValue listValue(std::uint32_t number) {
   SavedValue value{ValueKind::list, {}};
@@ -25,9 +30,9 @@ std::uint64_t newStore(const System& system) {
   return halves[0] ^ halves[1];
 }
 
-std::optional<std::string> beginningOf(Disk& disk, const std::string& name) {
+std::optional<std::string> beginningOf(Disk& disk, const std::string& name, std::size_t size) {
   const auto file = disk.open(name);
-  return file ? file->read(0, Head::size) : std::nullopt;
+  return file ? file->read(0, size) : std::nullopt;
 }
 
 /// Whether a file without a readable head is the store's all the same. An empty one may be.
@@ -39,12 +44,8 @@ bool holdsRecords(Disk& disk, const std::string& name, std::uint64_t store) {
 
 }  // namespace
 
-bool StoreLogs::isLog(std::string_view fileName) {
-  return fileName == ValueLog::fileName || RowLog::isSegment(fileName);
-}
-
 bool StoreLogs::isPart(std::string_view fileName) {
-  return isLog(fileName) || fileName == lockName || fileName == Witness::fileName ||
+  return isLog(fileName) || fileName == lockName || fileName == stateName ||
          fileName.ends_with(".index");
 }
 
@@ -58,9 +59,11 @@ StoreLogs::Opened StoreLogs::own(std::shared_ptr<Disk> disk, const std::string& 
   if (!logs->_values) logs->_values = ValueLog::make(*logs->_disk, logs->_known.store);
   if (!logs->_values) return Failure{logs->error()};
   // The rows, too, tell what the values have lost.
-  const bool isDamaged = !logs->_damages.empty();
-  if (isDamaged && !logs->readRows()) return Failure{logs->error()};
-  logs->begin();
+  if (logs->_damages.empty()) {
+    logs->begin();
+  } else if (!logs->loadRows()) {
+    return Failure{logs->error()};
+  }
   return logs;
 }
 
@@ -70,11 +73,14 @@ StoreLogs::Opened StoreLogs::inspect(std::shared_ptr<Disk> disk, const std::stri
   constexpr int looks = 5;
   for (int look = 1;; ++look) {
     std::unique_ptr<StoreLogs> logs(new StoreLogs(disk, title, system));
-    const bool isRead = logs->identify() && logs->loadValues() && logs->readRows();
-    if (isRead && !logs->_values && logs->_rows->keys().empty())
-      return Failure{std::string("there is no store")};
-    if (isRead && !logs->_values) logs->_values = ValueLog::none(*disk);
-    if (isRead) return logs;
+    auto rows = logs->identify() && logs->loadValues() ? logs->readRows() : std::nullopt;
+    if (rows) {
+      logs->_rows = std::move(rows->log);
+      if (logs->_values) return logs;
+      if (logs->_rows->keys().empty()) return Failure{std::string("there is no store")};
+      logs->_values = ValueLog::none(*disk);
+      return logs;
+    }
     if (look == looks) return Failure{logs->error()};
   }
 }
@@ -86,14 +92,15 @@ bool StoreLogs::identify() {
   std::map<std::uint64_t, int> votes;
   std::map<std::string, std::optional<std::uint64_t>> stores;
   const auto vote = [&](std::uint64_t store) { ++votes[store]; };
-  if (const auto known = Witness::read(*_disk)) {
-    _known = *known;
-    vote(known->store);
-  }
   for (const auto& name : *names) {
+    if (name == stateName) {
+      const auto known = witnessIn(beginningOf(*_disk, name, Witness::size).value_or(""));
+      if (known) vote((_known = *known).store);
+    }
     if (!isLog(name) && name != lockName) continue;
-    const auto beginning = beginningOf(*_disk, name);
+    const auto beginning = beginningOf(*_disk, name, Head::size);
     if (!beginning) return false;
+    if (name == lockName) _lockHead = *beginning;
     const auto head = headOf(*beginning);
     if (head) vote(head->store);
     if (isLog(name)) stores[name] = head ? std::optional(head->store) : std::nullopt;
@@ -122,23 +129,28 @@ bool StoreLogs::loadValues() {
   });
 }
 
-bool StoreLogs::readRows() {
+std::optional<StoreLogs::Rows> StoreLogs::readRows() const {
   const auto tell = [print = _system.print, title = _title](std::size_t count) {
     print("[KITE] Damaged elements were dropped from a list in the " + title + ": " +
           std::to_string(count));
   };
-  auto rows = std::make_unique<RowLog>(_disk, _known.store, tell);
-  if (!rows->load(_names, {_known.lastEdit, _known.firstSegment, _listNumbers}, _damages))
-    return false;
-  _rows = std::move(rows);
-  return true;
+  Rows rows{std::make_unique<RowLog>(_disk, _known.store, tell), {}};
+  const RowLog::Known known{_known.lastEdit, _known.firstSegment, _listNumbers};
+  if (!rows.log->load(_names, known, rows.damages)) return std::nullopt;
+  return rows;
+}
+
+void StoreLogs::takeRows(Rows rows) {
+  _rows = std::move(rows.log);
+  _damages.add(rows.damages);
+  begin();
 }
 
 bool StoreLogs::loadRows() {
   if (_rows) return true;
-  if (!readRows()) return false;
-  begin();
-  return true;
+  auto rows = readRows();
+  if (rows) takeRows(*std::move(rows));
+  return _rows != nullptr;
 }
 
 // What is damaged is mended before the witness forgets what was there.
@@ -152,9 +164,11 @@ void StoreLogs::begin() {
   }
   std::string head;
   appendHead(head, {.store = _known.store, .lastEdit = 0});
-  if (const auto lock = _disk->open(lockName); lock && beginningOf(*_disk, lockName) != head)
-    lock->write(0, head);
-  if (!_witness) _witness = Witness::make(*_disk, state());
+  if (_lockHead != head) {
+    const auto lock = _disk->open(lockName);
+    if (lock && lock->write(0, head)) _lockHead = head;
+  }
+  if (!_state) _state = _disk->make(stateName);
   settle();
 }
 
@@ -165,7 +179,7 @@ void StoreLogs::setAside(const std::string& name) {
                   " belongs to no store or to another one: it was set aside as " + newName);
 }
 
-Witness::State StoreLogs::state() const {
+Witness StoreLogs::witness() const {
   return {.store = _known.store,
           .lastValue = _values->lastChange(),
           .lastEdit = _rows ? _rows->lastEdit() : _known.lastEdit,
@@ -174,22 +188,26 @@ Witness::State StoreLogs::state() const {
 
 // Were a segment gone before the witness knows, the next start would miss it.
 void StoreLogs::settle() {
-  if (_witness) _witness->set(state());
+  if (const auto now = witness(); _state && _told != now) {
+    std::string text;
+    appendWitness(text, now);
+    _state->write(0, text);
+    _told = now;
+  }
   if (!_rows || !_rows->hasDropped()) return;
-  if (!_witness || _witness->sync()) _rows->removeDropped();
+  if (!_state || _state->sync()) _rows->removeDropped();
+}
+
+bool StoreLogs::settled(bool isDone) {
+  if (isDone) settle();
+  return isDone;
 }
 
 bool StoreLogs::put(std::string_view key, const SavedValue& value) {
-  const bool isDone = _values->put(key, value);
-  if (isDone) settle();
-  return isDone;
+  return settled(_values->put(key, value));
 }
 
-bool StoreLogs::remove(std::string_view key) {
-  const bool isDone = _values->remove(key);
-  if (isDone) settle();
-  return isDone;
-}
+bool StoreLogs::remove(std::string_view key) { return settled(_values->remove(key)); }
 
 std::vector<std::string> StoreLogs::listKeys() const {
   if (_rows) return _rows->keys();
@@ -208,7 +226,7 @@ RowLog::Outcome StoreLogs::readList(std::string_view key, Larder::SavedList& lis
   return _rows ? _rows->read(key, list) : RowLog::Outcome::noList;
 }
 
-// A list that replaces bytes counts once these are gone; for any other the note is a second
+// A list that replaces bytes counts once these are gone; for any other the value is a second
 // witness.
 RowLog::Outcome StoreLogs::edit(std::string_view key, const Larder::ListEdit& edit,
                                 RowLog::Placed& placed) {
@@ -221,10 +239,7 @@ RowLog::Outcome StoreLogs::edit(std::string_view key, const Larder::ListEdit& ed
 }
 
 bool StoreLogs::endList(std::string_view key) {
-  if (!_rows || !_rows->holds(key)) return true;
-  const bool isDone = _rows->end(key);
-  settle();
-  return isDone;
+  return !_rows || !_rows->holds(key) || settled(_rows->end(key));
 }
 
 std::vector<std::shared_ptr<LogFile>> StoreLogs::unsynced() const {

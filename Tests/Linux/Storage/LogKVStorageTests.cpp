@@ -1,5 +1,5 @@
 #include "Linux/Storage/KVStoreFixture.h"
-#include "Linux/Storage/StoreFolder.h"
+#include "Linux/Storage/StoreLogs.h"
 #include "Support/AppendRows.h"
 #include "Support/FullDisk.h"
 #include "Support/Rows.h"
@@ -269,10 +269,9 @@ TEST_F(LogKVStorageTests, setsAFileAsideThatIsNoLog) {
 TEST_F(LogKVStorageTests, readsANumberOfAnotherSizeAsAbsent) {
   for (const std::size_t size : {7U, 9U, 16U}) {
     {
-      const auto store =
-          Linux::StoreFolder::own(folder, Linux::keyValueStoreName(), system.system());
+      const auto store = Linux::StoreLogs::own(folder, Linux::keyValueStoreName(), system.system());
       ASSERT_TRUE(store) << store.error();
-      EXPECT_TRUE((*store)->logs().put("n", {Linux::ValueKind::number, std::string(size, '\1')}));
+      EXPECT_TRUE((*store)->put("n", {Linux::ValueKind::number, std::string(size, '\1')}));
     }
     EXPECT_EQ(open()->readNumber("n"), std::nullopt) << size;
     EXPECT_EQ(system.lines().back(), "[KITE] Damaged values in the key-value store: 1");

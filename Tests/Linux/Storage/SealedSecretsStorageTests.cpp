@@ -1,6 +1,6 @@
 #include <Kite/Linux/LinuxPlatform.h>
 
-#include "Linux/Storage/StoreFolder.h"
+#include "Linux/Storage/StoreLogs.h"
 #include "Support/FakeSystem.h"
 #include "Support/FileLease.h"
 #include "Support/TemporaryFolder.h"
@@ -37,19 +37,19 @@ class SealedSecretsStorageTests : public testing::Test {
   std::string savedText(const char* key) { return text(open(), key); }
 
   /// The store as somebody sees it who knows the format but not the master key.
-  std::unique_ptr<Linux::StoreFolder> openLogs() {
-    auto store = Linux::StoreFolder::own(folder, Linux::secretsStoreName(), system.system());
-    return store ? *std::move(store) : nullptr;
+  std::unique_ptr<Linux::StoreLogs> openLogs() {
+    auto logs = Linux::StoreLogs::own(folder, Linux::secretsStoreName(), system.system());
+    return logs ? *std::move(logs) : nullptr;
   }
   std::string sealed(std::string_view key) {
     std::string bytes;
-    openLogs()->logs().readValues([&](std::string_view name, const SavedValue& value) {
+    openLogs()->readValues([&](std::string_view name, const SavedValue& value) {
       if (name == key) bytes = value.bytes;
     });
     return bytes;
   }
   void forge(std::string_view key, std::string bytes) {
-    EXPECT_TRUE(openLogs()->logs().put(key, {Linux::ValueKind::data, std::move(bytes)}));
+    EXPECT_TRUE(openLogs()->put(key, {Linux::ValueKind::data, std::move(bytes)}));
   }
   void tamperWith(std::string_view key) {
     auto bytes = sealed(key);
