@@ -27,8 +27,7 @@ std::unique_ptr<RecordStore> RecordStore::open(const std::filesystem::path& fold
   if (name.isSecret && !key) key = MasterKey::random();
   if (!logs)
     system.print("[KITE] The " + name.title + " keeps its values in memory only: " + trouble);
-  return std::unique_ptr<RecordStore>(
-      new RecordStore(folder, name, std::move(logs), std::move(key), system));
+  return std::make_unique<RecordStore>(folder, name, std::move(logs), std::move(key), system);
 }
 
 Result<std::unique_ptr<RecordStore>, std::string> RecordStore::inspect(
@@ -42,8 +41,8 @@ Result<std::unique_ptr<RecordStore>, std::string> RecordStore::inspect(
     key = forWriting ? readOrMakeMasterKey(place, system) : readMasterKey(place);
     if (!key) return Failure{folder.string() + " holds no key to the secrets"};
   }
-  return std::unique_ptr<RecordStore>(
-      new RecordStore(forWriting ? folder : "", name, *std::move(logs), std::move(key), system));
+  return std::make_unique<RecordStore>(forWriting ? folder : "", name, *std::move(logs),
+                                       std::move(key), system);
 }
 
 RecordStore::RecordStore(std::filesystem::path path, StoreName name, Logs logs, Key key,

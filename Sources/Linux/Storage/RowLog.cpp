@@ -171,7 +171,7 @@ bool RowLog::startSegment() {
 void RowLog::writeIndex() {
   _written.size = _active->size();
   _written.lastEdit = _lastEdit;
-  LogFile::make(*_disk, indexName(_segments.rbegin()->first), indexOf(_written, _store));
+  LogFile::make(*_disk, indexName(_segments.rbegin()->first), asIndex(_written, _store));
 }
 
 // The last ones stay open, so that a folder that is taken away costs no event.

@@ -58,7 +58,8 @@ class RowLog {
   bool end(std::string_view key);
 
   bool hasDropped() const { return !_dropped.empty(); }
-  /// Removes the files of dropped segments. Only after the witness knows that they are gone.
+  /// Removes the files of dropped segments, and indexes without a segment. Only after the witness
+  /// knows that they are gone.
   void removeDropped();
   /// The files whose `sync` puts all edits on the medium; to be told when they are synced.
   std::vector<std::shared_ptr<LogFile>> unsynced() const;
@@ -110,16 +111,17 @@ class RowLog {
   void compact(Placed& placed);
   bool move(std::uint64_t segment, Placed& placed);
   void drop(std::uint64_t segment);
+  void dropFiles(std::uint64_t segment);
 
   std::shared_ptr<Disk> _disk;
   std::uint64_t _store;
   TellDamaged _tell;
   std::map<std::uint64_t, Segment> _segments;  // by number
-  std::vector<std::uint64_t> _dropped;
-  Lists _lists;                      // by key
-  std::shared_ptr<LogFile> _active;  // the last segment's
-  SegmentContents _written;          // of the last segment
-  Contents _loaded;                  // until somebody reads or edits
+  std::vector<std::string> _dropped;           // files
+  Lists _lists;                                // by key
+  std::shared_ptr<LogFile> _active;            // the last segment's
+  SegmentContents _written;                    // of the last segment
+  Contents _loaded;                            // until somebody reads or edits
   std::uint64_t _nextSegment = 1;
   std::uint32_t _nextList = 1;
   std::uint64_t _lastEdit = 0;

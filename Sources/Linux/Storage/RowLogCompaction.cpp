@@ -88,14 +88,16 @@ void RowLog::drop(std::uint64_t segment) {
   const auto found = _segments.find(segment);
   if (found->second.file.use_count() > 1) found->second.file->keepOpen();
   _segments.erase(found);
-  _dropped.push_back(segment);
+  dropFiles(segment);
+}
+
+void RowLog::dropFiles(std::uint64_t segment) {
+  _dropped.push_back(segmentName(segment));
+  _dropped.push_back(indexName(segment));
 }
 
 void RowLog::removeDropped() {
-  for (const auto segment : _dropped) {
-    _disk->remove(segmentName(segment));
-    _disk->remove(indexName(segment));
-  }
+  for (const auto& name : _dropped) _disk->remove(name);
   _dropped.clear();
 }
 

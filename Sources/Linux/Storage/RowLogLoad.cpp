@@ -24,11 +24,15 @@ std::optional<RowLog::Contents> RowLog::readAll(const std::vector<std::string>& 
   for (const auto& name : names) {
     if (const auto number = segmentOf(name)) numbers.insert(*number);
   }
+  for (const auto& name : names) {
+    if (const auto index = indexOf(name); index && !numbers.contains(*index))
+      _dropped.push_back(name);
+  }
   Contents all;
   auto expected = known.firstSegment;
   for (const auto number : numbers) {
     if (number < known.firstSegment) {
-      _dropped.push_back(number);
+      dropFiles(number);
       continue;
     }
     for (; expected != 0 && expected < number; ++expected) {

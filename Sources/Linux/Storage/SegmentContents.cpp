@@ -11,13 +11,24 @@ namespace kite::Linux {
 namespace {
 
 constexpr std::string_view prefix = "rows-";
-constexpr std::string_view suffix = ".log";
+constexpr std::string_view segmentSuffix = ".log";
+constexpr std::string_view indexSuffix = ".index";
 constexpr std::uint64_t always = 0;  // the edit of records that need no end mark
 constexpr std::size_t sizeBytes = 8;
 
 // Entries are copied as they are in memory.
 static_assert(std::endian::native == std::endian::little);
 static_assert(sizeof(RowEntry) == 40);
+
+std::optional<std::uint64_t> numberIn(std::string_view name, std::string_view suffix) {
+  if (!name.starts_with(prefix) || !name.ends_with(suffix)) return std::nullopt;
+  name.remove_prefix(prefix.size());
+  name.remove_suffix(std::min(name.size(), suffix.size()));
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
+  const bool isNumber = error == std::errc() && end == name.data() + name.size();
+  return isNumber ? std::optional(number) : std::nullopt;
+}
 
 class Scan {
  public:
@@ -57,21 +68,19 @@ class Scan {
 }  // namespace
 
 std::string segmentName(std::uint64_t segment) {
-  return std::string(prefix) + std::to_string(segment) + std::string(suffix);
+  return std::string(prefix).append(std::to_string(segment)).append(segmentSuffix);
 }
 
 std::string indexName(std::uint64_t segment) {
-  return std::string(prefix) + std::to_string(segment) + ".index";
+  return std::string(prefix).append(std::to_string(segment)).append(indexSuffix);
 }
 
 std::optional<std::uint64_t> segmentOf(std::string_view fileName) {
-  if (!fileName.starts_with(prefix) || !fileName.ends_with(suffix)) return std::nullopt;
-  const auto digits =
-      fileName.substr(prefix.size(), fileName.size() - prefix.size() - suffix.size());
-  std::uint64_t number = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-  const bool isNumber = error == std::errc() && end == digits.data() + digits.size();
-  return isNumber ? std::optional(number) : std::nullopt;
+  return numberIn(fileName, segmentSuffix);
+}
+
+std::optional<std::uint64_t> indexOf(std::string_view fileName) {
+  return numberIn(fileName, indexSuffix);
 }
 
 void SegmentContents::dropUnfinished() {
@@ -98,7 +107,7 @@ SegmentContents scanSegment(std::string_view file, std::uint64_t store) {
   return contents;
 }
 
-std::string indexOf(const SegmentContents& contents, std::uint64_t store) {
+std::string asIndex(const SegmentContents& contents, std::uint64_t store) {
   const auto seed = seedFor(store);
   std::string file, payload;
   appendHead(file, {.store = store, .lastEdit = contents.editBefore});

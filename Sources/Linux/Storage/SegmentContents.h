@@ -12,8 +12,9 @@ namespace kite::Linux {
 
 std::string segmentName(std::uint64_t segment);
 std::string indexName(std::uint64_t segment);
-/// The number of the segment that a file is by its name, if it is one.
+/// The number of the segment, or of the index, that a file is by its name, if it is one.
 std::optional<std::uint64_t> segmentOf(std::string_view fileName);
+std::optional<std::uint64_t> indexOf(std::string_view fileName);
 
 /// A row and where it is in its segment, as an index file has it.
 struct RowEntry {
@@ -57,7 +58,7 @@ struct SegmentContents {
 SegmentContents scanSegment(std::string_view file, std::uint64_t store);
 
 /// The file beside a sealed segment that spares a start to read it.
-std::string indexOf(const SegmentContents& contents, std::uint64_t store);
+std::string asIndex(const SegmentContents& contents, std::uint64_t store);
 /// Nothing when any byte of the index is wrong.
 std::optional<SegmentContents> readIndex(std::string_view file, std::uint64_t store);
 

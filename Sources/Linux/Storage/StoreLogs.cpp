@@ -45,8 +45,7 @@ bool holdsRecords(Disk& disk, const std::string& name, std::uint64_t store) {
 }  // namespace
 
 bool StoreLogs::isPart(std::string_view fileName) {
-  return isLog(fileName) || fileName == lockName || fileName == stateName ||
-         fileName.ends_with(".index");
+  return isLog(fileName) || fileName == lockName || fileName == stateName || indexOf(fileName);
 }
 
 StoreLogs::Opened StoreLogs::own(std::shared_ptr<Disk> disk, const std::string& title,
@@ -97,6 +96,7 @@ bool StoreLogs::identify() {
       const auto known = witnessIn(beginningOf(*_disk, name, Witness::size).value_or(""));
       if (known) vote((_known = *known).store);
     }
+    if (indexOf(name)) _names.push_back(name);
     if (!isLog(name) && name != lockName) continue;
     const auto beginning = beginningOf(*_disk, name, Head::size);
     if (!beginning) return false;

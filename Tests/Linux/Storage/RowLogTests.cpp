@@ -286,6 +286,21 @@ TEST_F(RowLogTests, anIndexThatIsWrongAnywhereIsNotUsed) {
   }
 }
 
+TEST_F(RowLogTests, anIndexWithoutASegmentIsRemoved) {
+  begin("l");
+  fillSegment("l", 1);
+  append("l", 2, "last");
+  const auto index = folder.files.at("rows-1.index");
+  for (const auto* stray : {"rows-0.index", "rows-2.index", "rows-30.index"})
+    folder.files.emplace(stray, std::make_shared<ModelFolder::File>(*index));
+  folder.files.erase("rows-2.log");
+  open({.firstSegment = 1});
+  EXPECT_TRUE(folder.files.contains("rows-1.index"));
+  for (const auto* stray : {"rows-0.index", "rows-2.index", "rows-30.index"})
+    EXPECT_FALSE(folder.files.contains(stray)) << stray;
+  EXPECT_THAT(read("l").ordinals, ElementsAre(1));
+}
+
 TEST_F(RowLogTests, anIndexOfAnotherLengthOfItsSegmentIsNotUsed) {
   begin("l");
   append("l", 0, "first");

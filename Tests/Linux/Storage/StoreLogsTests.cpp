@@ -476,8 +476,10 @@ TEST_F(DamagedSegmentTests, aDamagedRowOfASegmentWithAnIndexIsToldWhenItIsRead) 
 }
 
 TEST_F(DamagedSegmentTests, aSegmentThatIsMissingBetweenOthersIsToldOnce) {
+  ASSERT_TRUE(folder.files.contains("rows-2.index"));
   folder.files.erase("rows-2.log");
   expectToldOnce("rows-2.log is missing", 5);
+  EXPECT_FALSE(folder.files.contains("rows-2.index"));
 }
 
 }  // namespace
