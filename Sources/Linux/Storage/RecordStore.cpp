@@ -83,15 +83,14 @@ std::optional<SavedValue> RecordStore::encoded(std::string_view key, const Value
 
 void RecordStore::load() {
   std::size_t damaged = 0;
-  const bool isRead = _logs->readValues([&](std::string_view key, const SavedValue& saved) {
-    if (saved.kind == ValueKind::list) return;
+  for (const auto& [key, saved] : _logs->values()) {
+    if (saved.kind == ValueKind::list) continue;
     if (auto value = decoded(key, saved)) {
-      _image.insert_or_assign(std::string(key), *std::move(value));
+      _image.emplace(key, *std::move(value));
     } else {
       ++damaged;
     }
-  });
-  if (!isRead) return leave();
+  }
   learnLists();
   if (damaged != 0)
     _system.print("[KITE] Damaged values in the " + _name.title + ": " + std::to_string(damaged));
@@ -210,8 +209,8 @@ bool RecordStore::saveOne(const std::string& key) {
   const auto value = find(key);
   if (!value) return _logs->remove(key) && _logs->endList(key);
   if (value->kind == ValueKind::list) return true;
-  const auto saved = encoded(key, *value);
-  return saved && _logs->put(key, *saved) && _logs->endList(key);
+  auto saved = encoded(key, *value);
+  return saved && _logs->put(key, *std::move(saved)) && _logs->endList(key);
 }
 
 EditResult RecordStore::edit(std::string_view key, const Larder::ListEdit& edit,

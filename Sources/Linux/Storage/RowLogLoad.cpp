@@ -69,14 +69,13 @@ std::optional<SegmentContents> RowLog::contentsOf(std::uint64_t segment) const {
 // A segment knows the last edit before it, which those before must hold, whole; the last edit of
 // all is known to the witness. An edit without its end counts when one of them knows it.
 void RowLog::learnEdits(Contents& contents, const Known& known, Damages& damages) {
+  const auto endsTooEarly = [&](std::uint64_t number) {
+    if (std::exchange(_segments[number].isDamaged, true)) return;
+    damages.add(segmentName(number), "ends too early");
+  };
   std::uint64_t found = 0;  // the last edit that is there, whole or not
   for (auto& [number, segment] : contents) {
-    const auto before = _segments.find(number - 1);
-    const bool isMissed = before != _segments.end() && segment.editBefore > found;
-    if (isMissed && !before->second.isDamaged) {
-      damages.add(segmentName(number - 1), "ends too early");
-      before->second.isDamaged = true;
-    }
+    if (_segments.contains(number - 1) && segment.editBefore > found) endsTooEarly(number - 1);
     found = std::max({found, segment.editBefore, segment.lastEdit});
     if (segment.unfinished) found = std::max(found, segment.unfinished->edit);
     _lastEdit = std::max({_lastEdit, segment.editBefore, segment.lastEdit});
@@ -87,24 +86,18 @@ void RowLog::learnEdits(Contents& contents, const Known& known, Damages& damages
   if (contents.empty()) return;
   auto& [lastNumber, last] = *contents.rbegin();
   auto& lastSegment = _segments.rbegin()->second;
-  const bool isCut = last.unfinished && last.unfinished->edit <= _lastEdit;
-  if (isCut || found < known.lastEdit) {
-    damages.add(segmentName(lastNumber), "ends too early");
-    lastSegment.isDamaged = true;
-  }
-  for (auto& [number, segment] : contents) {
-    if (number != lastNumber && segment.unfinished && segment.unfinished->edit <= _lastEdit &&
-        !_segments[number].isDamaged) {
-      damages.add(segmentName(number), "ends too early");
-      _segments[number].isDamaged = true;
-    }
-  }
+  if (found < known.lastEdit) endsTooEarly(lastNumber);
   // An empty one is no loss unless others know of edits in it.
   if (last.size > 0) _active = LogFile::open(*_disk, segmentName(lastNumber));
   if (_active && last.tornAt) _active->endAt(*last.tornAt);
-  if (_active && last.unfinished && !isCut) _active->endAt(last.unfinished->begin);
   for (auto& [number, segment] : contents) {
-    if (segment.unfinished && segment.unfinished->edit > _lastEdit) segment.dropUnfinished();
+    if (!segment.unfinished) continue;
+    if (segment.unfinished->edit <= _lastEdit) {
+      endsTooEarly(number);
+    } else {
+      if (_active && number == lastNumber) _active->endAt(segment.unfinished->begin);
+      segment.dropUnfinished();
+    }
   }
   lastSegment.unsynced = _active;
   _written = last;

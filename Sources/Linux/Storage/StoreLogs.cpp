@@ -122,11 +122,13 @@ bool StoreLogs::loadValues() {
     return true;
   }
   _values = ValueLog::load(*_disk, _known.store, _known.lastValue, _damages);
-  return _values && _values->readAll([&](std::string_view key, const SavedValue& value) {
+  if (!_values) return false;
+  for (const auto& [key, value] : _values->values()) {
     if (value.kind == ValueKind::list && value.bytes.size() == listNumberSize)
       _listNumbers.emplace(key,
                            static_cast<std::uint32_t>(numberAt(value.bytes, 0, listNumberSize)));
-  });
+  }
+  return true;
 }
 
 std::optional<StoreLogs::Rows> StoreLogs::readRows() const {
@@ -203,8 +205,8 @@ bool StoreLogs::settled(bool isDone) {
   return isDone;
 }
 
-bool StoreLogs::put(std::string_view key, const SavedValue& value) {
-  return settled(_values->put(key, value));
+bool StoreLogs::put(std::string_view key, SavedValue value) {
+  return settled(_values->put(key, std::move(value)));
 }
 
 bool StoreLogs::remove(std::string_view key) { return settled(_values->remove(key)); }
@@ -218,7 +220,7 @@ std::vector<std::string> StoreLogs::listKeys() const {
 
 bool StoreLogs::isEmpty() const {
   const auto isSegment = [](const auto& name) { return RowLog::isSegment(name); };
-  return _values->isEmpty() && listKeys().empty() &&
+  return _values->values().empty() && listKeys().empty() &&
          (_rows || std::ranges::none_of(_names, isSegment));
 }
 

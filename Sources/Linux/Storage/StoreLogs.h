@@ -54,8 +54,8 @@ class StoreLogs {
   static Opened own(std::shared_ptr<Disk> disk, const std::string& title, const System& system);
   static Opened inspect(std::shared_ptr<Disk> disk, const std::string& title, const System& system);
 
-  bool readValues(const ValueLog::Take& take) const { return _values->readAll(take); }
-  bool put(std::string_view key, const SavedValue& value);
+  const ValueLog::Values& values() const { return _values->values(); }
+  bool put(std::string_view key, SavedValue value);
   bool remove(std::string_view key);
 
   /// Nothing when they cannot be read. Any thread, for it changes nothing: what it gives counts

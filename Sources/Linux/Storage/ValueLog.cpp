@@ -12,27 +12,14 @@ constexpr std::size_t kindSize = 1;
 constexpr std::size_t keyLengthSize = 4;
 constexpr std::size_t beforeKey = kindSize + keyLengthSize;
 
-std::string payloadOf(std::string_view key, const SavedValue& value) {
+std::string payloadOf(const ValueLog::Values::value_type& item) {
+  const auto& [key, value] = item;
   std::string payload;
   payload.reserve(beforeKey + key.size() + value.bytes.size());
   appendNumber(payload, static_cast<std::uint8_t>(value.kind), kindSize);
   appendNumber(payload, key.size(), keyLengthSize);
   payload.append(key).append(value.bytes);
   return payload;
-}
-
-std::string_view keyIn(std::string_view payload) {
-  const auto size = payload.size() < beforeKey ? 0 : numberAt(payload, kindSize, keyLengthSize);
-  return payload.substr(std::min(payload.size(), beforeKey), size);
-}
-
-ValueKind kindIn(std::string_view payload) { return static_cast<ValueKind>(payload.front()); }
-
-std::size_t sizeOf(const Record& record) { return Record::headerSize + record.payload.size(); }
-
-SavedValue valueIn(std::string_view payload) {
-  return {.kind = kindIn(payload),
-          .bytes = std::string(payload.substr(beforeKey + keyIn(payload).size()))};
 }
 
 }  // namespace
@@ -66,7 +53,7 @@ void ValueLog::read(std::string_view file, std::uint64_t lastChange, Damages& da
     if (!records.isPayloadSound()) {
       records.rejectPayload();
     } else {
-      learn(*record, records.end());
+      learn(*record);
     }
   }
   if (records.damages() > 0) damages.add(fileName, "is damaged");
@@ -75,59 +62,42 @@ void ValueLog::read(std::string_view file, std::uint64_t lastChange, Damages& da
   if (records.isTorn()) _file->endAt(records.end());
 }
 
-void ValueLog::learn(const Record& record, std::uint64_t end) {
-  if (record.kind == Record::Kind::value && record.payload.size() >= beforeKey) {
-    place(std::string(keyIn(record.payload)), end, record);
+void ValueLog::learn(const Record& record) {
+  auto rest = record.payload;
+  if (record.kind == Record::Kind::value && rest.size() >= beforeKey) {
+    const auto kind = static_cast<ValueKind>(rest.front());
+    const auto keySize = numberAt(rest, kindSize, keyLengthSize);
+    rest.remove_prefix(beforeKey);
+    const auto key = rest.substr(0, keySize);
+    rest.remove_prefix(key.size());
+    _values.insert_or_assign(std::string(key), SavedValue{kind, std::string(rest)});
   } else if (record.kind == Record::Kind::valueRemoved) {
-    forget(record.payload);
+    _values.erase(std::string(record.payload));
   }
   _lastChange = std::max(_lastChange, record.edit);
 }
 
-void ValueLog::place(std::string key, std::uint64_t end, const Record& record) {
-  const auto size = sizeOf(record);
-  forget(key);
-  _places.emplace(std::move(key), Place{end - size, size, kindIn(record.payload)});
-  _living += size;
-}
-
-void ValueLog::forget(std::string_view key) {
-  const auto found = _places.find(key);
-  if (found == _places.end()) return;
-  _living -= found->second.size;
-  _places.erase(found);
-}
-
-bool ValueLog::readAll(const Take& take) const {
-  if (!_file) return true;
-  const auto bytes = _file->readAll();
-  if (!bytes) return false;
-  for (const auto& [key, place] : _places) {
-    const auto payload = std::string_view(*bytes).substr(place.offset + Record::headerSize,
-                                                         place.size - Record::headerSize);
-    take(key, valueIn(payload));
-  }
-  return true;
-}
-
-bool ValueLog::put(std::string_view key, const SavedValue& value) {
-  const auto payload = payloadOf(key, value);
-  const Record record{.kind = Record::Kind::value, .edit = _lastChange + 1, .payload = payload};
-  std::string name(key);
-  if (!appendChange(record)) return false;
-  place(std::move(name), _file->size(), record);
+bool ValueLog::put(std::string_view key, SavedValue value) {
+  // Made before the file changes: after that nothing may go wrong.
+  Values changed;
+  const auto& item = *changed.emplace(key, std::move(value)).first;
+  const auto payload = payloadOf(item);
+  if (!appendChange({.kind = Record::Kind::value, .payload = payload})) return false;
+  if (const auto earlier = _values.find(key); earlier != _values.end()) _values.erase(earlier);
+  _values.merge(changed);
   return true;
 }
 
 bool ValueLog::remove(std::string_view key) {
-  if (!_places.contains(key)) return true;
-  if (!appendChange({.kind = Record::Kind::valueRemoved, .edit = _lastChange + 1, .payload = key}))
-    return false;
-  forget(key);
+  const auto found = _values.find(key);
+  if (found == _values.end()) return true;
+  if (!appendChange({.kind = Record::Kind::valueRemoved, .payload = key})) return false;
+  _values.erase(found);
   return true;
 }
 
-bool ValueLog::appendChange(const Record& record) {
+bool ValueLog::appendChange(Record record) {
+  record.edit = _lastChange + 1;
   std::string bytes;
   append(bytes, record, seedFor(_store));
   if (!_file->append(bytes)) return false;
@@ -136,32 +106,30 @@ bool ValueLog::appendChange(const Record& record) {
 }
 
 bool ValueLog::holdsBytes(std::string_view key) const {
-  const auto found = _places.find(key);
-  return found != _places.end() && found->second.kind != ValueKind::list;
+  const auto found = _values.find(key);
+  return found != _values.end() && found->second.kind != ValueKind::list;
 }
 
 bool ValueLog::isGrown() const {
-  return _file->size() > grownSize && _file->size() > 2 * (2 * _living + Head::size);
+  if (_file->size() <= grownSize) return false;
+  std::uint64_t living = Head::size;
+  for (const auto& [key, value] : _values)
+    living += 2 * (Record::headerSize + beforeKey + key.size() + value.bytes.size());
+  return _file->size() > 2 * living;
 }
 
-// The living records are copied as they are.
 bool ValueLog::rewrite() {
-  const auto old = _file->readAll();
-  if (!old) return false;
   std::string contents;
   appendHead(contents, {.store = _store, .lastEdit = _lastChange});
-  auto places = _places;
-  for (auto& [key, place] : places) {
-    const auto record = std::string_view(*old).substr(place.offset, place.size);
-    contents.append(record);
-    place.offset = contents.size();
-    contents.append(record);
+  for (const auto& item : _values) {
+    const auto payload = payloadOf(item);
+    append(contents, {.kind = Record::Kind::value, .edit = _lastChange, .payload = payload},
+           seedFor(_store));
   }
   auto fresh = LogFile::make(_disk, fileName, contents, LogFile::Sync::yes);
   if (!fresh) return false;
   _disk.sync();
   _file = std::move(fresh);
-  _places = std::move(places);
   return true;
 }
 

@@ -3,7 +3,6 @@
 #include "Linux/Storage/StoreFiles.h"
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -25,7 +24,7 @@ class ValueLog {
  public:
   static constexpr const char* fileName = "values.log";
 
-  using Take = std::function<void(std::string_view key, SavedValue value)>;
+  using Values = std::map<std::string, SavedValue, std::less<>>;
 
   /// Reads the file; null when that fails. `lastChange` is what the witness knows.
   static std::unique_ptr<ValueLog> load(Disk& disk, std::uint64_t store, std::uint64_t lastChange,
@@ -35,12 +34,9 @@ class ValueLog {
   /// A new file with nothing in it.
   static std::unique_ptr<ValueLog> make(Disk& disk, std::uint64_t store);
 
-  /// Hands over every value, sorted by key.
-  bool readAll(const Take& take) const;
-
-  bool put(std::string_view key, const SavedValue& value);
+  const Values& values() const { return _values; }
+  bool put(std::string_view key, SavedValue value);
   bool remove(std::string_view key);
-  bool isEmpty() const { return _places.empty(); }
   /// Whether there is a value that is no list.
   bool holdsBytes(std::string_view key) const;
   /// The number of the last change.
@@ -54,27 +50,18 @@ class ValueLog {
   bool isLinked() const { return _file->isLinked(); }
 
  private:
-  struct Place {
-    std::uint64_t offset;
-    std::size_t size;
-    ValueKind kind;
-  };
-
   ValueLog(Disk& disk, std::uint64_t store, std::unique_ptr<LogFile> file)
       : _disk(disk), _store(store), _file(std::move(file)) {}
 
   void read(std::string_view file, std::uint64_t lastChange, Damages& damages);
-  void learn(const Record& record, std::uint64_t end);
-  void place(std::string key, std::uint64_t end, const Record& record);
-  void forget(std::string_view key);
-  bool appendChange(const Record& record);
+  void learn(const Record& record);
+  bool appendChange(Record record);
 
   Disk& _disk;
   std::uint64_t _store;
   std::shared_ptr<LogFile> _file;
-  std::map<std::string, Place, std::less<>> _places;
+  Values _values;
   std::uint64_t _lastChange = 0;
-  std::uint64_t _living = 0;  ///< bytes
 };
 
 }  // namespace kite::Linux

@@ -42,9 +42,8 @@ class FailingReadTests : public testing::Test {
   }
   static std::string contentsOf(StoreLogs& logs) {
     std::string text;
-    logs.readValues([&](std::string_view, const Linux::SavedValue& value) {
+    for (const auto& [key, value] : logs.values())
       if (value.kind == Linux::ValueKind::data) text += value.bytes;
-    });
     Larder::SavedList list;
     if (!logs.loadRows() || logs.readList("l", list) != Linux::RowLog::Outcome::done)
       return "unreadable";

@@ -18,7 +18,6 @@
 namespace kite::test {
 namespace {
 
-using Linux::SavedValue;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -42,11 +41,9 @@ class SealedSecretsStorageTests : public testing::Test {
     return logs ? *std::move(logs) : nullptr;
   }
   std::string sealed(std::string_view key) {
-    std::string bytes;
-    openLogs()->readValues([&](std::string_view name, const SavedValue& value) {
-      if (name == key) bytes = value.bytes;
-    });
-    return bytes;
+    const auto logs = openLogs();
+    const auto found = logs->values().find(key);
+    return found == logs->values().end() ? "" : found->second.bytes;
   }
   void forge(std::string_view key, std::string bytes) {
     EXPECT_TRUE(openLogs()->put(key, {Linux::ValueKind::data, std::move(bytes)}));

@@ -18,7 +18,6 @@
 namespace kite::test {
 namespace {
 
-using Linux::SavedValue;
 using Linux::StoreLogs;
 using Linux::ValueKind;
 using testing::AnyOf;
@@ -49,9 +48,8 @@ void PrintTo(const Contents& contents, std::ostream* out) {
 
 Contents contentsOf(StoreLogs& logs) {
   Contents contents;
-  logs.readValues([&](std::string_view key, const SavedValue& value) {
+  for (const auto& [key, value] : logs.values())
     if (value.kind == ValueKind::data) contents.values.emplace(key, value.bytes);
-  });
   Larder::SavedList list;
   EXPECT_TRUE(logs.loadRows());
   if (logs.readList(listKey, list) != Linux::RowLog::Outcome::done) return contents;

@@ -28,8 +28,7 @@ class ValueLogTests : public testing::Test {
   }
   static std::vector<std::pair<std::string, std::string>> valuesOf(const ValueLog& log) {
     std::vector<std::pair<std::string, std::string>> values;
-    log.readAll(
-        [&](std::string_view key, const auto& value) { values.emplace_back(key, value.bytes); });
+    for (const auto& [key, value] : log.values()) values.emplace_back(key, value.bytes);
     return values;
   }
 
