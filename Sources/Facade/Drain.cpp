@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <utility>
+#include <vector>
 
 namespace kite {
 namespace {
@@ -43,7 +44,7 @@ class Drain : public std::enable_shared_from_this<Drain> {
   void finish(DrainEnd end) {
     const std::scoped_lock guard(_finishing);
     if (_isFinished.exchange(true)) return;
-    if (const auto cancel = _cancelTimer.take()) cancel();
+    cancelTimers();
     _whenDone(report(end));
   }
 
@@ -56,14 +57,18 @@ class Drain : public std::enable_shared_from_this<Drain> {
   template <class Body>
   void startTimer(Tempra::Duration delay, Body body) {
     const auto scheduler = _state->dependencies->scheduler;
-    const auto cancelLast = _cancelTimer.take();
-    if (cancelLast) cancelLast();
-    _cancelTimer.set(scheduler->schedule(delay, delay, weakly(weak_from_this(), body)));
+    auto cancel = scheduler->schedule(delay, delay, weakly(weak_from_this(), body));
+    _cancels.with([&](auto& cancels) { cancels.push_back(std::move(cancel)); });
+    if (_isFinished) cancelTimers();  // it may have fired already
+  }
+  void cancelTimers() {
+    for (const auto& cancel : _cancels.take()) cancel();
   }
 
   // A disk that takes no events does not keep them from being delivered.
   void endPersisting() {
     if (_isPersistingOver.exchange(true)) return;
+    cancelTimers();
     if (_limits.deliverWithin <= Tempra::Duration::zero()) return finish(endOfPersisting());
     startTimer(_limits.deliverWithin, [](Drain& self) { self.finish(DrainEnd::deadline); });
     uploadNext();
@@ -107,7 +112,7 @@ class Drain : public std::enable_shared_from_this<Drain> {
   const DrainLimits _limits;
   const Callback _whenDone;
   const std::uint64_t _deliveredBefore;
-  Guarded<Tempra::Cancel> _cancelTimer;
+  Guarded<std::vector<Tempra::Cancel>> _cancels;
   std::atomic<bool> _isPersistingOver = false;
   std::mutex _finishing;
   std::atomic<bool> _isFinished = false;

@@ -209,6 +209,19 @@ TEST(EventListTests, neverUsesAnOrdinalTwice) {
   EXPECT_THAT(appendedOrdinals(*list.wholeEdit()), ElementsAre(3));
 }
 
+TEST(EventListTests, countsTheEventsFromAnOrdinalOn) {
+  EXPECT_EQ(EventList().countFrom(0), 0U);
+  auto list = listOf(1300);
+  list.remove(ids(510, 520));
+  list.remove({idOf(7), idOf(1299)});
+  for (const std::uint64_t ordinal : {0U, 7U, 8U, 511U, 512U, 519U, 520U, 1024U, 1298U, 1299U}) {
+    const auto counted = idsWhere(
+        1299, [&](std::size_t i) { return i >= ordinal && i != 7 && (i < 510 || i >= 520); });
+    EXPECT_EQ(list.countFrom(ordinal), counted.size()) << ordinal;
+  }
+  EXPECT_EQ(list.countFrom(1300), 0U);
+}
+
 TEST(EventListTests, goesOnAfterAnOrdinalThatItWasGiven) {
   EventList list;
   list.append(pending(anEvent("A")), 7);

@@ -64,6 +64,8 @@ class InMemoryKVStorage final : public Larder::KVStorage {
   std::optional<Larder::Durability> durability() const { return _durability; }
   /// From now on the disk is full: values change for readers only, and edits are refused.
   void failWrites(bool failing) { _table.failWrites(failing); }
+  /// From now on the texts of saved rows cannot be read.
+  void failReads(bool failing) { _table.failReads(failing); }
   /// The next edit is made, but memory runs out before it is told.
   void loseNextOutcome() { _losesOutcome = true; }
   /// What the next run of the application finds: that which had been saved.

@@ -2,6 +2,7 @@
 
 #include <Kite/Platform/Larder.h>
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -86,6 +87,7 @@ class InMemoryTable {
     const std::scoped_lock guard(_mutex);
     _failing = failing;
   }
+  void failReads(bool failing) { *_areRowsUnreadable = failing; }
   void restart() {
     const std::scoped_lock guard(_mutex);
     _values = _saved;
@@ -104,9 +106,11 @@ class InMemoryTable {
   /// A file that holds one row.
   class OneRow final : public Larder::RowFile {
    public:
-    explicit OneRow(std::string text) : _text(std::move(text)) {}
+    OneRow(std::string text, std::shared_ptr<const std::atomic<bool>> isUnreadable)
+        : _text(std::move(text)), _isUnreadable(std::move(isUnreadable)) {}
     std::optional<std::string> read(std::span<const Larder::RowPlace> places,
                                     const Take& take) const override {
+      if (*_isUnreadable) return "Input/output error";
       for ([[maybe_unused]] const auto& place : places) take(_text);
       return std::nullopt;
     }
@@ -114,6 +118,7 @@ class InMemoryTable {
 
    private:
     std::string _text;
+    std::shared_ptr<const std::atomic<bool>> _isUnreadable;
   };
 
   static std::string arrayOf(const Larder::SavedList& list) {
@@ -122,8 +127,8 @@ class InMemoryTable {
       array += (array.empty() ? "" : ",") + static_cast<const OneRow&>(*row.place.file).text();
     return "[" + array + "]";
   }
-  static Larder::SavedList edited(Larder::SavedList list, const Larder::ListEdit& edit,
-                                  std::vector<Larder::SavedRow>& placed) {
+  Larder::SavedList edited(Larder::SavedList list, const Larder::ListEdit& edit,
+                           std::vector<Larder::SavedRow>& placed) const {
     for (const auto& range : edit.removed)
       std::erase_if(list.rows, [&](const auto& row) {
         return range.first <= row.ordinal && row.ordinal < range.end;
@@ -131,7 +136,8 @@ class InMemoryTable {
     for (const auto& row : edit.appended) {
       std::string text;
       row.text->appendTo(text);
-      placed.push_back({row.ordinal, row.tag, {std::make_shared<OneRow>(std::move(text)), 0, 1}});
+      auto file = std::make_shared<OneRow>(std::move(text), _areRowsUnreadable);
+      placed.push_back({row.ordinal, row.tag, {std::move(file), 0, 1}});
       list.rows.push_back(placed.back());
       list.next = row.ordinal + 1;
     }
@@ -147,6 +153,8 @@ class InMemoryTable {
   mutable std::mutex _mutex;
   Values _values;
   Values _saved;
+  std::shared_ptr<std::atomic<bool>> _areRowsUnreadable =
+      std::make_shared<std::atomic<bool>>(false);
   bool _failing = false;
   int _writes = 0;
   std::uint64_t _revision = 0;
