@@ -10,3 +10,10 @@ configure_package_config_file(CMake/KiteConfig.cmake.in KiteConfig.cmake
 write_basic_package_version_file(KiteConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KiteConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/KiteConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Kite)
+
+# kite_install_component(COMPONENT TARGET): a library for some hosts only, which find_package(Kite COMPONENTS COMPONENT) finds.
+function(kite_install_component component target)
+  install(TARGETS ${target} EXPORT Kite${component}Targets FILE_SET HEADERS)
+  install(EXPORT Kite${component}Targets NAMESPACE Kite:: FILE Kite${component}Targets.cmake
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Kite)
+endfunction()

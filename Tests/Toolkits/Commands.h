@@ -1,0 +1,72 @@
+#pragma once
+
+#include <Kite/Kite.h>
+#include <Kite/Linux/KiteApplication.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <string>
+#include <thread>
+
+namespace kite::test {
+
+/// What the test says in the environment; its folder has the collector's `ca.pem`, too.
+inline Linux::KiteApplicationOptions options() {
+  const std::string folder = std::getenv("KITE_TEST_FOLDER");
+  const std::chrono::seconds deliverWithin(std::stoi(std::getenv("KITE_TEST_DELIVER_WITHIN")));
+  return {.name = "windows",
+          .version = "1.0",
+          .build = "1",
+          .dataFolder = folder + "/data",
+          .secretsFolder = folder + "/secrets",
+          .caFile = folder + "/tls/ca.pem",
+          .drainLimits = {.persistWithin = std::chrono::seconds(10),
+                            .deliverWithin = deliverWithin}};
+}
+
+inline void answer(const std::string& text = "done") { std::cout << text << std::endl; }
+/// How many events were recorded: a session's start and its end are one each.
+inline void answerTracked(const Linux::KiteApplication& application) {
+  answer(std::to_string(application.status().ledger.tracked));
+}
+
+/// What the test says on standard input, line by line, and what is done then.
+class Commands {
+ public:
+  Commands& on(const std::string& line, std::function<void()> action) {
+    _actions[line] = std::move(action);
+    return *this;
+  }
+  /// Reads one line and does what it says; the input's end is "quit".
+  void readOne() {
+    std::string line;
+    _actions.at(std::getline(std::cin, line) ? line : "quit")();
+  }
+
+ private:
+  std::map<std::string, std::function<void()>> _actions;
+};
+
+/// A thread that tracks without a pause, from `start` on.
+class BusyThread {
+ public:
+  ~BusyThread() {
+    _isEnding = true;
+    if (_thread.joinable()) _thread.join();
+  }
+  void start(KiteManagerImpl& kite) {
+    _thread = std::thread([this, &kite] {
+      while (!_isEnding) kite.trackUserAction("busy", {});
+    });
+  }
+
+ private:
+  std::atomic<bool> _isEnding = false;
+  std::thread _thread;
+};
+
+}  // namespace kite::test

@@ -1,0 +1,78 @@
+// A Qt application that does with its windows what standard input says.
+#include <KiteQt6.h>
+#include <unistd.h>
+
+#include <QApplication>
+#include <QDialog>
+#include <QSocketNotifier>
+#include <QSplashScreen>
+#include <QTimer>
+#include <QWidget>
+#include <functional>
+
+#include "Commands.h"
+
+namespace {
+
+// Once the loop has done what the command left to it.
+void answerLater() {
+  QTimer::singleShot(0, [] { kite::test::answer(); });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  QApplication application(argc, argv);
+  QApplication::setQuitOnLastWindowClosed(false);
+  const auto started = kite::Qt6::start(application, kite::test::options());
+  if (!started) return 1;
+  kite::test::BusyThread busy;
+
+  QWidget first, second;
+  first.setWindowTitle("first");
+  QWidget belonging(&first, Qt::Window);
+  QDialog dialog;
+  QWidget tool(nullptr, Qt::Tool);
+  QWidget unmanaged(nullptr, Qt::Window | Qt::BypassWindowManagerHint);
+  QSplashScreen splash(QPixmap(40, 40));
+
+  kite::test::Commands commands;
+  const auto on = [&commands](const std::string& word, std::function<void()> action) {
+    commands.on(word, [action = std::move(action)] {
+      action();
+      answerLater();
+    });
+  };
+  on("show", [&] { first.show(); });
+  on("hide", [&] { first.hide(); });
+  on("close", [&] { first.close(); });
+  on("minimise", [&] { first.showMinimized(); });
+  on("restore", [&] { first.showNormal(); });
+  on("swap", [&] {
+    first.close();
+    second.show();
+  });
+  on("swap later", [&] {
+    second.close();
+    QTimer::singleShot(0, &first, &QWidget::show);
+  });
+  on("glimpse", [&] {
+    first.show();
+    first.hide();
+  });
+  on("dialog", [&] { dialog.show(); });
+  on("others", [&] {
+    belonging.show();
+    tool.show();
+    unmanaged.show();
+  });
+  on("splash", [&] { splash.show(); });
+  on("busy", [&] { busy.start(started->kite()); });
+  commands.on("count", [&] { kite::test::answerTracked(started->application()); });
+  commands.on("quit", [] { QApplication::exit(0); });
+
+  QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
+  QObject::connect(&input, &QSocketNotifier::activated, [&] { commands.readOne(); });
+  kite::test::answer();
+  return QApplication::exec();
+}

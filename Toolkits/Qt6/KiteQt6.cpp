@@ -1,0 +1,102 @@
+#include "Qt6/KiteQt6.h"
+
+#include <Kite/Linux/LinuxPlatform.h>
+
+#include <QEvent>
+#include <QGuiApplication>
+#include <QTimer>
+#include <QWindow>
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "Common/LoopBodies.h"
+
+namespace kite::Qt6 {
+namespace {
+
+bool isShown(const QWindow& window) {
+  return window.isVisible() && !window.windowStates().testFlag(Qt::WindowMinimized);
+}
+
+// Trays and drag images are plain windows, too, but such that the window manager does not know.
+bool isOneOfTheApplications(const QWindow& window) {
+  return window.type() == Qt::Window && window.parent() == nullptr &&
+         window.transientParent() == nullptr && window.modality() == Qt::NonModal &&
+         !window.flags().testFlag(Qt::BypassWindowManagerHint);
+}
+
+bool isAnyShown() {
+  const auto windows = QGuiApplication::topLevelWindows();
+  return std::any_of(windows.begin(), windows.end(), [](const QWindow* window) {
+    return isShown(*window) && isOneOfTheApplications(*window);
+  });
+}
+
+bool mayChangeWhatIsShown(QEvent::Type type) {
+  return type == QEvent::Show || type == QEvent::Hide || type == QEvent::WindowStateChange;
+}
+
+}  // namespace
+
+/// Sees the events of all windows.
+struct Adapter::State final : QObject {
+  State() {
+    endOfTurn.setSingleShot(true);
+    connect(&endOfTurn, &QTimer::timeout, this, [this] { application->setVisible(isAnyShown()); });
+  }
+  ~State() override { bodies->close(); }
+
+  void follow(QGuiApplication& qtApplication) {
+    qtApplication.installEventFilter(this);
+    connect(&qtApplication, &QCoreApplication::aboutToQuit, this, &State::quit);
+    endOfTurn.start(0);  // for windows that were shown before
+  }
+
+  void quit() {
+    endOfTurn.stop();
+    bodies->close();  // while this thread waits for the drain, nobody may wait for this thread
+    application->setVisible(false);
+    application->drain(limits);
+  }
+
+  bool eventFilter(QObject* object, QEvent* event) override {
+    if (object->isWindowType() && mayChangeWhatIsShown(event->type())) endOfTurn.start(0);
+    return false;
+  }
+
+  void runBodiesSoon() {
+    QMetaObject::invokeMethod(this, [this] { bodies->run(); }, Qt::QueuedConnection);
+  }
+
+  QTimer endOfTurn;  ///< fires after all that the turn has posted
+  /// The library's threads may hold it longer than this lives.
+  const std::shared_ptr<Toolkits::LoopBodies> bodies =
+      std::make_shared<Toolkits::LoopBodies>([this] { runBodiesSoon(); });
+  DrainLimits limits;
+  std::optional<Linux::KiteApplication> application;
+};
+
+Adapter::Adapter(std::unique_ptr<State> state) : _state(std::move(state)) {}
+Adapter::Adapter(Adapter&&) noexcept = default;
+Adapter& Adapter::operator=(Adapter&&) noexcept = default;
+Adapter::~Adapter() = default;
+
+KiteManagerImpl& Adapter::kite() const { return _state->application->kite(); }
+Linux::KiteApplication& Adapter::application() const { return *_state->application; }
+
+Result<Adapter, std::string> start(QGuiApplication& application,
+                                   Linux::KiteApplicationOptions options) {
+  auto state = std::make_unique<Adapter::State>();
+  options.sessions = Linux::Sessions::byWindows;
+  options.mainThread = Linux::attachedMainThread(
+      [bodies = state->bodies](std::function<void()> body) { bodies->post(std::move(body)); });
+  state->limits = options.drainLimits;
+  auto started = Linux::KiteApplication::start(std::move(options));
+  if (!started) return Failure{started.error()};
+  state->application = *std::move(started);
+  state->follow(application);
+  return Adapter(std::move(state));
+}
+
+}  // namespace kite::Qt6
