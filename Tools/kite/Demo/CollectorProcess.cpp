@@ -51,6 +51,11 @@ CollectorProcess::CollectorProcess(std::filesystem::path folder, const std::stri
   _ca = text(*listening->object(), "ca");
 }
 
+std::string CollectorProcess::address() const {
+  const auto start = _url.find("//") + 2;
+  return _url.substr(start, _url.find('/', start) - start);
+}
+
 std::size_t CollectorProcess::refusals() const {
   std::size_t count = 0;
   std::istringstream lines(readFile(log()));

@@ -16,6 +16,8 @@ class CollectorProcess {
                    const std::vector<std::string>& faults);
 
   const std::string& url() const { return _url; }
+  /// The host and port in the URL.
+  std::string address() const;
   const std::string& ca() const { return _ca; }
   std::filesystem::path database() const { return _folder / "events.db"; }
   /// How many requests it has refused by its own judgement, faults aside.

@@ -5,6 +5,7 @@
 #include "Demo/Day.h"
 #include "Demo/DemoFolder.h"
 #include "Demo/DemoReport.h"
+#include "Demo/NextSteps.h"
 #include "Demo/Stage.h"
 
 #include <fmt/format.h>
@@ -31,21 +32,37 @@ void countRejected(Comparison& comparison, const std::vector<Event>& pending,
   for (const auto& event : pending) ++comparison.byType[event.type].rejected;
 }
 
-void runDemo(const Options& options) {
-  auto* const progress = options.json ? stderr : stdout;
-  const auto folder = makeDemoFolder(options.state);
-  fmt::print(progress, "Everything is kept in {}\n", folder.string());
-  Stage stage(folder, progress);
-  Day(stage, options.events).play();
+struct PlayedDay {
+  Comparison comparison;
+  std::filesystem::path database;
+  std::string address;  ///< where the collector was
+};
+
+PlayedDay playDay(const std::filesystem::path& folder, std::size_t events) {
+  Stage stage(folder, Audience(stderr), events);
+  Day(stage, events).play();
   const auto& collector = stage.collector();
   const auto pending = pendingEvents(folder);
   auto comparison = compare(stage.ledger(), deliveredEvents(collector.database()));
   if (!pending.empty())
     comparison.problems.push_back(fmt::format("{} events still wait", pending.size()));
   countRejected(comparison, pending, collector.refusals());
-  print(progress, comparison, collector.database());
-  if (options.json) fmt::print("{}\n", jsonReport(comparison, collector.database()));
-  if (!comparison.problems.empty()) throw CommandFailure("what arrived is not what was tracked");
+  return {.comparison = std::move(comparison),
+          .database = collector.database(),
+          .address = collector.address()};
+}
+
+void runDemo(const Options& options) {
+  const Audience results(options.json ? stderr : stdout);
+  const auto folder = makeDemoFolder(options.state);
+  fmt::print(results.out, "Everything is kept in {}\n", folder.string());
+  std::fflush(results.out);
+  const auto day = playDay(folder, options.events);
+  print(results, day.comparison, day.database);
+  if (options.json) fmt::print("{}\n", jsonReport(day.comparison, day.database));
+  if (!day.comparison.problems.empty())
+    throw CommandFailure("what arrived is not what was tracked");
+  printNextSteps(results, folder, day.address);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdio>
 
 namespace kite::tool {
 namespace {
@@ -23,14 +24,17 @@ std::string counts(const Tally& tally) {
 
 }  // namespace
 
-void print(std::FILE* out, const Comparison& comparison, const std::filesystem::path& database) {
+void print(const Audience& audience, const Comparison& comparison,
+           const std::filesystem::path& database) {
+  auto* const out = audience.out;
   fmt::print(out, "\n{:<28}{:>9}{:>11}{:>12}{:>10}\n", "", "tracked", "delivered", "duplicates",
              "rejected");
   for (const auto& [type, tally] : comparison.byType) printRow(out, type, tally);
   printRow(out, "all", comparison.total());
   const auto& problems = comparison.problems;
   fmt::print(out, "\n{}\n",
-             problems.empty() ? "Both sides agree, event by event." : "The two sides disagree:");
+             problems.empty() ? audience.good("Both sides agree, event by event.")
+                              : audience.bad("The two sides disagree:"));
   for (std::size_t at = 0; at < std::min(problems.size(), shownProblems); ++at)
     fmt::print(out, "  {}\n", problems[at]);
   fmt::print(out, "The collector's database is {}\n", database.string());

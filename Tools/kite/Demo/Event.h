@@ -32,5 +32,6 @@ std::vector<Event> pendingEvents(const std::filesystem::path& state);
 
 /// The events in a collector's database.
 std::vector<Event> deliveredEvents(const std::filesystem::path& database);
+std::size_t deliveredCount(const std::filesystem::path& database);
 
 }  // namespace kite::tool

@@ -51,6 +51,19 @@ std::string column(sqlite3_stmt* statement, int index) {
   return {text ? text : "", static_cast<std::size_t>(sqlite3_column_bytes(statement, index))};
 }
 
+/// Calls `take` with every row that `query` finds.
+template <class Take>
+void read(const std::filesystem::path& database, const char* query, Take take) {
+  const auto connection = connect(database);
+  sqlite3_stmt* raw = nullptr;
+  const int prepared = sqlite3_prepare_v2(connection.get(), query, -1, &raw, nullptr);
+  const Statement statement(raw, sqlite3_finalize);
+  if (prepared != SQLITE_OK) fail(database, connection.get());
+  int step = sqlite3_step(raw);
+  for (; step == SQLITE_ROW; step = sqlite3_step(raw)) take(raw);
+  if (step != SQLITE_DONE) fail(database, connection.get());
+}
+
 }  // namespace
 
 std::vector<Event> pendingEvents(const std::filesystem::path& state) {
@@ -64,22 +77,22 @@ std::vector<Event> pendingEvents(const std::filesystem::path& state) {
 }
 
 std::vector<Event> deliveredEvents(const std::filesystem::path& database) {
-  const auto connection = connect(database);
-  sqlite3_stmt* raw = nullptr;
-  const int prepared = sqlite3_prepare_v2(
-      connection.get(), "SELECT id, type, data, duplicates FROM events ORDER BY rowid", -1, &raw,
-      nullptr);
-  const Statement statement(raw, sqlite3_finalize);
-  if (prepared != SQLITE_OK) fail(database, connection.get());
   std::vector<Event> events;
-  int step = sqlite3_step(raw);
-  for (; step == SQLITE_ROW; step = sqlite3_step(raw))
-    events.push_back({.id = column(raw, 0),
-                      .type = column(raw, 1),
-                      .data = parsed(column(raw, 2)),
-                      .duplicates = sqlite3_column_int64(raw, 3)});
-  if (step != SQLITE_DONE) fail(database, connection.get());
+  read(database, "SELECT id, type, data, duplicates FROM events ORDER BY rowid",
+       [&](sqlite3_stmt* row) {
+         events.push_back({.id = column(row, 0),
+                           .type = column(row, 1),
+                           .data = parsed(column(row, 2)),
+                           .duplicates = sqlite3_column_int64(row, 3)});
+       });
   return events;
+}
+
+std::size_t deliveredCount(const std::filesystem::path& database) {
+  std::size_t count = 0;
+  read(database, "SELECT count(*) FROM events",
+       [&](sqlite3_stmt* row) { count = static_cast<std::size_t>(sqlite3_column_int64(row, 0)); });
+  return count;
 }
 
 }  // namespace kite::tool

@@ -7,7 +7,6 @@
 
 #include <chrono>
 #include <fstream>
-#include <functional>
 #include <set>
 #include <thread>
 
@@ -23,28 +22,34 @@ std::chrono::seconds patience(std::size_t events) {
   return std::chrono::seconds(20 + 3 * (events / 500));
 }
 
-bool waitUntil(std::chrono::seconds patience, const std::function<bool()>& isDone) {
-  const auto deadline = Clock::now() + patience;
-  while (!isDone()) {
-    if (Clock::now() > deadline) return false;
-    std::this_thread::sleep_for(pollInterval);
-  }
-  return true;
-}
-
 }  // namespace
 
-Stage::Stage(std::filesystem::path folder, std::FILE* progress)
+Stage::Stage(std::filesystem::path folder, Audience audience, std::size_t events)
     : _folder(std::move(folder)),
-      _progress(progress),
-      _collector(_folder / "collector", signingKey, {"status:503"}) {
+      _collector(_folder / "collector", signingKey, {"status:503"}),
+      _progress(audience, events) {
   std::ofstream(attribution()) << R"({"campaign":"spring hikes","keyword_id":87,"clicked":true})";
 }
 
-void Stage::announce(const std::string& scene) {
-  fmt::print(_progress, "{:>5} tracked, {:>5} delivered | {}\n", _ledger.size(),
-             deliveredEvents(_collector.database()).size(), scene);
-  std::fflush(_progress);
+void Stage::announce(const std::string& scene) { _progress.beginScene(scene, counts()); }
+
+Progress::Counts Stage::counts() const {
+  return {.tracked = _ledger.size(), .delivered = deliveredCount(_collector.database())};
+}
+
+void Stage::showProgress() {
+  if (_progress.isDue(Clock::now())) _progress.update(counts());
+}
+
+bool Stage::waitUntil(const std::function<bool()>& isDone) {
+  const auto deadline = Clock::now() + patience(_ledger.size());
+  while (!isDone()) {
+    if (Clock::now() > deadline) return false;
+    showProgress();
+    std::this_thread::sleep_for(pollInterval);
+  }
+  showProgress();
+  return true;
 }
 
 void Stage::launch(std::vector<std::string> options) {
@@ -58,6 +63,7 @@ void Stage::launch(std::vector<std::string> options) {
 
 void Stage::call(const std::string& op, JSONValue::Object members) {
   _host->call(op, std::move(members));
+  showProgress();
 }
 
 void Stage::quit() { _host->quit(); }
@@ -84,13 +90,13 @@ void Stage::settle() {
     problems = compare(_ledger, keptEvents()).problems;
     return problems.empty();
   };
-  if (!waitUntil(patience(_ledger.size()), isKept))
+  if (!waitUntil(isKept))
     throw CommandFailure(
         fmt::format("{} events went astray, such as: {}", problems.size(), problems.front()));
 }
 
 bool Stage::drain() {
-  return waitUntil(patience(_ledger.size()), [&] { return pendingEvents(_folder).empty(); });
+  return waitUntil([&] { return pendingEvents(_folder).empty(); });
 }
 
 }  // namespace kite::tool

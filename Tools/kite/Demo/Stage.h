@@ -5,9 +5,10 @@
 #include "Demo/Event.h"
 #include "Demo/HostProcess.h"
 #include "Demo/Ledger.h"
+#include "Demo/Progress.h"
 
-#include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,8 +19,8 @@ namespace kite::tool {
 class Stage {
  public:
   /// `folder` is new; the host's stores, the collector's files and the logs all go into it. Tells
-  /// the audience in `progress`.
-  Stage(std::filesystem::path folder, std::FILE* progress);
+  /// the audience how far a day of `events` is.
+  Stage(std::filesystem::path folder, Audience audience, std::size_t events);
 
   void announce(const std::string& scene);
 
@@ -45,12 +46,15 @@ class Stage {
 
  private:
   std::vector<Event> keptEvents() const;
+  Progress::Counts counts() const;
+  void showProgress();
+  bool waitUntil(const std::function<bool()>& isDone);
 
   std::filesystem::path _folder;
-  std::FILE* _progress;
   ClosedPort _closedPort;
   CollectorProcess _collector;
   Ledger _ledger;
+  Progress _progress;
   std::optional<HostProcess> _host;
 };
 
