@@ -18,7 +18,7 @@
 namespace kite::tool {
 namespace {
 
-constexpr int patience = 30'000;  // milliseconds
+constexpr int longestSilence = 30'000;  // milliseconds
 
 struct Pipe {
   Pipe() {
@@ -100,7 +100,7 @@ std::string ChildProcess::readLine() {
 
 bool ChildProcess::fill() {
   pollfd readable{.fd = _output, .events = POLLIN, .revents = 0};
-  if (::poll(&readable, 1, patience) <= 0) return false;
+  if (::poll(&readable, 1, longestSilence) <= 0) return false;
   std::array<char, 4096> buffer{};
   const auto count = ::read(_output, buffer.data(), buffer.size());
   if (count <= 0) return false;

@@ -18,7 +18,7 @@
 namespace kite::tool {
 namespace {
 
-struct Options {
+struct DemoOptions {
   std::size_t events = 600;
   std::string state;
   bool json = false;
@@ -52,7 +52,7 @@ PlayedDay playDay(const std::filesystem::path& folder, std::size_t events) {
           .address = collector.address()};
 }
 
-void runDemo(const Options& options) {
+void runDemo(const DemoOptions& options) {
   const Audience results(options.json ? stderr : stdout);
   const auto folder = makeDemoFolder(options.state);
   fmt::print(results.out, "Everything is kept in {}\n", folder.string());
@@ -70,7 +70,7 @@ void runDemo(const Options& options) {
 CLI::App* addDemoCommand(CLI::App& parent) {
   auto* command = parent.add_subcommand(
       "demo", "Play a day of an application against a collector, and check what arrives");
-  const auto options = std::make_shared<Options>();
+  const auto options = std::make_shared<DemoOptions>();
   command->add_option("--events", options->events, "How many events the application tracks")
       ->type_name("N")
       ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}).description(""))

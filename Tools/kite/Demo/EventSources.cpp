@@ -12,7 +12,7 @@ namespace kite::tool {
 namespace {
 
 constexpr const char* pendingEventsKey = "kite_pending_events";
-constexpr int patience = 5000;  // milliseconds that the collector may hold the database
+constexpr int longestLock = 5000;  // milliseconds that the collector may hold the database
 
 JSONValue parsed(std::string_view text) {
   auto json = parseJSON(text);
@@ -42,7 +42,7 @@ Connection connect(const std::filesystem::path& file) {
   const int result = sqlite3_open_v2(file.c_str(), &raw, SQLITE_OPEN_READONLY, nullptr);
   Connection connection(raw, sqlite3_close);
   if (result != SQLITE_OK) fail(file, raw);
-  sqlite3_busy_timeout(raw, patience);
+  sqlite3_busy_timeout(raw, longestLock);
   return connection;
 }
 
@@ -67,7 +67,8 @@ void read(const std::filesystem::path& database, const char* query, Take take) {
 }  // namespace
 
 std::vector<Event> pendingEvents(const std::filesystem::path& state) {
-  const auto stored = openStore({.state = state, .application = {}})->storage()->read(pendingEventsKey);
+  const auto stored =
+      openStore({.state = state, .application = {}})->storage()->read(pendingEventsKey);
   if (!stored) return {};
   const auto list = parsed(stored->data().bytes);
   if (!list.array()) throw CommandFailure("the queue is not an array");

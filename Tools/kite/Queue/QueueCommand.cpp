@@ -18,7 +18,7 @@ namespace {
 
 constexpr const char* queueKey = "kite_pending_events";
 
-struct Options {
+struct QueueOptions {
   StoreChoice store;
   bool isSummary = false;
 };
@@ -61,7 +61,7 @@ void printSummary(const StoreChoice& choice) {
 CLI::App* addQueueCommand(CLI::App& parent) {
   auto* command = parent.add_subcommand(
       "queue", "Print the pending events as one JSON array, exactly as they are stored");
-  const auto options = std::make_shared<Options>();
+  const auto options = std::make_shared<QueueOptions>();
   addStoreChoice(*command, options->store);
   command->add_flag("--summary", options->isSummary,
                     "Print one object instead: how many there are, how old the oldest is, and what "
