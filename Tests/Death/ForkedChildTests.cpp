@@ -1,5 +1,7 @@
+#include <Kite/Drain.h>
 #include <Kite/Kite.h>
 #include <Kite/Linux/LinuxPlatform.h>
+#include <Kite/Status.h>
 
 #include "Support/TestWorld.h"
 #include "Support/WatchedSecretsStorage.h"
@@ -111,6 +113,16 @@ TEST_F(ForkedChildTests, operationsDoNothing) {
   EXPECT_EQ(statusOfChild([&] {
               callEveryOperation();
               return world.keyValues->text("kite_tracking_consent") == stored ? 0 : 1;
+            }),
+            0);
+}
+
+TEST_F(ForkedChildTests, aDrainEndsAtOnceAndTheStatusIsEmpty) {
+  EXPECT_EQ(statusOfChild([&] {
+              const auto report = drain(*kite, {.deliverWithin = Tempra::Duration(1)});
+              const auto found = status(*kite);
+              const bool isEmpty = found.ledger == Ledger() && !found.lastUpload;
+              return report == DrainReport() && isEmpty ? 0 : 1;
             }),
             0);
 }

@@ -61,6 +61,11 @@ TEST_F(ApplicationsBackgroundChecker, readsTheStateWithinTheMainThreadsTurn) {
   EXPECT_TRUE(BackgroundChecker::uiApplication(watchful, mainThread).isInBackground());
 }
 
+TEST_F(ApplicationsBackgroundChecker, saysWhichThreadItWaitsFor) {
+  EXPECT_EQ(checker.mainThread, mainThread);
+  EXPECT_EQ(BackgroundChecker::noBackground().mainThread, nullptr);
+}
+
 TEST(NoBackgroundChecker, alwaysAnswersFalse) {
   EXPECT_FALSE(BackgroundChecker::noBackground().isInBackground());
 }

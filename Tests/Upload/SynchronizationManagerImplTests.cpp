@@ -51,6 +51,10 @@ class PendingEvents final : public EventStorage {
       events.append(Larder::SavedRow{100, UUID::noop(), {std::make_shared<Unreadable>(), 0, 1}});
     });
   }
+  /// From now on the text of a saved event is damaged.
+  void insertLost() {
+    _events.with([](EventList& events) { events.append(EncodedEvent::lost(UUID::noop())); });
+  }
   QueueStatus status() const override { return {}; }
   void persist(std::function<void()> done) override { queue->run(std::move(done)); }
   using EventStorage::removeEvents;
@@ -117,6 +121,23 @@ class SynchronizationManagerImplTests : public testing::Test {
   void start() { manager->start(dependencies()); }
   void insert(int count) {
     for (int i = 0; i < count; ++i) storage->insert(aChange(anEvent("E-" + std::to_string(i))));
+  }
+  UploadResult uploadBatch() {
+    std::optional<UploadResult> found;
+    manager->uploadBatch([&](UploadResult result) { found = result; });
+    return found.value();
+  }
+  static UploadReport upload(std::string endpoint, std::optional<std::string> error,
+                             bool isUnreachable = false) {
+    return {.time = {},
+            .endpoint = std::move(endpoint),
+            .error = std::move(error),
+            .isUnreachable = isUnreachable};
+  }
+  static FakeAPIManager::Answer answersWith(UploadReport report, bool success) {
+    return [=](const auto& events, const auto& callback) {
+      callback(events, success, std::nullopt, report);
+    };
   }
   void tick() { time->advance(SynchronizationManagerImpl::autoSyncDefaultInterval); }
   void expectTheBatchAgain() {
@@ -685,6 +706,123 @@ TEST_F(SynchronizationManagerImplTests, aSyncThatFindsNoMemoryIsMadeAgain) {
   EXPECT_EQ(api->batches.size(), 2U);
   EXPECT_TRUE(storage->pendingEvents().empty());
   EXPECT_EQ(application->runningTasks(), 0U);
+}
+
+// One batch for a drain
+
+TEST_F(SynchronizationManagerImplTests,
+       aBatchThatIsAskedForIsSentWhileSuspendedWhichItLeavesAsItWas) {
+  start();
+  for (const bool isSuspended : {true, false}) {
+    manager->setSuspended(isSuspended);
+    insert(1);
+    EXPECT_EQ(uploadBatch(), UploadResult::finished);
+    EXPECT_EQ(manager->isSuspended(), isSuspended);
+    EXPECT_TRUE(storage->pendingEvents().empty());
+  }
+  EXPECT_THAT(api->sizes, ElementsAre(1U, 1U));
+}
+
+TEST_F(SynchronizationManagerImplTests, aBatchThatIsAskedForHoldsTheOldestEvents) {
+  start();
+  insert(600);
+  EXPECT_EQ(uploadBatch(), UploadResult::finished);
+  EXPECT_EQ(uploadBatch(), UploadResult::finished);
+  EXPECT_EQ(uploadBatch(), UploadResult::nothingPending);
+  EXPECT_THAT(api->sizes, ElementsAre(500U, 100U));
+}
+
+TEST_F(SynchronizationManagerImplTests, tellsWhatBecameOfABatchThatWasAskedFor) {
+  start();
+  EXPECT_EQ(uploadBatch(), UploadResult::nothingPending);
+  insert(1);
+  api->answer = answersWith(upload("", "no route", /*isUnreachable=*/true), false);
+  EXPECT_EQ(uploadBatch(), UploadResult::unreachable);
+  api->answer = answersWith(upload("", "refused"), false);
+  EXPECT_EQ(uploadBatch(), UploadResult::refused);
+  api->answer = answersWith(upload("", "none could be put into a request"), true);
+  EXPECT_EQ(uploadBatch(), UploadResult::finished);
+  storage->insertUnreadable();
+  EXPECT_EQ(uploadBatch(), UploadResult::notReadable);
+}
+
+TEST_F(SynchronizationManagerImplTests, aBackgroundTaskIsAroundABatchThatIsAskedFor) {
+  start();
+  insert(1);
+  api->answer = [this](const EventBatch& events, const auto& callback) {
+    EXPECT_EQ(application->runningTasks(), 1U);
+    callback(events, true, std::nullopt, {});
+  };
+  manager->uploadBatch([this](UploadResult) { EXPECT_EQ(application->runningTasks(), 0U); });
+  EXPECT_THAT(application->endedTasks(), ElementsAre(1U, 2U));
+}
+
+TEST_F(SynchronizationManagerImplTests, aBatchThatIsAskedForWaitsForTheRemovalOfTheOneBefore) {
+  const auto storageQueue = std::make_shared<ManualQueue>();
+  storage->queue = storageQueue;
+  start();
+  insert(1);
+  tick();
+  std::atomic<bool> isDone = false;
+  std::thread caller([&] {
+    EXPECT_EQ(uploadBatch(), UploadResult::nothingPending);
+    isDone = true;
+  });
+  while (storageQueue->size() < 2 && !isDone) std::this_thread::yield();
+  storageQueue->drain();
+  caller.join();
+  EXPECT_THAT(api->batches, ElementsAre(ElementsAre("E-0")));
+}
+
+TEST_F(SynchronizationManagerImplTests, waitsForNoRemovalThatTheStorageWillNeverMake) {
+  /// As a queue does that ends before its blocks run.
+  class Dropping final : public Tempra::Queue {
+    void run(Tempra::Block) override {}
+  };
+  storage->queue = std::make_shared<Dropping>();
+  start();
+  insert(1);
+  EXPECT_EQ(uploadBatch(), UploadResult::finished);
+}
+
+// Accounts
+
+TEST_F(SynchronizationManagerImplTests, theAccountOfABatchTellsWhatCouldNotBeSentFromWhatWas) {
+  start();
+  insert(1);
+  storage->insert(aChange(anUnencodableEvent("bad-1")));
+  storage->insert(aChange(anUnencodableEvent("bad-2")));
+  storage->insertLost();
+  tick();
+  ASSERT_EQ(storage->accounts.size(), 1U);
+  EXPECT_EQ(storage->accounts[0].notEncodable, 2U);
+  EXPECT_EQ(storage->accounts[0].lostOnDisk, 1U);
+  EXPECT_TRUE(storage->accounts[0].wasSent);
+}
+
+TEST_F(SynchronizationManagerImplTests, theAccountOfABatchThatNobodyTookSaysSo) {
+  start();
+  insert(1);
+  api->answer = answersWith(upload("", "none could be put into a request"), true);
+  tick();
+  ASSERT_EQ(storage->accounts.size(), 1U);
+  EXPECT_FALSE(storage->accounts[0].wasSent);
+}
+
+TEST_F(SynchronizationManagerImplTests, everyUploadIsToldAfterItsRemovalWasAskedFor) {
+  start();
+  std::vector<std::pair<std::string, std::size_t>> told;
+  manager->uploads().call([&](const UploadReport& upload) {
+    told.emplace_back(upload.endpoint, storage->pendingEvents().size());
+  });
+  EXPECT_EQ(manager->uploads().last(), std::nullopt);
+  insert(1);
+  api->answer = answersWith(upload("first", "refused"), false);
+  tick();
+  api->answer = answersWith(upload("second", std::nullopt), true);
+  uploadBatch();
+  EXPECT_THAT(told, ElementsAre(std::pair("first", 1U), std::pair("second", 0U)));
+  EXPECT_EQ(manager->uploads().last(), upload("second", std::nullopt));
 }
 
 // The end

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -99,6 +101,143 @@ TEST(AttachedMainThread, handsABodysExceptionToItsCaller) {
   loop.runOne();
   caller.join();
   EXPECT_TRUE(isThrown);
+}
+
+// Waiting
+
+using std::chrono::milliseconds;
+
+/// A loop that does not run, and its thread: the test's.
+class WaitingMainThread : public testing::Test {
+ protected:
+  Loop loop;
+  std::counting_semaphore<> posted{0};
+  std::shared_ptr<MainThread> thread = attachedMainThread([this](std::function<void()> body) {
+    loop.post(std::move(body));
+    posted.release();
+  });
+  std::atomic<int> runs = 0;
+  std::atomic<bool> ranElsewhere = false;
+  const std::thread::id home = std::this_thread::get_id();
+
+  std::thread caller(const std::function<void()>& then = [] {}) {
+    return std::thread([this, then] {
+      thread->runSynchronously([this] {
+        ++runs;
+        if (std::this_thread::get_id() != home) ranElsewhere = true;
+      });
+      then();
+    });
+  }
+};
+
+TEST_F(WaitingMainThread, runsBodiesThatWerePostedBeforeAndDuringAWaitWithinIt) {
+  auto before = caller();
+  posted.acquire();
+  std::thread during, last;
+  thread->waitFor(
+      [&](const std::function<void()>& end) {
+        during = caller();
+        last = std::thread([this, end, &before, &during] {
+          before.join();
+          during.join();
+          end();
+        });
+      },
+      std::chrono::hours(1));
+  last.join();
+  EXPECT_EQ(runs, 2);
+  EXPECT_FALSE(ranElsewhere);
+}
+
+TEST_F(WaitingMainThread, theLoopDoesNotRunAgainWhatAWaitHasRun) {
+  std::thread other;
+  thread->waitFor([&](const std::function<void()>& end) { other = caller(end); },
+                  std::chrono::hours(1));
+  other.join();
+  loop.runOne();
+  EXPECT_EQ(runs, 1);
+}
+
+TEST_F(WaitingMainThread, aWaitDoesNotRunAgainWhatTheLoopHasRun) {
+  auto other = caller();
+  loop.runOne();
+  other.join();
+  thread->waitFor([](const std::function<void()>& end) { end(); }, std::chrono::hours(1));
+  thread->waitFor([](const std::function<void()>&) {}, milliseconds(1));
+  EXPECT_EQ(runs, 1);
+}
+
+TEST_F(WaitingMainThread, endsWhenItsTimeIsUp) {
+  bool hasBegun = false;
+  thread->waitFor([&](const std::function<void()>&) { hasBegun = true; }, milliseconds(5));
+  EXPECT_TRUE(hasBegun);
+}
+
+TEST_F(WaitingMainThread, aWaitThatTimedOutEndsNoLaterOne) {
+  std::function<void()> endOfTheFirst;
+  thread->waitFor([&](std::function<void()> end) { endOfTheFirst = std::move(end); },
+                  milliseconds(1));
+  std::thread other;
+  bool wasRunBeforeTheEnd = false;
+  thread->waitFor(
+      [&](const std::function<void()>& end) {
+        endOfTheFirst();
+        other = caller([&, end] {
+          wasRunBeforeTheEnd = runs == 1;
+          end();
+        });
+      },
+      std::chrono::hours(1));
+  other.join();
+  EXPECT_TRUE(wasRunBeforeTheEnd);
+  EXPECT_FALSE(ranElsewhere);
+}
+
+TEST_F(WaitingMainThread, anEndThatComesAfterTheWaitIsHarmless) {
+  std::function<void()> end;
+  thread->waitFor([&](std::function<void()> given) { end = std::move(given); }, milliseconds(1));
+  thread.reset();
+  end();
+}
+
+TEST_F(WaitingMainThread, otherThreadsWaitWithoutServing) {
+  std::function<void()> end;
+  std::binary_semaphore hasBegun(0);
+  std::thread waiting([&] {
+    thread->waitFor(
+        [&](std::function<void()> given) {
+          end = std::move(given);
+          hasBegun.release();
+        },
+        std::chrono::hours(1));
+  });
+  hasBegun.acquire();
+  auto other = caller();
+  posted.acquire();
+  loop.runOne();
+  other.join();
+  end();
+  waiting.join();
+  EXPECT_EQ(runs, 1);
+  EXPECT_FALSE(ranElsewhere);
+}
+
+TEST(InlineMainThread, waitsForTheEndFromAnotherThreadOrForItsTime) {
+  const auto thread = inlineMainThread();
+  std::thread other;
+  bool isOver = false;
+  thread->waitFor(
+      [&](const std::function<void()>& end) {
+        other = std::thread([&isOver, end] {
+          isOver = true;
+          end();
+        });
+      },
+      std::chrono::hours(1));
+  EXPECT_TRUE(isOver);
+  other.join();
+  thread->waitFor([](const std::function<void()>&) {}, milliseconds(1));
 }
 
 }  // namespace
