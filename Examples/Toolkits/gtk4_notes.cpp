@@ -1,29 +1,25 @@
-// Notes with GTK 4. KITE_ENDPOINT and KITE_KEY say where the events go; a collector that signed its
-// own certificate is trusted with `gtk4_notes ca.pem`.
+// Notes with GTK 4. KITE_ENDPOINT and KITE_KEY say where the events go.
 #include <Kite/Kite.h>
 #include <KiteGtk4.h>
 
 #include <optional>
 
 struct Notes {
-  const char* caFile;
-  std::optional<kite::Gtk4::Adapter> kite = {};
+  std::optional<kite::Gtk4::Adapter> app = {};
   GtkWindow* window = nullptr;
   GtkTextBuffer* note = nullptr;
 };
 
-// Comes in the first process only, when the application is unique.
+// Only the first process of a unique application comes here.
 void startup(GtkApplication* application, Notes* notes) {
-  kite::Linux::KiteApplicationOptions options{.name = "notes", .version = "1.0", .build = "1"};
-  if (notes->caFile != nullptr) options.caFile = notes->caFile;
-  auto started = kite::Gtk4::start(application, std::move(options));
-  if (!started) return g_printerr("notes: %s\n", started.error().c_str());
-  notes->kite = *std::move(started);
+  auto app = kite::Gtk4::start(application, {.name = "notes", .version = "1.0"});
+  if (!app) g_error("%s", app.error().c_str());
+  notes->app = *std::move(app);
 }
 
 void save(GtkButton*, Notes* notes) {
   const int length = gtk_text_buffer_get_char_count(notes->note);
-  if (notes->kite) notes->kite->kite().trackUserAction("save", {{"length", length}});
+  notes->app->kite().trackUserAction("save", {{"length", length}});
   GtkWidget* const saved = gtk_message_dialog_new(notes->window, GTK_DIALOG_MODAL, GTK_MESSAGE_INFO,
                                                   GTK_BUTTONS_CLOSE, "Saved.");
   g_signal_connect(saved, "response", G_CALLBACK(gtk_window_destroy), nullptr);
@@ -46,12 +42,12 @@ void activate(GtkApplication* application, Notes* notes) {
 }
 
 int main(int argc, char** argv) {
-  Notes notes{.caFile = argc > 1 ? argv[1] : nullptr};
+  Notes notes;
   GtkApplication* const application =
       gtk_application_new("org.example.Notes", G_APPLICATION_DEFAULT_FLAGS);
   g_signal_connect(application, "startup", G_CALLBACK(startup), &notes);
   g_signal_connect(application, "activate", G_CALLBACK(activate), &notes);
-  const int status = g_application_run(G_APPLICATION(application), 1, argv);
+  const int status = g_application_run(G_APPLICATION(application), argc, argv);
   g_object_unref(application);
   return status;
 }

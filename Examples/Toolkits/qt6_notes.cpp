@@ -1,5 +1,4 @@
-// Notes with Qt 6. KITE_ENDPOINT and KITE_KEY say where the events go; a collector that signed its
-// own certificate is trusted with `qt6_notes ca.pem`.
+// Notes with Qt 6. KITE_ENDPOINT and KITE_KEY say where the events go.
 #include <Kite/Kite.h>
 #include <KiteQt6.h>
 
@@ -9,18 +8,12 @@
 #include <QTextEdit>
 #include <QVBoxLayout>
 #include <QWidget>
-#include <cstdio>
+#include <iostream>
 
 int main(int argc, char** argv) {
   QApplication application(argc, argv);
-  kite::Linux::KiteApplicationOptions options{.name = "notes", .version = "1.0", .build = "1"};
-  if (argc > 1) options.caFile = argv[1];
-  const auto started = kite::Qt6::start(application, std::move(options));
-  if (!started) {
-    std::fprintf(stderr, "notes: %s\n", started.error().c_str());
-    return 1;
-  }
-  auto& kite = started->kite();
+  const auto app = kite::Qt6::start(application, {.name = "notes", .version = "1.0"});
+  if (!app) return std::cerr << app.error() << '\n', 1;
 
   QWidget window;
   window.setWindowTitle("Notes");
@@ -31,7 +24,7 @@ int main(int argc, char** argv) {
   layout.addWidget(&save);
   QObject::connect(&save, &QPushButton::clicked, [&] {
     const int length = static_cast<int>(note.toPlainText().size());
-    kite.trackUserAction("save", {{"length", length}});
+    app->kite().trackUserAction("save", {{"length", length}});
     QMessageBox::information(&window, "Notes", "Saved.");
   });
   window.show();

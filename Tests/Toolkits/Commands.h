@@ -14,18 +14,16 @@
 
 namespace kite::test {
 
-/// What the test says in the environment; its folder has the collector's `ca.pem`, too.
+/// The service is what the environment says.
 inline Linux::KiteApplicationOptions options() {
   const std::string folder = std::getenv("KITE_TEST_FOLDER");
-  const std::chrono::seconds deliverWithin(std::stoi(std::getenv("KITE_TEST_DELIVER_WITHIN")));
   return {.name = "windows",
           .version = "1.0",
           .build = "1",
           .dataFolder = folder + "/data",
           .secretsFolder = folder + "/secrets",
-          .caFile = folder + "/tls/ca.pem",
           .drainLimits = {.persistWithin = std::chrono::seconds(10),
-                            .deliverWithin = deliverWithin}};
+                          .deliverWithin = std::chrono::seconds(20)}};
 }
 
 inline void answer(const std::string& text = "done") { std::cout << text << std::endl; }
@@ -51,7 +49,8 @@ class Commands {
   std::map<std::string, std::function<void()>> _actions;
 };
 
-/// A thread that tracks without a pause, from `start` on.
+/// A thread that asks the main one again and again, from `start` on: whether there is a foreground,
+/// to which alone a custom event belongs.
 class BusyThread {
  public:
   ~BusyThread() {
@@ -60,7 +59,7 @@ class BusyThread {
   }
   void start(KiteManagerImpl& kite) {
     _thread = std::thread([this, &kite] {
-      while (!_isEnding) kite.trackUserAction("busy", {});
+      while (!_isEnding) kite.trackCustomEvent("Busy", {});
     });
   }
 

@@ -53,8 +53,8 @@ void showOthers(Program& program) {
 }
 
 void addCommands(Program& program) {
-  const auto on = [&program](const std::string& word, std::function<void()> action) {
-    program.commands.on(word, [action = std::move(action)] {
+  const auto on = [&program](const std::string& line, std::function<void()> action) {
+    program.commands.on(line, [action = std::move(action)] {
       action();
       answerLater();
     });
@@ -84,8 +84,7 @@ void addCommands(Program& program) {
   on("others", [&] { showOthers(program); });
   on("splash", [] { gtk_window_present(GTK_WINDOW(gtk_window_new())); });
   on("busy", [&] { program.busy.start(program.kite->kite()); });
-  program.commands.on("count",
-                      [&] { kite::test::answerTracked(program.kite->application()); });
+  program.commands.on("count", [&] { kite::test::answerTracked(program.kite->application()); });
   program.commands.on("quit", [&] { g_application_quit(G_APPLICATION(program.application)); });
 }
 

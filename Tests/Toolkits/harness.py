@@ -37,6 +37,10 @@ class Screen:
         """What it prints, or nothing when it fails."""
         return subprocess.run(["xdotool", *words], env=self.environment, capture_output=True, text=True).stdout.strip()
 
+    def visible(self, name):
+        """The number of a window."""
+        return self.xdotool("search", "--onlyvisible", "--name", f"^{name}$")
+
     def close(self):
         for process in (self._manager, self._server):
             process.terminate()
@@ -78,11 +82,11 @@ class Collector:
 class Program:
     """A program on a screen that sends to a collector; its data are in the folder."""
 
-    def __init__(self, command, screen, collector, folder, deliver_within=DEADLINE):
+    def __init__(self, executable, screen, collector, folder):
         environment = {**screen.environment, "KITE_ENDPOINT": collector.url, "KITE_KEY": "secret",
-                       "KITE_TEST_FOLDER": str(folder), "KITE_TEST_DELIVER_WITHIN": str(deliver_within),
-                       "XDG_DATA_HOME": str(folder / "home"), "XDG_RUNTIME_DIR": str(folder)}
-        self._process = subprocess.Popen(command, env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+                       "KITE_CA_FILE": str(collector.authority),
+                       "KITE_TEST_FOLDER": str(folder), "XDG_DATA_HOME": str(folder / "home"), "XDG_RUNTIME_DIR": str(folder)}
+        self._process = subprocess.Popen([executable], env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
 
     def answer(self):
         return self._process.stdout.readline().strip()

@@ -12,15 +12,6 @@
 
 #include "Commands.h"
 
-namespace {
-
-// Once the loop has done what the command left to it.
-void answerLater() {
-  QTimer::singleShot(0, [] { kite::test::answer(); });
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
   QApplication application(argc, argv);
   QApplication::setQuitOnLastWindowClosed(false);
@@ -36,11 +27,14 @@ int main(int argc, char** argv) {
   QWidget unmanaged(nullptr, Qt::Window | Qt::BypassWindowManagerHint);
   QSplashScreen splash(QPixmap(40, 40));
 
+  QTimer answering;  // once the loop has done what the command left to it
+  answering.setSingleShot(true);
+  QObject::connect(&answering, &QTimer::timeout, [] { kite::test::answer(); });
   kite::test::Commands commands;
-  const auto on = [&commands](const std::string& word, std::function<void()> action) {
-    commands.on(word, [action = std::move(action)] {
+  const auto on = [&](const std::string& line, std::function<void()> action) {
+    commands.on(line, [&answering, action = std::move(action)] {
       action();
-      answerLater();
+      answering.start(0);
     });
   };
   on("show", [&] { first.show(); });

@@ -25,15 +25,15 @@ class OnAScreen(unittest.TestCase):
         self.collector = Collector(KITE, self.folder)
         self.addCleanup(self.collector.close)
 
-    def program(self, *command, **options):
-        program = Program(command, self.screen, self.collector, self.folder, **options)
+    def program(self, executable):
+        program = Program(executable, self.screen, self.collector, self.folder)
         self.addCleanup(program.kill)
         return program
 
 
 class Windows(OnAScreen):
-    def launch(self, *lines, **options):
-        program = self.program(PROGRAM, **options)
+    def launch(self, *lines):
+        program = self.program(PROGRAM)
         self.assertEqual(program.answer(), "done")
         for line in lines:
             self.assertEqual(program.say(line), "done")
@@ -77,10 +77,11 @@ class Windows(OnAScreen):
 
     def test_a_minimised_window_is_not_shown(self):
         program = self.launch("show")
-        for line in ("minimise", "restore"):
+        for line, is_visible in (("minimise", False), ("restore", True)):
             count = program.say("count")
             program.say(line)
-            eventually(lambda: program.say("count") != count, "a session that began or ended")
+            eventually(lambda: program.say("count") != count, f"an end or a beginning after {line}")
+            eventually(lambda: bool(self.screen.visible("first")) == is_visible, f"a window manager that has done {line}")
         self.assertEqual(program.quit(), 0)
         self.assertEqual(self.collector.sessions(), ["ended", "ended"])
 
@@ -99,17 +100,17 @@ class Windows(OnAScreen):
             self.assertEqual(self.collector.sessions(), ["ended"] * sessions)
 
     def test_a_thread_that_tracks_all_the_time_does_not_stop_the_application_from_quitting(self):
-        program = self.launch("show", "busy", deliver_within=0)
+        program = self.launch("show", "busy")
+        eventually(lambda: int(program.say("count")) > 100, "events of a thread")
         self.assertEqual(program.quit(), 0)
-        self.run_with()
         self.assertEqual(self.collector.sessions(), ["ended"])
-        self.assertGreater(len(self.collector.events("UserAction")), 0)
+        self.assertGreater(len(self.collector.events("Busy")), 50)
 
 
 class Example(OnAScreen):
     def launch(self):
-        program = self.program(EXAMPLE, self.collector.authority)
-        self.window = eventually(lambda: self.active() == "Notes" and self.screen.xdotool("getactivewindow"), "a window")
+        program = self.program(EXAMPLE)
+        self.window = eventually(lambda: self.active() == "Notes" and self.screen.visible("Notes"), "a window")
         return program
 
     def active(self):

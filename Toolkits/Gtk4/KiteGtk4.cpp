@@ -2,6 +2,7 @@
 
 #include <Kite/Linux/LinuxPlatform.h>
 
+#include <functional>
 #include <optional>
 #include <utility>
 
@@ -95,9 +96,11 @@ struct Adapter::State {
   }
   static void shutdown(GObject* anchor) {
     auto& state = of(anchor);
-    state.bodies->close();  // while this thread waits for the drain, nobody may wait for this thread
+    state.bodies
+        ->close();  // while this thread waits for the drain, nobody may wait for this thread
     state.application->setVisible(false);
-    state.application->drain(state.limits);
+    const auto report = state.application->drain(state.limits);
+    if (state.onDrained) state.onDrained(report);
   }
 
   GtkApplication* const gtkApplication;
@@ -107,6 +110,7 @@ struct Adapter::State {
   const std::shared_ptr<LoopBodies> bodies =
       std::make_shared<LoopBodies>([this] { runBodiesSoon(bodies); });
   DrainLimits limits;
+  std::function<void(const DrainReport&)> onDrained;
   std::optional<Linux::KiteApplication> application;
 };
 
@@ -125,6 +129,7 @@ Result<Adapter, std::string> start(GtkApplication* application,
   options.mainThread = Linux::attachedMainThread(
       [bodies = state->bodies](std::function<void()> body) { bodies->post(std::move(body)); });
   state->limits = options.drainLimits;
+  state->onDrained = options.onDrained;
   auto started = Linux::KiteApplication::start(std::move(options));
   if (!started) return Failure{started.error()};
   state->application = *std::move(started);

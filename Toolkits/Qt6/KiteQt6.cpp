@@ -7,6 +7,7 @@
 #include <QTimer>
 #include <QWindow>
 #include <algorithm>
+#include <functional>
 #include <optional>
 #include <utility>
 
@@ -33,13 +34,9 @@ bool isAnyShown() {
   });
 }
 
-bool mayChangeWhatIsShown(QEvent::Type type) {
-  return type == QEvent::Show || type == QEvent::Hide || type == QEvent::WindowStateChange;
-}
-
 }  // namespace
 
-/// Sees the events of all windows.
+/// Sees all windows, as an event filter of the application.
 struct Adapter::State final : QObject {
   State() {
     endOfTurn.setSingleShot(true);
@@ -50,23 +47,35 @@ struct Adapter::State final : QObject {
   void follow(QGuiApplication& qtApplication) {
     qtApplication.installEventFilter(this);
     connect(&qtApplication, &QCoreApplication::aboutToQuit, this, &State::quit);
-    endOfTurn.start(0);  // for windows that were shown before
+    for (QWindow* const window : QGuiApplication::topLevelWindows()) watch(*window);
+  }
+
+  // No event tells that a window is minimised when the program itself did it.
+  void watch(const QWindow& window) {
+    connect(&window, &QWindow::visibilityChanged, this, &State::lookSoon, Qt::UniqueConnection);
+    lookSoon();
+  }
+  void lookSoon() {
+    if (!endOfTurn.isActive()) endOfTurn.start(0);
   }
 
   void quit() {
     endOfTurn.stop();
     bodies->close();  // while this thread waits for the drain, nobody may wait for this thread
     application->setVisible(false);
-    application->drain(limits);
+    const auto report = application->drain(limits);
+    if (onDrained) onDrained(report);
   }
 
   bool eventFilter(QObject* object, QEvent* event) override {
-    if (object->isWindowType() && mayChangeWhatIsShown(event->type())) endOfTurn.start(0);
+    if (event->type() == QEvent::Show && object->isWindowType())
+      watch(*static_cast<QWindow*>(object));
     return false;
   }
 
   void runBodiesSoon() {
-    QMetaObject::invokeMethod(this, [this] { bodies->run(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this] { bodies->run(); }, Qt::QueuedConnection);
   }
 
   QTimer endOfTurn;  ///< fires after all that the turn has posted
@@ -74,6 +83,7 @@ struct Adapter::State final : QObject {
   const std::shared_ptr<Toolkits::LoopBodies> bodies =
       std::make_shared<Toolkits::LoopBodies>([this] { runBodiesSoon(); });
   DrainLimits limits;
+  std::function<void(const DrainReport&)> onDrained;
   std::optional<Linux::KiteApplication> application;
 };
 
@@ -92,6 +102,7 @@ Result<Adapter, std::string> start(QGuiApplication& application,
   options.mainThread = Linux::attachedMainThread(
       [bodies = state->bodies](std::function<void()> body) { bodies->post(std::move(body)); });
   state->limits = options.drainLimits;
+  state->onDrained = options.onDrained;
   auto started = Linux::KiteApplication::start(std::move(options));
   if (!started) return Failure{started.error()};
   state->application = *std::move(started);

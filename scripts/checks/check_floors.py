@@ -15,6 +15,8 @@ THIRD_PARTY = {"JSON": ("simdjson.h",), "Queue": ("simdjson.h",)}  # in .cpp fil
 OTHERS = {
     "Tests/Support": {*HEIGHT, "Support"} - {"Facade"},
     "Tools": {"Collector", "Host", "Queue", "Store", "Demo", "Common", "JSON"},
+    "Toolkits": {"Common", "Qt6", "Gtk4"},
+    "Tests/Toolkits": {"Commands.h"},
     "Examples": set(),
     "Tests/Package": set(),
 }
@@ -84,7 +86,7 @@ def main():
     faults = []
     for path in sorted(pathlib.Path(".").glob("Include/Kite/**/*.h")):
         faults += public_faults_of(path, path.read_text())
-    for top in ("Sources", "Tests", "Tools", "Examples"):
+    for top in ("Sources", "Tests", "Tools", "Toolkits", "Examples"):
         for path in sorted(pathlib.Path(top).glob("**/*")):
             if path.suffix in (".h", ".cpp"):
                 check = source_faults_of if top == "Sources" else other_faults_of

@@ -52,6 +52,7 @@ class Floors(unittest.TestCase):
         self.fails("Sources/Base/A.cpp", "<Kite/Platform/Larder.h>")
         self.fails("Tools/kite/A.cpp", '"Events/EventType.h"')
         self.fails("Tests/Support/A.h", '"Linux/Storage/RowLog.h"')
+        self.fails("Toolkits/Qt6/A.cpp", '"Facade/KiteState.h"')
 
     def test_system_headers_in_the_logic_fail(self):
         self.fails("Sources/Queue/A.cpp", "<unistd.h>")
