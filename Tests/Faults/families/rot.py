@@ -305,12 +305,14 @@ def is_trouble(lines: list[str]) -> bool:
 
 
 def start_once_more(run_: Run, state: pathlib.Path) -> None:
-    """The first start has mended it: the next one finds the same, and tells nothing."""
+    """The first start has mended it: the next one finds the same, and tells nothing but of a damaged
+    text, which stays where it is until it is read and dropped."""
     found = stores.queue(run_.kite, state)
     with Host(run_.asan, state, start_in_background=True) as host:
         host.start()
         host.quit()
-    check(not is_trouble(host.stderr), "\n".join(["told at the second start, too:", *host.stderr]))
+    unmended = [line for line in host.stderr if "Damaged elements were dropped" not in line]
+    check(not is_trouble(unmended), "\n".join(["told at the second start, too:", *host.stderr]))
     check(stores.queue(run_.kite, state)[:len(found)] == found, "the queue of the second start")
 
 
