@@ -16,43 +16,45 @@ class RowLog::Batch {
         _segment(log._segments.rbegin()->second),
         _seed(seedFor(log._store)),
         _list(list),
-        _begin(log._active->size()),
-        _rows(log._written.rows.size()),
-        _changes(log._written.changes.size()),
         _placed(placed),
-        _placedBefore(placed.size()) {}
+        _placedBefore(placed.size()) {
+    log._written.unfinished = {.edit = log._lastEdit + 1,
+                               .begin = log._active->size(),
+                               .rows = log._written.rows.size(),
+                               .changes = log._written.changes.size()};
+  }
   Batch(const Batch&) = delete;
   Batch& operator=(const Batch&) = delete;
   ~Batch() {
-    if (_isFinished) return;
-    _log._active->cut(_begin);
-    _log._written.rows.resize(_rows);
-    _log._written.changes.resize(_changes);
+    auto& written = _log._written;
+    if (!written.unfinished) return;
+    _log._active->cut(written.unfinished->begin);
+    written.dropUnfinished();
     _placed.resize(_placedBefore);
   }
 
-  void addChange(const Record& record) {
-    const auto list = record.list == 0 ? _list : record.list;
-    _log._written.changes.push_back({record.kind, list, std::string(record.payload)});
-    add(record);
+  void addChange(Record change) {
+    if (change.list == 0) change.list = _list;
+    _log._written.changes.push_back({change.kind, change.list, std::string(change.payload)});
+    add(change);
   }
-  void addRow(const Record& row) {
-    const auto list = row.list == 0 ? _list : row.list;
+  void addRow(Record row) {
+    if (row.list == 0) row.list = _list;
     const auto offset = _log._active->size() + _piece.size();
     const auto size = static_cast<std::uint32_t>(Record::headerSize + row.payload.size());
-    _log._written.rows.push_back({list, size, row.ordinal, offset, row.tag});
+    _log._written.rows.push_back({row.list, size, row.ordinal, offset, row.tag});
     _placed.push_back({row.ordinal, row.tag, {_segment.file, offset, size}});
-    _segment.note(list, row.ordinal);
+    _segment.note(row.list, row.ordinal);
     add(row);
   }
   bool finish() {
-    add({.kind = Record::Kind::editEnd});
+    add({.kind = Record::Kind::editEnd, .list = _list});
     write();
     if (!_isWritten) return false;
     ++_log._lastEdit;
     _segment.size = _log._active->size();
     _log._loaded.clear();
-    _isFinished = true;
+    _log._written.unfinished.reset();
     if (_segment.size >= fullSegment) catchingBadAlloc([this] { _log.writeIndex(); });
     return true;
   }
@@ -62,7 +64,6 @@ class RowLog::Batch {
 
   void add(Record record) {
     record.edit = _log._lastEdit + 1;
-    if (record.list == 0) record.list = _list;
     append(_piece, record, _seed);
     if (_piece.size() >= pieceSize) write();
   }
@@ -75,14 +76,10 @@ class RowLog::Batch {
   Segment& _segment;
   std::uint32_t _seed;
   std::uint32_t _list;
-  std::uint64_t _begin;
-  std::size_t _rows;
-  std::size_t _changes;
   Placed& _placed;
   std::size_t _placedBefore;
   std::string _piece;
   bool _isWritten = true;
-  bool _isFinished = false;
 };
 
 }  // namespace kite::Linux

@@ -64,7 +64,7 @@ class DiskStore : public Interface {
   std::unique_ptr<RecordStore> _values;
 };
 
-class DiskKVStorage final : public DiskStore<Larder::KVStorage> {
+class LogKVStorage final : public DiskStore<Larder::KVStorage> {
  public:
   using DiskStore::DiskStore;
 
@@ -102,7 +102,7 @@ class DiskKVStorage final : public DiskStore<Larder::KVStorage> {
 };
 
 /// The names of its keys are not sealed.
-class DiskSecretsStorage final : public DiskStore<Larder::SecretsStorage> {
+class SealedSecretsStorage final : public DiskStore<Larder::SecretsStorage> {
  public:
   using DiskStore::DiskStore;
 
@@ -153,12 +153,12 @@ class Inspector final : public StoreInspector {
 
 std::shared_ptr<Larder::KVStorage> keyValueStorage(const std::filesystem::path& folder,
                                                    const System& system) {
-  return std::make_shared<DiskKVStorage>(RecordStore::open(folder, keyValueStoreName(), system));
+  return std::make_shared<LogKVStorage>(RecordStore::open(folder, keyValueStoreName(), system));
 }
 
 std::shared_ptr<Larder::SecretsStorage> sealedSecretsStorage(const std::filesystem::path& folder,
                                                              const System& system) {
-  return std::make_shared<DiskSecretsStorage>(
+  return std::make_shared<SealedSecretsStorage>(
       RecordStore::open(folder, secretsStoreName(), system));
 }
 
@@ -170,9 +170,9 @@ Result<std::shared_ptr<StoreInspector>, std::string> inspectStore(
   if (!values) return Failure{values.error()};
   if (isKeyValues)
     return std::shared_ptr<StoreInspector>(
-        std::make_shared<Inspector<DiskKVStorage>>(*std::move(values)));
+        std::make_shared<Inspector<LogKVStorage>>(*std::move(values)));
   return std::shared_ptr<StoreInspector>(
-      std::make_shared<Inspector<DiskSecretsStorage>>(*std::move(values)));
+      std::make_shared<Inspector<SealedSecretsStorage>>(*std::move(values)));
 }
 
 }  // namespace kite::Linux
