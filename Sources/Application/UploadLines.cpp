@@ -14,8 +14,7 @@ std::string counted(std::uint64_t events) {
 
 void UploadLines::ended(const UploadReport& upload, std::uint64_t pending) {
   if (upload.endpoint.empty())
-    return _print("[Kite] " + counted(upload.events) +
-                  " were dropped: " + upload.error.value_or(""));
+    return _print("[Kite] Dropped " + counted(upload.events) + ": " + upload.error.value_or(""));
   const bool fails = upload.error.has_value();
   const std::scoped_lock guard(_mutex);
   if (std::exchange(_areFailing, fails) == fails) return;

@@ -55,6 +55,7 @@ class SignalGuard {
  private:
   SignalGuard() {
     if (::pipe2(_pipe, O_CLOEXEC | O_NONBLOCK) != 0) return;
+    _home = ::getpid();
     ::fcntl(_pipe[0], F_SETFL, 0);
     if (!startThread("kite.signals", [this] { await(); })) return;
     for (std::size_t i = 0; i < guardedSignals.size(); ++i) guard(guardedSignals[i], _before[i]);
@@ -70,8 +71,15 @@ class SignalGuard {
     ::sigaction(signal, &action, nullptr);
   }
 
+  // A forked child has no guard, and the pipe is its parent's: the signal is as if unguarded.
   static void tell(int signal) {
     const int error = errno;
+    if (::getpid() != _home) {
+      restore(signal);
+      ::raise(signal);
+      errno = error;
+      return;
+    }
     const auto number = static_cast<char>(signal);
     [[maybe_unused]] const auto written = ::write(_pipe[1], &number, 1);
     errno = error;
@@ -81,13 +89,18 @@ class SignalGuard {
     char number = 0;
     if (uninterrupted([&] { return ::read(_pipe[0], &number, 1); }) != 1) return;
     work.doAll();
-    for (std::size_t i = 0; i < guardedSignals.size(); ++i)
-      if (guardedSignals[i] == number) ::sigaction(number, &_before[i], nullptr);
+    restore(number);
     ::kill(::getpid(), number);
   }
 
+  static void restore(int signal) {
+    for (std::size_t i = 0; i < guardedSignals.size(); ++i)
+      if (guardedSignals[i] == signal) ::sigaction(signal, &_before[i], nullptr);
+  }
+
   static inline int _pipe[2] = {-1, -1};
-  std::array<struct sigaction, guardedSignals.size()> _before{};
+  static inline pid_t _home = 0;
+  static inline std::array<struct sigaction, guardedSignals.size()> _before{};
 };
 
 }  // namespace
