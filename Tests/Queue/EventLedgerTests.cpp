@@ -18,8 +18,8 @@ const std::vector<DropReason> allReasons{
 
 /// Three delivered, of each reason one or more, no two alike; nothing pending.
 constexpr const char* fullNote =
-    R"({"tracked":30,"delivered":3,"noConsent":1,"notStarted":2,"inBackground":4,)"
-    R"("notEncodable":5,"notUploadable":7,"lostOnDisk":8})";
+    R"({"tracked":30,"delivered":3,"dropped":{"noConsent":1,"notStarted":2,"inBackground":4,)"
+    R"("notEncodable":5,"notUploadable":7,"lostOnDisk":8}})";
 const Ledger fullCounts{.tracked = 30, .pending = 0, .delivered = 3, .dropped = {1, 2, 4, 5, 7, 8}};
 
 Ledger loaded(std::string_view note, std::uint64_t pending) {
@@ -99,7 +99,7 @@ TEST(EventLedgerTests, goesOnWhereAnEarlierRunStopped) {
 }
 
 TEST(EventLedgerTests, whatTheNoteKnowsAndTheQueueDoesNotIsLostOnDisk) {
-  const auto counts = loaded(R"({"tracked":10,"delivered":3,"noConsent":1})", 4);
+  const auto counts = loaded(R"({"tracked":10,"delivered":3,"dropped":{"noConsent":1}})", 4);
   EXPECT_EQ(counts, (Ledger{.tracked = 10,
                             .pending = 4,
                             .delivered = 3,
@@ -136,13 +136,15 @@ TEST(EventLedgerTests, whateverANoteHoldsTheCountsAddUp) {
   for (const std::string note :
        {R"()", R"({)", R"([])", R"("tracked")", R"({"tracked":null})", R"({"tracked":"10"})",
         R"({"tracked":1.5})", R"({"tracked":-5,"delivered":-7})", R"({"tracked":1,"delivered":9})",
-        R"({"delivered":18446744073709551615})", R"({"tracked":10,"tracked":3})"}) {
+        R"({"delivered":18446744073709551615})", R"({"tracked":3,"dropped":7})",
+        R"({"tracked":10,"tracked":3})"}) {
     const auto counts = loaded(note, 2);
     EXPECT_TRUE(addsUp(counts)) << note;
     EXPECT_LE(counts.delivered, 9U) << note;
   }
   EXPECT_TRUE(addsUp(loaded(R"({"tracked":)" + most + "}", 2)));
-  EXPECT_TRUE(addsUp(loaded(R"({"delivered":)" + most + R"(,"noConsent":)" + most + "}", 2)));
+  EXPECT_TRUE(
+      addsUp(loaded(R"({"delivered":)" + most + R"(,"dropped":{"noConsent":)" + most + "}}", 2)));
 }
 
 TEST(EventLedgerTests, countsWhatSeveralThreadsDo) {
