@@ -14,7 +14,9 @@
 
 namespace kite::test {
 
-/// The service is what the environment says.
+inline void answer(const std::string& text = "done") { std::cout << text << std::endl; }
+
+/// The service is what the environment says. The end of the drain is an answer, too.
 inline Linux::KiteApplicationOptions options() {
   const std::string folder = std::getenv("KITE_TEST_FOLDER");
   return {.name = "windows",
@@ -23,10 +25,12 @@ inline Linux::KiteApplicationOptions options() {
           .dataFolder = folder + "/data",
           .secretsFolder = folder + "/secrets",
           .drainLimits = {.persistWithin = std::chrono::seconds(10),
-                          .deliverWithin = std::chrono::seconds(20)}};
+                          .deliverWithin = std::chrono::seconds(20)},
+          .onDrained = [](const DrainReport& report) {
+            answer(report.end == DrainEnd::delivered ? "delivered" : "not delivered");
+          }};
 }
 
-inline void answer(const std::string& text = "done") { std::cout << text << std::endl; }
 /// How many events were recorded: a session's start and its end are one each.
 inline void answerTracked(const Linux::KiteApplication& application) {
   answer(std::to_string(application.status().ledger.tracked));
@@ -53,7 +57,8 @@ class Commands {
 /// to which alone a custom event belongs.
 class BusyThread {
  public:
-  ~BusyThread() {
+  ~BusyThread() { end(); }
+  void end() {
     _isEnding = true;
     if (_thread.joinable()) _thread.join();
   }

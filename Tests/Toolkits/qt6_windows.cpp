@@ -8,6 +8,7 @@
 #include <QSplashScreen>
 #include <QTimer>
 #include <QWidget>
+#include <cstdlib>
 #include <functional>
 
 #include "Commands.h"
@@ -68,5 +69,7 @@ int main(int argc, char** argv) {
   QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
   QObject::connect(&input, &QSocketNotifier::activated, [&] { commands.readOne(); });
   kite::test::answer();
-  return QApplication::exec();
+  const int status = QApplication::exec();
+  busy.end();
+  std::_Exit(status);  // nothing is destroyed: the quit alone has drained the library
 }

@@ -39,8 +39,12 @@ class Windows(OnAScreen):
             self.assertEqual(program.say(line), "done")
         return program
 
+    def quit(self, program):
+        self.assertEqual(program.quit(), 0)
+        self.assertEqual(program.answer(), "delivered")
+
     def run_with(self, *lines):
-        self.assertEqual(self.launch(*lines).quit(), 0)
+        self.quit(self.launch(*lines))
 
     def test_a_launch_without_a_window_is_no_session(self):
         self.run_with()
@@ -82,7 +86,7 @@ class Windows(OnAScreen):
             program.say(line)
             eventually(lambda: program.say("count") != count, f"an end or a beginning after {line}")
             eventually(lambda: bool(self.screen.visible("first")) == is_visible, f"a window manager that has done {line}")
-        self.assertEqual(program.quit(), 0)
+        self.quit(program)
         self.assertEqual(self.collector.sessions(), ["ended", "ended"])
 
     def test_the_end_of_a_killed_session_comes_with_the_next_launch(self):
@@ -102,7 +106,7 @@ class Windows(OnAScreen):
     def test_a_thread_that_tracks_all_the_time_does_not_stop_the_application_from_quitting(self):
         program = self.launch("show", "busy")
         eventually(lambda: int(program.say("count")) > 100, "events of a thread")
-        self.assertEqual(program.quit(), 0)
+        self.quit(program)
         self.assertEqual(self.collector.sessions(), ["ended"])
         self.assertGreater(len(self.collector.events("Busy")), 50)
 
