@@ -2,8 +2,10 @@
 
 import json
 import os
+import pathlib
 import sqlite3
 import subprocess
+import tempfile
 import time
 
 DEADLINE = 30
@@ -30,8 +32,11 @@ class Screen:
         # No desktop beside it: neither its bus nor its graphics card.
         self.environment = {**os.environ, "DISPLAY": display, "DBUS_SESSION_BUS_ADDRESS": "disabled:", "NO_AT_BRIDGE": "1",
                             "GTK_A11Y": "none", "GDK_BACKEND": "x11", "GSK_RENDERER": "cairo", "QT_QPA_PLATFORM": "xcb"}
-        self._manager = subprocess.Popen(["openbox"], env=self.environment, stderr=subprocess.DEVNULL)
-        eventually(lambda: self.xdotool("get_num_desktops"), "a window manager")
+        with tempfile.TemporaryDirectory() as folder:
+            ready = pathlib.Path(folder, "ready")
+            self._manager = subprocess.Popen(["openbox", "--startup", f"touch {ready}"], env=self.environment,
+                                             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            eventually(ready.exists, "a window manager")
 
     def xdotool(self, *words):
         """What it prints, or nothing when it fails."""

@@ -80,12 +80,13 @@ class Windows(OnAScreen):
         self.assertEqual(self.collector.sessions(), [])
 
     def test_a_minimised_window_is_not_shown(self):
-        program = self.launch("show")
-        for line, is_visible in (("minimise", False), ("restore", True)):
+        program = self.launch()
+        for line, is_visible in (("show", True), ("minimise", False), ("restore", True)):
             count = program.say("count")
             program.say(line)
-            eventually(lambda: program.say("count") != count, f"an end or a beginning after {line}")
+            # The window manager is slower than the program, which knows only later what has become of its window.
             eventually(lambda: bool(self.screen.visible("first")) == is_visible, f"a window manager that has done {line}")
+            eventually(lambda: program.say("count") != count, f"an end or a beginning after {line}")
         self.quit(program)
         self.assertEqual(self.collector.sessions(), ["ended", "ended"])
 
