@@ -96,8 +96,8 @@ struct Adapter::State {
   }
   static void shutdown(GObject* anchor) {
     auto& state = of(anchor);
-    state.bodies
-        ->close();  // while this thread waits for the drain, nobody may wait for this thread
+    // While this thread waits for the drain, nobody may wait for this thread.
+    state.bodies->close();
     state.application->setVisible(false);
     const auto report = state.application->drain(state.limits);
     if (state.onDrained) state.onDrained(report);

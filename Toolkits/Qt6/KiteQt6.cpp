@@ -61,7 +61,8 @@ struct Adapter::State final : QObject {
 
   void quit() {
     endOfTurn.stop();
-    bodies->close();  // while this thread waits for the drain, nobody may wait for this thread
+    // While this thread waits for the drain, nobody may wait for this thread.
+    bodies->close();
     application->setVisible(false);
     const auto report = application->drain(limits);
     if (onDrained) onDrained(report);
