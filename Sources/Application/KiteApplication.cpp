@@ -79,8 +79,7 @@ struct KiteApplication::State : LastWork, std::enable_shared_from_this<KiteAppli
             .installedBeforeKite = options.installedBeforeKite,
             .customIDs = {},
             .endpoints = {.production = endpoint, .staging = endpoint},
-            .sessionListener = followsWindows() ? SessionListener::notificationCenter(center)
-                                                : sessionsByHand.witness,
+            .sessionListener = sessionsByHand.witness,
             .backgroundChecker = BackgroundChecker::uiApplication(application, mainThread),
             .backgroundTaskScheduler = BackgroundTaskScheduler::uiApplication(application),
             .lumoID = options.name,
@@ -122,12 +121,17 @@ struct KiteApplication::State : LastWork, std::enable_shared_from_this<KiteAppli
     const std::scoped_lock guard(sessionMutex);
     if (!followsWindows() || std::exchange(hasSession, isVisible) == isVisible) return;
     isVisible ? application->willEnterForeground() : application->didEnterBackground();
+    isVisible ? sessionsByHand.triggerSessionStart() : sessionsByHand.triggerSessionEnd();
   }
 
   void doLastWork() override {
     const std::scoped_lock guard(lastWorkMutex);
-    if (isLastWorkDone || !home.isOriginalProcess()) return;
-    isLastWorkDone = true;
+    if (!home.isOriginalProcess()) return;
+    // What comes after the end is kept for the next run; the time to deliver was taken once.
+    if (std::exchange(isLastWorkDone, true)) {
+      kite::drain(kite, {.persistWithin = options.drainLimits.persistWithin});
+      return;
+    }
     followsWindows() ? setVisible(false) : endSession();
     const auto report = kite::drain(kite, options.drainLimits);
     if (options.onDrained) options.onDrained(report);
@@ -177,6 +181,8 @@ void KiteApplication::endSession() const {
   if (_state->options.sessions == Sessions::byHand) _state->endSession();
 }
 void KiteApplication::setVisible(bool isVisible) const { _state->setVisible(isVisible); }
+
+void KiteApplication::end() const { _state->doLastWork(); }
 
 DrainReport KiteApplication::drain(DrainLimits limits) const {
   return kite::drain(_state->kite, limits);

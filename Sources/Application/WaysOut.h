@@ -6,8 +6,7 @@
 /// What ends a process without the destructors of its main function.
 namespace kite::Linux {
 
-/// Something to be done before the process ends. Done at most once, by whoever comes first; the
-/// others wait.
+/// Something to be done before the process ends, by whoever comes first; the others wait.
 class LastWork {
  public:
   virtual ~LastWork() = default;

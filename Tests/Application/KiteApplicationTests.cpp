@@ -11,6 +11,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
@@ -323,6 +324,40 @@ TEST_F(KiteApplicationTests, withoutTimeToDeliverTheEndLeavesEverythingToTheNext
   answer = 200;
   app.drain(timeToDeliver);
   EXPECT_THAT(arrived({"a"}), SizeIs(1));
+}
+
+TEST_F(KiteApplicationTests, whatIsRecordedAfterTheEndIsKeptForTheNextRun) {
+  {
+    const auto app = start(options());
+    app.kite().trackUserAction("before", {});
+    app.end();
+    ASSERT_THAT(drained, SizeIs(1));
+    EXPECT_EQ(drained[0].end, DrainEnd::delivered);
+    answer = 500;
+    app.kite().trackUserAction("after", {});
+  }
+  EXPECT_THAT(drained, SizeIs(1));
+  answer = 200;
+  startAgain().drain(timeToDeliver);
+  EXPECT_THAT(arrived({"before", "after"}), ElementsAre("before", "after"));
+}
+
+// The heartbeat of the library reads the session all the time, too.
+TEST_F(KiteApplicationTests, readersOfTheSessionBeginNoneWhileWindowsComeAndGo) {
+  constexpr int changes = 100;
+  {
+    const auto app = start(optionsFor(Sessions::byWindows));
+    std::atomic<bool> isOver = false;
+    std::thread reader([&] {
+      while (!isOver) (void)app.kite().currentSessionId();
+    });
+    for (int i = 0; i < changes; ++i) app.setVisible(i % 2 == 0);
+    isOver = true;
+    reader.join();
+  }
+  const auto found = sessionsAndActions();
+  EXPECT_EQ(std::ranges::count(found, "session_start"), changes / 2);
+  EXPECT_EQ(std::ranges::count(found, "session_end"), changes / 2);
 }
 
 TEST_F(KiteApplicationTests, theLedgerGoesOnInTheNextRun) {

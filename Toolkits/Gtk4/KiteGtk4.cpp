@@ -98,9 +98,7 @@ struct Adapter::State {
     auto& state = of(anchor);
     // While this thread waits for the drain, nobody may wait for this thread.
     state.bodies->close();
-    state.application->setVisible(false);
-    const auto report = state.application->drain(state.limits);
-    if (state.onDrained) state.onDrained(report);
+    state.application->end();
   }
 
   GtkApplication* const gtkApplication;
@@ -109,8 +107,6 @@ struct Adapter::State {
   /// The library's threads may hold it longer than this lives.
   const std::shared_ptr<LoopBodies> bodies =
       std::make_shared<LoopBodies>([this] { runBodiesSoon(bodies); });
-  DrainLimits limits;
-  std::function<void(const DrainReport&)> onDrained;
   std::optional<Linux::KiteApplication> application;
 };
 
@@ -128,8 +124,6 @@ Result<Adapter, std::string> start(GtkApplication* application,
   options.sessions = Linux::Sessions::byWindows;
   options.mainThread = Linux::attachedMainThread(
       [bodies = state->bodies](std::function<void()> body) { bodies->post(std::move(body)); });
-  state->limits = options.drainLimits;
-  state->onDrained = options.onDrained;
   auto started = Linux::KiteApplication::start(std::move(options));
   if (!started) return Failure{started.error()};
   state->application = *std::move(started);

@@ -19,7 +19,7 @@ namespace kite::Gtk4 {
 /// count for nothing.
 ///
 /// When the application shuts down, the session ends and is drained with the limits of the options;
-/// the destruction drains what was recorded after that.
+/// the destruction keeps what was recorded after that for the next run.
 class KITE_EXPORT Adapter {
  public:
   Adapter(Adapter&&) noexcept;

@@ -63,9 +63,7 @@ struct Adapter::State final : QObject {
     endOfTurn.stop();
     // While this thread waits for the drain, nobody may wait for this thread.
     bodies->close();
-    application->setVisible(false);
-    const auto report = application->drain(limits);
-    if (onDrained) onDrained(report);
+    application->end();
   }
 
   bool eventFilter(QObject* object, QEvent* event) override {
@@ -83,8 +81,6 @@ struct Adapter::State final : QObject {
   /// The library's threads may hold it longer than this lives.
   const std::shared_ptr<Toolkits::LoopBodies> bodies =
       std::make_shared<Toolkits::LoopBodies>([this] { runBodiesSoon(); });
-  DrainLimits limits;
-  std::function<void(const DrainReport&)> onDrained;
   std::optional<Linux::KiteApplication> application;
 };
 
@@ -102,8 +98,6 @@ Result<Adapter, std::string> start(QGuiApplication& application,
   options.sessions = Linux::Sessions::byWindows;
   options.mainThread = Linux::attachedMainThread(
       [bodies = state->bodies](std::function<void()> body) { bodies->post(std::move(body)); });
-  state->limits = options.drainLimits;
-  state->onDrained = options.onDrained;
   auto started = Linux::KiteApplication::start(std::move(options));
   if (!started) return Failure{started.error()};
   state->application = *std::move(started);

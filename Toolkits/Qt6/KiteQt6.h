@@ -19,7 +19,7 @@ namespace kite::Qt6 {
 /// and those that the window manager does not know count for nothing.
 ///
 /// When the application is about to quit, the session ends and is drained with the limits of the
-/// options; the destruction drains what was recorded after that.
+/// options; the destruction keeps what was recorded after that for the next run.
 class KITE_EXPORT Adapter {
  public:
   Adapter(Adapter&&) noexcept;

@@ -42,7 +42,8 @@ struct KiteApplicationOptions {
   Sessions sessions = Sessions::wholeRun;
 
   std::optional<std::filesystem::path> dataFolder = {};  ///< absolute; else under XDG's data home
-  std::optional<std::filesystem::path> secretsFolder = {};  ///< absolute; else beside it
+  /// Absolute; else that of `kite-secrets` under XDG's data home.
+  std::optional<std::filesystem::path> secretsFolder = {};
   /// PEM; else `$KITE_CA_FILE`, else the system's authorities.
   std::optional<std::filesystem::path> caFile = {};
 
@@ -91,6 +92,11 @@ class KITE_EXPORT KiteApplication {
   /// With `Sessions::byWindows`: the user sees a window of the application, or none any more.
   /// A value that is no news is ignored, and so is all with other sessions.
   void setVisible(bool isVisible) const;
+
+  /// What the destruction does, for a host that ends before: ends the session and drains with the
+  /// limits of the options. Whoever ends it again, the destruction too, only puts what was recorded
+  /// since on disk.
+  void end() const;
 
   /// See `kite::drain`. The session goes on.
   DrainReport drain(DrainLimits limits = {}) const;
