@@ -52,16 +52,13 @@ void EventLedger::append() {
   _state.with([](State& state) { ++state.counts.tracked; });
 }
 
-void EventLedger::remove(std::uint64_t count, const RemovalAccount& account) {
-  const auto notEncodable = std::min(count, account.notEncodable);
-  const auto lost = std::min(count - notEncodable, account.lostOnDisk);
-  const auto others = count - notEncodable - lost;
+void EventLedger::remove(const RemovedEvents& removed) {
   _state.with([&](State& state) {
     auto& [tracked, pending, delivered, dropped] = state.counts;
-    dropped.notEncodable += notEncodable;
-    dropped.lostOnDisk += lost;
-    (account.wasSent ? delivered : dropped.notUploadable) += others;
-    if (account.wasSent) state.deliveredInThisRun += others;
+    dropped.notEncodable += removed.notEncodable;
+    dropped.lostOnDisk += removed.lostOnDisk;
+    (removed.wereSent ? delivered : dropped.notUploadable) += removed.others;
+    if (removed.wereSent) state.deliveredInThisRun += removed.others;
   });
 }
 

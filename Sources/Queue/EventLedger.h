@@ -13,11 +13,12 @@ namespace kite {
 /// Why an event will not be delivered.
 using DropReason = std::uint64_t DroppedEvents::*;
 
-/// What becomes of events that leave the queue: all that are not counted here were delivered.
-struct RemovalAccount {
+/// What became of events that have left the queue.
+struct RemovedEvents {
   std::uint64_t notEncodable = 0;
   std::uint64_t lostOnDisk = 0;
-  bool wasSent = true;  ///< false: the others were dropped, too
+  std::uint64_t others = 0;
+  bool wereSent = true;  ///< the others; false: they were dropped, too
 };
 
 /// Counts what becomes of events. Any thread.
@@ -27,7 +28,7 @@ class EventLedger {
   void drop(DropReason reason);
   /// An event that was put into the queue.
   void append();
-  void remove(std::uint64_t count, const RemovalAccount& account);
+  void remove(const RemovedEvents& removed);
 
   /// Goes on with what an earlier run had counted when it saved its queue. What `note` knows and
   /// the queue does not is lost; what only the queue knows is counted as tracked.

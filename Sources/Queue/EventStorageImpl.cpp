@@ -179,10 +179,18 @@ void EventStorageImpl::append(const Work& work, EventHandle event) {
 
 void EventStorageImpl::remove(const Work& work, const PendingChange::Removal& removal) {
   auto rest = _pendingEvents.copy();
-  rest.remove(removal.ids);
+  const auto take = [&rest](const std::set<std::string>& ids) {
+    const auto before = rest.size();
+    if (!ids.empty()) rest.remove(ids);
+    return before - rest.size();
+  };
+  RemovedEvents removed{.notEncodable = take(removal.account.notEncodable),
+                        .lostOnDisk = take(removal.account.lostOnDisk),
+                        .others = take(removal.ids),
+                        .wereSent = removal.account.wasSent};
   _pendingEvents.with([&](EventList& events) {
     std::swap(events, rest);
-    work.ledger->remove(rest.size() - events.size(), removal.account);
+    work.ledger->remove(removed);
   });
 }
 

@@ -64,10 +64,11 @@ std::set<std::string> idsOf(const EventBatch& batch) {
 }
 
 RemovalAccount accountOf(const EventBatch& batch, const UploadReport& report) {
-  RemovalAccount account{.wasSent = !report.error};
+  RemovalAccount account;
+  account.wasSent = !report.error;
   for (const auto& event : batch) {
-    if (event->isLost()) ++account.lostOnDisk;
-    if (event->encodingError()) ++account.notEncodable;
+    if (event->isLost()) account.lostOnDisk.insert(event->id());
+    if (event->encodingError()) account.notEncodable.insert(event->id());
   }
   return account;
 }

@@ -23,7 +23,7 @@ import families
 from harness import disks
 from harness.case import CASES, Failed, NotRun, Outcome, Run
 
-ORDER = ("kill", "power", "disk", "rot", "owners", "threads", "data", "replies", "tls", "clock",
+ORDER = ("kill", "exits", "power", "disk", "rot", "owners", "threads", "data", "replies", "tls", "clock",
          "backlog", "secrets", "collector")
 
 

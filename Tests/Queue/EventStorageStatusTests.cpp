@@ -83,7 +83,7 @@ TEST_F(EventStorageStatusTests, countsWhatIsRemovedWhenItIs) {
   insertAll({"A", "B", "C", "D"});
   persist();
   insert("E");
-  storage->removeEvents({"A", "B", "C"}, {.notEncodable = 1});
+  storage->removeEvents({"A", "B", "C"}, {.notEncodable = {"B"}});
   expect({.tracked = 5, .pending = 5}, 4);
   queue->drain();
   const DroppedEvents dropped{.notEncodable = 1};
@@ -99,6 +99,26 @@ TEST_F(EventStorageStatusTests, aRemovalOfWhatIsGoneCountsNothing) {
   storage->removeEvents({"A"});
   queue->drain();
   expect({.tracked = 1, .delivered = 1}, 0);
+}
+
+/// A batch may be sent again, with what has come since, before it is removed.
+TEST_F(EventStorageStatusTests, whatIsRemovedTwiceCountsOnceAsWhatItIs) {
+  start();
+  insertAll({"lost", "bad", "A", "B"});
+  storage->removeEvents({"lost", "bad", "A"}, {.notEncodable = {"bad"}, .lostOnDisk = {"lost"}});
+  storage->removeEvents({"lost", "bad", "A", "B"},
+                        {.notEncodable = {"bad"}, .lostOnDisk = {"lost"}});
+  queue->drain();
+  expect({.tracked = 4, .delivered = 2, .dropped = {.notEncodable = 1, .lostOnDisk = 1}}, 0);
+}
+
+TEST_F(EventStorageStatusTests, nothingOfABatchThatWasNotSentIsDelivered) {
+  start();
+  insertAll({"lost", "bad", "A"});
+  storage->removeEvents({"lost", "bad", "A"},
+                        {.notEncodable = {"bad"}, .lostOnDisk = {"lost"}, .wasSent = false});
+  queue->drain();
+  expect({.tracked = 3, .dropped = {.notEncodable = 1, .notUploadable = 1, .lostOnDisk = 1}}, 0);
 }
 
 TEST_F(EventStorageStatusTests, aFailedWriteLeavesItsEventsInMemory) {
@@ -136,7 +156,7 @@ TEST_F(EventStorageStatusTests, withAnEventThatDoesNotEncodeAllThatCameAfterIsIn
   insertAll({"B"});
   persist();
   expect({.tracked = 3, .pending = 3}, 1);
-  storage->removeEvents({"bad"}, {.notEncodable = 1});
+  storage->removeEvents({"bad"}, {.notEncodable = {"bad"}});
   persist();
   expect({.tracked = 3, .pending = 2, .dropped = {.notEncodable = 1}}, 2);
 }

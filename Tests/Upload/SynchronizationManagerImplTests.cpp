@@ -795,8 +795,8 @@ TEST_F(SynchronizationManagerImplTests, theAccountOfABatchTellsWhatCouldNotBeSen
   storage->insertLost();
   tick();
   ASSERT_EQ(storage->accounts.size(), 1U);
-  EXPECT_EQ(storage->accounts[0].notEncodable, 2U);
-  EXPECT_EQ(storage->accounts[0].lostOnDisk, 1U);
+  EXPECT_THAT(storage->accounts[0].notEncodable, ElementsAre("bad-1", "bad-2"));
+  EXPECT_THAT(storage->accounts[0].lostOnDisk, ElementsAre(UUID::noop().text()));
   EXPECT_TRUE(storage->accounts[0].wasSent);
 }
 
