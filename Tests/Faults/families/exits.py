@@ -17,7 +17,7 @@ PERSIST_WITHIN = 0.25
 SLACK = 0.05  # of a way out, beyond the limits of its drain
 SLOW_MACHINE = 1.0  # beyond that, as seen from another process
 BATCH = 500
-RUNS_OF_A_LIFE = 10
+RUNS_OF_A_LIFE = 6
 
 
 @dataclasses.dataclass

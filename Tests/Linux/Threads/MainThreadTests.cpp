@@ -138,7 +138,7 @@ TEST_F(WaitingMainThread, runsBodiesThatWerePostedBeforeAndDuringAWaitWithinIt) 
   thread->waitFor(
       [&](const std::function<void()>& end) {
         during = caller();
-        last = std::thread([this, end, &before, &during] {
+        last = std::thread([end, &before, &during] {
           before.join();
           during.join();
           end();
