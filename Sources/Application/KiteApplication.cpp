@@ -7,6 +7,7 @@
 #include "Base/ForkGuard.h"
 
 #include <mutex>
+#include <optional>
 #include <utility>
 
 namespace kite::Linux {
@@ -124,17 +125,22 @@ struct KiteApplication::State : LastWork, std::enable_shared_from_this<KiteAppli
     isVisible ? sessionsByHand.triggerSessionStart() : sessionsByHand.triggerSessionEnd();
   }
 
+  // The host is told without the lock: it may end the process there, which comes back to here.
   void doLastWork() override {
-    const std::scoped_lock guard(lastWorkMutex);
     if (!home.isOriginalProcess()) return;
-    // What comes after the end is kept for the next run; the time to deliver was taken once.
+    if (const auto report = lastDrain(); report && options.onDrained) options.onDrained(*report);
+  }
+
+  /// Nothing when it is not the first. What comes after that one is kept for the next run; the time
+  /// to deliver is taken once.
+  std::optional<DrainReport> lastDrain() {
+    const std::scoped_lock guard(lastWorkMutex);
     if (std::exchange(isLastWorkDone, true)) {
       kite::drain(kite, {.persistWithin = options.drainLimits.persistWithin});
-      return;
+      return std::nullopt;
     }
     followsWindows() ? setVisible(false) : endSession();
-    const auto report = kite::drain(kite, options.drainLimits);
-    if (options.onDrained) options.onDrained(report);
+    return kite::drain(kite, options.drainLimits);
   }
 
   const KiteApplicationOptions options;

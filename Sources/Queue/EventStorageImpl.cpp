@@ -56,7 +56,7 @@ EventList EventStorageImpl::pendingEvents() const {
 QueueStatus EventStorageImpl::status() const {
   const auto dependencies = _dependencies.unwrapped();
   if (!dependencies) return {};
-  const auto inserted = _inserted.load();
+  const auto inserted = _inserted.total();
   return _pendingEvents.with([&](const EventList& events) {
     QueueStatus status{dependencies->ledger->counts(), events.size() - events.countFrom(_savedEnd)};
     const auto waiting = inserted - std::min(inserted, _appended.load());
@@ -82,7 +82,7 @@ void EventStorageImpl::addObservers(const SessionListener& sessionListener) {
 }
 
 void EventStorageImpl::insert(std::unique_ptr<PendingChange> event) {
-  _inserted.fetch_add(1, std::memory_order_relaxed);
+  _inserted.add();
   submit(std::move(event));
   _spent.reclaim();
 }

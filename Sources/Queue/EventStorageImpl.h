@@ -2,6 +2,7 @@
 
 #include "Base/Guarded.h"
 #include "Base/MPSCStack.h"
+#include "Base/SharedCount.h"
 #include "Base/Started.h"
 #include "Events/EventEncoder.h"
 #include "Queue/EventStorage.h"
@@ -100,7 +101,7 @@ class EventStorageImpl final : public EventStorage,
 
   std::atomic<std::uint64_t> _appended{0};          // of the inserted events those in the list
   mutable std::atomic<std::uint64_t> _savedEnd{0};  // above the ordinals of events that are on disk
-  std::atomic<std::uint64_t> _inserted{0};          // beside what every insertion touches anyway
+  SharedCount _inserted;
   MPSCStack<PendingChange> _submitted;
   ReclaimList _spent;
   mutable Work _work;

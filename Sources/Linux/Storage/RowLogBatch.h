@@ -55,7 +55,9 @@ class RowLog::Batch {
     _segment.size = _log._active->size();
     _log._loaded.clear();
     _log._written.unfinished.reset();
-    if (_segment.size >= fullSegment) catchingBadAlloc([this] { _log.writeIndex(); });
+    if (_segment.size < fullSegment) return true;
+    catchingBadAlloc([this] { _log.writeIndex(); });
+    _log._written = {};  // nothing is added to a full segment
     return true;
   }
 

@@ -100,7 +100,7 @@ void RowLog::learnEdits(Contents& contents, const Known& known, Damages& damages
     }
   }
   lastSegment.unsynced = _active;
-  _written = last;
+  if (_active && _active->size() < fullSegment) _written = last;
   if (lastSegment.isDamaged) _active = nullptr;
 }
 

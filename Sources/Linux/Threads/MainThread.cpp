@@ -54,11 +54,11 @@ class WaitingRoom : public std::enable_shared_from_this<WaitingRoom> {
       self->_changed.notify_all();
     });
     std::unique_lock guard(_mutex);
-    while (!*isEnded) {
+    while (!*isEnded && Clock::now() < until) {
       if (!_tasks.empty()) {
         runFirst(guard);
-      } else if (_changed.wait_until(guard, until) == std::cv_status::timeout) {
-        return;
+      } else {
+        _changed.wait_until(guard, until);
       }
     }
   }
