@@ -342,6 +342,17 @@ TEST_F(KiteApplicationTests, whatIsRecordedAfterTheEndIsKeptForTheNextRun) {
   EXPECT_THAT(arrived({"before", "after"}), ElementsAre("before", "after"));
 }
 
+TEST_F(KiteApplicationTests, theHostMayEndTheProcessWhenItIsToldOfTheEnd) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto endInside = [this] {
+    auto given = options();
+    given.drainAtExit = true;
+    given.onDrained = [](const DrainReport&) { std::exit(7); };
+    start(given).kite().trackUserAction("a", {});
+  };
+  EXPECT_EXIT(endInside(), testing::ExitedWithCode(7), "");
+}
+
 // The heartbeat of the library reads the session all the time, too.
 TEST_F(KiteApplicationTests, readersOfTheSessionBeginNoneWhileWindowsComeAndGo) {
   constexpr int changes = 100;
