@@ -19,12 +19,12 @@ struct DrainLimits {
 
 /// Why a drain ended.
 enum class DrainEnd {
-  persisted,     ///< all is on disk, and no time was given to deliver it
+  persisted,     ///< all that was recorded before is on disk, and no time was given to deliver it
   delivered,     ///< nothing is pending any more
   deadline,      ///< the time was up
-  notPersisted,  ///< the disk does not take the events, and no time was given to deliver them
+  notPersisted,  ///< the disk does not take the events, or one of them has no JSON form
   unreachable,   ///< no endpoint answered
-  refused,       ///< the last endpoint that was tried refused a batch
+  refused,       ///< an endpoint answered, and none took the batch
   notReadable,   ///< the pending events cannot be read from the disk
   notRunning,    ///< before `start`, or in a forked child
 };
@@ -45,7 +45,8 @@ struct DrainReport {
 /// Any thread, as often as wanted. Uploads go on whether a session runs or not. On the main thread
 /// that the bundle's `BackgroundChecker` asks, bodies posted to that thread run meanwhile.
 KITE_EXPORT DrainReport drain(KiteManagerImpl& kite, DrainLimits limits = {});
-/// The same without waiting: `whenDone` runs once, on a thread of the library's or on this one.
+/// The same without waiting: `whenDone` runs once, on a thread of the library's or on this one. It
+/// must be quick and must not throw.
 KITE_EXPORT void drain(KiteManagerImpl& kite, DrainLimits limits,
                        std::function<void(const DrainReport&)> whenDone);
 

@@ -43,7 +43,8 @@ struct DroppedEvents {
 /// What became of every event: `tracked` is `pending` and `delivered` and all that were dropped.
 ///
 /// Of this run and what it found in the store. With `Linux::KiteApplication` the counts go on
-/// across restarts: they are saved with the queue, so that a kill takes back what it takes of both.
+/// across restarts: they are saved with each change of the stored queue and by a drain, so that a
+/// kill takes back what it takes of both.
 struct Ledger {
   std::uint64_t tracked = 0;
   std::uint64_t pending = 0;

@@ -4,6 +4,7 @@
 #include "Application/CheckedOptions.h"
 #include "Application/UploadLines.h"
 #include "Application/WaysOut.h"
+#include "Base/CatchingBadAlloc.h"
 #include "Base/ForkGuard.h"
 
 #include <mutex>
@@ -110,17 +111,20 @@ struct KiteApplication::State : LastWork, std::enable_shared_from_this<KiteAppli
   }
 
   void beginSession() {
+    if (!home.isOriginalProcess()) return;
     const std::scoped_lock guard(sessionMutex);
     hasSession = true;
     sessionsByHand.triggerSessionStart();
   }
   void endSession() {
+    if (!home.isOriginalProcess()) return;
     const std::scoped_lock guard(sessionMutex);
     if (std::exchange(hasSession, false)) sessionsByHand.triggerSessionEnd();
   }
   void setVisible(bool isVisible) {
+    if (!followsWindows() || !home.isOriginalProcess()) return;
     const std::scoped_lock guard(sessionMutex);
-    if (!followsWindows() || std::exchange(hasSession, isVisible) == isVisible) return;
+    if (std::exchange(hasSession, isVisible) == isVisible) return;
     isVisible ? application->willEnterForeground() : application->didEnterBackground();
     isVisible ? sessionsByHand.triggerSessionStart() : sessionsByHand.triggerSessionEnd();
   }
@@ -128,7 +132,11 @@ struct KiteApplication::State : LastWork, std::enable_shared_from_this<KiteAppli
   // The host is told without the lock: it may end the process there, which comes back to here.
   void doLastWork() override {
     if (!home.isOriginalProcess()) return;
-    if (const auto report = lastDrain(); report && options.onDrained) options.onDrained(*report);
+    std::optional<DrainReport> report;
+    catchingBadAlloc([&] { report = lastDrain(); });
+    if (!report) return;
+    if (report->inMemory > 0) catchingBadAlloc([&] { uploadLines.lost(report->inMemory); });
+    if (options.onDrained) options.onDrained(*report);
   }
 
   /// Nothing when it is not the first. What comes after that one is kept for the next run; the time

@@ -24,4 +24,8 @@ void UploadLines::ended(const UploadReport& upload, std::uint64_t pending) {
                      " delivered");
 }
 
+void UploadLines::lost(std::uint64_t events) const {
+  _print("[Kite] " + counted(events) + " could not be saved before the end, and may be lost");
+}
+
 }  // namespace kite::Linux

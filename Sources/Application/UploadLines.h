@@ -17,6 +17,8 @@ class UploadLines {
       : _print(std::move(print)) {}
 
   void ended(const UploadReport& upload, std::uint64_t pending);
+  /// At the end of the process, of events that are in memory alone.
+  void lost(std::uint64_t events) const;
 
  private:
   const std::function<void(std::string_view line)> _print;

@@ -1,5 +1,6 @@
 #include "Application/WaysOut.h"
 
+#include "Base/CatchingBadAlloc.h"
 #include "Base/Guarded.h"
 #include "Linux/Storage/Uninterrupted.h"
 #include "Linux/Threads/LibraryThread.h"
@@ -28,8 +29,10 @@ class WorkList {
     });
   }
   void doAll() const {
-    for (const auto& entry : _work.copy())
-      if (const auto work = entry.lock()) work->doLastWork();
+    catchingBadAlloc([this] {
+      for (const auto& entry : _work.copy())
+        if (const auto work = entry.lock()) work->doLastWork();
+    });
   }
 
  private:
@@ -43,12 +46,17 @@ WorkList& exitWork() {
 
 constexpr std::array guardedSignals{SIGTERM, SIGINT};
 
-/// Lets a thread do what a signal handler must not.
+/// Lets a thread do what a signal handler must not. For one signal: what comes after it is as if
+/// unguarded.
 class SignalGuard {
  public:
+  /// This process's: a fork leaves the thread behind.
   static SignalGuard& instance() {
-    static auto& guard = *new SignalGuard;
-    return guard;
+    static constinit Guarded<SignalGuard*> current;
+    return *current.with([](SignalGuard*& guard) {
+      if (!guard || _home != ::getpid()) guard = new SignalGuard;
+      return guard;
+    });
   }
   WorkList work;
 
@@ -58,17 +66,20 @@ class SignalGuard {
     _home = ::getpid();
     ::fcntl(_pipe[0], F_SETFL, 0);
     if (!startThread("kite.signals", [this] { await(); })) return;
-    for (std::size_t i = 0; i < guardedSignals.size(); ++i) guard(guardedSignals[i], _before[i]);
+    for (std::size_t i = 0; i < guardedSignals.size(); ++i)
+      _isOurs[i] = guard(guardedSignals[i], _before[i]);
   }
 
   // The action goes back to the default with the first signal, so that a second one ends the
   // process whatever the first is still doing.
-  static void guard(int signal, struct sigaction& before) {
-    if (::sigaction(signal, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) return;
+  static bool guard(int signal, struct sigaction& before) {
+    struct sigaction current {};
+    if (::sigaction(signal, nullptr, &current) != 0 || current.sa_handler == SIG_IGN) return false;
+    if (current.sa_handler != tell) before = current;  // else it is inherited
     struct sigaction action {};
     action.sa_handler = tell;
     action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
-    ::sigaction(signal, &action, nullptr);
+    return ::sigaction(signal, &action, nullptr) == 0;
   }
 
   // A forked child has no guard, and the pipe is its parent's: the signal is as if unguarded.
@@ -88,19 +99,26 @@ class SignalGuard {
   void await() {
     char number = 0;
     if (uninterrupted([&] { return ::read(_pipe[0], &number, 1); }) != 1) return;
+    for (const int other : guardedSignals)
+      if (other != number && isGuarded(other)) ::signal(other, SIG_DFL);
     work.doAll();
-    restore(number);
+    for (const int guarded : guardedSignals) restore(guarded);
     ::kill(::getpid(), number);
   }
 
+  static bool isGuarded(int signal) {
+    struct sigaction current {};
+    return ::sigaction(signal, nullptr, &current) == 0 && current.sa_handler == tell;
+  }
   static void restore(int signal) {
     for (std::size_t i = 0; i < guardedSignals.size(); ++i)
-      if (guardedSignals[i] == signal) ::sigaction(signal, &_before[i], nullptr);
+      if (guardedSignals[i] == signal && _isOurs[i]) ::sigaction(signal, &_before[i], nullptr);
   }
 
   static inline int _pipe[2] = {-1, -1};
   static inline pid_t _home = 0;
   static inline std::array<struct sigaction, guardedSignals.size()> _before{};
+  static inline std::array<bool, guardedSignals.size()> _isOurs{};  // the others are ignored
 };
 
 }  // namespace

@@ -30,7 +30,9 @@ Status status(KiteManagerImpl& kite) {
 }
 
 void onUpload(KiteManagerImpl& kite, std::function<void(const UploadReport&)> callback) {
-  KiteState::of(kite)->synchronizationManager->uploads().call(std::move(callback));
+  const auto& state = KiteState::of(kite);
+  if (state->home.isOriginalProcess())
+    state->synchronizationManager->uploads().call(std::move(callback));
 }
 
 }  // namespace kite

@@ -57,8 +57,8 @@ class EventStorage {
   void removeEvents(std::set<std::string> ids) { removeEvents(std::move(ids), {}); }
 
   /// Makes all changes that were submitted before, and puts the events on the medium if it can.
-  /// Then calls `done`, on the queue.
-  virtual void persist(std::function<void()> done) = 0;
+  /// Then says on the queue whether it could.
+  virtual void persist(std::function<void(bool isSaved)> done) = 0;
 };
 
 }  // namespace kite

@@ -14,6 +14,14 @@ using Larder::Durability;
 using Larder::EditOutcome;
 using Larder::EditResult;
 
+namespace {
+
+bool isSaved(const EditResult& result) {
+  return result.outcome == EditOutcome::saved || result.outcome == EditOutcome::savedUnsynced;
+}
+
+}  // namespace
+
 EventStorageImpl::~EventStorageImpl() {
   if (const auto cancel = _cancellable.take()) cancel();
   const auto dependencies = _dependencies.unwrapped();
@@ -47,7 +55,10 @@ void EventStorageImpl::start(EventStorageDependencies dependencies) {
 
 EventList EventStorageImpl::pendingEvents() const {
   if (_loadedStart != _starts) {
-    const std::scoped_lock guard(_work.mutex);
+    // Before the first load no block works on anything. One that runs may wait for the main thread,
+    // which may be this one, so the lock of the blocks is for a later start only.
+    std::unique_lock guard(_work.mutex, std::defer_lock);
+    if (_loadedStart != 0) guard.lock();
     load(_work);
   }
   return _pendingEvents.copy();
@@ -91,10 +102,11 @@ void EventStorageImpl::removeEvents(std::set<std::string> ids, const RemovalAcco
   submit(std::make_unique<PendingChange>(PendingChange::Removal{std::move(ids), account}));
 }
 
-void EventStorageImpl::persist(std::function<void()> done) {
+void EventStorageImpl::persist(std::function<void(bool)> done) {
   runOnQueue([done = std::move(done)](EventStorageImpl& self, Work& work) {
+    work.isNoteDue = true;
     self.flush(work);
-    done();
+    done(self._savedEnd >= self._pendingEvents.copy().nextOrdinal());
   });
 }
 
@@ -119,16 +131,18 @@ void EventStorageImpl::timerFired() {
 
 // Not in `start`, whose caller would wait for the disk. Whoever comes first loads.
 void EventStorageImpl::load(Work& work) const {
+  const std::scoped_lock guard(work.loading);
   const auto start = _starts.load();  // another one may come meanwhile, and loads anew
   if (_loadedStart == start) return;
   const auto dependencies = _dependencies.get();
   work.store = dependencies->kvStorage;
   work.ledger = dependencies->ledger;
-  work.savesLedger = dependencies->savesLedger;
   auto stored = StoredEventList::load(*work.store, pendingEventsKey);
   work.saved = stored.isSaved ? std::optional(stored.events) : std::nullopt;
   work.placed.clear();
   _savedEnd = work.saved ? work.saved->nextOrdinal() : 0;
+  // A ledger that was begun goes on, or it would count what it has not seen as lost.
+  work.savesLedger = dependencies->savesLedger || !stored.note.empty();
   _pendingEvents.with([&](EventList& events) {
     std::swap(events, stored.events);
     work.ledger->load(stored.note, events.size());
@@ -212,8 +226,12 @@ void EventStorageImpl::storePendingEvents(Work& work, Durability durability) {
   if (!events.isEncodable()) return;
   const auto save = [&](Larder::ListEdit edit) {
     const bool isChange = edit.replacesAll || !edit.removed.empty() || !edit.appended.empty();
-    if (isChange && work.savesLedger) edit.note = work.ledger->note();
-    return work.store->edit(pendingEventsKey, edit, durability);
+    auto note = work.savesLedger ? work.ledger->note() : "";
+    const bool savesNote = isChange || (work.isNoteDue && note != work.note);
+    if (savesNote) edit.note = note;
+    auto made = work.store->edit(pendingEventsKey, edit, durability);
+    if (savesNote && isSaved(made)) work.note = std::move(note);
+    return made;
   };
   // Of an edit that memory ran out on nobody knows how far it came: then all is written anew.
   auto saved = std::exchange(work.saved, std::nullopt);
@@ -223,10 +241,9 @@ void EventStorageImpl::storePendingEvents(Work& work, Durability durability) {
     auto edit = events.wholeEdit();
     result = edit ? save(*std::move(edit)) : EditResult{EditOutcome::failed};
   }
-  const bool isSaved =
-      result.outcome == EditOutcome::saved || result.outcome == EditOutcome::savedUnsynced;
-  work.saved = isSaved ? std::optional(events) : std::move(saved);
-  if (isSaved) _savedEnd = events.nextOrdinal();
+  work.isNoteDue = false;
+  work.saved = isSaved(result) ? std::optional(events) : std::move(saved);
+  if (isSaved(result)) _savedEnd = events.nextOrdinal();
   _isWriteDue = result.outcome != EditOutcome::saved;
   work.placed.insert(work.placed.end(), result.placed.begin(), result.placed.end());
   if (work.placed.size() >= manyTexts) releaseTexts(work);

@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <type_traits>
 #include <vector>
@@ -41,7 +42,7 @@ class EventStorageImpl final : public EventStorage,
   void insert(std::unique_ptr<PendingChange> event) override;
   using EventStorage::removeEvents;
   void removeEvents(std::set<std::string> ids, const RemovalAccount& account) override;
-  void persist(std::function<void()> done) override;
+  void persist(std::function<void(bool isSaved)> done) override;
 
   /// Whether the events in memory differ from what was last written.
   bool isDirty() const { return _isDirty; }
@@ -58,9 +59,12 @@ class EventStorageImpl final : public EventStorage,
   /// queues may run at a time.
   struct Work {
     std::mutex mutex;
+    std::mutex loading;  // of the first load alone, which must not wait for a block
     std::shared_ptr<Larder::KVStorage> store;  // which the events were loaded from
     std::shared_ptr<EventLedger> ledger;
     bool savesLedger = false;
+    std::string note;  // of the ledger, as it was saved last
+    bool isNoteDue = false;
     std::optional<EventList> saved;        // what it holds, when that is known
     std::vector<Larder::SavedRow> placed;  // events that need no longer stay in memory
     Chain<PendingChange> changes;

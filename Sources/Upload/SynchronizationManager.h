@@ -40,8 +40,10 @@ class SynchronizationManager {
   virtual void start(SynchronizationManagerDependencies dependencies) = 0;
 
   /// Uploads the oldest batch on `syncQueue`, suspended or not, when all earlier batches that were
-  /// taken are removed. `done` is called on a thread of the library's.
-  virtual void uploadBatch(std::function<void(UploadResult)> done) = 0;
+  /// taken are removed; unless by then it is not wanted any more. Then nobody is told, else `done`
+  /// is called on a thread of the library's.
+  virtual void uploadBatch(std::function<bool()> isWanted,
+                           std::function<void(UploadResult)> done) = 0;
   virtual UploadLog& uploads() = 0;
 };
 

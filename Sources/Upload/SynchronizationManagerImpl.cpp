@@ -133,9 +133,12 @@ void SynchronizationManagerImpl::sync(bool suspendAfterSync) {
   });
 }
 
-void SynchronizationManagerImpl::uploadBatch(std::function<void(UploadResult)> done) {
-  runOnQueue([done = std::move(done)](SynchronizationManagerImpl& self, CompletionBlock end) {
-    self.awaitRemovals();
+void SynchronizationManagerImpl::uploadBatch(std::function<bool()> isWanted,
+                                             std::function<void(UploadResult)> done) {
+  runOnQueue([isWanted = std::move(isWanted), done = std::move(done)](
+                 SynchronizationManagerImpl& self, CompletionBlock end) {
+    if (isWanted()) self.awaitRemovals();
+    if (!isWanted()) return end();
     self.uploadOldest([done, end = std::move(end)](UploadResult result) {
       end();
       done(result);
@@ -147,7 +150,7 @@ void SynchronizationManagerImpl::uploadBatch(std::function<void(UploadResult)> d
 void SynchronizationManagerImpl::awaitRemovals() const {
   const auto removed = std::make_shared<Semaphore>();
   std::shared_ptr<void> block(nullptr, [removed](void*) { removed->release(); });
-  _dependencies->storage->persist([block = std::move(block)] {});
+  _dependencies->storage->persist([block = std::move(block)](bool) {});
   removed->acquire();
 }
 

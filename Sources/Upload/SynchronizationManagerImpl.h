@@ -31,7 +31,7 @@ class SynchronizationManagerImpl final
   SynchronizationManagerImpl& operator=(const SynchronizationManagerImpl&) = delete;
 
   void start(SynchronizationManagerDependencies dependencies) override;
-  void uploadBatch(std::function<void(UploadResult)> done) override;
+  void uploadBatch(std::function<bool()> isWanted, std::function<void(UploadResult)> done) override;
   UploadLog& uploads() override { return *_uploads; }
 
   /// Asks for one sync and returns at once. With `suspendAfterSync` the manager suspends itself

@@ -145,17 +145,36 @@ TEST(WaysOutTests, anIgnoredSignalStaysIgnored) {
 }
 
 TEST(WaysOutTests, aSecondSignalEndsTheProcessAtOnce) {
-  const auto fate = fateOf([](const auto& work) {
-    work->then = [] {
-      ::kill(::getpid(), SIGTERM);
+  for (const int second : {SIGTERM, SIGINT}) {
+    const auto fate = fateOf([second](const auto& work) {
+      work->then = [second] {
+        ::kill(::getpid(), second);
+        waitForTheEnd();
+      };
+      Linux::doAtSignals(work);
+      ::raise(SIGTERM);
       waitForTheEnd();
-    };
-    Linux::doAtSignals(work);
-    ::raise(SIGTERM);
-    waitForTheEnd();
+    });
+    EXPECT_EQ(fate.told, "work");
+    EXPECT_TRUE(fate.wasEndedBy(second)) << fate.status;
+  }
+}
+
+TEST(WaysOutTests, aForkedChildMayHaveAGuardOfItsOwn) {
+  const auto fate = fateOf([](const auto& work) {
+    Linux::doAtSignals(std::make_shared<Work>(-1, ""));
+    const auto child = ::fork();
+    if (child == 0) {
+      Linux::doAtSignals(work);
+      ::raise(SIGTERM);
+      waitForTheEnd();
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::_exit(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM ? 6 : 1);
   });
   EXPECT_EQ(fate.told, "work");
-  EXPECT_TRUE(fate.wasEndedBy(SIGTERM)) << fate.status;
+  EXPECT_TRUE(fate.hasLeftWith(6)) << fate.status;
 }
 
 TEST(WaysOutTests, aSignalToAForkedChildEndsThatAlone) {

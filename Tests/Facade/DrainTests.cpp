@@ -92,7 +92,7 @@ TEST_F(DrainTests, givesADiskThatHangsItsTimeAndNoMore) {
   EXPECT_THAT(reports, IsEmpty());
   world.time->advance(Tempra::Duration(0.001));
   ASSERT_THAT(reports, SizeIs(1));
-  EXPECT_EQ(reports[0].end, DrainEnd::notPersisted);
+  EXPECT_EQ(reports[0].end, DrainEnd::deadline);
   EXPECT_GT(reports[0].inMemory, 0U);
   heldStorage->drain();
   EXPECT_THAT(reports, SizeIs(1));
@@ -105,10 +105,22 @@ TEST_F(DrainTests, isDoneAtOnceWithoutAnyTime) {
   drainLater({.persistWithin = Tempra::Duration(0)});
   world.time->advance(Tempra::Duration(0));
   ASSERT_THAT(reports, SizeIs(1));
-  EXPECT_EQ(reports[0].end, DrainEnd::notPersisted);
+  EXPECT_EQ(reports[0].end, DrainEnd::deadline);
 }
 
 // Delivering
+
+TEST_F(DrainTests, uploadsNothingOnceItIsOver) {
+  start();
+  track();
+  const auto before = bodies();
+  drainLater(withDelivery);
+  world.time->advance(withDelivery.persistWithin + withDelivery.deliverWithin);
+  ASSERT_THAT(reports, SizeIs(1));
+  EXPECT_EQ(reports[0].end, DrainEnd::deadline);
+  sync->runOne();
+  EXPECT_EQ(bodies(), before);
+}
 
 TEST_F(DrainTests, deliversBatchAfterBatchUntilNothingIsPending) {
   start();

@@ -58,7 +58,7 @@ class RecordingEventStorage final
   void insert(std::unique_ptr<PendingChange>) override {}
   QueueStatus status() const override { return {}; }
   void removeEvents(std::set<std::string>, const RemovalAccount&) override {}
-  void persist(std::function<void()>) override {}
+  void persist(std::function<void(bool)>) override {}
 };
 
 /// Logs updates of the user info as well: they are all that is to be seen of that step.
@@ -104,7 +104,7 @@ class RecordingSynchronizationManager final
     : public RecordingManager<SynchronizationManager, SynchronizationManagerDependencies> {
  public:
   using RecordingManager::RecordingManager;
-  void uploadBatch(std::function<void(UploadResult)>) override {}
+  void uploadBatch(std::function<bool()>, std::function<void(UploadResult)>) override {}
   UploadLog& uploads() override { return _uploads; }
 
  private:

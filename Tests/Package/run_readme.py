@@ -61,7 +61,7 @@ def main():
         shell = {"cwd": folder, "env": environment, "executable": "/bin/bash", "shell": True}
         if not build:
             subprocess.run(build_it, check=True, **shell)
-        collector = subprocess.Popen("exec " + collect.rstrip("& "), stdout=subprocess.PIPE, text=True, **shell)
+        collector = subprocess.Popen("exec " + collect.split("&")[0], stdout=subprocess.PIPE, text=True, **shell)
         try:
             assert "listening" in collector.stdout.readline(), "the collector does not listen"
             begin = time.monotonic()

@@ -27,7 +27,7 @@ class FakeEventStorage final : public EventStorage {
   }
   using EventStorage::removeEvents;
   QueueStatus status() const override { return {}; }
-  void persist(std::function<void()> done) override { done(); }
+  void persist(std::function<void(bool)> done) override { done(true); }
   void removeEvents(std::set<std::string> ids, const RemovalAccount&) override {
     const std::scoped_lock guard(_mutex);
     std::erase_if(_inserted, [&](const StoredEvent& event) { return ids.contains(event.id); });

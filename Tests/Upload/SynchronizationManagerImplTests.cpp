@@ -56,7 +56,9 @@ class PendingEvents final : public EventStorage {
     _events.with([](EventList& events) { events.append(EncodedEvent::lost(UUID::noop())); });
   }
   QueueStatus status() const override { return {}; }
-  void persist(std::function<void()> done) override { queue->run(std::move(done)); }
+  void persist(std::function<void(bool)> done) override {
+    queue->run([done = std::move(done)] { done(true); });
+  }
   using EventStorage::removeEvents;
   void removeEvents(std::set<std::string> ids, const RemovalAccount& account) override {
     queue->run([this, ids = std::move(ids), account] {
@@ -124,7 +126,7 @@ class SynchronizationManagerImplTests : public testing::Test {
   }
   UploadResult uploadBatch() {
     std::optional<UploadResult> found;
-    manager->uploadBatch([&](UploadResult result) { found = result; });
+    manager->uploadBatch([] { return true; }, [&](UploadResult result) { found = result; });
     return found.value();
   }
   static UploadReport upload(std::string endpoint, std::optional<std::string> error,
@@ -753,7 +755,7 @@ TEST_F(SynchronizationManagerImplTests, aBackgroundTaskIsAroundABatchThatIsAsked
     EXPECT_EQ(application->runningTasks(), 1U);
     callback(events, true, std::nullopt, {});
   };
-  manager->uploadBatch([this](UploadResult) { EXPECT_EQ(application->runningTasks(), 0U); });
+  manager->uploadBatch([] { return true; }, [this](UploadResult) { EXPECT_EQ(application->runningTasks(), 0U); });
   EXPECT_THAT(application->endedTasks(), ElementsAre(1U, 2U));
 }
 

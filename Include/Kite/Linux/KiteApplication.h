@@ -58,7 +58,8 @@ struct KiteApplicationOptions {
   DrainLimits drainLimits = {};
   bool drainAtExit = false;     ///< also when `std::exit` or `std::quick_exit` is called
   bool drainOnSignals = false;  ///< also at SIGTERM and SIGINT, which then end the process as usual
-  std::function<void(const DrainReport&)> onDrained = {};  ///< of these drains; any thread
+  /// Of the first of these drains; on the thread that ends the application. Must not throw.
+  std::function<void(const DrainReport&)> onDrained = {};
   std::function<void(const UploadReport&)> onUpload = {};  ///< a thread of the library's
 
   /// Gets lines for people: when uploads begin to fail, when they work again, and what is wrong

@@ -20,7 +20,7 @@ class Host {
 
   KiteManager& kite() { return *_kite; }
   /// Null with the inert facade, in which nothing ever happens.
-  KiteManagerImpl* started() { return dynamic_cast<KiteManagerImpl*>(_kite.get()); }
+  KiteManagerImpl* live() { return dynamic_cast<KiteManagerImpl*>(_kite.get()); }
   /// Opens the stores at the first call; with the inert facade there is nothing to open.
   void start();
   /// Returns when the storage's queue has done all that was asked of it before.

@@ -43,12 +43,12 @@ HostAnswer drain(Host& host, const Arguments& its) {
     limits.persistWithin = duration("persistWithin", *seconds);
   if (const auto seconds = its.optionalNumber("deliverWithin"))
     limits.deliverWithin = duration("deliverWithin", *seconds);
-  auto* const kite = host.started();
+  auto* const kite = host.live();
   return {Next::goOn, toJSONValue(kite ? kite::drain(*kite, limits) : DrainReport{})};
 }
 
 HostAnswer status(Host& host, const Arguments&) {
-  auto* const kite = host.started();
+  auto* const kite = host.live();
   return {Next::goOn, toJSONValue(kite ? kite::status(*kite) : Status{})};
 }
 
