@@ -199,7 +199,7 @@ TEST_F(EventStorageStatusTests, persistMakesEarlierChangesAndWritesBeforeItIsDon
   storage->persist([&](bool) { storedWhenDone = store->text(queueKey); });
   EXPECT_EQ(storedWhenDone, "");
   queue->drain();
-  EXPECT_EQ(storedWhenDone, "[" + textOfAnEvent("B") + "]");
+  EXPECT_EQ(storedWhenDone, std::string("[").append(textOfAnEvent("B")).append("]"));
   EXPECT_EQ(store->durability(), Larder::Durability::survivesPowerCut);
 }
 
