@@ -19,7 +19,8 @@ struct UploadReport {
   std::optional<int> statusCode = {};     ///< of the last reply
   std::optional<std::string> error = {};  ///< in words; nothing when the batch was taken
   bool isUnreachable = false;             ///< no endpoint answered at all
-  std::uint64_t events = 0;               ///< in the batch
+  std::uint64_t events = 0;               ///< in the request, or dropped when there was none
+  std::uint64_t pending = 0;              ///< in the queue when it ended, the batch among them
 
   friend bool operator==(const UploadReport&, const UploadReport&) = default;
 };

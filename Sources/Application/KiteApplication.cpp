@@ -106,7 +106,7 @@ struct KiteApplication::State : LastWork, std::enable_shared_from_this<KiteAppli
   }
 
   void uploadEnded(const UploadReport& upload) {
-    uploadLines.ended(upload, kite::status(kite).ledger.pending);
+    uploadLines.ended(upload);
     if (options.onUpload) options.onUpload(upload);
   }
 

@@ -12,13 +12,13 @@ std::string counted(std::uint64_t events) {
 
 }  // namespace
 
-void UploadLines::ended(const UploadReport& upload, std::uint64_t pending) {
+void UploadLines::ended(const UploadReport& upload) {
   if (upload.endpoint.empty())
     return _print("[Kite] Dropped " + counted(upload.events) + ": " + upload.error.value_or(""));
   const bool fails = upload.error.has_value();
   const std::scoped_lock guard(_mutex);
   if (std::exchange(_areFailing, fails) == fails) return;
-  _print(fails ? "[Kite] Uploads to " + upload.endpoint + " fail, " + counted(pending) +
+  _print(fails ? "[Kite] Uploads to " + upload.endpoint + " fail, " + counted(upload.pending) +
                      " pending: " + *upload.error
                : "[Kite] Uploads to " + upload.endpoint + " work again, " + counted(upload.events) +
                      " delivered");

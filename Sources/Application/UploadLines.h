@@ -16,7 +16,7 @@ class UploadLines {
   explicit UploadLines(std::function<void(std::string_view line)> print)
       : _print(std::move(print)) {}
 
-  void ended(const UploadReport& upload, std::uint64_t pending);
+  void ended(const UploadReport& upload);
   /// At the end of the process, of events that are in memory alone.
   void lost(std::uint64_t events) const;
 

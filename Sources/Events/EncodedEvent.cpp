@@ -48,11 +48,6 @@ std::string EncodedEvent::id() const {
   return plain ? std::string(*plain) : event().id;
 }
 
-bool EncodedEvent::hasId(std::string_view id) const {
-  const auto plain = plainId();
-  return plain && !isLost() ? *plain == id : this->id() == id;
-}
-
 UUID EncodedEvent::tag() const {
   constexpr std::string_view withoutType = R"({"type":"",)";
   if (_failed || _ownText.starts_with(withoutType)) return {};

@@ -32,7 +32,6 @@ class EncodedEvent final : public Larder::ElementText {
   static std::shared_ptr<const EncodedEvent> lost(const UUID& id);
 
   std::string id() const;
-  bool hasId(std::string_view id) const;
   /// The identifier, when it is a UUID's canonical text and the stored form reads back as an event:
   /// what a list may know of the event without its text. Else zero.
   UUID tag() const;

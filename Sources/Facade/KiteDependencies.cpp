@@ -13,33 +13,20 @@ bool isTestBuild(const Kitbag& kitbag) {
   return kitbag.distributionChannel != DistributionChannel::appStore;
 }
 
-FromIDProvider withoutIDProvider(FromCustomIDs given) {
+/// What the three ways to a bundle have in common. Copies, so that `given` may be read on.
+template <class Given>
+FromIDProvider common(const Given& given, std::shared_ptr<Usher::UsherManager> idProvider) {
   return {.installedBeforeKite = given.installedBeforeKite,
-          .idProvider = nullptr,
+          .idProvider = std::move(idProvider),
           .kitbag = std::nullopt,
-          .endpoints = std::move(given.endpoints),
-          .sessionListener = std::move(given.sessionListener),
-          .backgroundChecker = std::move(given.backgroundChecker),
-          .backgroundTaskScheduler = std::move(given.backgroundTaskScheduler),
-          .lumoID = std::move(given.lumoID),
-          .wicketKey = std::move(given.wicketKey),
-          .whisker = std::move(given.whisker),
-          .storefrontProvider = std::move(given.storefrontProvider),
-          .syncOnSessionEnd = given.syncOnSessionEnd};
-}
-
-FromIDProvider withoutKitbag(FromKitbag given) {
-  return {.installedBeforeKite = given.installedBeforeKite,
-          .idProvider = std::move(given.idProvider),
-          .kitbag = std::nullopt,
-          .endpoints = std::move(given.endpoints),
-          .sessionListener = std::move(given.sessionListener),
-          .backgroundChecker = std::move(given.backgroundChecker),
-          .backgroundTaskScheduler = std::move(given.backgroundTaskScheduler),
-          .lumoID = std::move(given.lumoID),
-          .wicketKey = std::move(given.wicketKey),
-          .whisker = std::move(given.whisker),
-          .storefrontProvider = std::move(given.storefrontProvider),
+          .endpoints = given.endpoints,
+          .sessionListener = given.sessionListener,
+          .backgroundChecker = given.backgroundChecker,
+          .backgroundTaskScheduler = given.backgroundTaskScheduler,
+          .lumoID = given.lumoID,
+          .wicketKey = given.wicketKey,
+          .whisker = given.whisker,
+          .storefrontProvider = given.storefrontProvider,
           .syncOnSessionEnd = given.syncOnSessionEnd};
 }
 
@@ -65,10 +52,10 @@ KiteDependencies::KiteDependencies(const Platform& platform, FromIDProvider give
     : KiteDependencies(platform, chosenKitbag(platform, given.kitbag), given, nullptr) {}
 
 KiteDependencies::KiteDependencies(const Platform& platform, FromCustomIDs given)
-    : KiteDependencies(platform, platform.kitbag(), withoutIDProvider(given), &given.customIDs) {}
+    : KiteDependencies(platform, platform.kitbag(), common(given, nullptr), &given.customIDs) {}
 
 KiteDependencies::KiteDependencies(const Platform& platform, FromKitbag given)
-    : KiteDependencies(platform, given.kitbag, withoutKitbag(given), nullptr) {}
+    : KiteDependencies(platform, given.kitbag, common(given, given.idProvider), nullptr) {}
 
 KiteDependencies::KiteDependencies(const Platform& platform, const Kitbag& kitbag,
                                    FromIDProvider given, const Usher::CustomIdentifiers* customIDs)

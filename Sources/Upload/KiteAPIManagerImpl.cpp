@@ -6,6 +6,7 @@
 #include "Upload/Headers.h"
 #include "Upload/ServerBody.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <variant>
@@ -199,6 +200,11 @@ std::optional<ServerResponse> KiteAPIManagerImpl::dataTaskCompletion(const Event
   return reply.responseData ? decodeServerResponse(reply.responseData->bytes) : std::nullopt;
 }
 
+std::uint64_t KiteAPIManagerImpl::sentAmong(const EventBatch& events) {
+  return static_cast<std::uint64_t>(std::ranges::count_if(
+      events, [](const auto& event) { return !event->isLost() && !event->encodingError(); }));
+}
+
 UploadReport KiteAPIManagerImpl::reportOf(const EventBatch& events, const Reply& reply,
                                           const std::optional<UploadError>& error) const {
   return {.time = _system.now(),
@@ -206,7 +212,7 @@ UploadReport KiteAPIManagerImpl::reportOf(const EventBatch& events, const Reply&
           .statusCode = reply.response ? reply.response->statusCode : std::nullopt,
           .error = error ? std::optional(describe(*error)) : std::nullopt,
           .isUnreachable = error && !reply.wasAnswered,
-          .events = events.size()};
+          .events = sentAmong(events)};
 }
 
 std::optional<double> KiteAPIManagerImpl::number(Larder::Key<double> key) const {

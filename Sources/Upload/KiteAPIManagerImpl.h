@@ -86,6 +86,7 @@ class KiteAPIManagerImpl final : public KiteAPIManager,
   void tellIfInsecure(const URL& endpoint) const;
   void send(Attempts attempts, URL url);
   void complete(Attempts attempts, Reply reply);
+  static std::uint64_t sentAmong(const EventBatch& events);
   UploadReport reportOf(const EventBatch& events, const Reply& reply,
                         const std::optional<UploadError>& error) const;
   URLRequest request(URL url, std::shared_ptr<const Data> body) const;

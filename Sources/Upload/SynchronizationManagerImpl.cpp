@@ -185,12 +185,14 @@ void SynchronizationManagerImpl::uploadOldest(std::function<void(UploadResult)> 
                           print = _system.print, done = std::move(done)](
                              const EventBatch& events, bool success,
                              const std::optional<UploadError>& error, const UploadReport& report) {
+        auto told = report;
+        told.pending = storage->status().ledger.pending;
         if (success) {
           storage->removeEvents(idsOf(events), accountOf(events, report));
         } else {
           print("[KITE] ❌ ERROR: " + (error ? describe(*error) : "request failed with no error"));
         }
-        uploads->ended(report);
+        uploads->ended(told);
         done(resultOf(success, report));
       });
 }

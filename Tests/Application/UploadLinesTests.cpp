@@ -19,9 +19,11 @@ class UploadLinesTests : public testing::Test {
 
   void ended(std::optional<std::string> error, std::uint64_t events = 3, std::uint64_t pending = 9,
              std::string endpoint = "https://events.test") {
-    uploadLines.ended(
-        {.time = {}, .endpoint = std::move(endpoint), .error = std::move(error), .events = events},
-        pending);
+    uploadLines.ended({.time = {},
+                       .endpoint = std::move(endpoint),
+                       .error = std::move(error),
+                       .events = events,
+                       .pending = pending});
   }
 };
 

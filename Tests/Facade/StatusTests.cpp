@@ -113,6 +113,7 @@ TEST_F(StatusTests, knowsTheLastUpload) {
   passSyncPeriod();
   const auto failed = status(kite).lastUpload;
   ASSERT_TRUE(failed);
+  EXPECT_EQ(failed->pending, status(kite).ledger.pending);
   EXPECT_TRUE(failed->isUnreachable);
   EXPECT_EQ(failed->error, "no connection");
   world.network.respond(answers(201));
@@ -122,7 +123,8 @@ TEST_F(StatusTests, knowsTheLastUpload) {
   EXPECT_EQ(*taken, (UploadReport{.time = world.system.now(),
                                   .endpoint = "https://staging.test",
                                   .statusCode = 201,
-                                  .events = failed->events}));
+                                  .events = failed->events,
+                                  .pending = failed->pending}));
 }
 
 TEST_F(StatusTests, callsBackAfterEachUploadInTheOrderOfRegistration) {
