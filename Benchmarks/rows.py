@@ -82,6 +82,7 @@ GROUPS = {
     "upload": 5,
     "batch": 3,
     "start": 3,
+    "collect": 3,
     "memory": 1,
     "idle": 1,
     "size": 1,
@@ -115,6 +116,8 @@ ROWS = [
     compared("upload/10000 rate", "upload/10000", "events_per_second", "1/s", at_least(90_000)),
     compared("upload/10000 CPU an event", "upload/10000", "cpu_us_per_event", "us", at_most(10)),
     median_of("batch/500"),
+    Row("collect/50000 rate", "1/s", Source("collect/50000", "events_per_second"), None, (at_least(60_000),)),
+    Row("collect/50000 CPU an event", "us", Source("collect/50000", "cpu_us_per_event"), None, (at_most(16.7),)),
     Row("start/first", "ms", Source("start/first", "p50_us", 1e-3), None, (at_most(3),)),
     *(Row(f"start/{count}", "ms", Source(f"start/{count}", "p50_us", 1e-3), None, bars)
       for count, bars in ((0, ()), (10_000, (at_most(5),)), (100_000, (at_most(8),)))),

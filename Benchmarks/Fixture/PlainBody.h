@@ -33,9 +33,13 @@ inline std::string plainBody(EventBatch events) {
 class Compressor {
  public:
   std::size_t compress(const std::string& text) {
-    _out.resize(libdeflate_gzip_compress_bound(_compressor.get(), text.size()));
-    return libdeflate_gzip_compress(_compressor.get(), text.data(), text.size(), _out.data(),
-                                    _out.size());
+    compressInto(_out, text);
+    return _out.size();
+  }
+  void compressInto(std::string& out, const std::string& text) {
+    out.resize(libdeflate_gzip_compress_bound(_compressor.get(), text.size()));
+    out.resize(libdeflate_gzip_compress(_compressor.get(), text.data(), text.size(), out.data(),
+                                        out.size()));
   }
 
  private:

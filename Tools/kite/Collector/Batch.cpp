@@ -87,9 +87,9 @@ std::vector<ReceivedEvent> readEvents(const dom::array& events) {
 }
 
 /// A tree of values does not know its text, so the text is walked a second time for it.
-void readTexts(const simdjson::padded_string& json, std::vector<ReceivedEvent>& events) {
-  ondemand::parser parser;
-  ondemand::document document = parser.iterate(json);
+void readTexts(const std::string& json, ondemand::parser& parser,
+               std::vector<ReceivedEvent>& events) {
+  ondemand::document document = parser.iterate(json.data(), json.size(), json.capacity());
   for (auto member : document.get_object()) {
     if (std::string_view(member.unescaped_key()) != "events") continue;
     auto next = events.begin();
@@ -97,13 +97,17 @@ void readTexts(const simdjson::padded_string& json, std::vector<ReceivedEvent>& 
   }
 }
 
-}  // namespace
+/// A parser takes ten times the text's size: too much for the kernel to hand out with each request,
+/// and to keep for the largest.
+struct Parsers {
+  dom::parser tree;
+  ondemand::parser texts;
+};
+constexpr std::size_t largestTextOfKeptParsers = 4 * 1024 * 1024;
 
-Result<Batch, Refusal> readBatch(std::string_view json, std::string_view app) {
-  const simdjson::padded_string padded(json);
-  dom::parser parser;
+Result<Batch, Refusal> readBatch(const std::string& json, std::string_view app, Parsers& parsers) {
   dom::element body;
-  if (const auto error = parser.parse(padded).get(body)) {
+  if (const auto error = parsers.tree.parse(json).get(body)) {
     return Failure{invalidFormat(fmt::format("not JSON: {}", simdjson::error_message(error)))};
   }
   if (auto refusal = refusedBody(body)) return Failure{*std::move(refusal)};
@@ -113,11 +117,21 @@ Result<Batch, Refusal> readBatch(std::string_view json, std::string_view app) {
   Batch batch{.requestTimestamp = number(events.at(0), "request_timestamp"),
               .events = readEvents(events)};
   try {
-    readTexts(padded, batch.events);
+    readTexts(json, parsers.texts, batch.events);
   } catch (const simdjson::simdjson_error& error) {
     return Failure{invalidFormat(fmt::format("not JSON: {}", error.what()))};
   }
   return batch;
+}
+
+}  // namespace
+
+Result<Batch, Refusal> readBatch(std::string json, std::string_view app) {
+  json.reserve(json.size() + simdjson::SIMDJSON_PADDING);
+  thread_local Parsers kept;
+  if (json.size() <= largestTextOfKeptParsers) return readBatch(json, app, kept);
+  Parsers parsers;
+  return readBatch(json, app, parsers);
 }
 
 }  // namespace kite::tool

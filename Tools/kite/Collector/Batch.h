@@ -27,6 +27,6 @@ struct Batch {
 };
 
 /// Reads an unpacked body that `app` sent. One bad event refuses the whole batch.
-Result<Batch, Refusal> readBatch(std::string_view json, std::string_view app);
+Result<Batch, Refusal> readBatch(std::string json, std::string_view app);
 
 }  // namespace kite::tool

@@ -16,6 +16,7 @@ constexpr int patience = 2000;  // milliseconds for another process that holds t
 constexpr const char* setUp = R"(
   PRAGMA journal_mode = WAL;
   PRAGMA synchronous = FULL;
+  PRAGMA wal_autocheckpoint = 8000;  -- pages: a full batch alone fills the default
   CREATE TABLE IF NOT EXISTS events(
     id TEXT PRIMARY KEY, type TEXT NOT NULL, timestamp REAL NOT NULL,
     request_timestamp REAL NOT NULL, received_at REAL NOT NULL, app TEXT NOT NULL,
@@ -73,7 +74,8 @@ struct EventDatabase::Statements {
         addRequest(database, "INSERT INTO requests VALUES(?, ?, ?, ?, nullif(?, 0))"),
         addEvent(database,
                  "INSERT INTO events VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, 0) "
-                 "ON CONFLICT(id) DO UPDATE SET duplicates = duplicates + 1 RETURNING duplicates"),
+                 "ON CONFLICT(id) DO NOTHING"),
+        countDuplicate(database, "UPDATE events SET duplicates = duplicates + 1 WHERE id = ?"),
         noteNewest(database,
                    "INSERT INTO clients VALUES(?, ?) ON CONFLICT(client_id) DO UPDATE SET "
                    "newest_timestamp = max(newest_timestamp, excluded.newest_timestamp) "
@@ -82,6 +84,7 @@ struct EventDatabase::Statements {
   Statement findRequest;
   Statement addRequest;
   Statement addEvent;
+  Statement countDuplicate;
   Statement noteNewest;
 };
 
@@ -144,9 +147,10 @@ Stored EventDatabase::storeAll(const Accepted& accepted, double receivedAt) {
         .with(event.id, event.type, event.timestamp, batch.requestTimestamp, receivedAt, sender.app,
               sender.clientID, std::int64_t{sender.isTester}, event.userInfo, event.userIDs,
               event.data)
-        .step();
-    ++(addEvent.integer(0) == 0 ? stored.newEvents : stored.duplicates);
-    addEvent.run();
+        .run();
+    const bool isNew = sqlite3_changes(_handle->database) == 1;
+    if (!isNew) _statements->countDuplicate.with(event.id).run();
+    ++(isNew ? stored.newEvents : stored.duplicates);
     newest = std::max(newest, event.timestamp);
   }
   _statements->noteNewest.with(sender.clientID, newest).step();

@@ -32,16 +32,36 @@ std::optional<std::string> violation(const simdjson::dom::object& object, const 
   return fmt::format("{} must be {}", pathTo(path, rule.key), rule.mustBe);
 }
 
-std::optional<std::string> repeatedKeyBelow(const simdjson::dom::object& object) {
-  std::vector<std::string_view> keys;
-  for (const auto& [key, value] : object) {
-    keys.push_back(key);
-    if (auto found = repeatedKey(value)) return found;
+bool isShorter(std::string_view one, std::string_view other) {
+  return one.size() != other.size() ? one.size() < other.size() : one < other;
+}
+
+/// The keys of the objects around the one that is looked at, one behind the other, so that no
+/// object needs a list of its own.
+using Keys = std::vector<std::string_view>;
+
+std::optional<std::string> repeatedKey(const element& value, Keys& keys) {
+  simdjson::dom::array array;
+  if (value.get(array) == simdjson::SUCCESS) {
+    for (const element& each : array) {
+      if (auto found = repeatedKey(each, keys)) return found;
+    }
+    return std::nullopt;
   }
-  std::ranges::sort(keys);
-  const auto twin = std::ranges::adjacent_find(keys);
-  if (twin == keys.end()) return std::nullopt;
-  return clipped(*twin, longestKeyShown);
+  simdjson::dom::object object;
+  if (value.get(object) != simdjson::SUCCESS) return std::nullopt;
+  const auto before = static_cast<std::ptrdiff_t>(keys.size());
+  for (const auto& [key, member] : object) {
+    keys.push_back(key);
+    const bool isNested = member.is_object() || member.is_array();
+    if (auto found = isNested ? repeatedKey(member, keys) : std::nullopt) return found;
+  }
+  const auto own = keys.begin() + before;
+  std::sort(own, keys.end(), isShorter);
+  const auto twin = std::adjacent_find(own, keys.end());
+  if (twin != keys.end()) return clipped(*twin, longestKeyShown);
+  keys.erase(own, keys.end());
+  return std::nullopt;
 }
 
 }  // namespace
@@ -62,14 +82,8 @@ std::optional<std::string> violation(const simdjson::dom::object& object,
 }
 
 std::optional<std::string> repeatedKey(const element& value) {
-  simdjson::dom::object object;
-  if (value.get(object) == simdjson::SUCCESS) return repeatedKeyBelow(object);
-  simdjson::dom::array array;
-  if (value.get(array) != simdjson::SUCCESS) return std::nullopt;
-  for (const element& each : array) {
-    if (auto found = repeatedKey(each)) return found;
-  }
-  return std::nullopt;
+  Keys keys;
+  return repeatedKey(value, keys);
 }
 
 namespace shape {

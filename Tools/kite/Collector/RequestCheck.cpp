@@ -10,9 +10,9 @@ Result<Batch, Refusal> unpack(const ReceivedRequest& request, const Sender& send
   if (request.body.size() > largestBody) {
     return Failure{invalidFormat(fmt::format("the body has more than {} bytes", largestBody))};
   }
-  const auto json = gunzip(request.body, largestText);
+  auto json = gunzip(request.body, largestText);
   if (!json) return Failure{invalidFormat("the body: " + json.error())};
-  return readBatch(*json, sender.app);
+  return readBatch(*std::move(json), sender.app);
 }
 
 Verdict check(const ReceivedRequest& request, std::string_view key, double now) {

@@ -32,7 +32,7 @@ std::int64_t Statement::integer(int column) const {
 }
 
 void Statement::bind(int index, std::string_view text) {
-  require(sqlite3_bind_text64(_statement, index, text.data(), text.size(), SQLITE_TRANSIENT,
+  require(sqlite3_bind_text64(_statement, index, text.data(), text.size(), SQLITE_STATIC,
                               SQLITE_UTF8) == SQLITE_OK);
 }
 

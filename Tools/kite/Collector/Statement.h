@@ -22,7 +22,8 @@ class Statement {
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
 
-  /// Binds all parameters in order, dropping what was bound before.
+  /// Binds all parameters in order, dropping what was bound before. Texts must live until the last
+  /// step.
   template <class... Values>
   Statement& with(const Values&... values) {
     sqlite3_reset(_statement);
