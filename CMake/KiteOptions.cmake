@@ -29,12 +29,15 @@ target_link_options(kite_options INTERFACE ${KITE_HARDENED_LINK})
 if(KITE_SANITIZERS)
   target_compile_options(kite_options INTERFACE -fsanitize=${KITE_SANITIZERS} -fno-sanitize-recover=all
                                                 -fno-omit-frame-pointer)
-  # What gcc 12 says of untouched variants and of short strings is wrong where a sanitizer instruments them.
-  target_compile_options(kite_options INTERFACE
-    "$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized;-Wno-array-bounds;-Wno-stringop-overflow;-Wno-restrict>")
   target_link_options(kite_options INTERFACE -fsanitize=${KITE_SANITIZERS})
 else()
   target_compile_definitions(kite_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+endif()
+if(KITE_SANITIZERS OR (CMAKE_UNITY_BUILD AND NOT CMAKE_BUILD_TYPE STREQUAL Debug))
+  # What gcc 12 says of untouched variants and of short strings is wrong where a sanitizer instruments them, and where it
+  # optimizes many sources as one (GCC bug 105651): there which of them it warns of changes with every source.
+  target_compile_options(kite_options INTERFACE
+    "$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized;-Wno-array-bounds;-Wno-stringop-overflow;-Wno-restrict>")
 endif()
 if(KITE_COVERAGE)
   target_compile_options(kite_options INTERFACE --coverage -fprofile-update=atomic)
