@@ -1,5 +1,5 @@
+#include "Collector/Checks/Signature.h"
 #include "Collector/Collector.h"
-#include "Collector/Signature.h"
 #include "Fixture/Latencies.h"
 #include "Fixture/PlainBody.h"
 #include "Fixture/ReferenceEvent.h"

@@ -1,7 +1,7 @@
-#include "Collector/Gunzip.h"
-#include "Collector/RequestCheck.h"
-#include "Collector/Signature.h"
-#include "Collector/UUIDText.h"
+#include "Collector/Checks/Gunzip.h"
+#include "Collector/Checks/RequestCheck.h"
+#include "Collector/Checks/Signature.h"
+#include "Collector/Checks/UUIDText.h"
 
 #include <simdjson.h>
 

@@ -1,7 +1,7 @@
 // bench_sink FOLDER: answers every upload with success. Prints its URL and the CA file to trust.
 
-#include "Collector/Certificates.h"
-#include "Collector/HTTPSServer.h"
+#include "Collector/Server/Certificates.h"
+#include "Collector/Server/HTTPServer.h"
 
 #include <sys/prctl.h>
 
@@ -21,7 +21,7 @@ int main(int count, char** arguments) {
                      .headers = {{"Content-Type", "application/json"}},
                      .body = R"({"delta":0.0,"last_event_timestamp":0.0})"});
   };
-  const auto server = tool::HTTPSServer::listen(
+  const auto server = tool::HTTPServer::listen(
       {.host = "127.0.0.1", .port = 0, .certificate = certificate->files, .handle = accept});
   if (!server) return 1;
   std::printf("https://127.0.0.1:%d/v4/events %s\n", (*server)->port(), certificate->ca.c_str());

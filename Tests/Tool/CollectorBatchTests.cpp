@@ -1,4 +1,4 @@
-#include "Collector/Batch.h"
+#include "Collector/Checks/Batch.h"
 
 #include "CollectorRequests.h"
 

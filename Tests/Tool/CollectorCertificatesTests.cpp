@@ -1,4 +1,4 @@
-#include "Collector/Certificates.h"
+#include "Collector/Server/Certificates.h"
 
 #include "Support/TemporaryFolder.h"
 #include "Support/TestCertificates.h"

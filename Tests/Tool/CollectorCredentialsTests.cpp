@@ -1,4 +1,4 @@
-#include "Collector/Credentials.h"
+#include "Collector/Checks/Credentials.h"
 
 #include "CollectorRequests.h"
 

@@ -1,4 +1,4 @@
-#include "Collector/Gunzip.h"
+#include "Collector/Checks/Gunzip.h"
 
 #include "CollectorRequests.h"
 

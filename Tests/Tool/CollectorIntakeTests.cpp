@@ -13,7 +13,6 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-using tool::EventDatabase;
 using tool::Intake;
 using tool::Outcome;
 using tool::ReceivedRequest;
@@ -24,9 +23,9 @@ class CollectorIntake : public ::testing::Test {
 
   void restart() {
     intake.reset();
-    auto database = EventDatabase::open(file);
-    ASSERT_TRUE(database) << database.error();
-    intake = std::make_unique<Intake>(key, *std::move(database));
+    auto store = tool::openStore(file);
+    ASSERT_TRUE(store) << store.error();
+    intake = std::make_unique<Intake>(key, *std::move(store));
   }
 
   Outcome receive(const ReceivedRequest& request, double at = now) {
@@ -214,17 +213,17 @@ TEST_F(CollectorIntake, keepsItsFileFromOthers) {
 
 TEST(CollectorDatabase, isRefusedWhenItCannotBeOpened) {
   const TemporaryFolder folder;
-  const auto database = EventDatabase::open(folder.path() / "absent/events.db");
-  ASSERT_FALSE(database);
-  EXPECT_THAT(database.error(), StartsWith("cannot use the database "));
+  const auto store = tool::openStore(folder.path() / "absent/events.db");
+  ASSERT_FALSE(store);
+  EXPECT_THAT(store.error(), StartsWith("cannot use the database "));
 }
 
 TEST(CollectorDatabase, isRefusedWhenItsTablesAreOthers) {
   const TemporaryFolder folder;
   const std::string file = folder.path() / "events.db";
-  ASSERT_TRUE(EventDatabase::open(file));
+  ASSERT_TRUE(tool::openStore(file));
   query(file, "DROP TABLE events; CREATE TABLE events(name)");
-  EXPECT_FALSE(EventDatabase::open(file));
+  EXPECT_FALSE(tool::openStore(file));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "Collector/RequestCheck.h"
+#include "Collector/Checks/RequestCheck.h"
 
 #include "CollectorRequests.h"
 

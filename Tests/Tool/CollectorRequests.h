@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Collector/RequestCheck.h"
-#include "Collector/Signature.h"
+#include "Collector/Checks/RequestCheck.h"
+#include "Collector/Checks/Signature.h"
 
 #include <gtest/gtest.h>
 #include <zlib.h>

@@ -10,7 +10,6 @@
 namespace kite::test {
 namespace {
 
-using tool::EventDatabase;
 using tool::Exchange;
 using tool::parseFault;
 using tool::ReceivedRequest;
@@ -27,20 +26,26 @@ class RecordedExchange final : public Exchange {
     delay = time;
     delayed = std::move(body);
   }
+  void begin(const Reply& given) override { reply = given; }
+  void send(std::string_view bytes) override { reply->body += bytes; }
+  void end() override {}
+  std::size_t unsent() const override { return 0; }
+  void hold(std::shared_ptr<void> object) override { held = std::move(object); }
 
   std::optional<Reply> reply;
   bool isReset = false;
   std::chrono::milliseconds delay{0};
   std::function<void(Exchange&)> delayed;
+  std::shared_ptr<void> held;
 };
 
 class CollectorService : public ::testing::Test {
  protected:
   CollectorService() {
-    auto database = EventDatabase::open(folder.path() / "events.db");
+    auto store = tool::openStore(folder.path() / "events.db");
     service = std::make_shared<Service>(tool::ServiceOptions{
         .key = key,
-        .database = *std::move(database),
+        .store = *std::move(store),
         .clock = [] { return now; },
         .report = [this](const RequestReport& report) { reports.push_back(report); }});
   }
@@ -59,7 +64,7 @@ class CollectorService : public ::testing::Test {
     return handle(aRequest(aBody({aCustomEvent()}), requestID));
   }
 
-  void addFault(const std::string& text) { service->addFault(*parseFault(text)); }
+  void addFault(const std::string& text) { service->faults().add(*parseFault(text)); }
 
   TemporaryFolder folder;
   std::vector<RequestReport> reports;

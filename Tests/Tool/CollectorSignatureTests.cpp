@@ -1,4 +1,4 @@
-#include "Collector/Signature.h"
+#include "Collector/Checks/Signature.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -35,22 +35,30 @@ struct CollectArguments {
   std::string certificateKey;
   std::string selfSigned;
   std::vector<std::string> faults;
+  std::string inspect;
 };
 
 [[noreturn]] void refuseUsage(const std::string& message) { throw CLI::ValidationError(message); }
 
-void setListenAddress(const std::string& text, CollectorOptions& options) {
+struct HostAndPort {
+  std::string host;
+  std::uint16_t port = 0;
+};
+
+HostAndPort readAddress(const std::string& option, const std::string& text) {
+  HostAndPort address;
   const auto colon = text.rfind(':');
   const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
-  const auto [rest, error] = std::from_chars(port.data(), port.data() + port.size(), options.port);
-  std::string host = text.substr(0, std::min(colon, text.size()));
-  if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
-    host = host.substr(1, host.size() - 2);
+  const auto [rest, error] = std::from_chars(port.data(), port.data() + port.size(), address.port);
+  address.host = text.substr(0, std::min(colon, text.size()));
+  if (address.host.size() > 2 && address.host.front() == '[' && address.host.back() == ']') {
+    address.host = address.host.substr(1, address.host.size() - 2);
   }
-  if (host.empty() || port.empty() || error != std::errc() || rest != port.data() + port.size()) {
-    refuseUsage("--listen: \"" + text + "\" is not HOST:PORT");
+  if (address.host.empty() || port.empty() || error != std::errc() ||
+      rest != port.data() + port.size()) {
+    refuseUsage(option + ": \"" + text + "\" is not HOST:PORT");
   }
-  options.listenHost = host;
+  return address;
 }
 
 CertificateSource certificateSource(const CollectArguments& arguments) {
@@ -77,7 +85,13 @@ CollectorOptions collectorOptions(const CollectArguments& arguments) {
       .database = arguments.database,
       .certificate = certificateSource(arguments),
       .onRequest = [](const RequestReport& report) { printLine(jsonLine(report)); }};
-  setListenAddress(arguments.listen, options);
+  const HostAndPort listen = readAddress("--listen", arguments.listen);
+  options.listenHost = listen.host;
+  options.port = listen.port;
+  if (!arguments.inspect.empty()) {
+    const HostAndPort inspect = readAddress("--inspect", arguments.inspect);
+    options.inspect = InspectAt{.host = inspect.host, .port = inspect.port};
+  }
   for (const std::string& text : arguments.faults) {
     auto fault = parseFault(text);
     if (!fault) refuseUsage("--fault: " + fault.error());
@@ -105,6 +119,9 @@ void runUntilSignalled(CollectorOptions options) {
     throw CLI::RuntimeError(1);
   }
   printLine(listeningLine(*address));
+  if (!address->inspector.empty()) {
+    printLine(fmt::format(R"({{"event":"inspector","url":{}}})", quotedJSON(address->inspector)));
+  }
   int signal = 0;
   ::sigwait(&ends, &signal);
 }
@@ -137,6 +154,12 @@ CLI::App* addCollectCommand(CLI::App& parent) {
       ->type_name("KIND[:ARG][xN]")
       ->expected(1)
       ->take_all();
+  command
+      ->add_option("--inspect", arguments->inspect,
+                   "Serve a page that shows what arrives, at that address or at one of its own")
+      ->type_name("HOST:PORT")
+      ->expected(0, 1)
+      ->default_str("127.0.0.1:0");
   command->callback([arguments] { runUntilSignalled(collectorOptions(*arguments)); });
   return command;
 }

@@ -1,6 +1,7 @@
 #include "Collector/Collector.h"
 
-#include "Collector/HTTPSServer.h"
+#include "Collector/Server/HTTPServer.h"
+#include "Inspector/Inspector.h"
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -53,38 +54,67 @@ Result<CollectorAddress, std::string> Collector::start() {
   if (auto error = unreadableFile(_options.faults)) return Failure{*std::move(error)};
   auto certificate = provideCertificate(_options.certificate);
   if (!certificate) return Failure{certificate.error()};
-  auto database = EventDatabase::open(_options.database);
-  if (!database) return Failure{database.error()};
-  auto service = std::make_shared<Service>(ServiceOptions{.key = _options.key,
-                                                          .database = *std::move(database),
-                                                          .clock = _options.clock,
-                                                          .report = _options.onRequest});
-  for (const Fault& fault : _options.faults) service->addFault(fault);
+  auto store = openStore(_options.database);
+  if (!store) return Failure{store.error()};
+  _service = std::make_shared<Service>(
+      ServiceOptions{.key = _options.key,
+                     .store = *std::move(store),
+                     .clock = _options.clock,
+                     .report = _options.onRequest,
+                     .changed = [this](std::vector<RepeatedEvent> repeated) {
+                       if (_inspector) _inspector->changed(std::move(repeated));
+                     }});
+  for (const Fault& fault : _options.faults) _service->faults().add(fault);
 
-  auto server =
-      HTTPSServer::listen({.host = _options.listenHost,
-                           .port = _options.port,
-                           .certificate = certificate->files,
-                           .handle = [service](ReceivedRequest request, Exchange& exchange) {
-                             service->handle(std::move(request), exchange);
-                           }});
+  auto server = HTTPServer::listen(
+      {.host = _options.listenHost,
+       .port = _options.port,
+       .certificate = certificate->files,
+       .handle = [service = _service](ReceivedRequest request, Exchange& exchange) {
+         service->handle(std::move(request), exchange);
+       }});
   if (!server) return Failure{server.error()};
-  _service = std::move(service);
   _server = *std::move(server);
+  CollectorAddress address{.url = urlOf(_options.listenHost, _server->port()),
+                           .ca = certificate->ca};
+  if (_options.inspect) {
+    if (auto error = startInspector(address)) return Failure{*std::move(error)};
+    address.inspector = _inspector->url();
+  }
   _thread = threadWithoutSignals([running = _server.get()] { running->run(); });
-  return CollectorAddress{.url = urlOf(_options.listenHost, _server->port()),
-                          .ca = certificate->ca};
+  return address;
+}
+
+std::optional<std::string> Collector::startInspector(const CollectorAddress& address) {
+  auto inspector = Inspector::listen({.host = _options.inspect->host,
+                                      .port = _options.inspect->port,
+                                      .inspected = {.database = _options.database,
+                                                    .endpoint = address.url,
+                                                    .ca = address.ca,
+                                                    .key = _options.key,
+                                                    .faults = &_service->faults(),
+                                                    .clock = _options.clock}});
+  if (!inspector) return inspector.error();
+  _inspector = *std::move(inspector);
+  _inspectorThread = threadWithoutSignals([running = _inspector.get()] { running->run(); });
+  return std::nullopt;
 }
 
 void Collector::stop() {
-  if (!_thread.joinable()) return;
-  _server->stop();
-  _thread.join();
+  if (_thread.joinable()) {
+    _server->stop();
+    _thread.join();
+  }
+  if (_inspectorThread.joinable()) {
+    _inspector->stop();
+    _inspectorThread.join();
+  }
   _server.reset();
+  _inspector.reset();
 }
 
 void Collector::addFault(Fault fault) {
-  if (_service) _service->addFault(std::move(fault));
+  if (_service) _service->faults().add(std::move(fault));
 }
 
 CollectorStatistics Collector::statistics() const {

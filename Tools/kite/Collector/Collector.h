@@ -2,24 +2,32 @@
 
 #include <Kite/Base/Result.h>
 
-#include "Collector/Certificates.h"
 #include "Collector/Fault.h"
 #include "Collector/RequestReport.h"
+#include "Collector/Server/Certificates.h"
 #include "Collector/Service.h"
 
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace kite::tool {
 
-class HTTPSServer;
+class HTTPServer;
+class Inspector;
 
 /// Seconds since 1970 by the system's clock.
 double systemTime();
+
+/// Where the inspector listens; port 0 picks one.
+struct InspectAt {
+  std::string host = "127.0.0.1";
+  std::uint16_t port = 0;
+};
 
 struct CollectorOptions {
   std::string listenHost = "127.0.0.1";
@@ -31,12 +39,14 @@ struct CollectorOptions {
   /// Called on the collector's thread before each answer, when the events are stored already.
   std::function<void(const RequestReport&)> onRequest = nullptr;
   std::function<double()> clock = systemTime;
+  std::optional<InspectAt> inspect = std::nullopt;
 };
 
 /// Where a running collector is found.
 struct CollectorAddress {
-  std::string url;  ///< of the events endpoint
-  std::string ca;   ///< PEM file that clients must trust; empty when it is not known
+  std::string url;             ///< of the events endpoint
+  std::string ca;              ///< PEM file that clients must trust; empty when it is not known
+  std::string inspector = "";  ///< address of the page, with its token; empty without an inspector
 };
 
 /// A collection service on a thread of its own. Its operations are for one thread at a time, but
@@ -58,10 +68,14 @@ class Collector {
   CollectorStatistics statistics() const;
 
  private:
+  std::optional<std::string> startInspector(const CollectorAddress& address);
+
   CollectorOptions _options;
   std::shared_ptr<Service> _service;
-  std::unique_ptr<HTTPSServer> _server;
+  std::unique_ptr<HTTPServer> _server;
+  std::unique_ptr<Inspector> _inspector;
   std::thread _thread;
+  std::thread _inspectorThread;
 };
 
 }  // namespace kite::tool

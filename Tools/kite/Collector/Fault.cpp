@@ -81,4 +81,14 @@ std::optional<Fault> FaultQueue::take() {
   return fault;
 }
 
+std::vector<Fault> FaultQueue::list() const {
+  const std::scoped_lock lock(_mutex);
+  return {_faults.begin(), _faults.end()};
+}
+
+void FaultQueue::clear() {
+  const std::scoped_lock lock(_mutex);
+  _faults.clear();
+}
+
 }  // namespace kite::tool

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 namespace kite::tool {
 
@@ -50,9 +51,11 @@ class FaultQueue {
   void add(Fault fault);
   /// The fault of the next request, used up.
   std::optional<Fault> take();
+  std::vector<Fault> list() const;
+  void clear();
 
  private:
-  std::mutex _mutex;
+  mutable std::mutex _mutex;
   std::deque<Fault> _faults;  // guarded by _mutex
 };
 

@@ -15,16 +15,13 @@ Outcome outcome(const ReceivedRequest& request, int status, std::string body) {
       .report = {.method = request.method, .path = std::string(request.path()), .status = status}};
 }
 
-Outcome databaseFailure(const ReceivedRequest& request, const std::string& error) {
-  return refuse(request, {.status = 500, .code = 0, .message = "the database failed: " + error});
-}
-
-Outcome accept(const ReceivedRequest& request, double delta, const Stored& stored) {
+Outcome accept(const ReceivedRequest& request, double delta, Stored stored) {
   Outcome result = outcome(request, 200,
                            fmt::format(R"({{"delta":{},"last_event_timestamp":{}}})",
                                        realJSON(delta), realJSON(stored.newestTimestamp)));
   result.report.newEvents = stored.newEvents;
   result.report.duplicates = stored.duplicates;
+  result.repeated = std::move(stored.repeated);
   return result;
 }
 
@@ -40,23 +37,36 @@ Outcome refuse(const ReceivedRequest& request, const Refusal& refusal) {
 }
 
 Outcome Intake::receive(const ReceivedRequest& request, double now) {
+  try {
+    return checkAndStore(request, now);
+  } catch (const StoreError& error) {
+    return refuse(
+        request,
+        {.status = 500, .code = 0, .message = std::string("the database failed: ") + error.what()});
+  }
+}
+
+Outcome Intake::checkAndStore(const ReceivedRequest& request, double now) {
   const auto sender = authenticate(request, _key, now);
   if (!sender) return refuse(request, sender.error());
-  const auto seen = _database->hasSeen(sender->requestID);
-  if (!seen) return databaseFailure(request, seen.error());
-  if (*seen) return refuse(request, replayed("the request id was used before"));
+  if (_store->hasSeen(sender->requestID)) {
+    return refuse(request, replayed("the request id was used before"));
+  }
   return receive(request, *sender, now);
 }
 
 Outcome Intake::receive(const ReceivedRequest& request, const Sender& sender, double now) {
   auto batch = unpack(request, sender);
   if (!batch) {
-    const auto error = _database->remember(sender, batch.error(), now);
-    return error ? databaseFailure(request, *error) : refuse(request, batch.error());
+    _store->remember(sender, batch.error(), now);
+    return refuse(request, batch.error());
   }
   const double delta = now - batch->requestTimestamp;
-  const auto stored = _database->store({.sender = sender, .batch = *std::move(batch)}, now);
-  return stored ? accept(request, delta, *stored) : databaseFailure(request, stored.error());
+  const auto unpackedBytes = static_cast<std::int64_t>(batch->textBytes);
+  Outcome result =
+      accept(request, delta, _store->store({.sender = sender, .batch = *std::move(batch)}, now));
+  result.report.unpackedBytes = unpackedBytes;
+  return result;
 }
 
 }  // namespace kite::tool

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Collector/EventDatabase.h"
-#include "Collector/HTTPSServer.h"
 #include "Collector/RequestReport.h"
+#include "Collector/Server/HTTPServer.h"
+#include "Collector/Store/EventStore.h"
 
 #include <memory>
 #include <string>
@@ -13,6 +13,7 @@ namespace kite::tool {
 struct Outcome {
   Reply reply;
   RequestReport report;
+  std::vector<RepeatedEvent> repeated = {};
 };
 
 /// An error reply with the body that clients of the service read.
@@ -21,19 +22,22 @@ Outcome refuse(const ReceivedRequest& request, const Refusal& refusal);
 /// Takes uploads in: checks them, stores them, answers them. Used by one thread at a time.
 class Intake {
  public:
-  Intake(std::string key, std::unique_ptr<EventDatabase> database)
-      : _key(std::move(key)), _database(std::move(database)) {}
+  Intake(std::string key, std::unique_ptr<EventStore> store)
+      : _key(std::move(key)), _store(std::move(store)) {}
 
   /// `now` is in seconds since 1970. An accepted batch is on disk before this returns.
   ///
   /// A request id is used up by a request whose signature holds, unless the database failed.
   Outcome receive(const ReceivedRequest& request, double now);
 
+  EventStore& store() { return *_store; }
+
  private:
+  Outcome checkAndStore(const ReceivedRequest& request, double now);
   Outcome receive(const ReceivedRequest& request, const Sender& sender, double now);
 
   std::string _key;
-  std::unique_ptr<EventDatabase> _database;
+  std::unique_ptr<EventStore> _store;
 };
 
 }  // namespace kite::tool

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -16,6 +17,7 @@ struct RequestReport {
   std::size_t newEvents = 0;
   std::size_t duplicates = 0;
   std::optional<std::string> fault = std::nullopt;
+  std::optional<std::int64_t> unpackedBytes = std::nullopt;  ///< of an accepted upload
 };
 
 /// The report as one JSON object, without a line end.

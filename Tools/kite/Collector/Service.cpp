@@ -1,5 +1,9 @@
 #include "Collector/Service.h"
 
+#include "Collector/JSONText.h"
+
+#include <fmt/format.h>
+
 #include <fstream>
 #include <iterator>
 
@@ -58,54 +62,113 @@ struct FaultyAnswer {
   std::optional<Outcome> operator()(const faults::Delay&) const { return std::nullopt; }
 };
 
+/// What is kept of a header is short: nobody has signed for it yet.
+constexpr std::size_t longestHeader = 1024;
+constexpr std::size_t longestPath = 2048;
+
+std::string headersJSON(const ReceivedRequest& request) {
+  std::string json = "[";
+  for (const Header& header : request.headers) {
+    json += fmt::format("{}[{},{}]", json.size() > 1 ? "," : "",
+                        quotedJSON(clipped(header.name, longestHeader)),
+                        quotedJSON(clipped(header.value, longestHeader)));
+  }
+  return json + "]";
+}
+
+std::optional<std::string> headerOf(const ReceivedRequest& request, std::string_view name) {
+  const auto value = request.header(name);
+  return value.empty() ? std::nullopt : std::optional(clipped(value, longestHeader));
+}
+
+RequestRecord recordOf(const Arrived& arrived, const RequestReport& report, double duration,
+                       std::int64_t attempt) {
+  const ReceivedRequest& request = arrived.request;
+  return {.receivedAt = arrived.receivedAt,
+          .method = report.method,
+          .path = clipped(report.path, longestPath),
+          .endpoint = clipped(fmt::format("https://{}{}", request.header("Host"), request.target),
+                              longestPath),
+          .status = report.status,
+          .errorCode = report.errorCode,
+          .message = report.message,
+          .fault = report.fault,
+          .bytes = static_cast<std::int64_t>(request.body.size()),
+          .unpackedBytes = report.unpackedBytes,
+          .newEvents = static_cast<std::int64_t>(report.newEvents),
+          .duplicates = static_cast<std::int64_t>(report.duplicates),
+          .duration = duration,
+          .attempt = attempt,
+          .client = headerOf(request, "Kite-Client-ID"),
+          .requestID = headerOf(request, "Wicket-Request-Id"),
+          .headers = headersJSON(request)};
+}
+
 }  // namespace
 
 Service::Service(ServiceOptions options)
-    : _intake(std::move(options.key), std::move(options.database)),
+    : _intake(std::move(options.key), std::move(options.store)),
       _clock(std::move(options.clock)),
-      _report(std::move(options.report)) {}
+      _report(std::move(options.report)),
+      _changed(std::move(options.changed)) {}
 
 void Service::handle(ReceivedRequest request, Exchange& exchange) {
-  if (request.path() == healthPath) {
-    return answer(request.method == "GET" ? health(request) : wrongMethod(request, "GET"),
-                  exchange);
+  Arrived arrived{.request = std::move(request),
+                  .receivedAt = _clock(),
+                  .begin = std::chrono::steady_clock::now()};
+  const ReceivedRequest& it = arrived.request;
+  if (it.path() == healthPath) {
+    return answer(arrived, it.method == "GET" ? health(it) : wrongMethod(it, "GET"), exchange);
   }
-  if (request.path() != eventsPath) return answer(unknownPath(request), exchange);
-  if (request.method != "POST") return answer(wrongMethod(request, "POST"), exchange);
-  if (const auto fault = _faults.take()) return strike(*fault, std::move(request), exchange);
-  takeIn(request, std::nullopt, exchange);
+  if (it.path() != eventsPath) return answer(arrived, unknownPath(it), exchange);
+  if (it.method != "POST") return answer(arrived, wrongMethod(it, "POST"), exchange);
+  if (const auto fault = _faults.take()) return strike(*fault, std::move(arrived), exchange);
+  takeIn(arrived, std::nullopt, exchange);
 }
 
-void Service::strike(const Fault& fault, ReceivedRequest request, Exchange& exchange) {
+void Service::strike(const Fault& fault, Arrived arrived, Exchange& exchange) {
   if (const auto* delay = std::get_if<faults::Delay>(&fault.kind)) {
-    return exchange.later(delay->time, [service = weak_from_this(), request = std::move(request),
+    return exchange.later(delay->time, [service = weak_from_this(), arrived = std::move(arrived),
                                         text = fault.text](Exchange& waiting) {
-      if (const auto self = service.lock()) self->takeIn(request, text, waiting);
+      if (const auto self = service.lock()) self->takeIn(arrived, text, waiting);
     });
   }
+  const ReceivedRequest& request = arrived.request;
   auto outcome = std::visit(FaultyAnswer{request}, fault.kind);
   RequestReport report =
       outcome ? outcome->report
               : RequestReport{.method = request.method, .path = std::string(request.path())};
   report.fault = fault.text;
-  tell(report);
+  tell(arrived, report, {});
   outcome ? exchange.answer(outcome->reply) : exchange.reset();
 }
 
-void Service::takeIn(const ReceivedRequest& request, std::optional<std::string> fault,
-                     Exchange& exchange) {
-  Outcome outcome = _intake.receive(request, _clock());
+void Service::takeIn(const Arrived& arrived, std::optional<std::string> fault, Exchange& exchange) {
+  Outcome outcome = _intake.receive(arrived.request, _clock());
   outcome.report.fault = std::move(fault);
-  answer(outcome, exchange);
+  answer(arrived, std::move(outcome), exchange);
 }
 
-void Service::answer(const Outcome& outcome, Exchange& exchange) {
-  tell(outcome.report);
+void Service::answer(const Arrived& arrived, Outcome outcome, Exchange& exchange) {
+  tell(arrived, outcome.report, std::move(outcome.repeated));
   exchange.answer(outcome.reply);
 }
 
-void Service::tell(const RequestReport& report) {
+void Service::tell(const Arrived& arrived, const RequestReport& report,
+                   std::vector<RepeatedEvent> repeated) {
   count(report);
+  const bool isHealthy = report.path == healthPath && report.status == 200;
+  if (!isHealthy) {
+    const std::chrono::duration<double> duration = std::chrono::steady_clock::now() - arrived.begin;
+    const bool isRefused = report.errorCode && !report.fault;
+    const std::int64_t attempt = _attempts.note(arrived.request, report);
+    try {
+      _intake.store().record(recordOf(arrived, report, duration.count(), attempt),
+                             isRefused ? std::string_view(arrived.request.body) : "");
+    } catch (const StoreError&) {  // the answer counts, not what is kept of it
+    }
+    if (_changed) _changed(std::move(repeated));
+  }
   if (_report) _report(report);
 }
 

@@ -1,13 +1,16 @@
 #pragma once
 
+#include "Collector/Attempts.h"
 #include "Collector/Fault.h"
 #include "Collector/Intake.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kite::tool {
 
@@ -25,9 +28,18 @@ struct CollectorStatistics {
 
 struct ServiceOptions {
   std::string key;
-  std::unique_ptr<EventDatabase> database;
+  std::unique_ptr<EventStore> store;
   std::function<double()> clock;                     ///< seconds since 1970
   std::function<void(const RequestReport&)> report;  ///< called before each answer
+  /// Called before an answer, when what it says is stored, with the events that came again.
+  std::function<void(std::vector<RepeatedEvent>)> changed = nullptr;
+};
+
+/// A request, and when it came.
+struct Arrived {
+  ReceivedRequest request;
+  double receivedAt;  ///< seconds since 1970
+  std::chrono::steady_clock::time_point begin;
 };
 
 /// Routes requests, lets the faults strike and takes the uploads in. `handle` is for the server's
@@ -37,20 +49,23 @@ class Service : public std::enable_shared_from_this<Service> {
   explicit Service(ServiceOptions options);
 
   void handle(ReceivedRequest request, Exchange& exchange);
-  void addFault(Fault fault) { _faults.add(std::move(fault)); }
+  FaultQueue& faults() { return _faults; }
   CollectorStatistics statistics() const;
 
  private:
-  void strike(const Fault& fault, ReceivedRequest request, Exchange& exchange);
-  void takeIn(const ReceivedRequest& request, std::optional<std::string> fault, Exchange& exchange);
-  void answer(const Outcome& outcome, Exchange& exchange);
-  void tell(const RequestReport& report);
+  void strike(const Fault& fault, Arrived arrived, Exchange& exchange);
+  void takeIn(const Arrived& arrived, std::optional<std::string> fault, Exchange& exchange);
+  void answer(const Arrived& arrived, Outcome outcome, Exchange& exchange);
+  void tell(const Arrived& arrived, const RequestReport& report,
+            std::vector<RepeatedEvent> repeated);
   void count(const RequestReport& report);
 
   Intake _intake;
   std::function<double()> _clock;
   std::function<void(const RequestReport&)> _report;
+  std::function<void(std::vector<RepeatedEvent>)> _changed;
   FaultQueue _faults;
+  Attempts _attempts;
   mutable std::mutex _mutex;
   CollectorStatistics _statistics;  // guarded by _mutex
 };

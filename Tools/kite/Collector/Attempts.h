@@ -1,0 +1,22 @@
+#pragma once
+
+#include "Collector/RequestReport.h"
+#include "Collector/Server/ReceivedRequest.h"
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+
+namespace kite::tool {
+
+/// Counts a client's tries: the first one is 1, and so is the one that follows an accepted one.
+class Attempts {
+ public:
+  /// How many tries this one is.
+  std::int64_t note(const ReceivedRequest& request, const RequestReport& report);
+
+ private:
+  std::unordered_map<std::string, std::int64_t> _failures;
+};
+
+}  // namespace kite::tool

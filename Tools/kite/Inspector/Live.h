@@ -1,0 +1,87 @@
+#pragma once
+
+#include "Collector/Server/HTTPServer.h"
+#include "Inspector/API.h"
+
+#include <chrono>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace kite::tool {
+
+/// What the intake leaves for the readers. It never waits for them: what does not fit is left out.
+class Mailbox {
+ public:
+  static constexpr std::size_t mostRepeated = 10'000;
+
+  void add(std::vector<RepeatedEvent> repeated);
+  std::vector<RepeatedEvent> take();
+
+ private:
+  std::mutex _mutex;
+  std::vector<RepeatedEvent> _repeated;  // guarded by _mutex
+};
+
+/// What changed since listeners were last told.
+struct News {
+  Seq lastEvent;
+  Seq lastRequest;
+  std::vector<RepeatedEvent> repeated = {};
+  std::string faults = {};  ///< JSON
+  std::string counts = {};  ///< JSON, not older than a few times the pause
+  bool isCleared = false;
+  bool isAliveTime = false;  ///< to say that the stream lives
+};
+
+/// One client that waits for what comes. Held by its exchange.
+class Listener {
+ public:
+  virtual ~Listener() = default;
+  /// Reads at most one slice; true when more is there to be read at once.
+  virtual bool advance(EventReader& reader, const News& news) = 0;
+};
+
+/// Tells the listeners what the intake stored, in batches.
+class Live {
+ public:
+  static constexpr std::size_t mostListeners = 32;
+  static constexpr std::chrono::milliseconds pause{20};  ///< between two batches
+
+  Live(HTTPServer& server, EventReader& reader, const Inspected& inspected);
+
+  /// From the intake's thread.
+  void changed(std::vector<RepeatedEvent> repeated);
+
+  /// Makes the exchange hold the listener, and tells it of what is there. Throws an `APIError` when
+  /// there are too many.
+  void add(Exchange& exchange, std::shared_ptr<Listener> listener);
+  void cleared();
+  /// The listeners look again soon.
+  void tellSoon();
+  std::unique_ptr<ServerTimer> timer(std::function<void()> body) {
+    return _server.timer(std::move(body));
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void tell();
+  News news();
+
+  HTTPServer& _server;
+  EventReader& _reader;
+  const Inspected& _inspected;
+  Mailbox _mailbox;
+  std::vector<std::weak_ptr<Listener>> _listeners;
+  std::unique_ptr<ServerTimer> _next;
+  bool _isTellingSoon = false;
+  bool _isCleared = false;
+  std::string _counts;
+  Clock::time_point _countedAt;
+  Clock::time_point _aliveAt;
+};
+
+}  // namespace kite::tool
