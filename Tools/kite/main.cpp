@@ -1,6 +1,7 @@
 #include "Collector/CollectCommand.h"
 #include "Common/CommandFailure.h"
 #include "Demo/DemoCommand.h"
+#include "Expect/ExpectCommand.h"
 #include "Host/HostCommand.h"
 #include "Queue/QueueCommand.h"
 #include "Store/StoreCommand.h"
@@ -54,6 +55,7 @@ int main(int count, char** arguments) {
   kite::tool::addDemoCommand(app);
   kite::tool::addHostCommand(app);
   kite::tool::addCollectCommand(app);
+  kite::tool::addExpectCommand(app);
   kite::tool::addQueueCommand(app);
   kite::tool::addStoreCommand(app);
   return run(app, count, arguments);

@@ -2,20 +2,26 @@
 
 #include "Collector/Collector.h"
 #include "Collector/JSONText.h"
+#include "Collector/OpenInBrowser.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 #include <CLI/CLI.hpp>
 
 #include <charconv>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 
 namespace kite::tool {
 namespace {
 
 constexpr const char* footer = R"(
 Standard output carries one JSON object per line: {"event":"listening",...} once ready, then one
-{"event":"request",...} per request.
+{"event":"request",...} per request. With --inspect the second line is {"event":"inspector","url":...},
+the address of a page that shows what arrives; its API and its search are in Docs/Inspector.md. With
+--expect the last line is {"event":"summary",...}.
 
 Faults strike POST requests to the events path, in the order given, N requests each:
   status:CODE   answer CODE (200 to 599)
@@ -35,7 +41,11 @@ struct CollectArguments {
   std::string certificateKey;
   std::string selfSigned;
   std::vector<std::string> faults;
-  std::string inspect;
+  std::optional<std::string> inspect;
+  std::string tokenFile;
+  bool opensPage = false;
+  std::int64_t expected = 0;
+  std::optional<double> timeout;
 };
 
 [[noreturn]] void refuseUsage(const std::string& message) { throw CLI::ValidationError(message); }
@@ -80,18 +90,20 @@ void printLine(const std::string& line) {
 
 CollectorOptions collectorOptions(const CollectArguments& arguments) {
   if (arguments.key.empty()) refuseUsage("--key must not be empty");
-  CollectorOptions options{
-      .key = arguments.key,
-      .database = arguments.database,
-      .certificate = certificateSource(arguments),
-      .onRequest = [](const RequestReport& report) { printLine(jsonLine(report)); }};
+  CollectorOptions options{.key = arguments.key,
+                           .database = arguments.database,
+                           .certificate = certificateSource(arguments)};
   const HostAndPort listen = readAddress("--listen", arguments.listen);
   options.listenHost = listen.host;
   options.port = listen.port;
-  if (!arguments.inspect.empty()) {
-    const HostAndPort inspect = readAddress("--inspect", arguments.inspect);
-    options.inspect = InspectAt{.host = inspect.host, .port = inspect.port};
+  if (arguments.inspect) {
+    const HostAndPort inspect = readAddress("--inspect", *arguments.inspect);
+    options.inspect =
+        InspectAt{.host = inspect.host, .port = inspect.port, .tokenFile = arguments.tokenFile};
+  } else if (arguments.opensPage || !arguments.tokenFile.empty()) {
+    refuseUsage("--open and --token-file want --inspect");
   }
+  if (arguments.timeout && arguments.expected == 0) refuseUsage("--timeout wants --expect");
   for (const std::string& text : arguments.faults) {
     auto fault = parseFault(text);
     if (!fault) refuseUsage("--fault: " + fault.error());
@@ -105,25 +117,90 @@ std::string listeningLine(const CollectorAddress& address) {
                      address.ca.empty() ? "null" : quotedJSON(address.ca));
 }
 
-void runUntilSignalled(CollectorOptions options) {
-  sigset_t ends{};
-  ::sigemptyset(&ends);
-  ::sigaddset(&ends, SIGINT);
-  ::sigaddset(&ends, SIGTERM);
-  ::pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+/// Ends the collector's run: the signals of the process, and one of our own for the last event.
+class End {
+ public:
+  End() {
+    ::sigemptyset(&_ends);
+    for (const int number : {SIGINT, SIGTERM, SIGUSR1}) ::sigaddset(&_ends, number);
+    ::pthread_sigmask(SIG_BLOCK, &_ends, nullptr);
+  }
 
+  void call() const { ::kill(::getpid(), SIGUSR1); }
+  /// Also after `seconds`, when they are given.
+  void wait(std::optional<double> seconds) const {
+    int signal = 0;
+    if (!seconds) {
+      ::sigwait(&_ends, &signal);
+      return;
+    }
+    const double whole = std::floor(*seconds);
+    const timespec time{.tv_sec = static_cast<time_t>(whole),
+                        .tv_nsec = static_cast<long>((*seconds - whole) * 1e9)};
+    ::sigtimedwait(&_ends, nullptr, &time);
+  }
+
+ private:
+  sigset_t _ends{};
+};
+
+void printAddress(const CollectorAddress& address, bool opensPage) {
+  printLine(listeningLine(address));
+  if (address.inspector.empty()) return;
+  printLine(fmt::format(R"({{"event":"inspector","url":{}}})", quotedJSON(address.inspector)));
+  if (opensPage && !openInBrowser(address.inspector)) {
+    std::fputs("kite: cannot run xdg-open\n", stderr);
+  }
+}
+
+/// Throws when less was stored than was expected.
+void printSummary(const CollectorStatistics& statistics, std::int64_t expected) {
+  const bool isMet = statistics.newEvents >= static_cast<std::size_t>(expected);
+  printLine(fmt::format(
+      R"({{"event":"summary","ok":{},"expected":{},"stored":{},"duplicates":{},"requests":{},)"
+      R"("refused":{}}})",
+      isMet, expected, statistics.newEvents, statistics.duplicates, statistics.requests,
+      statistics.refused));
+  if (!isMet) throw CLI::RuntimeError(1);
+}
+
+void runUntilItsEnd(CollectorOptions options, const CollectArguments& arguments) {
+  const End end;
+  std::int64_t missing = arguments.expected;
+  options.onRequest = [&missing, &end](const RequestReport& report) {
+    printLine(jsonLine(report));
+    const bool wasMissing = missing > 0;
+    missing -= static_cast<std::int64_t>(report.newEvents);
+    if (wasMissing && missing <= 0) end.call();
+  };
   Collector collector(std::move(options));
   const auto address = collector.start();
   if (!address) {
     std::fputs(("kite: " + address.error() + "\n").c_str(), stderr);
     throw CLI::RuntimeError(1);
   }
-  printLine(listeningLine(*address));
-  if (!address->inspector.empty()) {
-    printLine(fmt::format(R"({{"event":"inspector","url":{}}})", quotedJSON(address->inspector)));
-  }
-  int signal = 0;
-  ::sigwait(&ends, &signal);
+  printAddress(*address, arguments.opensPage);
+  end.wait(arguments.timeout);
+  collector.stop();
+  if (arguments.expected > 0) printSummary(collector.statistics(), arguments.expected);
+}
+
+void addInspectorOptions(CLI::App& command, CollectArguments& arguments) {
+  command
+      .add_option_function<std::vector<std::string>>(
+          "--inspect",
+          [&arguments](const std::vector<std::string>& given) {
+            arguments.inspect =
+                given.empty() || given.front().empty() ? "127.0.0.1:0" : given.front();
+          },
+          "Serve a page that shows what arrives, at 127.0.0.1:0 unless told otherwise")
+      ->type_name("[HOST:PORT]")
+      ->expected(0, 1);
+  command
+      .add_option("--token-file", arguments.tokenFile,
+                  "File of the page's token; made when it is not there")
+      ->type_name("FILE");
+  command.add_flag("--open", arguments.opensPage, "Open the page in the browser");
 }
 
 }  // namespace
@@ -154,13 +231,14 @@ CLI::App* addCollectCommand(CLI::App& parent) {
       ->type_name("KIND[:ARG][xN]")
       ->expected(1)
       ->take_all();
-  command
-      ->add_option("--inspect", arguments->inspect,
-                   "Serve a page that shows what arrives, at that address or at one of its own")
-      ->type_name("HOST:PORT")
-      ->expected(0, 1)
-      ->default_str("127.0.0.1:0");
-  command->callback([arguments] { runUntilSignalled(collectorOptions(*arguments)); });
+  command->add_option("--expect", arguments->expected, "End with 0 when N events were stored")
+      ->type_name("N")
+      ->check(CLI::Range(std::int64_t{1}, std::int64_t{1'000'000'000}).description(""));
+  command->add_option("--timeout", arguments->timeout, "End with 1 when they were not by then")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.0, 1e6).description(""));
+  addInspectorOptions(*command, *arguments);
+  command->callback([arguments] { runUntilItsEnd(collectorOptions(*arguments), *arguments); });
   return command;
 }
 

@@ -86,8 +86,13 @@ Result<CollectorAddress, std::string> Collector::start() {
 }
 
 std::optional<std::string> Collector::startInspector(const CollectorAddress& address) {
+  const auto& file = _options.inspect->tokenFile;
+  const auto token =
+      file.empty() ? Result<std::string, std::string>(makeToken()) : tokenOfFile(file);
+  if (!token) return token.error();
   auto inspector = Inspector::listen({.host = _options.inspect->host,
                                       .port = _options.inspect->port,
+                                      .token = *token,
                                       .inspected = {.database = _options.database,
                                                     .endpoint = address.url,
                                                     .ca = address.ca,

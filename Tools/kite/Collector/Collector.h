@@ -27,6 +27,7 @@ double systemTime();
 struct InspectAt {
   std::string host = "127.0.0.1";
   std::uint16_t port = 0;
+  std::string tokenFile = "";  ///< file of its token, made when it is not there; else a new token
 };
 
 struct CollectorOptions {

@@ -12,7 +12,7 @@ namespace kite::tool {
 namespace {
 
 std::vector<std::string> arguments(const std::filesystem::path& folder, const std::string& key,
-                                   const std::vector<std::string>& faults) {
+                                   const std::vector<std::string>& faults, bool isInspected) {
   std::vector<std::string> result{"collect",
                                   "--listen",
                                   "127.0.0.1:0",
@@ -23,32 +23,44 @@ std::vector<std::string> arguments(const std::filesystem::path& folder, const st
                                   "--self-signed",
                                   folder / "certificates"};
   for (const auto& fault : faults) result.insert(result.end(), {"--fault", fault});
+  if (isInspected) result.emplace_back("--inspect");
   return result;
 }
 
-std::string text(const JSONValue::Object& members, std::string_view key) {
-  const auto* value = members.at(key);
-  return value && value->string() ? *value->string() : "";
+/// A member of a line of JSON that is a text.
+std::string text(const std::string& line, std::string_view key) {
+  const auto json = parseJSON(line);
+  const auto* members = json ? json->object() : nullptr;
+  const auto* value = members ? members->at(key) : nullptr;
+  if (!value || !value->string()) throw CommandFailure("the collector does not listen");
+  return *value->string();
 }
 
 }  // namespace
 
 CollectorProcess::CollectorProcess(std::filesystem::path folder, const std::string& key,
-                                   const std::vector<std::string>& faults)
+                                   const std::vector<std::string>& faults, bool isInspected)
     : _folder(std::move(folder)),
-      _process(arguments(_folder, key, faults),
+      _process(arguments(_folder, key, faults, isInspected),
                {.output = log(), .errors = _folder / "collector.log"}) {
-  std::string line;
-  while (line.find('\n') == line.npos) {
+  const std::string listening = waitForLine(0);
+  _url = text(listening, "url");
+  _ca = text(listening, "ca");
+  if (isInspected) _page = text(waitForLine(1), "url");
+}
+
+std::string CollectorProcess::waitForLine(std::size_t number) {
+  for (;;) {
+    std::istringstream lines(readFile(log()));
+    std::string line;
+    std::size_t at = 0;
+    while (std::getline(lines, line) && !lines.eof()) {
+      if (at++ == number) return line;
+    }
     if (_process.hasEnded())
       throw CommandFailure("the collector ended: " + readFile(_folder / "collector.log"));
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    line = readFile(log());
   }
-  const auto listening = parseJSON(line.substr(0, line.find('\n')));
-  if (!listening || !listening->object()) throw CommandFailure("the collector does not listen");
-  _url = text(*listening->object(), "url");
-  _ca = text(*listening->object(), "ca");
 }
 
 std::string CollectorProcess::address() const {

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include <csignal>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -22,6 +23,7 @@ struct DemoOptions {
   std::size_t events = 600;
   std::string state;
   bool json = false;
+  bool inspect = false;
 };
 
 /// Events that wait although the collector was there are those that it refuses.
@@ -38,11 +40,10 @@ struct PlayedDay {
   std::string address;  ///< where the collector was
 };
 
-PlayedDay playDay(const std::filesystem::path& folder, std::size_t events) {
-  Stage stage(folder, Audience(stderr), events);
+PlayedDay playDay(Stage& stage, std::size_t events) {
   Day(stage, events).play();
   const auto& collector = stage.collector();
-  const auto pending = pendingEvents(folder);
+  const auto pending = pendingEvents(stage.folder());
   auto comparison = compare(stage.ledger(), deliveredEvents(collector.database()));
   if (!pending.empty())
     comparison.problems.push_back(fmt::format("{} events still wait", pending.size()));
@@ -52,17 +53,39 @@ PlayedDay playDay(const std::filesystem::path& folder, std::size_t events) {
           .address = collector.address()};
 }
 
+void tell(const Audience& results, const std::string& line) {
+  fmt::print(results.out, "{}\n", line);
+  std::fflush(results.out);
+}
+
+void waitForInterrupt() {
+  sigset_t ends{};
+  ::sigemptyset(&ends);
+  ::sigaddset(&ends, SIGINT);
+  ::sigaddset(&ends, SIGTERM);
+  ::pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+  int signal = 0;
+  ::sigwait(&ends, &signal);
+}
+
 void runDemo(const DemoOptions& options) {
   const Audience results(options.json ? stderr : stdout);
   const auto folder = makeDemoFolder(options.state);
-  fmt::print(results.out, "Everything is kept in {}\n", folder.string());
-  std::fflush(results.out);
-  const auto day = playDay(folder, options.events);
+  tell(results, fmt::format("Everything is kept in {}", folder.string()));
+  Stage stage(folder, Audience(stderr), options.events, options.inspect);
+  const std::string page = stage.collector().page();
+  if (options.inspect) tell(results, "Watch it at " + page);
+  const auto day = playDay(stage, options.events);
   print(results, day.comparison, day.database);
   if (options.json) fmt::print("{}\n", jsonReport(day.comparison, day.database));
   if (!day.comparison.problems.empty())
     throw CommandFailure("what arrived is not what was tracked");
   printNextSteps(results, folder, day.address);
+  if (options.inspect) {
+    std::fflush(stdout);
+    tell(results, fmt::format("The day is shown at {} until Ctrl-C", page));
+    waitForInterrupt();
+  }
 }
 
 }  // namespace
@@ -80,6 +103,8 @@ CLI::App* addDemoCommand(CLI::App& parent) {
                    "The folder to keep everything in, else a new one in the temporary folder")
       ->type_name("DIR");
   command->add_flag("--json", options->json, "Print the result as one JSON object");
+  command->add_flag("--inspect", options->inspect,
+                    "Show what arrives on a page, which stays until Ctrl-C");
   command->callback([options] { runDemo(*options); });
   return command;
 }

@@ -24,9 +24,9 @@ std::chrono::seconds patience(std::size_t events) {
 
 }  // namespace
 
-Stage::Stage(std::filesystem::path folder, Audience audience, std::size_t events)
+Stage::Stage(std::filesystem::path folder, Audience audience, std::size_t events, bool isInspected)
     : _folder(std::move(folder)),
-      _collector(_folder / "collector", signingKey, {"status:503"}),
+      _collector(_folder / "collector", signingKey, {"status:503"}, isInspected),
       _progress(audience, events) {
   std::ofstream(attribution()) << R"({"campaign":"spring hikes","keyword_id":87,"clicked":true})";
 }

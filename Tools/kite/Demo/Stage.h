@@ -20,7 +20,7 @@ class Stage {
  public:
   /// `folder` is new; the host's stores, the collector's files and the logs all go into it. Tells
   /// the audience how far a day of `events` is.
-  Stage(std::filesystem::path folder, Audience audience, std::size_t events);
+  Stage(std::filesystem::path folder, Audience audience, std::size_t events, bool isInspected);
 
   void announce(const std::string& scene);
 

@@ -4,10 +4,15 @@
 #include "Collector/JSONText.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/random.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cctype>
+#include <fstream>
 #include <stdexcept>
 
 namespace kite::tool {
@@ -47,6 +52,26 @@ std::string makeToken() {
   std::string token;
   for (const unsigned char byte : bytes) token += fmt::format("{:02x}", byte);
   return token;
+}
+
+Result<std::string, std::string> tokenOfFile(const std::string& path) {
+  const int made = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (made >= 0) {
+    const std::string token = makeToken();
+    const std::string line = token + "\n";
+    const bool isWritten =
+        ::write(made, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+    ::close(made);
+    if (isWritten) return token;
+    return Failure{"cannot write the token into " + path};
+  }
+  std::string token;
+  std::getline(std::ifstream(path) >> std::ws, token);
+  constexpr std::size_t shortest = 16;
+  const bool isPlain =
+      std::ranges::all_of(token, [](unsigned char letter) { return std::isalnum(letter) != 0; });
+  if (token.size() >= shortest && isPlain) return token;
+  return Failure{path + " holds no token of 16 or more letters and digits"};
 }
 
 std::optional<Reply> Access::refusal(const ReceivedRequest& request, const Target& target) const {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Kite/Base/Result.h>
+
 #include "Collector/Server/Exchange.h"
 #include "Inspector/Target.h"
 
@@ -11,6 +13,9 @@ namespace kite::tool {
 
 /// A text that nobody can guess, of letters and digits.
 std::string makeToken();
+/// That of the file; a new one, written there for its owner alone, when the file is not there. The
+/// error is one line.
+Result<std::string, std::string> tokenOfFile(const std::string& path);
 
 /// Who may ask the inspector: who has its token, from a page of its own or from no page.
 class Access {

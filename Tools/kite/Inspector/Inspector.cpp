@@ -7,7 +7,7 @@
 namespace kite::tool {
 namespace {
 
-constexpr std::chrono::seconds patience(10);
+constexpr std::chrono::seconds patienceWithReaders(10);
 
 std::string shownHost(const std::string& host) {
   const bool isAnyAddress = host == "0.0.0.0" || host == "::";
@@ -31,15 +31,13 @@ void answerFile(const ReceivedRequest& request, const Target& target, Exchange& 
 
 }  // namespace
 
-Inspector::Inspector(InspectorOptions options, std::unique_ptr<EventReader> reader,
-                     std::string token)
-    : _options(std::move(options)), _reader(std::move(reader)), _token(std::move(token)) {}
+Inspector::Inspector(InspectorOptions options, std::unique_ptr<EventReader> reader)
+    : _options(std::move(options)), _reader(std::move(reader)) {}
 
 Result<std::unique_ptr<Inspector>, std::string> Inspector::listen(InspectorOptions options) {
   auto reader = openReader(options.inspected.database);
   if (!reader) return Failure{reader.error()};
-  std::unique_ptr<Inspector> inspector(
-      new Inspector(std::move(options), *std::move(reader), makeToken()));
+  std::unique_ptr<Inspector> inspector(new Inspector(std::move(options), *std::move(reader)));
   const auto& given = inspector->_options;
   auto server = HTTPServer::listen(
       {.host = given.host,
@@ -48,19 +46,20 @@ Result<std::unique_ptr<Inspector>, std::string> Inspector::listen(InspectorOptio
        .handle = [self = inspector.get()](const ReceivedRequest& request,
                                           Exchange& exchange) { self->handle(request, exchange); },
        .largestBody = largestBody,
-       .patience = patience,
+       .patience = patienceWithReaders,
        .mostConnections = mostConnections});
   if (!server) return Failure{server.error()};
   inspector->_server = *std::move(server);
   HTTPServer& running = *inspector->_server;
-  inspector->_access = std::make_unique<Access>(given.host, running.port(), inspector->_token);
+  inspector->_access = std::make_unique<Access>(given.host, running.port(), given.token);
   inspector->_live = std::make_unique<Live>(running, *inspector->_reader, given.inspected);
   running.onWake([live = inspector->_live.get()] { live->tellSoon(); });
   return inspector;
 }
 
 std::string Inspector::url() const {
-  return fmt::format("http://{}:{}/?token={}", shownHost(_options.host), _server->port(), _token);
+  return fmt::format("http://{}:{}/?token={}", shownHost(_options.host), _server->port(),
+                     _options.token);
 }
 
 void Inspector::handle(const ReceivedRequest& request, Exchange& exchange) {

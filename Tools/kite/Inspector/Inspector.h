@@ -15,6 +15,7 @@ namespace kite::tool {
 struct InspectorOptions {
   std::string host = "127.0.0.1";
   std::uint16_t port = 0;  ///< 0 picks one
+  std::string token;       ///< that lets in
   Inspected inspected;
 };
 
@@ -38,13 +39,12 @@ class Inspector {
   void changed(std::vector<RepeatedEvent> repeated) { _live->changed(std::move(repeated)); }
 
  private:
-  Inspector(InspectorOptions options, std::unique_ptr<EventReader> reader, std::string token);
+  Inspector(InspectorOptions options, std::unique_ptr<EventReader> reader);
   void handle(const ReceivedRequest& request, Exchange& exchange);
   void route(const ReceivedRequest& request, Exchange& exchange);
 
   InspectorOptions _options;
   std::unique_ptr<EventReader> _reader;
-  std::string _token;
   std::unique_ptr<Access> _access;
   std::unique_ptr<HTTPServer> _server;
   std::unique_ptr<Live> _live;

@@ -7,7 +7,7 @@
 namespace kite::tool {
 namespace {
 
-constexpr std::size_t mostClients = 1000;
+constexpr std::size_t mostClientsShown = 1000;
 
 std::string withNeighbours(EventReader& reader, const SessionRecord& session) {
   const bool isOpen = !session.hasEnded && !reader.sessionAfter(session);
@@ -33,7 +33,7 @@ void listSessions(API& api, const Call& call) {
 
 void listClients(API& api, const Call& call) {
   std::string rows;
-  for (const ClientRecord& client : api.reader.clients(mostClients)) {
+  for (const ClientRecord& client : api.reader.clients(mostClientsShown)) {
     rows += rows.empty() ? "" : ",";
     rows += clientJSON(client);
   }

@@ -15,6 +15,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <map>
 
@@ -22,6 +23,8 @@ namespace kite::tool {
 namespace {
 
 constexpr ev_ssize_t largestHead = 64 * 1024;
+constexpr std::chrono::milliseconds untilNextLook(5);  // for what is not sent yet, at a stop
+constexpr int mostLooksForUnsent = 200;
 constexpr std::chrono::milliseconds untilNextCount(100);  // of connections, when there are many
 constexpr ev_uint16_t allMethods = EVHTTP_REQ_GET | EVHTTP_REQ_POST | EVHTTP_REQ_HEAD |
                                    EVHTTP_REQ_PUT | EVHTTP_REQ_DELETE | EVHTTP_REQ_OPTIONS |
@@ -71,7 +74,7 @@ ReceivedRequest received(evhttp_request* request) {
 }
 
 template <auto release>
-struct Release {
+struct Released {
   template <class T>
   void operator()(T* object) const {
     release(object);
@@ -94,7 +97,7 @@ class EventLoopTimer final : public ServerTimer {
   }
 
   std::function<void()> _body;
-  std::unique_ptr<event, Release<event_free>> _event;
+  std::unique_ptr<event, Released<event_free>> _event;
 };
 
 class EventLoopServer final : public HTTPServer {
@@ -119,6 +122,7 @@ class EventLoopServer final : public HTTPServer {
   static void connectionClosed(evhttp_connection* connection, void* server);
   static void woken(evutil_socket_t signal, short what, void* server);
   void limitConnections();
+  void endWhenSent();
 
   HTTPServerOptions _options;
   TLSContext _tls;
@@ -126,12 +130,14 @@ class EventLoopServer final : public HTTPServer {
   int _wakeSignal = -1;
   std::atomic<bool> _isStopped = false;
   std::function<void()> _onWake;
-  std::unique_ptr<event_base, Release<event_base_free>> _base;
-  std::unique_ptr<event, Release<event_free>> _wakeEvent;
+  std::unique_ptr<event_base, Released<event_base_free>> _base;
+  std::unique_ptr<event, Released<event_free>> _wakeEvent;
   std::unique_ptr<ServerTimer> _nextCount;
+  std::unique_ptr<ServerTimer> _unsentLook;
+  int _looksForUnsent = 0;
   evconnlistener* _listener = nullptr;  // owned by _http
   std::map<evhttp_connection*, std::unique_ptr<PendingExchange>> _exchanges;
-  std::unique_ptr<evhttp, Release<evhttp_free>> _http;  // ends the connections, so it goes first
+  std::unique_ptr<evhttp, Released<evhttp_free>> _http;  // ends the connections, so it goes first
 };
 
 EventLoopServer::~EventLoopServer() {
@@ -149,6 +155,7 @@ bool EventLoopServer::setUp() {
   _http.reset(evhttp_new(_base.get()));
   if (!_wakeEvent || !_http || event_add(_wakeEvent.get(), nullptr) != 0) return false;
   _nextCount = timer([this] { limitConnections(); });
+  _unsentLook = timer([this] { endWhenSent(); });
 
   evhttp* http = _http.get();
   evhttp_set_timeout(http, static_cast<int>(_options.patience.count()));
@@ -216,9 +223,22 @@ void EventLoopServer::woken(evutil_socket_t signal, short, void* server) {
   std::uint64_t count = 0;
   static_cast<void>(!::read(signal, &count, sizeof count));
   if (self._isStopped) {
-    event_base_loopbreak(self._base.get());
+    self.endWhenSent();
   } else if (self._onWake) {
     self._onWake();
+  }
+}
+
+/// An answer that was given before the stop goes out.
+void EventLoopServer::endWhenSent() {
+  const auto waits = [](const auto& each) {
+    bufferevent* connection = evhttp_connection_get_bufferevent(each.first);
+    return evbuffer_get_length(bufferevent_get_output(connection)) > 0;
+  };
+  if (_looksForUnsent++ < mostLooksForUnsent && std::ranges::any_of(_exchanges, waits)) {
+    _unsentLook->start(untilNextLook);
+  } else {
+    event_base_loopbreak(_base.get());
   }
 }
 

@@ -65,8 +65,8 @@ void PendingExchange::reset() {
 void PendingExchange::begin(const Reply& reply) {
   addHeaders(_request, reply.headers);
   addHeaders(_request, {{"Connection", "close"}});
-  const timeval patience{.tv_sec = stalled, .tv_usec = 0};
-  bufferevent_set_timeouts(connectionOf(_request), nullptr, &patience);  // it may listen for long
+  const timeval time{.tv_sec = stalled, .tv_usec = 0};
+  bufferevent_set_timeouts(connectionOf(_request), nullptr, &time);  // it may listen for long
   bufferevent_setwatermark(connectionOf(_request), EV_READ, 0, mostUnread);
   evhttp_send_reply_start(_request, reply.status, nullptr);
   if (!reply.body.empty()) send(reply.body);

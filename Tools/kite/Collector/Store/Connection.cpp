@@ -3,7 +3,7 @@
 namespace kite::tool {
 namespace {
 
-constexpr int patience = 2000;  // milliseconds for another process that holds the file
+constexpr int untilBusy = 2000;  // milliseconds for another process that holds the file
 
 }  // namespace
 
@@ -14,7 +14,7 @@ Connection::Connection(const std::string& path, Access access) {
     sqlite3_close(_database);
     throw StoreError(message);
   }
-  sqlite3_busy_timeout(_database, patience);
+  sqlite3_busy_timeout(_database, untilBusy);
 }
 
 void Connection::execute(const char* sql) {
