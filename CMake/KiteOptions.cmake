@@ -33,9 +33,9 @@ if(KITE_SANITIZERS)
 else()
   target_compile_definitions(kite_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()
-if(KITE_SANITIZERS OR (CMAKE_UNITY_BUILD AND NOT CMAKE_BUILD_TYPE STREQUAL Debug))
+if(KITE_SANITIZERS OR NOT CMAKE_BUILD_TYPE STREQUAL Debug)
   # What gcc 12 says of untouched variants and of short strings is wrong where a sanitizer instruments them, and where it
-  # optimizes many sources as one (GCC bug 105651): there which of them it warns of changes with every source.
+  # optimizes (GCC bug 105651): which of them it warns of changes with what is inlined. clang warns without guessing.
   target_compile_options(kite_options INTERFACE
     "$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized;-Wno-array-bounds;-Wno-stringop-overflow;-Wno-restrict>")
 endif()
