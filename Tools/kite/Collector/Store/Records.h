@@ -17,17 +17,17 @@ using Seq = std::int64_t;
 /// seconds since 1970.
 struct EventRecord {
   Seq seq = 0;
-  std::string id;
-  std::string type;
+  std::string id = {};
+  std::string type = {};
   double timestamp = 0;
   double requestTimestamp = 0;
   double receivedAt = 0;
-  std::string app;
-  std::string client;
+  std::string app = {};
+  std::string client = {};
   bool isTester = false;
-  std::string userInfo;
-  std::string userIDs;
-  std::string data;
+  std::string userInfo = {};
+  std::string userIDs = {};
+  std::string data = {};
   std::int64_t duplicates = 0;
 
   friend bool operator==(const EventRecord&, const EventRecord&) = default;
@@ -36,7 +36,7 @@ struct EventRecord {
 /// An event that came again, and how often by now.
 struct RepeatedEvent {
   Seq seq;
-  std::string id;
+  std::string id = {};
   std::int64_t duplicates;
 
   friend bool operator==(const RepeatedEvent&, const RepeatedEvent&) = default;
@@ -46,9 +46,9 @@ struct RepeatedEvent {
 struct RequestRecord {
   Seq seq = 0;
   double receivedAt = 0;
-  std::string method;
-  std::string path;
-  std::string endpoint;
+  std::string method = {};
+  std::string path = {};
+  std::string endpoint = {};
   int status = 0;  ///< of the answer, 0 when there was none
   std::optional<int> errorCode = {};
   std::optional<std::string> message = {};
@@ -61,7 +61,7 @@ struct RequestRecord {
   std::int64_t attempt = 1;
   std::optional<std::string> client = {};
   std::optional<std::string> requestID = {};
-  std::string headers;  ///< JSON text, an array of pairs
+  std::string headers = {};  ///< JSON text, an array of pairs
   bool hasBody = false;
 
   /// Whether it broke a rule, by itself and not by a fault.
@@ -72,8 +72,8 @@ struct RequestRecord {
 /// What is known of a session by its events.
 struct SessionRecord {
   Seq seq = 0;
-  std::string id;
-  std::string client;
+  std::string id = {};
+  std::string client = {};
   double start = 0;
   double end = 0;  ///< of the newest event of a session whose end has not come
   bool hasEnded = false;
@@ -86,8 +86,8 @@ struct SessionRecord {
 };
 
 struct ClientRecord {
-  std::string client;
-  std::string app;
+  std::string client = {};
+  std::string app = {};
   std::int64_t events = 0;
   std::int64_t sessions = 0;
   double first = 0;  ///< the oldest event's time

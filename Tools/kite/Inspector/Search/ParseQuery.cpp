@@ -13,18 +13,18 @@ namespace {
 
 using ParsedTerm = Result<Term, std::string>;
 
-struct NamedField {
+struct NamedTermField {
   std::string_view key;
-  Field field;
+  TermField field;
 };
 constexpr std::array fields{
-    NamedField{"type", Field::type},       NamedField{"name", Field::name},
-    NamedField{"session", Field::session}, NamedField{"client", Field::client},
-    NamedField{"id", Field::id},           NamedField{"app", Field::app},
-    NamedField{"tester", Field::tester},   NamedField{"after", Field::after},
-    NamedField{"before", Field::before},   NamedField{"dup", Field::duplicates},
-    NamedField{"status", Field::status},   NamedField{"code", Field::code},
-    NamedField{"bad", Field::bad}};
+    NamedTermField{"type", TermField::type},       NamedTermField{"name", TermField::name},
+    NamedTermField{"session", TermField::session}, NamedTermField{"client", TermField::client},
+    NamedTermField{"id", TermField::id},           NamedTermField{"app", TermField::app},
+    NamedTermField{"tester", TermField::tester},   NamedTermField{"after", TermField::after},
+    NamedTermField{"before", TermField::before},   NamedTermField{"dup", TermField::duplicates},
+    NamedTermField{"status", TermField::status},   NamedTermField{"code", TermField::code},
+    NamedTermField{"bad", TermField::bad}};
 
 /// A term's text, taken apart.
 struct Piece {
@@ -112,7 +112,7 @@ ParsedTerm wrong(const Term& term, std::string_view reason) {
 }
 
 /// "data.PATH" or "info.PATH", whose path has no empty part.
-bool setPath(Term& term, std::string_view text, Field data, Field info) {
+bool setPath(Term& term, std::string_view text, TermField data, TermField info) {
   if (text.starts_with("data.")) {
     term.field = data;
   } else if (text.starts_with("info.")) {
@@ -133,7 +133,7 @@ ParsedTerm withNumber(Term term) {
 
 ParsedTerm withTime(Term term, double now) {
   term.number = parseTime(term.value, now);
-  term.comparison = term.field == Field::after ? Comparison::atLeast : Comparison::less;
+  term.comparison = term.field == TermField::after ? Comparison::atLeast : Comparison::less;
   if (!term.number) {
     return wrong(term, "is no time; give -5m, -2h, -1d, 14:30, 2026-01-31 or an ISO time");
   }
@@ -158,26 +158,26 @@ ParsedTerm termOf(const Piece& piece, double now) {
   Term term{.isNegated = piece.isNegated, .source = piece.source, .value = piece.value};
   if (!piece.hasKey) return withText(std::move(term), /*isQuoted=*/true);
   if (piece.key == "has") {
-    if (setPath(term, piece.value, Field::hasData, Field::hasInfo)) return term;
+    if (setPath(term, piece.value, TermField::hasData, TermField::hasInfo)) return term;
     return wrong(term, "needs data.PATH or info.PATH");
   }
-  if (setPath(term, piece.key, Field::data, Field::info)) {
+  if (setPath(term, piece.key, TermField::data, TermField::info)) {
     return withValue(std::move(term), piece.isQuoted);
   }
-  const auto found = std::ranges::find(fields, piece.key, &NamedField::key);
+  const auto found = std::ranges::find(fields, piece.key, &NamedTermField::key);
   if (found == fields.end()) return wrong(term, "there is no such key; quote a text with a colon");
   term.field = found->field;
   switch (term.field) {
-    case Field::bad:
+    case TermField::bad:
       return term.value.empty() ? ParsedTerm(term) : wrong(term, "takes no value");
-    case Field::after:
-    case Field::before:
+    case TermField::after:
+    case TermField::before:
       return withTime(std::move(term), now);
-    case Field::duplicates:
-    case Field::status:
-    case Field::code:
+    case TermField::duplicates:
+    case TermField::status:
+    case TermField::code:
       return withNumber(std::move(term));
-    case Field::tester:
+    case TermField::tester:
       if (term.value != "true" && term.value != "false") return wrong(term, "is true or false");
       return term;
     default:

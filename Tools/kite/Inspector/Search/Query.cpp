@@ -50,15 +50,15 @@ bool isWanted(const dom::element& value, const Term& term) {
   return value.is_null() && term.value == "null";
 }
 
-bool isNumeric(Field field) {
-  return field == Field::after || field == Field::before || field == Field::duplicates ||
-         field == Field::status || field == Field::code;
+bool isNumeric(TermField field) {
+  return field == TermField::after || field == TermField::before ||
+         field == TermField::duplicates || field == TermField::status || field == TermField::code;
 }
 
 /// Whether the term holds but for its negation.
 bool isSo(const Term& term, Subject& subject) {
-  if (term.field == Field::word) return subject.has(term.value);
-  if (term.field == Field::bad) return subject.isBad();
+  if (term.field == TermField::word) return subject.has(term.value);
+  if (term.field == TermField::bad) return subject.isBad();
   if (isNumeric(term.field)) {
     const auto number = subject.number(term.field);
     return number && compares(*number, term.comparison, *term.number);
@@ -68,7 +68,7 @@ bool isSo(const Term& term, Subject& subject) {
     return text && isWanted(*text, term);
   }
   const auto value = subject.json(term.field, term.path);
-  const bool asksForPresence = term.field == Field::hasData || term.field == Field::hasInfo;
+  const bool asksForPresence = term.field == TermField::hasData || term.field == TermField::hasInfo;
   return value && (asksForPresence || isWanted(*value, term));
 }
 
@@ -102,15 +102,16 @@ std::string wanted(const Term& term) {
 }
 
 std::string nameOf(const Term& term) {
-  if (term.field == Field::after || term.field == Field::before) return "timestamp";
+  if (term.field == TermField::after || term.field == TermField::before) return "timestamp";
   return term.source.substr(0, term.source.find(':'));
 }
 
 std::string difference(const Term& term, Subject& subject) {
   if (term.isNegated) return fmt::format("{} does not hold", term.source);
-  if (term.field == Field::word) return fmt::format("{} is nowhere in it", quotedJSON(term.value));
-  if (term.field == Field::bad) return "it was accepted";
-  if (term.field == Field::hasData || term.field == Field::hasInfo) {
+  if (term.field == TermField::word)
+    return fmt::format("{} is nowhere in it", quotedJSON(term.value));
+  if (term.field == TermField::bad) return "it was accepted";
+  if (term.field == TermField::hasData || term.field == TermField::hasInfo) {
     return fmt::format("{} is missing", term.source.substr(term.source.find(':') + 1));
   }
   return fmt::format("{} is {}, wanted {}", nameOf(term), shown(term, subject), wanted(term));
@@ -147,9 +148,9 @@ EventFilter Query::filter() const {
   EventFilter filter;
   for (const Term& term : _terms) {
     if (term.isNegated || term.isPrefix) continue;
-    if (term.field == Field::type) filter.type = term.value;
-    if (term.field == Field::client) filter.client = term.value;
-    if (term.field == Field::id) filter.id = term.value;
+    if (term.field == TermField::type) filter.type = term.value;
+    if (term.field == TermField::client) filter.client = term.value;
+    if (term.field == TermField::id) filter.id = term.value;
   }
   return filter;
 }

@@ -14,7 +14,7 @@ namespace kite::tool {
 class Subject;
 
 /// What a term looks at.
-enum class Field {
+enum class TermField {
   type,
   name,
   session,
@@ -39,7 +39,7 @@ enum class Comparison { equal, greater, atLeast, less, atMost };
 
 /// One condition of a query.
 struct Term {
-  Field field = Field::word;
+  TermField field = TermField::word;
   bool isNegated = false;
   std::string source = {};  ///< as it was written
   std::string value = {};

@@ -41,35 +41,36 @@ const EventFacts& EventSubject::facts() {
   return *_facts;
 }
 
-std::optional<std::string> EventSubject::text(Field field) {
+std::optional<std::string> EventSubject::text(TermField field) {
   switch (field) {
-    case Field::type:
+    case TermField::type:
       return _event.type;
-    case Field::name:
+    case TermField::name:
       return facts().name;
-    case Field::session:
+    case TermField::session:
       return facts().session;
-    case Field::client:
+    case TermField::client:
       return _event.client;
-    case Field::id:
+    case TermField::id:
       return _event.id;
-    case Field::app:
+    case TermField::app:
       return _event.app;
-    case Field::tester:
+    case TermField::tester:
       return _event.isTester ? "true" : "false";
     default:
       return std::nullopt;
   }
 }
 
-std::optional<double> EventSubject::number(Field field) {
-  if (field == Field::after || field == Field::before) return _event.timestamp;
-  if (field == Field::duplicates) return static_cast<double>(_event.duplicates);
+std::optional<double> EventSubject::number(TermField field) {
+  if (field == TermField::after || field == TermField::before) return _event.timestamp;
+  if (field == TermField::duplicates) return static_cast<double>(_event.duplicates);
   return std::nullopt;
 }
 
-std::optional<dom::element> EventSubject::json(Field field, const std::vector<std::string>& path) {
-  const bool isData = field == Field::data || field == Field::hasData;
+std::optional<dom::element> EventSubject::json(TermField field,
+                                               const std::vector<std::string>& path) {
+  const bool isData = field == TermField::data || field == TermField::hasData;
   Parsed& parsed = isData ? _data : _info;
   if (!parsed.isDone) {
     parsed.isDone = true;
@@ -91,22 +92,22 @@ bool EventSubject::has(std::string_view word) {
          isIn(facts().name.value_or(""), word);
 }
 
-std::optional<std::string> RequestSubject::text(Field field) {
-  if (field == Field::client) return _request.client;
-  if (field == Field::id) return _request.requestID;
+std::optional<std::string> RequestSubject::text(TermField field) {
+  if (field == TermField::client) return _request.client;
+  if (field == TermField::id) return _request.requestID;
   return std::nullopt;
 }
 
-std::optional<double> RequestSubject::number(Field field) {
+std::optional<double> RequestSubject::number(TermField field) {
   switch (field) {
-    case Field::after:
-    case Field::before:
+    case TermField::after:
+    case TermField::before:
       return _request.receivedAt;
-    case Field::status:
+    case TermField::status:
       return _request.status;
-    case Field::code:
+    case TermField::code:
       return _request.errorCode ? std::optional<double>(*_request.errorCode) : std::nullopt;
-    case Field::duplicates:
+    case TermField::duplicates:
       return static_cast<double>(_request.duplicates);
     default:
       return std::nullopt;
@@ -119,15 +120,15 @@ bool RequestSubject::has(std::string_view word) {
          isIn(_request.requestID.value_or(""), word);
 }
 
-std::optional<std::string> SessionSubject::text(Field field) {
-  if (field == Field::client) return _session.client;
-  if (field == Field::id || field == Field::session) return _session.id;
+std::optional<std::string> SessionSubject::text(TermField field) {
+  if (field == TermField::client) return _session.client;
+  if (field == TermField::id || field == TermField::session) return _session.id;
   return std::nullopt;
 }
 
-std::optional<double> SessionSubject::number(Field field) {
-  if (field == Field::after) return _session.end;
-  if (field == Field::before) return _session.start;
+std::optional<double> SessionSubject::number(TermField field) {
+  if (field == TermField::after) return _session.end;
+  if (field == TermField::before) return _session.start;
   return std::nullopt;
 }
 

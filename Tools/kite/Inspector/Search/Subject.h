@@ -18,11 +18,11 @@ class Subject {
   virtual ~Subject() = default;
 
   /// The value of a field that is a text, if the row has it.
-  virtual std::optional<std::string> text(Field field) = 0;
+  virtual std::optional<std::string> text(TermField field) = 0;
   /// The value of a field that is a number. Of `after` and `before` it is the row's time.
-  virtual std::optional<double> number(Field field) = 0;
+  virtual std::optional<double> number(TermField field) = 0;
   /// What is at that path of the event's data or user info.
-  virtual std::optional<simdjson::dom::element> json(Field, const std::vector<std::string>&) {
+  virtual std::optional<simdjson::dom::element> json(TermField, const std::vector<std::string>&) {
     return std::nullopt;
   }
   virtual bool isBad() { return false; }
@@ -34,9 +34,9 @@ class EventSubject final : public Subject {
  public:
   explicit EventSubject(const EventRecord& event) : _event(event) {}
 
-  std::optional<std::string> text(Field field) override;
-  std::optional<double> number(Field field) override;
-  std::optional<simdjson::dom::element> json(Field field,
+  std::optional<std::string> text(TermField field) override;
+  std::optional<double> number(TermField field) override;
+  std::optional<simdjson::dom::element> json(TermField field,
                                              const std::vector<std::string>& path) override;
   bool has(std::string_view word) override;
 
@@ -60,8 +60,8 @@ class RequestSubject final : public Subject {
  public:
   explicit RequestSubject(const RequestRecord& request) : _request(request) {}
 
-  std::optional<std::string> text(Field field) override;
-  std::optional<double> number(Field field) override;
+  std::optional<std::string> text(TermField field) override;
+  std::optional<double> number(TermField field) override;
   bool isBad() override { return _request.isRefused(); }
   bool has(std::string_view word) override;
 
@@ -73,8 +73,8 @@ class SessionSubject final : public Subject {
  public:
   explicit SessionSubject(const SessionRecord& session) : _session(session) {}
 
-  std::optional<std::string> text(Field field) override;
-  std::optional<double> number(Field field) override;
+  std::optional<std::string> text(TermField field) override;
+  std::optional<double> number(TermField field) override;
   bool has(std::string_view word) override;
 
  private:
