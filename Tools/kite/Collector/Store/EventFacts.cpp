@@ -59,8 +59,11 @@ void noteBackground(SessionRecord& session, double time, bool isInBackground) {
 EventFacts factsOf(std::string_view id, std::string_view type, std::string_view data) {
   if (type != "Session" && type != "UserAction" && type != "DebugEvent") return {};
   thread_local dom::parser parser;
+  thread_local std::string padded;
+  padded.reserve(data.size() + simdjson::SIMDJSON_PADDING);  // or the parser takes memory for it
+  padded = data;
   dom::object object;
-  if (parser.parse(data.data(), data.size()).get(object) != simdjson::SUCCESS) return {};
+  if (parser.parse(padded).get(object) != simdjson::SUCCESS) return {};
   if (type == "Session") return sessionFacts(id, object);
   if (type == "UserAction") return actionFacts(object);
   return {.name = text(object, "message")};

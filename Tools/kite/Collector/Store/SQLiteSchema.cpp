@@ -65,7 +65,9 @@ void countOlderEvents(Connection& connection) {
 
 void prepareSchema(Connection& connection) {
   connection.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL");
-  connection.execute(rareCheckpoints);
+  // A full batch alone fills the pages after which SQLite tidies up by default, and identifiers,
+  // which are spread over the whole index, touch more pages than it keeps by default.
+  connection.execute("PRAGMA wal_autocheckpoint = 8000; PRAGMA cache_size = -65536");
   connection.execute(tables);
   Transaction transaction(connection);  // two that open the file at once do not both upgrade it
   if (versionOf(connection) >= schemaVersion) return;

@@ -9,9 +9,6 @@ namespace kite::tool {
 /// own number. A further table, or columns of one, is a higher version.
 inline constexpr std::int64_t schemaVersion = 1;
 
-/// A full batch alone fills the pages after which SQLite tidies up by default.
-inline constexpr const char* rareCheckpoints = "PRAGMA wal_autocheckpoint = 8000";
-
 /// Makes the tables that are missing, and counts what an older file holds.
 void prepareSchema(Connection& connection);
 

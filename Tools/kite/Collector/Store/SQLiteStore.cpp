@@ -86,14 +86,10 @@ struct SQLiteStore::RecordStatements {
 };
 
 SQLiteStore::SQLiteStore(const std::string& path, RefusedBodiesBound bound)
-    : _connection(madeFile(path), Connection::Access::readWrite),
-      _records(path, Connection::Access::readWrite),
-      _bound(bound) {
+    : _connection(madeFile(path), Connection::Access::readWrite), _bound(bound) {
   prepareSchema(_connection);
-  _records.execute("PRAGMA synchronous = NORMAL");
-  _records.execute(rareCheckpoints);
   _statements = std::make_unique<Statements>(_connection);
-  _recordStatements = std::make_unique<RecordStatements>(_records);
+  _recordStatements = std::make_unique<RecordStatements>(_connection);
 }
 
 SQLiteStore::~SQLiteStore() = default;
@@ -108,6 +104,7 @@ bool SQLiteStore::hasSeen(const std::string& requestID) {
 
 Stored SQLiteStore::store(const Accepted& accepted, double receivedAt) {
   const auto& [sender, batch] = accepted;
+  commitsReachTheDisk(true);
   Transaction transaction(_connection);
   _statements->addRequest
       .with(sender.requestID, receivedAt, sender.clientID, std::int64_t{200}, std::int64_t{0})
@@ -156,6 +153,7 @@ void SQLiteStore::countDuplicate(const std::string& id, Tallies& tallies, Stored
 }
 
 void SQLiteStore::remember(const Sender& sender, const Refusal& refusal, double receivedAt) {
+  commitsReachTheDisk(true);
   _statements->addRequest
       .with(sender.requestID, receivedAt, sender.clientID, std::int64_t{refusal.status},
             std::int64_t{refusal.code})
@@ -163,7 +161,8 @@ void SQLiteStore::remember(const Sender& sender, const Refusal& refusal, double 
 }
 
 void SQLiteStore::record(const RequestRecord& request, std::string_view body) {
-  Transaction transaction(_records);
+  commitsReachTheDisk(false);
+  Transaction transaction(_connection);
   _recordStatements->add
       .with(request.receivedAt, request.method, request.path, request.endpoint,
             std::int64_t{request.status}, integer(request.errorCode), request.message,
@@ -184,6 +183,7 @@ void SQLiteStore::keepBody(std::string_view body) {
 }
 
 std::int64_t SQLiteStore::clear() {
+  commitsReachTheDisk(true);
   Transaction transaction(_connection);
   _statements->countEvents.with().step();
   const auto count = _statements->countEvents.integer(0);
@@ -191,6 +191,11 @@ std::int64_t SQLiteStore::clear() {
   _connection.execute(clearEverything);
   transaction.commit();
   return count;
+}
+
+// One connection does both: what another one commits empties the page cache of this one.
+void SQLiteStore::commitsReachTheDisk(bool doThey) {
+  _connection.execute(doThey ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
 }
 
 Result<std::unique_ptr<EventStore>, std::string> openStore(const std::string& place,

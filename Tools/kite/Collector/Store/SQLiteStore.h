@@ -27,9 +27,9 @@ class SQLiteStore final : public EventStore {
   void storeEvents(const Accepted& accepted, double receivedAt, Stored& stored);
   void countDuplicate(const std::string& id, Tallies& tallies, Stored& stored);
   void keepBody(std::string_view body);
+  void commitsReachTheDisk(bool doThey);
 
   Connection _connection;
-  Connection _records;  // its commits do not wait for the disk
   RefusedBodiesBound _bound;
   std::unique_ptr<Statements> _statements;
   std::unique_ptr<RecordStatements> _recordStatements;
