@@ -1,0 +1,168 @@
+// A virtual list: only the rows in sight have elements, and an element keeps its row for as long as that is in sight.
+
+import { h, setText } from './dom.js';
+
+const SPARE = 6; // rows drawn above and below, so that a scroll shows no empty edge
+
+/**
+ * @typedef {{title: string, class: string, label?: string, fill: (cell: HTMLElement, row: any) => void}} Column
+ * @typedef {{length: number, at: (index: number) => any, indexOf: (seq: number) => number}} Rows
+ */
+export class Grid extends EventTarget {
+  /** @type {{element: HTMLElement, cells: HTMLElement[], row: any}[]} */ #free = [];
+  /** @type {Map<any, any>} */ #drawn = new Map();
+  #frame = 0;
+  #rowHeight = 30;
+  #active = 0;
+
+  /** @param {{name: string, id: string, columns: Column[], rows: Rows}} options */
+  constructor({ name, id, columns, rows }) {
+    super();
+    this.id = id;
+    this.columns = columns;
+    this.rows = rows;
+    this.body = h('div', { class: 'grid-body', role: 'rowgroup' });
+    const titles = columns.map((column) => h('span', { role: 'columnheader', class: column.class, 'aria-label': column.label }, column.title));
+    this.head = h('div', { class: 'grid-head', role: 'rowgroup' }, h('div', { class: 'row', role: 'row', 'aria-rowindex': 1 }, titles));
+    this.element = h('div', {
+      class: 'grid', role: 'grid', tabindex: 0, id, 'aria-label': name, 'aria-colcount': columns.length,
+      scroll: () => this.#scrolled(), click: (event) => this.#clicked(event),
+    }, this.head, this.body);
+    new ResizeObserver(() => this.#resized()).observe(this.element);
+  }
+
+  /** The number of the row that is selected, 0 for none. */
+  get active() {
+    return this.#active;
+  }
+
+  get isAtTop() {
+    return this.element.scrollTop < 2;
+  }
+
+  /** How many rows fit. */
+  get page() {
+    return Math.max(1, Math.floor((this.element.clientHeight - this.head.offsetHeight) / this.#rowHeight));
+  }
+
+  /** Draws at the next frame what has changed. */
+  refresh() {
+    this.#frame ||= requestAnimationFrame(() => {
+      this.#frame = 0;
+      this.#draw();
+    });
+  }
+
+  /** Fills a row again whose values have changed. */
+  refill(row) {
+    const slot = this.#drawn.get(row);
+    if (slot) this.#fill(slot, row);
+  }
+
+  select(seq) {
+    this.#active = seq;
+    this.#showActive();
+  }
+
+  scrollToTop() {
+    this.element.scrollTop = 0;
+    this.refresh();
+  }
+
+  /** Brings a row into sight, and no further than it must. */
+  reveal(index) {
+    const top = index * this.#rowHeight;
+    const space = this.element.clientHeight - this.head.offsetHeight - this.#rowHeight;
+    if (top < this.element.scrollTop) this.element.scrollTop = top;
+    else if (top > this.element.scrollTop + space) this.element.scrollTop = top - space;
+    this.refresh();
+  }
+
+  #scrolled() {
+    this.refresh();
+    this.dispatchEvent(new Event('scrolled'));
+  }
+
+  #resized() {
+    if (!this.element.clientHeight) return;
+    const height = parseFloat(getComputedStyle(this.element).getPropertyValue('--row'));
+    if (height !== this.#rowHeight) {
+      this.element.scrollTop *= height / this.#rowHeight;
+      this.#rowHeight = height;
+    }
+    this.refresh();
+  }
+
+  #clicked(event) {
+    const element = event.target.closest('.grid-body .row');
+    if (element) this.dispatchEvent(new CustomEvent('pick', { detail: Number(element.dataset.seq) }));
+  }
+
+  #draw() {
+    const { element, rows } = this;
+    if (!element.clientHeight) return;
+    const height = `${rows.length * this.#rowHeight}px`;
+    if (this.body.style.height !== height) this.body.style.height = height;
+    const count = String(rows.length + 1);
+    if (element.getAttribute('aria-rowcount') !== count) element.setAttribute('aria-rowcount', count);
+
+    const first = Math.max(0, Math.floor(element.scrollTop / this.#rowHeight) - SPARE);
+    const end = Math.min(rows.length, first + Math.ceil(element.clientHeight / this.#rowHeight) + 2 * SPARE);
+    const wanted = new Set();
+    for (let index = first; index < end; index++) wanted.add(rows.at(index));
+    for (const [row, slot] of this.#drawn) {
+      if (wanted.has(row)) continue;
+      this.#drawn.delete(row);
+      this.#free.push(slot);
+    }
+    for (let index = first; index < end; index++) this.#put(rows.at(index), index);
+    for (const slot of this.#free) slot.element.hidden = true;
+    this.#showActive();
+    this.dispatchEvent(new CustomEvent('drawn', { detail: { end } }));
+  }
+
+  #put(row, index) {
+    let slot = this.#drawn.get(row);
+    if (!slot) {
+      slot = this.#free.pop() ?? this.#makeSlot();
+      slot.element.hidden = false;
+      this.#fill(slot, row);
+      this.#drawn.set(row, slot);
+    }
+    if (slot.index === index && slot.height === this.#rowHeight) return;
+    slot.index = index;
+    slot.height = this.#rowHeight;
+    slot.element.style.transform = `translateY(${index * this.#rowHeight}px)`;
+    slot.element.setAttribute('aria-rowindex', String(index + 2));
+  }
+
+  #makeSlot() {
+    const cells = this.columns.map((column) => h('span', { role: 'gridcell', class: column.class }));
+    const element = h('div', { class: 'row', role: 'row' }, cells);
+    this.body.append(element);
+    return { element, cells, row: null, index: -1, height: 0 };
+  }
+
+  #fill(slot, row) {
+    slot.element.dataset.seq = row.seq;
+    slot.element.id = `${this.id}-${row.seq}`;
+    this.columns.forEach((column, index) => column.fill(slot.cells[index], row));
+  }
+
+  #showActive() {
+    let isDrawn = false;
+    for (const [row, slot] of this.#drawn) {
+      const isActive = row.seq === this.#active;
+      isDrawn ||= isActive;
+      const text = String(isActive);
+      if (slot.element.getAttribute('aria-selected') !== text) slot.element.setAttribute('aria-selected', text);
+    }
+    if (isDrawn) this.element.setAttribute('aria-activedescendant', `${this.id}-${this.#active}`);
+    else this.element.removeAttribute('aria-activedescendant');
+  }
+}
+
+/** A column that shows one text. */
+export const textColumn = (title, className, text, label) => ({
+  title, class: className, label, fill: (cell, row) => setText(cell, text(row)),
+});
