@@ -1,7 +1,7 @@
 // What the lists show of a row.
 
 import { h, setText } from './dom.js';
-import { bytes, count, duration, fullTime, kindOf, rowTime, shortID } from './format.js';
+import { bytes, count, duration, fullTime, kindOf, rowTime } from './format.js';
 import { textColumn } from './grid.js';
 import { sizeText, statusText, toneOf } from './requestdetail.js';
 
@@ -33,8 +33,8 @@ export const EVENT_COLUMNS = [
   },
   textColumn('Name', 'cell-name', (row) => row.name ?? ''),
   timeColumn((row) => row.timestamp),
-  textColumn('Session', 'cell-id cell-session', (row) => shortID(row.session)),
-  textColumn('Client', 'cell-id cell-client', (row) => shortID(row.client)),
+  textColumn('Session', 'cell-id cell-session', (row) => row.session ?? ''),
+  textColumn('Client', 'cell-id cell-client', (row) => row.client),
   numberColumn('Dup', 'cell-duplicates', (row) => row.duplicates, 'Duplicates'),
 ];
 
@@ -54,7 +54,7 @@ export const REQUEST_COLUMNS = [
   numberColumn('Events', 'cell-events', (request) => request.events),
   textColumn('Size', 'cell-number cell-size', (request) => (request.bytes ? sizeText(request) : bytes(0)), 'Size and compression'),
   textColumn('Took', 'cell-number cell-duration', (request) => duration(request.duration), 'Duration'),
-  textColumn('Fault', 'cell-id cell-fault', (request) => request.fault ?? ''),
+  textColumn('Fault', 'cell-path cell-fault', (request) => request.fault ?? ''),
   textColumn('Endpoint', 'cell-path', shortEndpoint),
   textColumn('Try', 'cell-number cell-attempt', (request) => String(request.attempt), 'Attempt'),
 ];

@@ -13,7 +13,7 @@ function fill(element, properties, children) {
     if (typeof value === 'function') element.addEventListener(name, value);
     else element.setAttribute(name, value === true ? '' : String(value));
   }
-  element.append(...children.flat().filter((child) => child !== null && child !== undefined && child !== false));
+  element.append(...children.flat(Infinity).filter((child) => child !== null && child !== undefined && child !== false));
   return element;
 }
 

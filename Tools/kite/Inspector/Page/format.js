@@ -37,8 +37,11 @@ export function fullTime(seconds) {
   return `${dayOf(date)} ${clockOf(date)}`;
 }
 
-/** The day and the clock to the second. */
-export const shortTime = (seconds) => fullTime(seconds).slice(0, 19);
+/** The clock to the second, with the day before it when that is not today. */
+export function shortTime(seconds) {
+  const date = new Date(seconds * 1000);
+  return `${isToday(date) ? '' : `${dayOf(date).slice(5)} `}${clockOf(date).slice(0, 8)}`;
+}
 
 const unitsOf = [[86_400, 'd'], [3_600, 'h'], [60, 'min'], [1, 's']];
 

@@ -6,6 +6,8 @@ import { duration, kindOf, shortTime } from './format.js';
 
 const WIDTH = 10_000; // of a drawing, in its own units
 
+const MOST_TICKS = 120; // over the whole width, before they become thin
+
 const percent = (part) => `${(100 * Math.min(1, Math.max(0, part))).toFixed(3)}%`;
 
 /** Styles are set by script: the page's policy allows none in the markup. */
@@ -16,7 +18,7 @@ function placed(element, from, width) {
 }
 
 /** The ticks of the events, one path for each kind. */
-function ticks(events, start, span) {
+function ticks(events, start, span, isDense) {
   const paths = new Map();
   for (const event of events) {
     const kind = kindOf(event.type);
@@ -24,7 +26,7 @@ function ticks(events, start, span) {
     paths.set(kind, `${paths.get(kind) ?? ''}M${x} 0V10`);
   }
   const drawn = [...paths].map(([kind, d]) => s('path', { d, 'data-kind': kind, 'vector-effect': 'non-scaling-stroke' }));
-  return s('svg', { class: 'ticks', viewBox: `0 0 ${WIDTH} 10`, preserveAspectRatio: 'none', 'aria-hidden': 'true' }, drawn);
+  return s('svg', { class: isDense ? 'ticks dense' : 'ticks', viewBox: `0 0 ${WIDTH} 10`, preserveAspectRatio: 'none', 'aria-hidden': 'true' }, drawn);
 }
 
 /** How long a session lasts to the eye. */
@@ -43,7 +45,7 @@ export function sessionBar(session, events, scale) {
     bar.append(placed(h('i', { class: 'background', title: `in the background for ${duration(to - from)}` }),
       (from - session.start) / length, (to - from) / length));
   }
-  bar.append(ticks(events, session.start, length));
+  bar.append(ticks(events, session.start, length, events.length * scale > MOST_TICKS * length));
   if (session.crashed) bar.append(h('i', { class: 'crash', title: 'crashed' }, '✕'));
   return h('div', { class: 'lane' }, bar);
 }

@@ -1,0 +1,112 @@
+import assert from 'node:assert/strict';
+import { beforeEach, test } from 'node:test';
+
+import { anAction, anEvent, aUUID } from './Support/Events.js';
+import { useInspector } from './Support/Inspector.js';
+import { rowNamed, rowsOf, until } from './Support/Page.js';
+
+const inspector = useInspector();
+beforeEach(() => inspector.clear());
+
+const named = (prefix, count) => Array.from({ length: count }, (_, index) => anAction(`${prefix}-${index}`));
+
+test('an empty list tells how to send the first event', async () => {
+  const page = await inspector.open();
+  await page.getByRole('heading', { name: 'No events yet' }).waitFor();
+  const command = await page.locator('#live .command pre').innerText();
+  assert.match(command, /kite host --state state --key KEY --endpoint https:\/\/127\.0\.0\.1:\d+\/v4\/events --ca-file/);
+});
+
+test('a stored event appears with its type, name, time, session and client', async () => {
+  const { collector } = inspector;
+  const page = await inspector.open();
+  const [client, session] = [aUUID(), aUUID()];
+  const timestamp = new Date().setHours(12, 34, 56, 789) / 1000;
+  await collector.send([anAction('buy', { session, timestamp })], { client });
+  const row = rowNamed(page, 'buy');
+  await row.waitFor();
+  assert.deepEqual(await row.locator('[role=gridcell]').allInnerTexts(), ['UserAction', 'buy', '12:34:56.789', session, client, '·']);
+});
+
+test('an event that was there before the page is shown as well, newest first', async () => {
+  await inspector.collector.send(named('old', 3));
+  const page = await inspector.open();
+  await rowNamed(page, 'old-2').waitFor();
+  const names = await page.locator('#event-grid .row:not([hidden]) .cell-name[role=gridcell]').allInnerTexts();
+  const sorted = await rowsOf(page).evaluateAll((rows) => rows
+    .sort((a, b) => a.getAttribute('aria-rowindex') - b.getAttribute('aria-rowindex'))
+    .map((row) => row.querySelector('.cell-name').textContent));
+  assert.equal(names.length, 3);
+  assert.deepEqual(sorted, ['old-2', 'old-1', 'old-0']);
+});
+
+test('an event that was received again says how often, while the page is open', async () => {
+  const event = anAction('twice');
+  await inspector.collector.send([event]);
+  const page = await inspector.open();
+  const cell = rowNamed(page, 'twice').locator('.cell-duplicates');
+  await cell.getByText('·').waitFor();
+  await inspector.collector.send([event]);
+  await cell.getByText('1').waitFor();
+  await inspector.collector.send([event]);
+  await cell.getByText('2').waitFor();
+  await page.locator('#count-duplicates').getByText('2').waitFor();
+});
+
+test('a paused list stands still and says how many wait, until it follows again', async () => {
+  const page = await inspector.open();
+  await inspector.collector.send(named('before', 2));
+  await rowNamed(page, 'before-1').waitFor();
+  await page.getByRole('button', { name: 'Following' }).click();
+  await inspector.collector.send(named('after', 3));
+  await page.getByRole('button', { name: '3 new' }).waitFor();
+  assert.equal(await rowsOf(page).count(), 2);
+  await page.getByRole('button', { name: '3 new' }).click();
+  await rowNamed(page, 'after-2').waitFor();
+  await page.getByRole('button', { name: 'Following' }).waitFor();
+  assert.equal(await rowsOf(page).count(), 5);
+});
+
+test('a list that was scrolled does not move under the reader', async () => {
+  await inspector.collector.send(named('row', 200));
+  const page = await inspector.open();
+  await rowNamed(page, 'row-199').waitFor();
+  await page.locator('#event-grid').evaluate((grid) => (grid.scrollTop = 1500));
+  const seen = rowNamed(page, 'row-140');
+  await seen.waitFor();
+  const { y } = await seen.boundingBox();
+  await inspector.collector.send(named('late', 7));
+  await page.getByRole('button', { name: '7 new' }).waitFor();
+  assert.equal((await seen.boundingBox()).y, y);
+});
+
+test('older events are read when the list is scrolled towards them', async () => {
+  for (let batch = 0; batch < 3; batch++) await inspector.collector.send(named(`batch${batch}`, 500));
+  const page = await inspector.open();
+  await page.getByText('the newest 200 events').waitFor();
+  await page.locator('#event-grid').evaluate((grid) => (grid.scrollTop = grid.scrollHeight));
+  await until(page, () => document.querySelector('#live-note').textContent !== 'the newest 200 events');
+  await page.locator('#event-grid').evaluate((grid) => (grid.scrollTop = grid.scrollHeight));
+  await page.getByText('1,500 events', { exact: true }).waitFor();
+  await page.locator('#event-grid').evaluate((grid) => (grid.scrollTop = grid.scrollHeight));
+  await rowNamed(page, 'batch0-0').waitFor();
+});
+
+test('after a lost connection nothing is missing', async () => {
+  const page = await inspector.open();
+  await inspector.collector.send([anAction('before')]);
+  await rowNamed(page, 'before').waitFor();
+  await page.route('**/api/stream*', (route) => route.abort('connectionreset'));
+  await page.evaluate(() => dispatchEvent(new Event('offline')));
+  await page.context().setOffline(true);
+  await page.locator('#connection[data-state=lost]').waitFor();
+  await inspector.collector.send([anAction('meanwhile'), anEvent({ type: 'Orders' })]);
+  await page.context().setOffline(false);
+  await page.unroute('**/api/stream*');
+  await page.locator('#connection[data-state=live]').waitFor();
+  await rowNamed(page, 'meanwhile').waitFor();
+  await page.locator('#count-events').getByText('3').waitFor();
+  assert.equal(await rowsOf(page).count(), 3);
+  await page.goto(`${new URL(page.url()).origin}/#requests`);
+  await until(page, () => document.querySelectorAll('#request-grid .grid-body .row:not([hidden])').length === 2);
+});
