@@ -1,6 +1,7 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
+import { DRAIN } from './Support/Collector.js';
 import { anAction, anEvent, aUUID } from './Support/Events.js';
 import { useInspector } from './Support/Inspector.js';
 import { detailOf, rowNamed, rowsOf } from './Support/Page.js';
@@ -62,14 +63,15 @@ test('an event is copied as JSON', async () => {
 
 test('the line that is copied makes kite host record such an event again', async () => {
   const { collector } = inspector;
-  await collector.host([{ op: 'start' }, { op: 'trackUserAction', name: 'original', data: { price: 9.5, items: 3 } }, { op: 'wait', seconds: 1 }]);
+  await collector.host([{ op: 'start' }, { op: 'trackUserAction', name: 'original', data: { price: 9.5, items: 3 } }, DRAIN]);
   const page = await inspector.open({ query: 'name:original' });
   await open(page, 'original');
   const [id] = await detailOf(page).locator('.facts code').allInnerTexts();
   await page.getByRole('button', { name: 'Copy as kite host line' }).click();
   await page.getByText('Copied the line for kite host').first().waitFor();
   const line = JSON.parse(await pasted(page));
-  await collector.host([{ op: 'start' }, line, { op: 'wait', seconds: 1 }]);
+  await collector.host([{ op: 'start' }, line, DRAIN]);
+  await page.getByRole('button', { name: '1 new' }).click();
   await rowsOf(page).nth(1).waitFor();
   const { events } = await collector.ask('/api/events?query=name:original');
   const again = await Promise.all(events.map((event) => collector.ask(`/api/events/${event.id}`)));

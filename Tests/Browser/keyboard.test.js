@@ -1,12 +1,11 @@
 import assert from 'node:assert/strict';
-import { before, test } from 'node:test';
+import { test } from 'node:test';
 
 import { anAction, aSessionStart, aUUID, now } from './Support/Events.js';
 import { useInspector } from './Support/Inspector.js';
 import { detailOf, rowNamed, until } from './Support/Page.js';
 
-const inspector = useInspector();
-before(() => inspector.collector.send(Array.from({ length: 120 }, (_, index) => anAction(`step-${index}`))));
+const inspector = useInspector((collector) => collector.send(Array.from({ length: 120 }, (_, index) => anAction(`step-${index}`))));
 
 const selected = (page) => page.locator('#event-grid .row[aria-selected=true] .cell-name');
 
@@ -122,7 +121,8 @@ test('where the focus is can be seen on every control', async () => {
     const { name, outline } = await page.evaluate(() => {
       const { outlineStyle, outlineWidth } = getComputedStyle(document.activeElement);
       const element = document.activeElement;
-      return { name: element.id || element.textContent.trim(), outline: outlineStyle === 'none' ? 0 : parseFloat(outlineWidth) };
+      const name = element === document.body ? '' : element.id || element.textContent.trim();
+      return { name, outline: outlineStyle === 'none' ? 0 : parseFloat(outlineWidth) };
     });
     if (name === '' || seen.has(name)) break;
     seen.add(name);

@@ -1,9 +1,11 @@
 import assert from 'node:assert/strict';
 import { beforeEach, test } from 'node:test';
 
+import { Collector } from './Support/Collector.js';
 import { anAction, anEvent, aUUID } from './Support/Events.js';
 import { useInspector } from './Support/Inspector.js';
-import { rowNamed, rowsOf, until } from './Support/Page.js';
+import { closePage, openPage, rowNamed, rowsOf, until } from './Support/Page.js';
+import { Proxy } from './Support/Proxy.js';
 
 const inspector = useInspector();
 beforeEach(() => inspector.clear());
@@ -84,29 +86,42 @@ test('older events are read when the list is scrolled towards them', async () =>
   for (let batch = 0; batch < 3; batch++) await inspector.collector.send(named(`batch${batch}`, 500));
   const page = await inspector.open();
   await page.getByText('the newest 200 events').waitFor();
-  await page.locator('#event-grid').evaluate((grid) => (grid.scrollTop = grid.scrollHeight));
-  await until(page, () => document.querySelector('#live-note').textContent !== 'the newest 200 events');
-  await page.locator('#event-grid').evaluate((grid) => (grid.scrollTop = grid.scrollHeight));
-  await page.getByText('1,500 events', { exact: true }).waitFor();
-  await page.locator('#event-grid').evaluate((grid) => (grid.scrollTop = grid.scrollHeight));
-  await rowNamed(page, 'batch0-0').waitFor();
+  await until(page, () => {
+    const grid = document.querySelector('#event-grid');
+    grid.scrollTop = grid.scrollHeight;
+    return [...grid.querySelectorAll('.cell-name')].some((cell) => cell.textContent === 'batch0-0');
+  });
+  await page.locator('#live-note').getByText('1,500 events').waitFor();
 });
 
 test('after a lost connection nothing is missing', async () => {
-  const page = await inspector.open();
-  await inspector.collector.send([anAction('before')]);
-  await rowNamed(page, 'before').waitFor();
-  await page.route('**/api/stream*', (route) => route.abort('connectionreset'));
-  await page.evaluate(() => dispatchEvent(new Event('offline')));
-  await page.context().setOffline(true);
+  const proxy = await Proxy.start();
+  try {
+    const page = await inspector.open({ proxy: { server: proxy.address, bypass: '<-loopback>' } });
+    await inspector.collector.send([anAction('before')]);
+    await rowNamed(page, 'before').waitFor();
+    proxy.cut();
+    await page.locator('#connection[data-state=lost]').waitFor();
+    await inspector.collector.send([anAction('meanwhile'), anEvent({ type: 'Orders' })]);
+    proxy.mend();
+    await page.locator('#connection[data-state=live]').waitFor();
+    await rowNamed(page, 'meanwhile').waitFor();
+    await page.locator('#count-events').getByText('3').waitFor();
+    assert.equal(await rowsOf(page).count(), 3);
+    await page.getByRole('link', { name: 'Requests' }).click();
+    await rowsOf(page, '#request-grid').nth(1).waitFor();
+  } finally {
+    proxy.end();
+  }
+});
+
+test('a collector that was started anew is told from a lost connection', async () => {
+  const first = await Collector.start();
+  const page = await openPage(inspector.browser, first);
+  await first.stop();
   await page.locator('#connection[data-state=lost]').waitFor();
-  await inspector.collector.send([anAction('meanwhile'), anEvent({ type: 'Orders' })]);
-  await page.context().setOffline(false);
-  await page.unroute('**/api/stream*');
-  await page.locator('#connection[data-state=live]').waitFor();
-  await rowNamed(page, 'meanwhile').waitFor();
-  await page.locator('#count-events').getByText('3').waitFor();
-  assert.equal(await rowsOf(page).count(), 3);
-  await page.goto(`${new URL(page.url()).origin}/#requests`);
-  await until(page, () => document.querySelectorAll('#request-grid .grid-body .row:not([hidden])').length === 2);
+  const second = await Collector.start({ inspect: new URL(first.page).host });
+  await page.locator('#connection[data-state=refused]').waitFor();
+  await closePage(page);
+  await Promise.all([first.end(), second.end()]);
 });

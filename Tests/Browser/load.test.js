@@ -27,7 +27,7 @@ test(`of ${EVENTS} events none is missing on the page, and it scrolls through th
   page.setDefaultTimeout(60_000);
   await send(EVENTS, 'event');
   await until(page, (text) => document.querySelector('#live-note').textContent === `${text} events`, count(EVENTS));
-  assert.equal(await page.locator('#count-events').innerText(), count(EVENTS));
+  await until(page, (text) => document.querySelector('#count-events').textContent === text, count(EVENTS));
   assert.equal(await page.locator('#event-grid').getAttribute('aria-rowcount'), String(EVENTS + 1));
 
   const { longest, frames, names } = await page.evaluate(async () => {

@@ -1,7 +1,7 @@
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
 import { createRequire } from 'node:module';
-import { before, test } from 'node:test';
+import { test } from 'node:test';
 
 import { anAction, anEvent, aRequest, aSessionEnd, aSessionStart, aUUID, now } from './Support/Events.js';
 import { useInspector } from './Support/Inspector.js';
@@ -10,12 +10,10 @@ import { detailOf, rowsOf, screenshot, until } from './Support/Page.js';
 const AXE = readFileSync(createRequire(import.meta.url).resolve('axe-core/axe.min.js'), 'utf8');
 const NAMES = ['open_map', 'route_export_completed', 'search', 'checkout', 'layer_toggled', 'buy'];
 
-const inspector = useInspector();
 const client = aUUID();
 const session = aUUID();
 
-before(async () => {
-  const { collector } = inspector;
+const inspector = useInspector(async (collector) => {
   const start = now() - 600;
   const info = (index) => ({ country: 'NZ', app_version: index < 30 ? '12.4.1' : '12.5.0', is_free: index < 20, device: { language: 'en-NZ', platform: 'Phone15,2' } });
   const events = Array.from({ length: 48 }, (_, index) => {

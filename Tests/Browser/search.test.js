@@ -1,12 +1,11 @@
 import assert from 'node:assert/strict';
-import { before, test } from 'node:test';
+import { test } from 'node:test';
 
 import { anAction, anEvent } from './Support/Events.js';
 import { useInspector } from './Support/Inspector.js';
 import { rowNamed, rowsOf, until } from './Support/Page.js';
 
-const inspector = useInspector();
-before(() => inspector.collector.send([
+const inspector = useInspector((collector) => collector.send([
   anAction('buy', { info: { price: 12 } }), anAction('buy', { info: { price: 3 } }), anAction('sell'), anEvent({ type: 'Orders', data: { price: 20 } }),
 ]));
 

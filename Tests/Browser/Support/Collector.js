@@ -14,6 +14,9 @@ import { aRequest, KEY } from './Events.js';
 export const ROOT = join(dirname(fileURLToPath(import.meta.url)), '../../..');
 const KITE = process.env.KITE_TOOL ?? join(ROOT, 'build/demo/kite');
 
+/** The line that has a host deliver what it recorded. */
+export const DRAIN = { op: 'drain', deliverWithin: 5 };
+
 /** The first line of the process's output that fits. */
 async function lineOf(child, fits) {
   const lines = createInterface({ input: child.stdout });

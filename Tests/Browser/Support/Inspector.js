@@ -19,11 +19,16 @@ async function check(page, collector) {
   assert.ok(shift <= MOST_SHIFT, `the layout moved by itself: ${shift}`);
 }
 
-/** Starts a collector and a browser for the tests of a file. */
-export function useInspector() {
+/**
+ * Starts a collector and a browser for the tests of a file.
+ * @param {(collector: Collector) => Promise<any>} prepare sends what all of them need
+ */
+export function useInspector(prepare = async () => {}) {
   const inspector = { pages: [] };
   before(async () => {
-    [inspector.collector, inspector.browser] = await Promise.all([Collector.start(), openBrowser()]);
+    inspector.collector = await Collector.start();
+    inspector.browser = await openBrowser();
+    await prepare(inspector.collector);
   });
   afterEach(async () => {
     for (const page of inspector.pages.splice(0)) {

@@ -7,7 +7,7 @@ const quoted = (text) => (/^[\w./:@-]+$/.test(text) ? text : `'${text.replaceAll
 
 /** The lines that send one event to this collector. */
 export const firstEvent = ({ endpoint, ca }) => [
-  `printf '%s\\n' '{"op":"start"}' '{"op":"trackUserAction","name":"buy","data":{"price":9.5}}' '{"op":"wait","seconds":2}' |`,
+  `printf '%s\\n' '{"op":"start"}' '{"op":"trackUserAction","name":"buy","data":{"price":9.5}}' '{"op":"drain","deliverWithin":3}' |`,
   `  kite host --state state --key KEY --endpoint ${quoted(endpoint)}${ca ? ` --ca-file ${quoted(ca)}` : ''}`,
 ].join('\n');
 

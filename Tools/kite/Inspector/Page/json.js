@@ -4,6 +4,7 @@ import { h } from './dom.js';
 
 const MOST_LINES = 2000;
 const LONGEST_TEXT = 20_000;
+const DEEPEST = 16; // levels that are indented
 
 /** Reads a text so that its numbers keep their digits. */
 export const parseExactly = (text) =>
@@ -23,17 +24,17 @@ function leaf(value) {
   return h('span', { class: value === null ? 'json-null' : `json-${typeof value}` }, cut);
 }
 
-function lines(value, key, comma, budget) {
+function lines(value, key, comma, budget, depth = 0) {
   const start = key === null ? [] : [h('span', { class: 'json-key' }, JSON.stringify(key)), ': '];
   if (!isObject(value)) return [h('div', {}, start, leaf(value), comma)];
   const [open, close] = Array.isArray(value) ? '[]' : '{}';
   const members = Object.entries(value);
   if (members.length === 0) return [h('div', {}, start, open + close, comma)];
-  const inner = h('div', { class: 'json-inner' });
+  const inner = h('div', { class: depth < DEEPEST ? 'json-inner' : '' });
   members.forEach(([name, member], index) => {
     if (--budget.lines < 0) return;
     const behind = index + 1 < members.length ? ',' : '';
-    inner.append(...lines(member, Array.isArray(value) ? null : name, behind, budget));
+    inner.append(...lines(member, Array.isArray(value) ? null : name, behind, budget, depth + 1));
   });
   return [h('div', {}, start, open), inner, h('div', {}, close, comma)];
 }

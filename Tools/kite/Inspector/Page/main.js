@@ -88,9 +88,10 @@ async function openView(view, item = []) {
 
 /** Shows what the address says. */
 async function arrive() {
+  const { view, item } = place;
   showView();
-  if (place.view === 'sessions') await showSessions();
-  await showItem();
+  if (view === 'sessions') await showSessions();
+  if (place.view === view && place.item === item) await showItem();
 }
 
 function closeDetail() {
@@ -158,18 +159,16 @@ function showState(state) {
   if (state !== 'connecting') announce(state === 'live' ? 'Connected to the collector' : `${STATES[state]}. ${element.title}`);
 }
 
-/** The stream resumes the events; what else was missed is read. */
-async function resumed() {
-  await Promise.all([loadSummary(), requests.feed.catchUp().then(() => requests.changed(), () => {})]);
-}
+/** The stream resumes events, not requests. */
+const catchUpRequests = () => requests.feed.catchUp().then(() => requests.changed(), () => {});
 
 stream.addEventListener('state', ({ detail: state }) => {
   showState(state);
   if (state === 'lost') wasLost = true;
-  if (state === 'live' && wasLost) {
-    wasLost = false;
-    resumed();
-  }
+  if (state !== 'live') return;
+  catchUpRequests(); // those between the first page and the stream
+  if (wasLost) loadSummary();
+  wasLost = false;
 });
 stream.addEventListener('events', ({ detail: rows }) => {
   events.add(rows);
@@ -185,7 +184,7 @@ stream.addEventListener('duplicates', ({ detail: changes }) => {
 });
 stream.addEventListener('request', ({ detail: rows }) => {
   if (!requests.feed.query) requests.add(rows);
-  else requests.feed.catchUp().then(() => requests.changed(), () => {});
+  else catchUpRequests();
 });
 stream.addEventListener('faults', ({ detail: rows }) => faults.show(rows));
 stream.addEventListener('counts', ({ detail: counts }) => totals.show(counts));

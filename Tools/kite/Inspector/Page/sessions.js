@@ -149,7 +149,6 @@ export class Sessions extends EventTarget {
     const facts = `${plural(session.events, 'event')}, ${duration(lengthOf(session))}`;
     return h('div', {
       role: 'option', id: `session-${session.id}`, 'data-id': session.id, 'aria-selected': 'false',
-      'aria-label': `${shortTime(session.start)}, ${facts}, ${stateOf(session)}${before ? `, ${before}` : ''}`,
     },
     h('div', { class: 'session-facts' },
       h('b', {}, shortTime(session.start)),

@@ -46,7 +46,7 @@ export function sessionBar(session, events, scale) {
       (from - session.start) / length, (to - from) / length));
   }
   bar.append(ticks(events, session.start, length, events.length * scale > MOST_TICKS * length));
-  if (session.crashed) bar.append(h('i', { class: 'crash', title: 'crashed' }, '✕'));
+  if (session.crashed) bar.append(h('i', { class: 'crash', title: 'crashed', 'aria-hidden': 'true' }, '✕'));
   return h('div', { class: 'lane' }, bar);
 }
 
