@@ -25,6 +25,8 @@ Outcome accept(const ReceivedRequest& request, double delta, Stored stored) {
   return result;
 }
 
+Refusal usedBefore() { return replayed("the request id was used before"); }
+
 }  // namespace
 
 Outcome refuse(const ReceivedRequest& request, const Refusal& refusal) {
@@ -39,6 +41,10 @@ Outcome refuse(const ReceivedRequest& request, const Refusal& refusal) {
 Outcome Intake::receive(const ReceivedRequest& request, double now) {
   try {
     return checkAndStore(request, now);
+  } catch (const StoreAway& error) {
+    return refuse(request, {.status = 503,
+                            .code = 0,
+                            .message = std::string("the database is away: ") + error.what()});
   } catch (const StoreError& error) {
     return refuse(
         request,
@@ -50,7 +56,7 @@ Outcome Intake::checkAndStore(const ReceivedRequest& request, double now) {
   const auto sender = authenticate(request, _key, now);
   if (!sender) return refuse(request, sender.error());
   if (_store->hasSeen(sender->requestID)) {
-    return refuse(request, replayed("the request id was used before"));
+    return refuse(request, usedBefore());
   }
   return receive(request, *sender, now);
 }
@@ -63,8 +69,9 @@ Outcome Intake::receive(const ReceivedRequest& request, const Sender& sender, do
   }
   const double delta = now - batch->requestTimestamp;
   const auto unpackedBytes = static_cast<std::int64_t>(batch->textBytes);
-  Outcome result =
-      accept(request, delta, _store->store({.sender = sender, .batch = *std::move(batch)}, now));
+  Stored stored = _store->store({.sender = sender, .batch = *std::move(batch)}, now);
+  if (stored.isReplay) return refuse(request, usedBefore());
+  Outcome result = accept(request, delta, std::move(stored));
   result.report.unpackedBytes = unpackedBytes;
   return result;
 }

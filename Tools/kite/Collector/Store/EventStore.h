@@ -21,8 +21,15 @@ class StoreError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// It cannot be reached now, or not be used as it is: what was asked for may be asked for later.
+class StoreAway : public StoreError {
+ public:
+  using StoreError::StoreError;
+};
+
 /// What a batch changed.
 struct Stored {
+  bool isReplay = false;  ///< the request's id was used up meanwhile, and nothing was stored
   std::size_t newEvents = 0;
   std::size_t duplicates = 0;
   double newestTimestamp = 0;  ///< of all events that the client ever sent
@@ -107,8 +114,8 @@ class EventReader {
   virtual Totals totals() = 0;
 };
 
-/// One store, by its place: the path of a SQLite file, which is made when it is not there. The
-/// errors are one line.
+/// One store, by its place: the path of a SQLite file, which is made when it is not there, or the
+/// address of a PostgreSQL database. The errors are one line.
 Result<std::unique_ptr<EventStore>, std::string> openStore(const std::string& place,
                                                            RefusedBodiesBound bound = {});
 /// Of a store that was opened before.

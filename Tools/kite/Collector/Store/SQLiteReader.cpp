@@ -200,12 +200,4 @@ Totals SQLiteReader::totals() {
   return totals;
 }
 
-Result<std::unique_ptr<EventReader>, std::string> openReader(const std::string& place) {
-  try {
-    return std::unique_ptr<EventReader>(std::make_unique<SQLiteReader>(place));
-  } catch (const StoreError& error) {
-    return Failure{"cannot read the database " + place + ": " + error.what()};
-  }
-}
-
 }  // namespace kite::tool

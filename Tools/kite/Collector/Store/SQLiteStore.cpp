@@ -34,7 +34,8 @@ constexpr const char* clearEverything = R"(
 struct SQLiteStore::Statements {
   explicit Statements(Connection& connection)
       : findRequest(connection, "SELECT EXISTS(SELECT 1 FROM requests WHERE request_id = ?)"),
-        addRequest(connection, "INSERT INTO requests VALUES(?, ?, ?, ?, nullif(?, 0))"),
+        addRequest(connection, "INSERT INTO requests VALUES(?, ?, ?, ?, nullif(?, 0)) "
+                   "ON CONFLICT(request_id) DO NOTHING"),
         nextEvent(connection,
                   "SELECT 1 + max((SELECT seq FROM last_cleared), "
                   "(SELECT coalesce(max(rowid), 0) FROM events))"),
@@ -110,6 +111,8 @@ Stored SQLiteStore::store(const Accepted& accepted, double receivedAt) {
       .with(sender.requestID, receivedAt, sender.clientID, std::int64_t{200}, std::int64_t{0})
       .run();
   Stored stored;
+  stored.isReplay = sqlite3_changes(_connection.get()) == 0;
+  if (stored.isReplay) return stored;
   storeEvents(accepted, receivedAt, stored);
   double newest = batch.events.front().timestamp;
   for (const ReceivedEvent& event : batch.events) newest = std::max(newest, event.timestamp);
@@ -196,15 +199,6 @@ std::int64_t SQLiteStore::clear() {
 // One connection does both: what another one commits empties the page cache of this one.
 void SQLiteStore::commitsReachTheDisk(bool doThey) {
   _connection.execute(doThey ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
-}
-
-Result<std::unique_ptr<EventStore>, std::string> openStore(const std::string& place,
-                                                           RefusedBodiesBound bound) {
-  try {
-    return std::unique_ptr<EventStore>(std::make_unique<SQLiteStore>(place, bound));
-  } catch (const StoreError& error) {
-    return Failure{"cannot use the database " + place + ": " + error.what()};
-  }
 }
 
 }  // namespace kite::tool
