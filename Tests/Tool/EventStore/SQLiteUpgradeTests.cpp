@@ -1,7 +1,7 @@
 #include "Collector/Store/EventStore.h"
 
-#include "Tool/CollectorDatabase.h"
 #include "Support/TemporaryFolder.h"
+#include "Tool/CollectorDatabase.h"
 
 #include <gmock/gmock.h>
 

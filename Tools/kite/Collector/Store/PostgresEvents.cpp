@@ -1,6 +1,7 @@
 #include "Collector/Store/PostgresEvents.h"
 
 #include "Collector/JSONText.h"
+#include "Collector/Store/PostgresRecords.h"
 
 #include <fmt/format.h>
 #include <simdjson.h>
@@ -71,7 +72,7 @@ std::vector<Seq> addIDs(PostgresConnection& connection, const std::vector<Receiv
                         const std::vector<Seq>& numbers, double receivedAt) {
   PostgresArray ids(Of::texts);
   PostgresArray seqs(Of::integers);
-  for (const ReceivedEvent& event : events) ids.add(event.id);
+  for (const ReceivedEvent& event : events) ids.add(identifierOf(event.id));
   for (const Seq number : numbers) seqs.add(number);
   const auto rows = connection.run(addIdentifiers, PostgresParameters(receivedAt, ids, seqs));
   std::vector<Seq> added;
@@ -116,8 +117,12 @@ void countAgain(PostgresConnection& connection, const PostgresArray& ids, Stored
                 Tallies& tallies) {
   const auto rows = connection.run(countRepeated, PostgresParameters(ids));
   for (int row = 0; row < rows.count(); ++row) {
-    stored.repeated.push_back({rows.integer(row, 0), rows.text(row, 1), rows.integer(row, 2)});
-    tallies.byType[rows.text(row, 3)].duplicates += rows.integer(row, 4);
+    const std::int64_t times = rows.integer(row, 4);
+    const std::int64_t before = rows.integer(row, 2) - times;
+    for (std::int64_t time = 1; time <= times; ++time) {
+      stored.repeated.push_back({rows.integer(row, 0), rows.text(row, 1), before + time});
+    }
+    tallies.byType[rows.text(row, 3)].duplicates += times;
   }
 }
 
@@ -183,7 +188,7 @@ void addEvents(PostgresConnection& connection, const Accepted& accepted, double 
       columns.add(numbers[i], events[i]);
       tallies.add(accepted.sender, events[i]);
     } else {
-      repeated.add(events[i].id);
+      repeated.add(identifierOf(events[i].id));
     }
   }
   stored.newEvents = added.size();

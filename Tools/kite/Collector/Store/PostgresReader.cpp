@@ -1,6 +1,5 @@
 #include "Collector/Store/PostgresReader.h"
 
-#include "Collector/Checks/UUIDText.h"
 #include "Collector/Store/PostgresEvents.h"
 #include "Collector/Store/PostgresRecords.h"
 #include "Collector/Store/PostgresSchema.h"
@@ -135,8 +134,7 @@ void PostgresReader::scanEvents(SeqRange within, Order order, const EventFilter&
 }
 
 std::optional<EventRecord> PostgresReader::event(const std::string& id) {
-  if (!isUpperCaseUUID(id)) return std::nullopt;
-  return first<EventRecord>(read(oneEvent, PostgresParameters(id)), eventOf);
+  return first<EventRecord>(read(oneEvent, PostgresParameters(identifierOf(id))), eventOf);
 }
 
 std::optional<EventRecord> PostgresReader::eventBefore(const EventRecord& event) {

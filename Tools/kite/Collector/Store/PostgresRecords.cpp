@@ -1,5 +1,13 @@
 #include "Collector/Store/PostgresRecords.h"
 
+#include "Collector/Checks/UUIDText.h"
+
+#include <fmt/format.h>
+#include <openssl/evp.h>
+#include <simdjson.h>
+
+#include <array>
+
 namespace kite::tool {
 namespace {
 
@@ -9,7 +17,25 @@ std::optional<std::string> textOrNothing(const PostgresRows& rows, int row, int 
 
 int digit(char letter) { return letter <= '9' ? letter - '0' : letter - 'a' + 10; }
 
+/// The database puts blanks into its JSON text.
+std::string withoutBlanks(const std::string& json) {
+  std::string compact(json.size(), '\0');
+  std::size_t size = 0;
+  if (simdjson::minify(json.data(), json.size(), compact.data(), size)) return json;
+  compact.resize(size);
+  return compact;
+}
+
 }  // namespace
+
+std::string identifierOf(const std::string& id) {
+  if (isUpperCaseUUID(id)) return id;
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+  EVP_Digest(id.data(), id.size(), digest.data(), nullptr, EVP_sha256(), nullptr);
+  std::string hexadecimal;
+  for (std::size_t i = 0; i < 16; ++i) hexadecimal += fmt::format("{:02x}", digest[i]);
+  return hexadecimal;
+}
 
 EventRecord eventOf(const PostgresRows& rows, int row) {
   return {.seq = rows.integer(row, 0),
@@ -21,9 +47,9 @@ EventRecord eventOf(const PostgresRows& rows, int row) {
           .app = rows.text(row, 6),
           .client = rows.text(row, 7),
           .isTester = rows.flag(row, 8),
-          .userInfo = rows.text(row, 9),
-          .userIDs = rows.text(row, 10),
-          .data = rows.text(row, 11),
+          .userInfo = withoutBlanks(rows.text(row, 9)),
+          .userIDs = withoutBlanks(rows.text(row, 10)),
+          .data = withoutBlanks(rows.text(row, 11)),
           .duplicates = rows.integer(row, 12)};
 }
 

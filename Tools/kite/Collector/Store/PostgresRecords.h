@@ -15,6 +15,9 @@ inline constexpr std::string_view requestColumnsOfPostgres =
     "EXISTS (SELECT FROM refused_bodies WHERE refused_bodies.seq = received_requests.seq)";
 RequestRecord requestOf(const PostgresRows& rows, int row);
 
+/// The UUID under which an id is known: itself, or one made of what it is instead.
+std::string identifierOf(const std::string& id);
+
 /// The bytes of a hexadecimal text.
 std::string bytesOf(std::string_view hexadecimal);
 

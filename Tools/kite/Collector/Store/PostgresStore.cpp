@@ -1,6 +1,7 @@
 #include "Collector/Store/PostgresStore.h"
 
 #include "Collector/Store/PostgresEvents.h"
+#include "Collector/Store/PostgresRecords.h"
 #include "Collector/Store/PostgresSchema.h"
 #include "Collector/Store/PostgresTallies.h"
 
@@ -79,7 +80,7 @@ PostgresStore::PostgresStore(const std::string& url, RefusedBodiesBound bound)
 
 bool PostgresStore::hasSeen(const std::string& requestID) {
   _connection.startClock();
-  return _connection.run(findRequest, PostgresParameters(requestID)).flag(0, 0);
+  return _connection.run(findRequest, PostgresParameters(identifierOf(requestID))).flag(0, 0);
 }
 
 Stored PostgresStore::store(const Accepted& accepted, double receivedAt) {
@@ -115,7 +116,8 @@ Stored PostgresStore::storeOnce(const Accepted& accepted, double receivedAt) {
 }
 
 bool PostgresStore::reserve(const Sender& sender, double receivedAt) {
-  const PostgresParameters parameters(sender.requestID, receivedAt, sender.clientID, 200, 0);
+  const PostgresParameters parameters(identifierOf(sender.requestID), receivedAt, sender.clientID,
+                                      200, 0);
   return _connection.run(addRequest, parameters).changed() == 1;
 }
 
@@ -129,8 +131,8 @@ double PostgresStore::noteNewest(const Accepted& accepted) {
 
 void PostgresStore::remember(const Sender& sender, const Refusal& refusal, double receivedAt) {
   _connection.startClock();
-  _connection.run(addRequest, PostgresParameters(sender.requestID, receivedAt, sender.clientID,
-                                                 refusal.status, refusal.code));
+  _connection.run(addRequest, PostgresParameters(identifierOf(sender.requestID), receivedAt,
+                                                 sender.clientID, refusal.status, refusal.code));
 }
 
 void PostgresStore::record(const RequestRecord& request, std::string_view body) {

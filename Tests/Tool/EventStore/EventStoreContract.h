@@ -1,8 +1,12 @@
+#pragma once
+
 #include "Collector/Store/EventStore.h"
 
-#include "Support/TemporaryFolder.h"
-
 #include <gmock/gmock.h>
+
+/// What every kind of store must do. A program includes it once, behind its `Kinds`: the type list
+/// of classes that each make an empty store, with `place()` and with `query(sql)`, which gives all
+/// values, a blank between two columns and a line end behind each row.
 
 namespace kite::test {
 namespace {
@@ -18,15 +22,6 @@ using tool::RequestRecord;
 using tool::Seq;
 using tool::SeqRange;
 using tool::SessionRecord;
-
-/// One kind of store, empty at first. Another kind adds a class like this and its name to `Kinds`.
-class SQLiteKind {
- public:
-  std::string place() const { return _folder.path() / "events.db"; }
-
- private:
-  TemporaryFolder _folder;
-};
 
 constexpr double aTime = 1000.5;
 constexpr double receivedAt = 2000.25;
@@ -116,7 +111,6 @@ class EventStoreContract : public ::testing::Test {
   std::unique_ptr<tool::EventReader> reader;
 };
 
-using Kinds = ::testing::Types<SQLiteKind>;
 TYPED_TEST_SUITE(EventStoreContract, Kinds);
 
 RequestRecord aRecord(int status = 200) {
