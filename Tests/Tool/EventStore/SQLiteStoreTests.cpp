@@ -1,5 +1,5 @@
-#include "CollectorDatabase.h"
 #include "Support/TemporaryFolder.h"
+#include "Tool/CollectorDatabase.h"
 
 #include <gmock/gmock.h>
 
