@@ -1,4 +1,7 @@
 import assert from 'node:assert/strict';
+import { mkdtempSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
 import { beforeEach, test } from 'node:test';
 
 import { Collector } from './Support/Collector.js';
@@ -115,13 +118,31 @@ test('after a lost connection nothing is missing', async () => {
   }
 });
 
-test('a collector that was started anew is told from a lost connection', async () => {
-  const first = await Collector.start();
+test('a collector that was started anew is found again by its page when the token is the same', async () => {
+  const folder = mkdtempSync(join(tmpdir(), 'kite-browser-'));
+  const options = ['--token-file', join(folder, 'token')];
+  const first = await Collector.start({ folder, options });
+  await first.send([anAction('before')]);
   const page = await openPage(inspector.browser, first);
   await first.stop();
   await page.locator('#connection[data-state=lost]').waitFor();
+  const second = await Collector.start({ folder, options, inspect: new URL(first.page).host });
+  await page.locator('#connection[data-state=live]').waitFor();
+  await second.send([anAction('after')]);
+  await rowNamed(page, 'after').waitFor();
+  assert.equal(await rowsOf(page).count(), 2);
+  await closePage(page);
+  await second.end();
+});
+
+test('a collector with another token says that the address is another one', async () => {
+  const first = await Collector.start();
+  const page = await openPage(inspector.browser, first);
+  await first.end();
+  await page.locator('#connection[data-state=lost]').waitFor();
   const second = await Collector.start({ inspect: new URL(first.page).host });
   await page.locator('#connection[data-state=refused]').waitFor();
+  assert.match(await page.locator('#connection').getAttribute('title'), /the address that kite collect printed/);
   await closePage(page);
-  await Promise.all([first.end(), second.end()]);
+  await second.end();
 });

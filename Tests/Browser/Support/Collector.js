@@ -28,13 +28,13 @@ async function lineOf(child, fits) {
 }
 
 export class Collector {
-  /** @param {{folder?: string, listen?: string, inspect?: string, faults?: string[]}} options */
-  static async start({ folder = mkdtempSync(join(tmpdir(), 'kite-browser-')), listen = '127.0.0.1:0', inspect = '127.0.0.1:0' } = {}) {
+  /** @param {{folder?: string, inspect?: string, options?: string[]}} choices the folder is a new one unless it is given */
+  static async start({ folder = mkdtempSync(join(tmpdir(), 'kite-browser-')), inspect = '127.0.0.1:0', options = [] } = {}) {
     const collector = new Collector();
     collector.folder = folder;
     collector.process = spawn(KITE, [
-      'collect', '--listen', listen, '--key', KEY, '--db', join(folder, 'events.db'), '--self-signed', join(folder, 'tls'),
-      '--inspect', inspect,
+      'collect', '--listen', '127.0.0.1:0', '--key', KEY, '--db', join(folder, 'events.db'), '--self-signed', join(folder, 'tls'),
+      '--inspect', inspect, ...options,
     ], { stdio: ['ignore', 'pipe', 'inherit'] });
     const found = {};
     await lineOf(collector.process, (line) => {

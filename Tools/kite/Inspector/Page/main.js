@@ -12,7 +12,7 @@ import { Feed } from './feed.js';
 import { makeHelp, takeKeys } from './keys.js';
 import { ListView } from './listview.js';
 import { announce } from './notes.js';
-import { isOfRequests, Search } from './search.js';
+import { forRequests, forSessions, isOfRequests, Search } from './search.js';
 import { Sessions } from './sessions.js';
 import { Stream } from './stream.js';
 import { Totals } from './totals.js';
@@ -42,7 +42,7 @@ const events = new ListView({
 });
 const requests = new ListView({
   feed: new Feed(pagesOf('requests')), place: byID('requests-grid'), button: byID('follow-requests'), note: byID('requests-note'),
-  noun: 'request', name: 'Requests, newest first', id: 'request-grid', columns: REQUEST_COLUMNS, empty: () => noRequests(place.query),
+  noun: 'request', name: 'Requests, newest first', id: 'request-grid', columns: REQUEST_COLUMNS, empty: () => noRequests(forRequests(place.query)),
 });
 const lists = { live: events, requests, sessions };
 
@@ -77,7 +77,7 @@ async function showItem() {
 }
 
 async function showSessions() {
-  await sessions.show(place.item[0], place.query).catch((error) => announce(error.message));
+  await sessions.show(place.item[0], forSessions(place.query)).catch((error) => announce(error.message));
 }
 
 async function openView(view, item = []) {
@@ -111,7 +111,7 @@ async function load() {
   loading = new AbortController();
   const { signal } = loading;
   try {
-    await Promise.all([events.load(place.query, signal), loadRequests(signal)]);
+    await Promise.all([events.load(place.query, signal), requests.load(forRequests(place.query), signal)]);
     if (signal.aborted) return;
     search.showError('');
     stream.open(place.query, events.feed.log.newest);
@@ -122,13 +122,6 @@ async function load() {
     if (error.status !== 400) showState(error.status === 401 || error.status === 403 ? 'refused' : 'lost');
   }
 }
-
-/** A search that only events know leaves the requests unfiltered. */
-const loadRequests = (signal) =>
-  requests.load(place.query, signal).catch((error) => {
-    if (error.status !== 400 || isOfRequests(place.query)) throw error;
-    return requests.load('', signal);
-  });
 
 async function searchFor(query, view = place.view) {
   search.query = query;

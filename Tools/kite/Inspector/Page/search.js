@@ -24,6 +24,14 @@ export const TERMS = [
 /** Whether it searches for requests rather than for events. */
 export const isOfRequests = (query) => /(^|\s)-?(bad|status|code):/.test(query);
 
+/** The terms of which requests and sessions know nothing: with one of them, none would be shown. */
+const notOfRequests = /(^|\s)-?(type|name|session|app|tester|has|data\.\S*?|info\.\S*?):/;
+const notOfSessions = /(^|\s)-?(type|name|app|tester|dup|has|bad|status|code|data\.\S*?|info\.\S*?):/;
+
+/** The search, unless it can only be meant for events. */
+export const forRequests = (query) => (notOfRequests.test(query) ? '' : query);
+export const forSessions = (query) => (notOfSessions.test(query) ? '' : query);
+
 export class Search extends EventTarget {
   #timer = 0;
 

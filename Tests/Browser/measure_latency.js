@@ -1,0 +1,79 @@
+#!/usr/bin/env node
+// Measures how long after an event was stored it is on the page, with three pages open.
+//
+//   node Tests/Browser/measure_latency.js [EVENTS_A_SECOND [SECONDS]]        such as: … 5000 10
+//
+// Every frame each page notes its newest row. A row's latency is from the collector's `received_at`, which is before it was
+// stored, to the first frame that has it or a newer one: an upper bound.
+
+import { Collector } from './Support/Collector.js';
+import { anAction, aUUID } from './Support/Events.js';
+import { closePage, openBrowser, openPage } from './Support/Page.js';
+
+const [rate, seconds] = [Number(process.argv[2] ?? 5000), Number(process.argv[3] ?? 10)];
+const PAGES = 3;
+const BATCH = 100;
+
+/** In the page: the newest row of every frame, and when that frame was. */
+function watchNewest() {
+  globalThis.newestOfFrames = [];
+  const list = document.querySelector('#event-grid');
+  const note = () => {
+    const row = list.querySelector('.row[aria-rowindex="2"]:not([hidden])');
+    const seq = Number(row?.dataset.seq ?? 0);
+    if (seq !== globalThis.newestOfFrames.at(-1)?.[0]) globalThis.newestOfFrames.push([seq, Date.now() / 1000]);
+    requestAnimationFrame(note);
+  };
+  requestAnimationFrame(note);
+}
+
+/** Sends at an even pace; how late it was at the end. */
+async function sendAll(collector) {
+  const client = aUUID();
+  const batches = Math.round((rate * seconds) / BATCH);
+  const start = performance.now();
+  for (let batch = 0; batch < batches; batch++) {
+    const due = start + (1000 * batch * BATCH) / rate;
+    await new Promise((resolve) => setTimeout(resolve, Math.max(0, due - performance.now())));
+    await collector.send(Array.from({ length: BATCH }, (_, index) => anAction(`event-${batch}-${index}`)), { client });
+  }
+  return (performance.now() - start) / 1000;
+}
+
+async function storedTimes(collector) {
+  const times = new Map();
+  for (let after = 0; after !== null;) {
+    const { events, next } = await collector.ask(`/api/events?limit=1000&after=${after}`);
+    for (const { seq, received_at: received } of events) times.set(seq, received);
+    after = next;
+  }
+  return times;
+}
+
+/** How long each row took to the first frame that showed it or a newer one. */
+function latencies(times, frames) {
+  const found = [];
+  let at = 0;
+  for (const [seq, received] of times) {
+    while (at < frames.length && frames[at][0] < seq) at++;
+    if (at < frames.length) found.push(frames[at][1] - received);
+  }
+  return found;
+}
+
+const collector = await Collector.start();
+const browser = await openBrowser();
+const pages = await Promise.all(Array.from({ length: PAGES }, () => openPage(browser, collector)));
+await Promise.all(pages.map((page) => page.evaluate(watchNewest)));
+const took = await sendAll(collector);
+const times = await storedTimes(collector);
+const newest = Math.max(...times.keys());
+for (const page of pages) {
+  await page.waitForFunction((seq) => globalThis.newestOfFrames.at(-1)[0] === seq, newest);
+  const sorted = latencies(times, await page.evaluate(() => globalThis.newestOfFrames)).sort((a, b) => a - b);
+  const at = (part) => `${(1000 * sorted[Math.min(sorted.length - 1, Math.floor(part * sorted.length))]).toFixed(0)} ms`;
+  console.log(`${sorted.length} events at ${Math.round(times.size / took)}/s: p50 ${at(0.5)}, p99 ${at(0.99)}, longest ${at(1)}`);
+}
+await Promise.all(pages.map(closePage));
+await browser.close();
+await collector.end();
