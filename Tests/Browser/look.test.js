@@ -13,25 +13,40 @@ const NAMES = ['open_map', 'route_export_completed', 'search', 'checkout', 'laye
 const client = aUUID();
 const session = aUUID();
 
+/** The user info changes twice while the session lasts. */
+const infoOf = (index) => ({
+  country: 'NZ', app_version: index < 30 ? '12.4.1' : '12.5.0', is_free: index < 40, device: { language: 'en-NZ', platform: 'Phone15,2' },
+  experiment: { onboarding_v3: 2, route_planner: 1 }, ...(index < 40 ? {} : { campaign_id: 542370539 }),
+});
+
+const INFO = { screen: 'route_export_sheet', format: 'gpx', quality: 0.12, is_offline_map: true, layer_name: 'Winter Contours Plus' };
+
+function aDay(start) {
+  return Array.from({ length: 48 }, (_, index) => {
+    const [timestamp, userInfo] = [start + 12 * index, infoOf(index)];
+    if (index % 13 === 5) return anEvent({ type: 'Purchase', timestamp, info: userInfo, data: { price: 9.5, items: 3 } });
+    const isInBackground = index > 20 && index < 26;
+    return anAction(NAMES[index % NAMES.length], { session, timestamp, isInBackground, userInfo, info: { ...INFO, points: 3853 + index } });
+  });
+}
+
 const inspector = useInspector(async (collector) => {
   const start = now() - 600;
-  const info = (index) => ({ country: 'NZ', app_version: index < 30 ? '12.4.1' : '12.5.0', is_free: index < 20, device: { language: 'en-NZ', platform: 'Phone15,2' } });
-  const events = Array.from({ length: 48 }, (_, index) => {
-    const timestamp = start + 12 * index;
-    if (index % 13 === 5) return anEvent({ type: 'Purchase', timestamp, info: info(index), data: { price: 9.5, items: 3 } });
-    return anAction(NAMES[index % NAMES.length], {
-      session, timestamp, isInBackground: index > 20 && index < 26, info: { screen: 'route_export_sheet', format: 'gpx', quality: 0.12, points: 3853 + index, is_offline_map: true },
-    });
-  });
-  await collector.send([aSessionStart(session, start), ...events, aSessionEnd(session, start + 590, { crashed: true, duration: 590 })], { client });
-  await collector.send(events.slice(3, 5), { client });
-  await collector.sendRequest(aRequest(collector, [anAction('buy')], { client, change: { leavesHTTPS: true } }));
+  const events = [aSessionStart(session, start), ...aDay(start), aSessionEnd(session, start + 590, { crashed: true, duration: 590 })];
+  for (let first = 0; first < events.length; first += 4) {
+    if (first === 24) await collector.ask('/api/faults', { method: 'POST', body: JSON.stringify({ fault: 'status:503x1' }) });
+    if (first === 24) await collector.send(events.slice(first, first + 4), { client });
+    if (first === 36) await collector.sendRequest(aRequest(collector, [anAction('buy')], { client, change: { leavesHTTPS: true } }));
+    await collector.send(events.slice(first, first + 4), { client });
+  }
+  await collector.send(events.slice(45, 47), { client });
 });
 
 const refusedRequest = async () => (await inspector.collector.ask('/api/requests?query=bad:')).requests[0].seq;
 
 /** Waits until the place's list, and what is open in it, are there. */
 async function arrived(page) {
+  await until(page, () => document.querySelector('#count-refused').textContent === '1');
   await until(page, () => {
     const { view, detail } = document.querySelector('main').dataset;
     const isOpen = location.hash.split('/').length > 1;
@@ -42,7 +57,7 @@ async function arrived(page) {
 
 const PLACES = {
   live: () => '#live',
-  detail: async () => `#live/${(await inspector.collector.ask('/api/events?query=name:checkout')).events[0].id}`,
+  detail: async () => `#live/${(await inspector.collector.ask('/api/events?query=name:layer_toggled')).events[1].id}`,
   sessions: () => `#sessions/${client}/${session}`,
   refused: async () => `#requests/${await refusedRequest()}`,
   faults: () => '#faults',

@@ -4,7 +4,7 @@ import { beforeEach, test } from 'node:test';
 
 import { anAction, anEvent, aRequest, KEY } from './Support/Events.js';
 import { useInspector } from './Support/Inspector.js';
-import { detailOf, rowsOf, screenshot } from './Support/Page.js';
+import { detailOf, rowsOf } from './Support/Page.js';
 
 const inspector = useInspector();
 beforeEach(() => inspector.clear());
@@ -46,7 +46,6 @@ test('a wrong signature shows the signed text, both signatures and the mistake, 
     request.headers['Wicket-Timestamp'], request.headers['Wicket-Request-Id']].join(':');
   assert.deepEqual(digests, [createHmac('sha512', KEY).update(text).digest('hex'), request.headers['Wicket-Signature']]);
   assert.ok(!(await page.content()).includes(`>${KEY}<`));
-  await screenshot(page, 'refused');
 });
 
 test('a signature that no known mistake explains says so', async () => {

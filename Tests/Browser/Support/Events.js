@@ -14,8 +14,9 @@ export const anEvent = ({ type = 'Purchase', id = aUUID(), timestamp = now(), in
   type, id, timestamp, app: APP, user: { info, ids: { user_id: 'u1' } }, data,
 });
 
-export const anAction = (name, { session = null, isInBackground = false, info: actionInfo = {}, ...rest } = {}) => anEvent({
+export const anAction = (name, { session = null, isInBackground = false, info: actionInfo = {}, userInfo, ...rest } = {}) => anEvent({
   type: 'UserAction',
+  info: userInfo,
   data: {
     action_info: actionInfo, action_kind: name, is_background_event: isInBackground, last_foreground_session_id: null,
     process_id: aUUID(), seconds_from_session_start: null, session_id: session,

@@ -26,18 +26,24 @@ function facts(request) {
       : `${bytes(request.bytes)} gzip, ${bytes(request.unpacked_bytes)} unpacked, ${(request.unpacked_bytes / Math.max(1, request.bytes)).toFixed(1)} times smaller`),
     fact('Brought', brought.filter(Boolean).join(', ')),
     fact('Took', duration(request.duration)),
+    fact('Client’s clock', request.timestamp && !isOff(request) ? `${skewText(request)} the collector’s` : null),
     fact('Client', request.client && h('a', { href: `/?q=${encodeURIComponent(term('client', request.client))}#live`, 'data-query': term('client', request.client) }, h('code', {}, request.client))),
     fact('Request id', request.request_id && h('code', {}, request.request_id)),
     fact('Fault', request.fault && h('span', { class: 'pill warn' }, request.fault)));
 }
+
+const ODD_SKEW = 60; // seconds; less than that is no reason for anything
+
+const isOff = (request) => Math.abs(request.timestamp?.skew ?? 0) >= ODD_SKEW;
+const skewText = ({ timestamp: { skew } }) => `${duration(Math.abs(skew))} ${skew < 0 ? 'behind' : 'ahead of'}`;
 
 function refusal(request) {
   if (request.error_code === null && !request.message) return null;
   return h('section', { class: 'refusal', 'aria-label': 'Why it was refused' },
     h('h3', {}, request.error_code === null ? 'Refused' : `Refused with ${request.error_code}`),
     h('p', { class: 'refusal-message' }, request.message),
-    request.rule && h('p', { class: 'refusal-rule' }, request.rule),
-    request.timestamp && h('p', {}, `The client’s clock is ${duration(Math.abs(request.timestamp.skew))} ${request.timestamp.skew < 0 ? 'behind' : 'ahead of'} the collector’s.`),
+    request.rule !== request.message && request.rule && h('p', {}, request.rule),
+    isOff(request) && h('p', {}, `The client’s clock is ${skewText(request)} the collector’s.`),
     place(request.where));
 }
 
