@@ -40,6 +40,12 @@ class Looked {
   JSONValue _value;
 };
 
+/// The UUID with a number at its end.
+inline std::string numbered(std::string id, int number) {
+  const std::string digits = std::to_string(1'000'000 + number);
+  return id.replace(id.size() - digits.size(), digits.size(), digits);
+}
+
 /// A collector with an inspector, whose clock stands at `now`.
 class InspectedCollector : public ::testing::Test {
  protected:
@@ -57,11 +63,7 @@ class InspectedCollector : public ::testing::Test {
     return client->post(aRequest(aBody(events), nextRequestID()));
   }
 
-  std::string nextRequestID() {
-    std::string number = std::to_string(++requests);
-    const std::string id = aRequestID;
-    return id.substr(0, id.size() - number.size()) + number;
-  }
+  std::string nextRequestID() { return numbered(aRequestID, ++uploads); }
 
   PlainHeaders ownHeaders() const {
     return {"Host: 127.0.0.1:" + std::to_string(port), "Authorization: Bearer " + token,
@@ -98,7 +100,7 @@ class InspectedCollector : public ::testing::Test {
   tool::CollectorAddress address;
   std::uint16_t port = 0;
   std::string token;
-  int requests = 0;
+  int uploads = 0;
   std::unique_ptr<Client> client;
   std::unique_ptr<tool::Collector> collector;
 
@@ -124,15 +126,12 @@ class InspectedCollector : public ::testing::Test {
 inline std::string anAction(const std::string& name, int number,
                             const std::string& info = R"({"price":9.5})",
                             const std::string& session = "null") {
-  std::string id = anID;
-  const std::string digits = std::to_string(number);
-  id.replace(id.size() - digits.size(), digits.size(), digits);
   return anEvent("UserAction",
                  R"({"action_kind":")" + name + R"(","action_info":)" + info +
                      R"(,"seconds_from_session_start":null,"session_id":)" + session +
                      R"(,"process_id":")" + anID +
                      R"(","last_foreground_session_id":null,"is_background_event":false})",
-                 id);
+                 numbered(anID, number));
 }
 
 }  // namespace kite::test

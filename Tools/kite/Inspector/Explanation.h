@@ -14,11 +14,11 @@ std::string explanationMembers(const RequestRecord& request, const std::optional
                                std::string_view key);
 
 /// Where in a body's text the rule was broken that the message tells of.
-struct Place {
+struct BodyPlace {
   std::string path;  ///< such as "events[3].data.price"
   std::optional<std::size_t> offset;
   std::string excerpt;
 };
-std::optional<Place> placeOf(std::string_view message, std::string_view text);
+std::optional<BodyPlace> placeOf(std::string_view message, std::string_view text);
 
 }  // namespace kite::tool

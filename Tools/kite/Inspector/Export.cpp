@@ -52,9 +52,9 @@ void exportEvents(API& api, const Call& call) {
              .body = std::string(format.head)};
   addSecurityHeaders(head);
   call.exchange.begin(head);
-  runInSlices(call.exchange, [exported, &api](Exchange& exchange) -> Pause {
+  runInSlices(call.exchange, [exported, &reader = api.reader](Exchange& exchange) -> Pause {
     try {
-      return sendSlice(*exported, api.reader, exchange);
+      return sendSlice(*exported, reader, exchange);
     } catch (const StoreError&) {  // half an answer is seen to be one
       exchange.reset();
       return std::nullopt;

@@ -4,7 +4,7 @@
 
 namespace kite::tool {
 
-void Tally::add(double timestamp) {
+void EventTally::add(double timestamp) {
   first = events == 0 ? timestamp : std::min(first, timestamp);
   last = events == 0 ? timestamp : std::max(last, timestamp);
   ++events;

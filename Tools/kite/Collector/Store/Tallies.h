@@ -11,7 +11,7 @@
 namespace kite::tool {
 
 /// How many events there are, of a type or of a client, and from when to when.
-struct Tally {
+struct EventTally {
   std::int64_t events = 0;
   std::int64_t duplicates = 0;
   double first = 0;
@@ -22,7 +22,7 @@ struct Tally {
 
 /// What a client's events tell beside their number.
 struct ClientTally {
-  Tally tally = {};
+  EventTally tally = {};
   std::string app = {};
   bool isTester = false;
 };
@@ -38,7 +38,7 @@ struct Tallies {
   void add(const EventRecord& event);
   void add(const Sender& sender, const ReceivedEvent& event);
 
-  std::map<std::string, Tally> byType;
+  std::map<std::string, EventTally> byType;
   std::map<std::string, ClientTally> byClient;
   /// By client and session: an id is its maker's.
   std::map<std::pair<std::string, std::string>, std::vector<SessionNote>> bySession;

@@ -16,7 +16,7 @@ std::string excerptAt(std::string_view text, std::size_t offset) {
   return std::string(text.substr(begin, offset - begin + aroundPlace));
 }
 
-Place placed(std::string path, std::string_view text, std::optional<std::size_t> offset) {
+BodyPlace placed(std::string path, std::string_view text, std::optional<std::size_t> offset) {
   return {
       .path = std::move(path), .offset = offset, .excerpt = offset ? excerptAt(text, *offset) : ""};
 }
@@ -56,7 +56,7 @@ std::optional<std::size_t> offsetOf(std::string path, std::string_view text) {
 }
 
 /// The event's path and, behind it, the member that the rule names first.
-std::optional<Place> placeInEvents(std::string_view rule, std::string_view text) {
+std::optional<BodyPlace> placeInEvents(std::string_view rule, std::string_view text) {
   const auto colon = rule.find(": ");
   if (colon == std::string_view::npos) return std::nullopt;
   std::string_view name = rule.substr(0, colon);
@@ -73,13 +73,13 @@ std::optional<Place> placeInEvents(std::string_view rule, std::string_view text)
   return placed(path, text, offsetOf(path, text));
 }
 
-Place placeInText(std::string_view text) {
+BodyPlace placeInText(std::string_view text) {
   const auto offset =
       JSONPlaces(text, [](const std::string&, std::string_view) { return true; }).read();
   return placed("", text, offset);
 }
 
-std::optional<Place> placeOfRepeated(std::string_view text) {
+std::optional<BodyPlace> placeOfRepeated(std::string_view text) {
   JSONPlaces places(text, [](const std::string&, std::string_view) { return true; });
   places.read();
   if (!places.repeated()) return std::nullopt;
@@ -88,7 +88,7 @@ std::optional<Place> placeOfRepeated(std::string_view text) {
 
 }  // namespace
 
-std::optional<Place> placeOf(std::string_view message, std::string_view text) {
+std::optional<BodyPlace> placeOf(std::string_view message, std::string_view text) {
   if (text.size() > longestText) return std::nullopt;
   if (message.starts_with("not JSON")) return placeInText(text);
   if (message.starts_with("event ")) return placeInEvents(message, text);
