@@ -1,5 +1,5 @@
 #include "Fixture/Latencies.h"
-#include "Fixture/ReferenceEvent.h"
+#include "Fixture/ProcessorTime.h"
 #include "Fixture/Scaled.h"
 #include "Fixture/Sink.h"
 #include "Fixture/StartedHost.h"
@@ -8,9 +8,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <ctime>
 #include <fstream>
-#include <map>
 #include <thread>
 
 namespace kite::bench {
@@ -26,11 +24,6 @@ double sleepsOf(const std::string& thread) {
     if (line.starts_with(name)) return std::stod(line.substr(name.size()));
   return 0;
 }
-double processorMilliseconds(clockid_t clock) {
-  timespec time{};
-  ::clock_gettime(clock, &time);
-  return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) * 1e-6;
-}
 
 struct Effort {
   double wakeUps;
@@ -43,44 +36,31 @@ struct Effort {
 
 std::string thisThread() { return std::to_string(::syscall(SYS_gettid)); }
 
+Effort effortOfThisThread() {
+  return {sleepsOf(thisThread()), processorSeconds(CLOCK_THREAD_CPUTIME_ID) * 1e3};
+}
+
 /// Of all threads but this one.
 Effort effortOfOthers() {
   double wakeUps = 0;
   for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task"))
     if (thread.path().filename() != thisThread()) wakeUps += sleepsOf(thread.path().filename());
-  return {wakeUps, processorMilliseconds(CLOCK_PROCESS_CPUTIME_ID) -
-                       processorMilliseconds(CLOCK_THREAD_CPUTIME_ID)};
+  return {wakeUps, processorSeconds() * 1e3 - processorSeconds(CLOCK_THREAD_CPUTIME_ID) * 1e3};
 }
 
-/// Periods of the timers that a session needs: heartbeat, upload, flush.
-constexpr std::chrono::seconds periods[] = {std::chrono::seconds(1), std::chrono::seconds(2),
-                                            std::chrono::seconds(10)};
-
-/// The least that these timers can be: one thread that sleeps until the next one is due, and then
-/// does nothing.
+/// As many wake-ups as a session's timers may have, and nothing done at any of them.
 Effort bareTimers(Clock::time_point end) {
-  std::multimap<Clock::time_point, std::chrono::seconds> due;
-  auto start = Clock::now();
-  for (const auto period : periods) {
-    due.emplace(start + std::chrono::milliseconds(period) / 2, period);
-    start += std::chrono::milliseconds(5);  // they do not begin at once in a host either
-  }
-  const double sleepsBefore = sleepsOf(thisThread());
-  const double processorBefore = processorMilliseconds(CLOCK_THREAD_CPUTIME_ID);
-  while (due.begin()->first < end) {
-    const auto [time, period] = *due.begin();
-    std::this_thread::sleep_until(time);
-    due.erase(due.begin());
-    due.emplace(time + period, period);
-  }
-  const double processor = processorMilliseconds(CLOCK_THREAD_CPUTIME_ID) - processorBefore;
-  return {sleepsOf(thisThread()) - sleepsBefore, processor};
+  constexpr auto pause = std::chrono::milliseconds(60'000) / 90;
+  const auto before = effortOfThisThread();
+  for (auto next = Clock::now() + pause / 2; next < end; next += pause)
+    std::this_thread::sleep_until(next);
+  return effortOfThisThread() - before;
 }
 
 /// A host in a session whose user does nothing, beside the bare timers.
 void idle(benchmark::State& state) {
   const Seconds untilAtRest(isSmoke() ? 0.1 : 10.5);  // all uploaded, all saved
-  const Seconds duration(isSmoke() ? 0.2 : 20);
+  const Seconds duration(isSmoke() ? 0.2 : 30);
   for (auto _ : state) {
     test::TemporaryFolder folder;
     const Sink sink(folder.path() / "sink");

@@ -1,10 +1,11 @@
 #include "Fixture/Latencies.h"
+#include "Fixture/PlainQueue.h"
 #include "Fixture/ReferenceEvent.h"
 #include "Fixture/Scaled.h"
 #include "Fixture/StartedHost.h"
 #include "Support/TemporaryFolder.h"
 
-#include <mutex>
+#include <memory>
 #include <thread>
 
 namespace kite::bench {
@@ -31,15 +32,6 @@ void track(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 
-/// The least that handing over an event could be.
-struct PlainQueue {
-  void push(std::string_view name, KiteData properties) {
-    const std::scoped_lock guard(mutex);
-    actions.emplace_back(name, std::move(properties));
-  }
-  std::mutex mutex;
-  std::vector<std::pair<std::string_view, KiteData>> actions;
-};
 std::unique_ptr<PlainQueue> plainQueue;
 
 void startPlainQueue(const benchmark::State&) { plainQueue = std::make_unique<PlainQueue>(); }

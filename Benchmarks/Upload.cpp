@@ -1,21 +1,14 @@
 #include "Fixture/Latencies.h"
 #include "Fixture/PlainBody.h"
+#include "Fixture/ProcessorTime.h"
 #include "Fixture/ReferenceEvent.h"
 #include "Fixture/Scaled.h"
 #include "Fixture/Sink.h"
 #include "Fixture/StartedHost.h"
 #include "Support/TemporaryFolder.h"
 
-#include <ctime>
-
 namespace kite::bench {
 namespace {
-
-double processorSeconds() {
-  timespec time{};
-  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
 
 /// What the compressor alone needs for one of the pending events, in microseconds.
 double compressorShare(StartedHost& host) {
