@@ -75,22 +75,36 @@ void Manager::start(UsherDependencies given) {
   _state.set(std::move(kept), std::move(provided));
 }
 
+std::shared_ptr<const Manager::Answers> Manager::lastAnswers(const State& state) {
+  return state.last.with([&](auto& last) {
+    if (!last)
+      last = std::make_shared<const Answers>(
+          Answers{state.kept, std::vector<const std::string*>(state.provided.size())});
+    return last;
+  });
+}
+
 // Asks the host for every identifier, once. While each is what it was, nothing is copied.
 std::shared_ptr<const Ids> Manager::ids() const {
   const auto state = _state.get();
-  const auto last = state->last.copy();
-  auto ids = last ? last : std::make_shared<const Ids>(state->kept);
-  std::shared_ptr<Ids> changed;
+  const auto last = lastAnswers(*state);
+  std::shared_ptr<Answers> changed;
+  auto known = last->provided.begin();
   for (const auto& [name, provider] : state->provided) {
+    const std::string* const before = *known++;
     auto value = provider();
-    const auto known = ids->find(name);
-    if (known == ids->end() ? !value : value == known->second.value) continue;
-    if (!changed) ids = changed = std::make_shared<Ids>(*ids);
-    changed->erase(name);
-    if (value) changed->emplace(name, Id{*std::move(value)});
+    if (before ? value == *before : !value) continue;
+    if (!changed) changed = std::make_shared<Answers>(Answers{last->ids});
+    changed->ids.erase(name);
+    if (value) changed->ids.emplace(name, Id{*std::move(value)});
   }
-  if (ids != last) state->last.set(ids);
-  return ids;
+  if (!changed) return {last, &last->ids};
+  for (const auto& [name, provider] : state->provided) {
+    const auto found = changed->ids.find(name);
+    changed->provided.push_back(found == changed->ids.end() ? nullptr : &found->second.value);
+  }
+  state->last.set(changed);
+  return {changed, &changed->ids};
 }
 
 Id Manager::userDefaultsId() const { return _state->kept.find(userDefaultsName)->second; }

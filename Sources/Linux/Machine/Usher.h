@@ -7,7 +7,9 @@
 #include "Base/Started.h"
 
 #include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace kite::Usher {
 
@@ -23,11 +25,17 @@ class Manager final : public UsherManager {
   Id keychainId() const override;
 
  private:
+  struct Answers {
+    Ids ids;
+    std::vector<const std::string*> provided{};  // those of `ids` that the host gave, or null
+  };
   struct State {
     Ids kept;
-    CustomIdentifiers provided;                          // by names that `kept` does not have
-    mutable Guarded<std::shared_ptr<const Ids>> last{};  // what `ids` gave last
+    CustomIdentifiers provided;  // by names that `kept` does not have
+    mutable Guarded<std::shared_ptr<const Answers>> last{};
   };
+
+  static std::shared_ptr<const Answers> lastAnswers(const State& state);
 
   System _system;
   Started<State> _state{"Call start before using the UsherManager", {}};
