@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <utility>
 
@@ -52,24 +53,41 @@ class MPSCStack {
   MPSCStack& operator=(const MPSCStack&) = delete;
   ~MPSCStack() { takeAll(); }
 
-  /// True when the stack was empty.
-  bool add(std::unique_ptr<Node> node) {
+  /// What was there when a node was added.
+  enum class Before { nothing, patient, urgent };
+
+  /// Whether the node is urgent counts until all are taken.
+  Before add(std::unique_ptr<Node> node, bool isUrgent = false) {
     Node* const added = node.release();
-    Node* newest = _newest.load(std::memory_order_relaxed);
+    auto newest = _newest.load(std::memory_order_relaxed);
+    std::uintptr_t changed = 0;
     do {
-      added->next = newest;
-    } while (!_newest.compare_exchange_weak(newest, added, std::memory_order_release,
+      added->next = nodeOf(newest);
+      changed = reinterpret_cast<std::uintptr_t>(added) | (newest & urgentBit) |
+                (isUrgent ? urgentBit : 0);
+    } while (!_newest.compare_exchange_weak(newest, changed, std::memory_order_release,
                                             std::memory_order_relaxed));
-    return !newest;
+    if (newest == 0) return Before::nothing;
+    return (newest & urgentBit) != 0 ? Before::urgent : Before::patient;
   }
 
-  bool empty() const { return !_newest.load(std::memory_order_relaxed); }
+  /// Whether there are nodes, and none is urgent.
+  bool isPatient() const {
+    const auto newest = _newest.load(std::memory_order_relaxed);
+    return newest != 0 && (newest & urgentBit) == 0;
+  }
 
   /// In the opposite order of their adding.
-  Chain<Node> takeAll() { return Chain(_newest.exchange(nullptr, std::memory_order_acquire)); }
+  Chain<Node> takeAll() { return Chain(nodeOf(_newest.exchange(0, std::memory_order_acquire))); }
 
  private:
-  std::atomic<Node*> _newest = nullptr;
+  static constexpr std::uintptr_t urgentBit = 1;  // free, as nodes are aligned
+
+  static Node* nodeOf(std::uintptr_t tagged) {
+    return reinterpret_cast<Node*>(tagged & ~urgentBit);
+  }
+
+  std::atomic<std::uintptr_t> _newest = 0;
 };
 
 }  // namespace kite

@@ -11,7 +11,8 @@ namespace kite {
 /// wait for one another.
 class SharedCount {
  public:
-  void add() { _parts[place()].count.fetch_add(1, std::memory_order_relaxed); }
+  /// Gives how often this thread, and those that share its cache line, have counted.
+  std::uint64_t add() { return _parts[place()].count.fetch_add(1, std::memory_order_relaxed) + 1; }
   std::uint64_t total() const {
     std::uint64_t total = 0;
     for (const auto& part : _parts) total += part.count.load(std::memory_order_relaxed);

@@ -54,12 +54,14 @@ std::shared_ptr<const EventOrigin> EventManagerImpl::originMadeOf(
 
 // `makeEvent` runs after the user has been read.
 template <class MakeEvent>
-void EventManagerImpl::track(MakeEvent makeEvent) {
+void EventManagerImpl::track(MakeEvent makeEvent, bool isInForeground) {
   if (!_isEnabled) return;
   const auto dependencies = _dependencies.get();
   auto origin = this->origin(*dependencies);
-  dependencies->storage->insert(std::make_unique<PendingChange>(
-      std::in_place_type<TrackedEvent>, makeEvent(*dependencies), std::move(origin)));
+  auto insertion = std::make_unique<PendingChange>(std::in_place_type<TrackedEvent>,
+                                                   makeEvent(*dependencies), std::move(origin));
+  insertion->mayWait = isInForeground;
+  dependencies->storage->insert(std::move(insertion));
 }
 
 void EventManagerImpl::trackInstallEvent(InstallPayload payload) {
@@ -78,12 +80,20 @@ void EventManagerImpl::trackUserInfoUpdated(UserInfoUpdated::Payload payload) {
   track([&](const auto&) -> auto&& { return std::move(payload); });
 }
 
+// The facade has just asked where the application is, and makes custom events in the foreground
+// only.
 void EventManagerImpl::trackUserAction(UserAction::Payload payload) {
-  track([&](const auto&) -> auto&& { return std::move(payload); });
+  const bool isInForeground = !payload.isBackgroundEvent;
+  track(
+      [&](const auto&) -> auto&& { return std::move(payload); }, isInForeground);
 }
 
 void EventManagerImpl::trackCustomEvent(std::string table, CustomEvent::Payload payload) {
-  track([&](const auto&) { return CustomEvent{std::move(table), std::move(payload)}; });
+  track(
+      [&](const auto&) {
+        return CustomEvent{std::move(table), std::move(payload)};
+      },
+      /*isInForeground=*/true);
 }
 
 void EventManagerImpl::trackDebugEvent(DebugEvent::Payload payload) {

@@ -54,8 +54,9 @@ class EventManagerImpl final : public EventManager {
     static constexpr auto unknown = std::numeric_limits<std::uint64_t>::max();
   };
 
+  /// In the foreground, when that is known, the event need not be in the queue at once.
   template <class MakeEvent>
-  void track(MakeEvent makeEvent);
+  void track(MakeEvent makeEvent, bool isInForeground = false);
   static std::shared_ptr<const EventOrigin> origin(const Running& running);
   static std::shared_ptr<const EventOrigin> originMadeOf(
       const Running& running, std::uint64_t revision, std::shared_ptr<const UserInfo> info,

@@ -33,13 +33,17 @@ EventStorageImpl::~EventStorageImpl() {
 
 /// `body(self, work)`, once the events of the last run are loaded.
 template <class Body>
+Tempra::Block EventStorageImpl::block(Body body) {
+  return weakly(weak_from_this(), [body = std::move(body)](EventStorageImpl& self) {
+    const std::scoped_lock guard(self._work.mutex);
+    self.load(self._work);
+    std::invoke(body, self, self._work);
+  });
+}
+
+template <class Body>
 void EventStorageImpl::runOnQueue(Body body) {
-  _dependencies->eventStorageQueue->run(
-      weakly(weak_from_this(), [body = std::move(body)](EventStorageImpl& self) {
-        const std::scoped_lock guard(self._work.mutex);
-        self.load(self._work);
-        std::invoke(body, self, self._work);
-      }));
+  _dependencies->eventStorageQueue->run(block(std::move(body)));
 }
 
 void EventStorageImpl::start(EventStorageDependencies dependencies) {
@@ -48,7 +52,10 @@ void EventStorageImpl::start(EventStorageDependencies dependencies) {
   _dependencies.set(std::move(dependencies));
   if (isAnotherStart) _isBlockDue = true;  // the last one may go with the queue of before
   ++_starts;
-  catchingBadAlloc([&] { runOnQueue(&EventStorageImpl::load); });
+  catchingBadAlloc([&] {
+    if (isAnotherStart) return runOnQueue(&EventStorageImpl::makeSubmittedChanges);
+    runOnQueue(&EventStorageImpl::load);
+  });
   startTimer();
   addObservers(sessionListener);
 }
@@ -61,6 +68,7 @@ EventList EventStorageImpl::pendingEvents() const {
     if (_loadedStart != 0) guard.lock();
     load(_work);
   }
+  if (_submitted.isPatient()) _dependencies->eventStorageQueue->runWaiting();
   return _pendingEvents.copy();
 }
 
@@ -93,7 +101,9 @@ void EventStorageImpl::addObservers(const SessionListener& sessionListener) {
 }
 
 void EventStorageImpl::insert(std::unique_ptr<PendingChange> event) {
-  _inserted.add();
+  constexpr std::uint64_t callsBetweenLooks = 64;
+  const auto count = _inserted.add();
+  if (event->mayWait && count % callsBetweenLooks == 0) event->mayWait = !areManyWaiting();
   submit(std::move(event));
   _spent.reclaim();
 }
@@ -110,13 +120,25 @@ void EventStorageImpl::persist(std::function<void(bool)> done) {
   });
 }
 
-// One block makes all changes that were submitted by then, so that most calls find one on its way.
+bool EventStorageImpl::areManyWaiting() const {
+  return _inserted.total() >= _appended + mostWaiting;
+}
+
+// One block makes all changes that were submitted by then, so that most calls find one on its way;
+// another one follows when that may wait and the change may not.
 // When there is no memory for it the next change submits it, or the next flush makes the changes.
 void EventStorageImpl::submit(std::unique_ptr<PendingChange> change) {
+  using Before = MPSCStack<PendingChange>::Before;
   const auto dependencies = _dependencies.get();
-  const bool isFirst = _submitted.add(std::move(change));
-  if (!isFirst && !_isBlockDue) return;
-  _isBlockDue = !catchingBadAlloc([&] { runOnQueue(&EventStorageImpl::makeSubmittedChanges); });
+  const bool mayWait = change->mayWait;
+  const auto before = _submitted.add(std::move(change), !mayWait);
+  const bool hasBlock = before == Before::urgent || (mayWait && before == Before::patient);
+  if (hasBlock && !_isBlockDue) return;
+  _isBlockDue = !catchingBadAlloc([&] {
+    auto making = block(&EventStorageImpl::makeSubmittedChanges);
+    auto& queue = *dependencies->eventStorageQueue;
+    mayWait ? queue.runSoon(std::move(making)) : queue.run(std::move(making));
+  });
 }
 
 void EventStorageImpl::onSessionStart() {
@@ -126,7 +148,8 @@ void EventStorageImpl::onSessionStart() {
 void EventStorageImpl::onSessionEnd() { runOnQueue(&EventStorageImpl::flush); }
 
 void EventStorageImpl::timerFired() {
-  if (_isDirty || _isWriteDue || _isBlockDue) runOnQueue(&EventStorageImpl::flush);
+  if (_isDirty || _isWriteDue || _isBlockDue || _submitted.isPatient())
+    runOnQueue(&EventStorageImpl::flush);
 }
 
 // Not in `start`, whose caller would wait for the disk. Whoever comes first loads.

@@ -29,6 +29,8 @@ class EventStorageImpl final : public EventStorage,
  public:
   static constexpr std::string_view pendingEventsKey = "kite_pending_events";
   static constexpr Tempra::Duration syncInterval{10};
+  /// About so many insertions are made at once that may wait.
+  static constexpr std::uint64_t mostWaiting = 512;
 
   EventStorageImpl() = default;
   ~EventStorageImpl() override;
@@ -76,6 +78,9 @@ class EventStorageImpl final : public EventStorage,
   void addObservers(const SessionListener& sessionListener);
   void timerFired();
   void submit(std::unique_ptr<PendingChange> change);
+  bool areManyWaiting() const;
+  template <class Body>
+  Tempra::Block block(Body body);
   template <class Body>
   void runOnQueue(Body body);
 

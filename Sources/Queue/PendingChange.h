@@ -30,6 +30,7 @@ struct PendingChange {
   explicit PendingChange(Content&&... given) : content(std::forward<Content>(given)...) {}
 
   std::variant<TrackedEvent, StoredEvent, Removal> content;
+  bool mayWait = false;  ///< until somebody wants to know the pending events
   PendingChange* next = nullptr;
 };
 

@@ -16,7 +16,7 @@ namespace kite {
 /// thread waits for another.
 class ReclaimList {
  public:
-  static constexpr int mostKept = 256;
+  static constexpr int mostKept = 1024;        // twice what is made in one go
   static constexpr int destroyedOfACrowd = 4;  // in one call, when more than half of that wait
 
   ReclaimList() = default;

@@ -75,6 +75,45 @@ TYPED_TEST(QueueContract, keepsTheOrderOfEachOfSeveralSubmitters) {
   }
 }
 
+TYPED_TEST(QueueContract, keepsBlocksThatMayWaitInOneOrderWithTheOthers) {
+  std::vector<int> order;
+  std::vector<int> expected;
+  for (int i = 0; i < 1000; ++i) {
+    expected.push_back(i);
+    const auto block = [&order, i] { order.push_back(i); };
+    i % 7 == 0 ? this->setting.queue->run(block) : this->setting.queue->runSoon(block);
+  }
+  this->setting.finish();
+  EXPECT_EQ(order, expected);
+}
+
+TYPED_TEST(QueueContract, keepsTheOrderOfSeveralSubmittersWhileOthersRunWhatWaits) {
+  std::vector<std::vector<int>> seen(3);
+  std::atomic<int> running = 0;
+  std::atomic<int> most = 0;
+  std::vector<std::thread> submitters;
+  for (std::size_t s = 0; s < seen.size(); ++s)
+    submitters.emplace_back([&, s] {
+      for (int i = 0; i < 1000; ++i) {
+        this->setting.queue->runSoon([&, s, i] {
+          const int now = ++running;
+          if (now > most) most = now;
+          seen[s].push_back(i);
+          --running;
+        });
+        if (i % 31 == 0) this->setting.queue->run([] {});
+        if (i % 17 == 0) this->setting.queue->runWaiting();
+      }
+    });
+  for (auto& submitter : submitters) submitter.join();
+  this->setting.finish();
+  for (const auto& order : seen) {
+    ASSERT_EQ(order.size(), 1000u);
+    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+  }
+  EXPECT_EQ(most, 1);
+}
+
 TYPED_TEST(QueueContract, neverRunsTwoBlocksAtOnce) {
   std::atomic<int> running = 0;
   std::atomic<int> most = 0;

@@ -235,6 +235,21 @@ TEST_F(EventManagerImplTests, everyKindBecomesARecordOfItsOwn) {
                                  "DebugEvent", "ExperimentSegmentReceived"));
 }
 
+TEST_F(EventManagerImplTests, onlyWhatIsKnownToBeOfTheForegroundMayWait) {
+  start();
+  auto inBackground = anAction;
+  inBackground.isBackgroundEvent = true;
+  manager.trackUserAction(inBackground);
+  auto inForeground = anAction;
+  inForeground.isBackgroundEvent = false;
+  manager.trackUserAction(inForeground);
+  manager.trackCustomEvent("Orders", aCustomEvent);
+  manager.trackDebugEvent(aDebugEvent);
+  manager.trackSession(aStart);
+  manager.trackInstallEvent(anInstall);
+  EXPECT_THAT(storage->mayWait(), ElementsAre(false, true, true, false, false, false));
+}
+
 TEST_F(EventManagerImplTests, idAndTimeAndDataOfARecordComeFromItsPayload) {
   start();
   manager.trackUserAction(anAction);

@@ -24,6 +24,7 @@ class FakeEventStorage final : public EventStorage {
     onInsert();
     const std::scoped_lock guard(_mutex);
     _inserted.push_back(recordOf(*event));
+    _mayWait.push_back(event->mayWait);
   }
   using EventStorage::removeEvents;
   QueueStatus status() const override { return {}; }
@@ -37,10 +38,16 @@ class FakeEventStorage final : public EventStorage {
     const std::scoped_lock guard(_mutex);
     return _inserted;
   }
+  /// Of each that was inserted.
+  std::vector<bool> mayWait() const {
+    const std::scoped_lock guard(_mutex);
+    return _mayWait;
+  }
 
  private:
   mutable std::mutex _mutex;
   std::vector<StoredEvent> _inserted;
+  std::vector<bool> _mayWait;
 };
 
 }  // namespace kite::test

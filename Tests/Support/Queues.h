@@ -97,4 +97,20 @@ class ManualQueue final : public Tempra::Queue {
   std::deque<Tempra::Block> _waiting;
 };
 
+/// Wakes nobody for a block that may wait.
+class PatientQueue final : public Tempra::Queue {
+ public:
+  void run(Tempra::Block block) override {
+    _blocks.run(std::move(block));
+    ++wakeUps;
+  }
+  void runSoon(Tempra::Block block) override { _blocks.run(std::move(block)); }
+  void runWaiting() override { _blocks.drain(); }
+
+  int wakeUps = 0;
+
+ private:
+  ManualQueue _blocks;
+};
+
 }  // namespace kite::test

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <functional>
+#include <utility>
 
 /// Scheduling: timers, serial queues, the clock.
 namespace kite::Tempra {
@@ -39,6 +40,15 @@ class Queue {
   /// A block may throw `std::bad_alloc`, and nothing else: it is run again a little later, before
   /// all others. Whoever submits it sees to it that it can be.
   virtual void run(Block block) = 0;
+
+  /// As `run`, in one order with it, for a block that nobody waits for: it may stay where it is
+  /// until a block comes by `run`, or many have come, or `runWaiting` is called. So it need not
+  /// wake a thread that sleeps.
+  virtual void runSoon(Block block) { run(std::move(block)); }
+
+  /// Runs, on the caller's thread and in order, what `runSoon` has left waiting. Returns at once
+  /// when nothing does or another thread runs blocks of this queue.
+  virtual void runWaiting() {}
 };
 
 /// The clock that sessions are measured by.

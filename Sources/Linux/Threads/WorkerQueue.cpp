@@ -22,51 +22,46 @@ using Blocks = std::vector<Tempra::Block>;
 // for the next block this long before it sleeps.
 constexpr auto lingerTime = std::chrono::microseconds(50);
 constexpr std::size_t keptCapacity = 4096;
+// So many blocks wake the worker that would not do so each by itself.
+constexpr std::size_t mostWaiting = 512;
 
 // A block that finds no memory is tried again, as others may free some soon, but not for ever.
 constexpr auto pauseWithoutMemory = std::chrono::milliseconds(50);
 constexpr int mostTrials = 1200;
 
-// Whether blocks come so fast that they are better taken in batches: taking each at once would move
-// the cache lines that both threads use between their cores every time.
-class Flood {
- public:
-  static constexpr auto napTime = std::chrono::microseconds(50);
-
-  void count(std::size_t blocks) { _blocks += blocks; }
-  bool isOn(Clock::time_point now) {
-    if (now - _spanBegin < span) return _isOn;
-    _isOn = _blocks >= (_isOn ? 1 : fewest);
-    _spanBegin = now;
-    _blocks = 0;
-    return _isOn;
-  }
-
- private:
-  static constexpr auto span = 2 * napTime;
-  static constexpr std::size_t fewest = 16;
-
-  Clock::time_point _spanBegin;
-  std::size_t _blocks = 0;
-  bool _isOn = false;
-};
-
-// What the queue and its thread share. Neither waits for the other when the queue ends.
+// What the queue and its thread share. Neither waits for the other when the queue ends. One thread
+// at a time runs blocks: the worker, or while that sleeps one that it was lent to.
 class Worker : public std::enable_shared_from_this<Worker> {
  public:
   explicit Worker(std::string name)
       : _name(std::move(name)),
         _complaint("[KITE] No thread can be started for " + _name + ", its work waits") {}
 
-  // Whatever needs memory comes before the block is taken, so that a failure leaves it untaken.
   void submit(Tempra::Block block) {
     if (!block) return;
     std::unique_lock guard(_mutex);
-    const bool hasThread = ensureThread();
+    const bool hasThread = ensureThread();  // whatever needs memory comes before the block is taken
     _submitted.push_back(std::move(block));
-    _hasSubmitted.store(true, std::memory_order_release);
-    if (_activity == Activity::awake) return;
-    hasThread ? rouse(guard) : complain(guard);
+    wake(guard, hasThread);
+  }
+
+  void submitSoon(Tempra::Block block) {
+    if (!block) return;
+    std::unique_lock guard(_mutex);
+    const bool isEnough = _submitted.size() + 1 >= mostWaiting;
+    const bool hasThread = isEnough && ensureThread();
+    _submitted.push_back(std::move(block));
+    if (isEnough) wake(guard, hasThread);
+  }
+
+  void runWaiting() {
+    if (!borrow()) return;
+    while (auto block = nextOfBatch()) {
+      if (catchingBadAlloc(block)) continue;
+      putBack(std::move(block));  // the worker has the patience to try again
+      break;
+    }
+    giveBack();
   }
 
   void stop() {
@@ -76,18 +71,28 @@ class Worker : public std::enable_shared_from_this<Worker> {
     dropped.swap(_submitted);
     droppedFromBatch.swap(_batch);
     _isStopped = true;
-    _hasSubmitted.store(true, std::memory_order_release);
+    _isWanted.store(true, std::memory_order_release);
     _wakeUp.notify_one();
   }
 
  private:
-  enum class Activity { notStarted, awake, asleep };
+  enum class Activity { awake, asleep, lent };
 
   bool ensureThread() {
-    if (_activity != Activity::notStarted) return true;
+    if (_hasThread) return true;
     if (!startThread(_name, [self = shared_from_this()] { self->work(); })) return false;
-    _activity = Activity::awake;
+    _hasThread = true;
+    if (_activity == Activity::asleep) _activity = Activity::awake;
     return true;
+  }
+
+  // Whoever runs blocks now will see to it.
+  void wake(std::unique_lock<std::mutex>& guard, bool hasThread) {
+    _isWanted.store(true, std::memory_order_release);
+    if (_activity != Activity::asleep) return;
+    if (hasThread) return rouse(guard);
+    guard.unlock();
+    System::live().print(_complaint);
   }
 
   void rouse(std::unique_lock<std::mutex>& guard) {
@@ -97,9 +102,29 @@ class Worker : public std::enable_shared_from_this<Worker> {
     _wakeUp.notify_one();
   }
 
-  void complain(std::unique_lock<std::mutex>& guard) const {
-    guard.unlock();
-    System::live().print(_complaint);
+  bool borrow() {
+    const std::scoped_lock guard(_mutex);
+    if (_submitted.empty()) return false;
+    if (_activity != Activity::asleep) {
+      _isWanted.store(true, std::memory_order_release);  // before it sleeps
+      return false;
+    }
+    _activity = Activity::lent;
+    takeBatch();
+    return true;
+  }
+
+  void putBack(Tempra::Block block) {
+    const std::scoped_lock guard(_mutex, _batchMutex);
+    if (_isStopped) return;
+    _batch[--_nextOfBatch] = std::move(block);
+    _isWanted.store(true, std::memory_order_release);
+  }
+
+  void giveBack() {
+    std::unique_lock guard(_mutex);
+    _activity = Activity::asleep;
+    if (_isWanted.load(std::memory_order_relaxed) && ensureThread()) rouse(guard);
   }
 
   void work() {
@@ -121,30 +146,31 @@ class Worker : public std::enable_shared_from_this<Worker> {
 
   bool awaitBatch() {
     const auto idleSince = Clock::now();
-    if (_flood.isOn(idleSince)) {
-      std::this_thread::sleep_for(Flood::napTime);
-    } else if (_isBusy) {
-      linger(idleSince);
-    }
+    if (_isBusy) linger(idleSince);
     std::unique_lock guard(_mutex);
     _rousedAt = Clock::now();
-    while (_submitted.empty() && !_isStopped) {
-      _activity = Activity::asleep;
+    while (!_isWanted.load(std::memory_order_relaxed) || _activity == Activity::lent) {
+      if (_activity == Activity::awake) _activity = Activity::asleep;
       _wakeUp.wait(guard);
     }
     _activity = Activity::awake;
     _isBusy = _rousedAt - idleSince < lingerTime;
-    _hasSubmitted.store(false, std::memory_order_relaxed);
-    const std::scoped_lock batchGuard(_batchMutex);
-    _batch.swap(_submitted);
-    _nextOfBatch = 0;
-    _flood.count(_batch.size());
+    takeBatch();
     return !_isStopped;
   }
 
   void linger(Clock::time_point since) const {
-    while (!_hasSubmitted.load(std::memory_order_acquire) && Clock::now() - since < lingerTime)
+    while (!_isWanted.load(std::memory_order_acquire) && Clock::now() - since < lingerTime)
       std::this_thread::yield();
+  }
+
+  // With `_mutex`. What is left of a batch comes first.
+  void takeBatch() {
+    const std::scoped_lock guard(_batchMutex);
+    if (!_batch.empty()) return;
+    _isWanted.store(false, std::memory_order_relaxed);
+    _batch.swap(_submitted);
+    _nextOfBatch = 0;
   }
 
   // The batch has a lock of its own, which submitters never touch: only the end of the queue
@@ -163,18 +189,17 @@ class Worker : public std::enable_shared_from_this<Worker> {
   std::mutex _mutex;
   std::condition_variable _wakeUp;
   Blocks _submitted;
-  Activity _activity = Activity::notStarted;
+  Activity _activity = Activity::asleep;
   Clock::time_point _rousedAt;
+  bool _hasThread = false;
   bool _isStopped = false;
-  std::atomic<bool> _hasSubmitted = false;
+  std::atomic<bool> _isWanted = false;  // the worker: it is to take what was submitted
 
   std::mutex _batchMutex;
   Blocks _batch;
   std::size_t _nextOfBatch = 0;
 
-  // The worker's own.
-  bool _isBusy = false;
-  Flood _flood;
+  bool _isBusy = false;  // the worker's own
 };
 
 class WorkerQueue final : public Tempra::Queue {
@@ -185,6 +210,11 @@ class WorkerQueue final : public Tempra::Queue {
   ~WorkerQueue() override { _worker->stop(); }
 
   void run(Tempra::Block block) override { _worker->submit(std::move(block)); }
+  void runSoon(Tempra::Block block) override { _worker->submitSoon(std::move(block)); }
+  void runWaiting() override {
+    const auto worker = _worker;  // a block may end the queue
+    worker->runWaiting();
+  }
 
  private:
   const std::shared_ptr<Worker> _worker;

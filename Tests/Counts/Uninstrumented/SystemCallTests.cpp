@@ -10,6 +10,7 @@
 #include <fstream>
 #include <semaphore>
 #include <string>
+#include <vector>
 
 namespace kite::test {
 namespace {
@@ -50,18 +51,32 @@ TEST(SystemCallTests, aTrackingCallMakesNoneWhileTheStorageIsBusy) {
               IsEmpty());
 }
 
-TEST(SystemCallTests, aTrackingCallMakesOneThatWakesASleepingWorker) {
+/// What `call(host)` makes whenever nothing else is going on.
+template <class Call>
+std::vector<SystemCall> callsWhileTheStorageSleeps(int count, Call call) {
   const TemporaryFolder folder;
-  constexpr int count = 20;
-  const auto calls = systemCalls([&](const Watch& watch) {
+  return systemCalls([&](const Watch& watch) {
     bench::HandDrivenHost host({.folder = folder.path()});
-    host->track(10);
+    for (int i = 0; i < count; ++i) {
+      call(*host);
+      host->settleStorage();
+    }
     for (int i = 0; i < count; ++i) {
       while (!isAsleep("kite.storage")) ::sched_yield();
-      watch([&] { host->track(1); });
+      watch([&] { call(*host); });
     }
     host->settleStorage();
   });
+}
+
+TEST(SystemCallTests, aTrackingCallInTheForegroundMakesNoneWhileTheStorageSleeps) {
+  EXPECT_THAT(callsWhileTheStorageSleeps(100, [](auto& host) { host.track(1); }), IsEmpty());
+}
+
+TEST(SystemCallTests, aTrackingCallThatMayBeInTheBackgroundMakesOneThatWakesASleepingWorker) {
+  constexpr int count = 20;
+  const auto calls = callsWhileTheStorageSleeps(
+      count, [](auto& host) { host.kite().trackLog("name", Severity::notice, {}); });
   EXPECT_THAT(calls, SizeIs(count));
   EXPECT_THAT(calls, Each(Truly([](const auto& call) { return call.wakesASleeper(); })));
 }

@@ -183,5 +183,112 @@ TEST(WorkerQueue, wakesUpForEveryBlockThatComesAfterAPause) {
   }
 }
 
+/// The threads on which blocks have run, in order.
+class Witness {
+ public:
+  Tempra::Block block() {
+    return [threads = _threads] { threads->push_back(std::this_thread::get_id()); };
+  }
+  const std::vector<std::thread::id>& threads() const { return *_threads; }
+
+ private:
+  std::shared_ptr<std::vector<std::thread::id>> _threads =
+      std::make_shared<std::vector<std::thread::id>>();
+};
+
+TEST(WorkerQueue, leavesWhatMayWaitToTheThreadThatAsksForIt) {
+  const auto queue = workerQueue("patient");
+  Witness witness;
+  for (int i = 0; i < 3; ++i) queue->runSoon(witness.block());
+  queue->runWaiting();
+  EXPECT_EQ(witness.threads(), std::vector<std::thread::id>(3, std::this_thread::get_id()));
+}
+
+TEST(WorkerQueue, runsWhatWaitsBeforeABlockThatDoesNot) {
+  const auto queue = workerQueue("patient");
+  Witness witness;
+  for (int i = 0; i < 3; ++i) queue->runSoon(witness.block());
+  std::binary_semaphore done(0);
+  queue->run([&done] { done.release(); });
+  done.acquire();
+  ASSERT_EQ(witness.threads().size(), 3U);
+  EXPECT_NE(witness.threads()[0], std::this_thread::get_id());
+}
+
+TEST(WorkerQueue, runsByItselfWhatWaitsWhenThatIsMuch) {
+  const auto queue = workerQueue("patient");
+  std::counting_semaphore<> ran(0);
+  constexpr int many = 1024;
+  for (int i = 0; i < many; ++i) queue->runSoon([&ran] { ran.release(); });
+  for (int i = 0; i < many / 2; ++i) ran.acquire();
+  queue->runWaiting();
+  for (int i = 0; i < many / 2; ++i) ran.acquire();
+}
+
+TEST(WorkerQueue, leavesWhatWaitsToABlockThatIsRunning) {
+  const auto blockade = std::make_shared<Blockade>();
+  const auto queue = workerQueue("patient");
+  Blockade::put(*queue, blockade);
+  std::binary_semaphore ran(0);
+  queue->runSoon([&ran] { ran.release(); });
+  queue->runWaiting();
+  EXPECT_FALSE(ran.try_acquire());
+  blockade->released.release();
+  ran.acquire();
+}
+
+TEST(WorkerQueue, goesOnByItselfWithWhatCameWhileAnotherThreadRanItsBlocks) {
+  const auto queue = workerQueue("patient");
+  std::binary_semaphore ran(0);
+  auto runner = std::thread::id();
+  queue->runSoon([&] {
+    queue->run([&] {
+      runner = std::this_thread::get_id();
+      ran.release();
+    });
+    queue->runWaiting();  // nothing, as this block is running
+    EXPECT_FALSE(ran.try_acquire());
+  });
+  queue->runWaiting();
+  ran.acquire();
+  EXPECT_NE(runner, std::this_thread::get_id());
+}
+
+TEST(WorkerQueue, leavesABlockThatFoundNoMemoryToItsOwnThreadAndAllOthersBehindIt) {
+  const auto queue = workerQueue("patient");
+  std::vector<std::string> order;
+  std::binary_semaphore done(0);
+  queue->runSoon([&order, trial = 0]() mutable {
+    order.push_back("trial " + std::to_string(++trial));
+    if (trial < 2) throw std::bad_alloc();
+  });
+  queue->runSoon([&] {
+    order.push_back("other");
+    done.release();
+  });
+  queue->runWaiting();
+  done.acquire();
+  EXPECT_EQ(order, (std::vector<std::string>{"trial 1", "trial 2", "other"}));
+}
+
+TEST(WorkerQueue, mayEndWithinABlockThatWaited) {
+  auto queue = workerQueue("ending");
+  const auto held = std::make_shared<int>(0);
+  queue->runSoon([&queue] { queue.reset(); });
+  queue->runSoon([held] {});
+  auto* const running = queue.get();
+  running->runWaiting();
+  EXPECT_EQ(queue, nullptr);
+  EXPECT_EQ(held.use_count(), 1);
+}
+
+TEST(WorkerQueue, dropsWhatWaitsWhenItEnds) {
+  const auto held = std::make_shared<int>(0);
+  auto queue = workerQueue("ending");
+  queue->runSoon([held] {});
+  queue.reset();
+  EXPECT_EQ(held.use_count(), 1);
+}
+
 }  // namespace
 }  // namespace kite::Linux
