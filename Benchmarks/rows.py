@@ -36,12 +36,12 @@ def at_least(bound):
     return Bar(f"at least {bound:,g}", lambda figure, limit, value: figure >= bound)
 
 
-def below(bound):
-    return Bar(f"under {bound:,g}", lambda figure, limit, value: figure < bound)
-
-
 def times_the_limit(factor):
     return Bar(f"at most {factor:g}x", lambda figure, limit, value: figure <= factor * limit)
+
+
+def share_of_the_limit(share):
+    return Bar(f"at least {share:g}x", lambda figure, limit, value: figure >= share * limit)
 
 
 def times(factor, source, words):
@@ -73,6 +73,7 @@ def median_of(benchmark, *bars):
 # A group is what runs in one process: its name begins the names of its benchmarks. With it, how often it is repeated.
 GROUPS = {
     "track": 5,
+    "track_paced": 3,
     "track_during_flush": 3,
     "background_insert": 3,
     "flush": 3,
@@ -80,11 +81,13 @@ GROUPS = {
     "snapshot": 3,
     "body": 3,
     "upload": 5,
+    "record_to_delivered": 5,
     "batch": 3,
     "start": 3,
     "collect": 3,
     "memory": 1,
     "idle": 1,
+    "offline": 1,
     "size": 1,
 }
 
@@ -95,7 +98,10 @@ ROWS = [
     track(2, "p50_us", "us"),
     track(2, "p99_us", "us"),
     track(2, "items_per_second", "1/s", at_least_times(1.2, Source(ONE, "items_per_second"), "one thread")),
+    compared("track/threads:2 until encoded", "track/until_encoded/2", "events_per_second", "1/s", share_of_the_limit(0.9)),
     Row("track/threads:2 lost", "events", Source("track/lost", "lost"), None, (NOTHING,)),
+    compared("track_paced/2ms p50", "track_paced/2ms", "p50_us", "us", at_most(4)),
+    compared("track_paced/2ms p99", "track_paced/2ms", "p99_us", "us", at_most(12)),
     Row("track_during_flush p99.9", "us", Source("track_during_flush/100000", "p999_us"), Source(ONE, "p99_us"),
         (times_the_limit(10),)),
     median_of("background_insert/0"),
@@ -115,6 +121,7 @@ ROWS = [
     median_of("body/500", times_the_limit(1.12)),
     compared("upload/10000 rate", "upload/10000", "events_per_second", "1/s", at_least(90_000)),
     compared("upload/10000 CPU an event", "upload/10000", "cpu_us_per_event", "us", at_most(10)),
+    compared("record_to_delivered CPU an event", "record_to_delivered/20000", "cpu_us_per_event", "us", at_most(10)),
     median_of("batch/500"),
     Row("collect/50000 rate", "1/s", Source("collect/50000", "events_per_second"), None, (at_least(60_000),)),
     Row("collect/50000 CPU an event", "us", Source("collect/50000", "cpu_us_per_event"), None, (at_most(16.7),)),
@@ -125,7 +132,8 @@ ROWS = [
     Row("memory/100000 an event, not saved", "bytes", Source("memory/100000", "unsaved_bytes_per_event"),
         Source("memory/100000", "text_bytes"), (times_the_limit(0.65),)),
     Row("memory/100000 an event, saved", "bytes", Source("memory/100000", "bytes_per_event"), None, (at_most(64),)),
-    compared("idle wake-ups a minute", "idle", "wakeups_per_minute", "", times_the_limit(1)),
-    compared("idle CPU a minute", "idle", "cpu_ms_per_minute", "ms", below(2)),
+    compared("idle wake-ups a minute", "idle", "wakeups_per_minute", "", at_most(90)),
+    compared("idle CPU a minute", "idle", "cpu_ms_per_minute", "ms", times_the_limit(1.5)),
+    compared("offline/1000 CPU a minute", "offline/1000", "cpu_ms_per_minute", "ms", at_most(90)),
     Row("size", "kB", Source("size", "kilobytes"), None, (at_most(450),)),
 ]
