@@ -61,13 +61,6 @@ function(kite_shared_options target)
   set_target_properties(${target} PROPERTIES LINK_DEPENDS ${exports} LINKER_LANGUAGE CXX)
 endfunction()
 
-# kite_every_event(SOURCE…): what runs for every event is compiled for speed, all else for size.
-function(kite_every_event)
-  if(CMAKE_BUILD_TYPE STREQUAL Release)  # batched builds leave these sources out
-    set_source_files_properties(${ARGV} PROPERTIES COMPILE_OPTIONS -O2)
-  endif()
-endfunction()
-
 # kite_floor(NAME FOLDER [KIND]): the library kite_NAME of all sources in FOLDER, of objects unless KIND says another one.
 function(kite_floor name folder)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${folder}/*.cpp ${folder}/*.h)
@@ -85,7 +78,12 @@ function(kite_floor_options target)
   if(KITE_SANITIZERS)
     target_compile_options(${target} PRIVATE -O1)  # the tests compile faster without
   endif()
-  target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-Oz;-ffunction-sections;-fdata-sections>)
+  # Every event runs through these, so they are compiled for speed, all else for size.
+  set(level -Oz)
+  if(target MATCHES "^kite_(base|json|events|queue)$")
+    set(level -O2)
+  endif()
+  target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:${level};-ffunction-sections;-fdata-sections>)
   if(KITE_LINK_TIME_OPTIMIZATION)
     target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-flto=auto;-ffat-lto-objects>)
   endif()

@@ -16,17 +16,32 @@ struct Numbered {
   Numbered* next = nullptr;
 };
 
+using Before = MPSCStack<Numbered>::Before;
+
 std::unique_ptr<Numbered> numbered(int number) {
   return std::make_unique<Numbered>(Numbered{.number = number});
 }
 
 TEST(MPSCStack, knowsTheFirstSinceAllWereTaken) {
   MPSCStack<Numbered> handOver;
-  EXPECT_TRUE(handOver.add(numbered(1)));
-  EXPECT_FALSE(handOver.add(numbered(2)));
+  EXPECT_EQ(handOver.add(numbered(1)), Before::nothing);
+  EXPECT_EQ(handOver.add(numbered(2)), Before::patient);
   handOver.takeAll();
-  EXPECT_TRUE(handOver.empty());
-  EXPECT_TRUE(handOver.add(numbered(3)));
+  EXPECT_EQ(handOver.add(numbered(3)), Before::nothing);
+}
+
+TEST(MPSCStack, staysUrgentOnceANodeWasUntilAllWereTaken) {
+  MPSCStack<Numbered> handOver;
+  EXPECT_FALSE(handOver.isPatient());
+  handOver.add(numbered(1));
+  EXPECT_TRUE(handOver.isPatient());
+  handOver.add(numbered(2), /*isUrgent=*/true);
+  EXPECT_FALSE(handOver.isPatient());
+  EXPECT_EQ(handOver.add(numbered(3)), Before::urgent);
+  auto chain = handOver.takeAll();
+  EXPECT_EQ(chain.takeFirst()->number, 3);
+  handOver.add(numbered(4));
+  EXPECT_TRUE(handOver.isPatient());
 }
 
 TEST(MPSCStack, givesTheNewestFirstOrTheOldest) {
