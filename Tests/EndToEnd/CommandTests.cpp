@@ -39,12 +39,20 @@ TEST(Command, saysWhatIsWrongWithItsUsageInOneLine) {
   expectUsageError({"store", "--state", "x", "put", "k", "f", "--as", "text"});
   expectUsageError({"collect", "--key", "k"});
   expectUsageError({"collect", "--key", "k", "--db", "d"});
+  expectUsageError({"collect", "--key", "k", "--db", "d", "--self-signed", "t", "--inspect", "x"});
+  expectUsageError({"collect", "--key", "k", "--db", "d", "--self-signed", "t", "--open"});
+  expectUsageError({"collect", "--key", "k", "--db", "d", "--self-signed", "t", "--timeout", "1"});
+  expectUsageError({"expect", "--url", "x", "--match", "a"});
+  expectUsageError({"expect", "--url", "http://127.0.0.1:1", "--match", "a"});
+  expectUsageError({"expect", "--url", "http://127.0.0.1:1/?token=t"});
+  expectUsageError(
+      {"expect", "--url", "http://127.0.0.1:1/?token=t", "--match", "a", "--count", "0"});
   expectUsageError({"demo", "--events", "none"});
   expectUsageError({"host", "--key", "k", "--time-zone", "Mars/Olympus_Mons"});
 }
 
 TEST(Command, helpsOnRequest) {
-  for (const auto* command : {"demo", "host", "collect", "queue", "store"}) {
+  for (const auto* command : {"demo", "host", "collect", "expect", "queue", "store"}) {
     const auto result = run({command, "--help"});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.output, HasSubstr("--help"));

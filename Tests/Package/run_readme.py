@@ -18,12 +18,14 @@ import tempfile
 import time
 
 BLOCK = re.compile(r"<!-- commands -->\n```sh\n(.*?)```", re.DOTALL)
+EXPECTATION = re.compile(r"<!-- expectation -->\n```sh\n(.*?)```", re.DOTALL)
+PORTS = ("8443", "8444")
 LONGEST_RUN = 1.0  # seconds, of a program that has the event on the disk and delivers it
 
 
-def commands(readme):
+def commands(readme, block=BLOCK):
     """The three, each as one text."""
-    block = BLOCK.search(readme).group(1)
+    block = block.search(readme).group(1)
     found = re.split(r"\n(?=\S)", block.strip())
     assert len(found) == 3, f"the page has {len(found)} commands"
     return found
@@ -39,23 +41,47 @@ def prepare(source, folder, build):
         shutil.copytree(source, folder, dirs_exist_ok=True, ignore=made_here)
 
 
-def free_port(text):
-    """The page's port, unless somebody has it: then another one."""
+def is_free(port):
     with socket.socket() as probe:
         try:
-            probe.bind(("127.0.0.1", 8443))
-            return text
+            probe.bind(("127.0.0.1", int(port)))
+            return True
         except OSError:
-            pass
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return text.replace("8443", str(probe.getsockname()[1]))
+            return False
+
+
+def with_free_ports(text):
+    """The page's ports, unless somebody has one: then another."""
+    for port in PORTS:
+        if not is_free(port):
+            with socket.socket() as probe:
+                probe.bind(("127.0.0.1", 0))
+                text = text.replace(port, str(probe.getsockname()[1]))
+    return text
+
+
+def run_expectation(readme, shell):
+    """The commands of a CI: what is expected arrives, and something else does not."""
+    collect, run, expect = commands(readme, EXPECTATION)
+    collector = subprocess.Popen("exec " + collect.split("&")[0], stdout=subprocess.PIPE, text=True, **shell)
+    try:
+        assert "listening" in collector.stdout.readline(), "the collector does not listen"
+        assert "inspector" in collector.stdout.readline(), "the inspector does not listen"
+        subprocess.run(run, check=True, **shell)
+        subprocess.run(expect, check=True, **shell)
+        other = expect.replace("checkout", "check-out").replace("--within 10", "--within 0")
+        missed = subprocess.run(other, capture_output=True, text=True, **shell)
+        assert missed.returncode == 1 and "checkout" in missed.stdout, f"another event is not missed: {missed}"
+    finally:
+        collector.send_signal(signal.SIGTERM)
+        collector.wait()
 
 
 def main():
     source = pathlib.Path(sys.argv[1]).resolve()
     build = pathlib.Path(sys.argv[2]).resolve() if len(sys.argv) > 2 else None
-    build_it, collect, run = commands(free_port((source / "README.md").read_text()))
+    readme = with_free_ports((source / "README.md").read_text())
+    build_it, collect, run = commands(readme)
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
         prepare(source, folder, build)
@@ -72,6 +98,7 @@ def main():
         finally:
             collector.send_signal(signal.SIGTERM)
             collector.wait()
+        run_expectation(readme, shell)
         rows = sqlite3.connect(folder / "events.db").execute(
             "SELECT data FROM events WHERE type = 'UserAction'").fetchall()
         assert len(rows) == 1 and '"action_kind":"checkout"' in rows[0][0], f"the database has {rows}"
