@@ -13,7 +13,9 @@ char lowerCase(char letter) {
 }
 
 bool isIn(std::string_view text, std::string_view word) {
-  return !std::ranges::search(text, word, {}, lowerCase, lowerCase).empty() || word.empty();
+  const auto isSame = [](char one, char other) { return lowerCase(one) == lowerCase(other); };
+  return word.empty() ||
+         std::search(text.begin(), text.end(), word.begin(), word.end(), isSame) != text.end();
 }
 
 std::optional<dom::element> below(dom::element element, const std::string& key) {
