@@ -2,6 +2,7 @@
 
 import { h, setText } from './dom.js';
 
+const BETWEEN_ARRIVALS = 28; // milliseconds
 const SPARE = 6; // rows drawn above and below, so that a scroll shows no empty edge
 
 /**
@@ -12,7 +13,11 @@ export class Grid extends EventTarget {
   /** @type {{element: HTMLElement, cells: HTMLElement[], row: any}[]} */ #free = [];
   /** @type {Map<any, any>} */ #drawn = new Map();
   #frame = 0;
+  #drawnAt = 0;
   #rowHeight = 30;
+  // Asking the element for these would lay the page out anew each time.
+  #top = 0;
+  #space = 0;
   #active = 0;
 
   /** @param {{name: string, id: string, columns: Column[], rows: Rows}} options */
@@ -37,19 +42,26 @@ export class Grid extends EventTarget {
   }
 
   get isAtTop() {
-    return this.element.scrollTop < 2;
+    return this.#top < 2;
   }
 
   /** How many rows fit. */
   get page() {
-    return Math.max(1, Math.floor((this.element.clientHeight - this.head.offsetHeight) / this.#rowHeight));
+    return Math.max(1, Math.floor(this.#space / this.#rowHeight));
   }
 
-  /** Draws at the next frame what has changed. */
+  /** Draws at the next frame what the reader changed, such as by scrolling. */
   refresh() {
-    this.#frame ||= requestAnimationFrame(() => {
+    cancelAnimationFrame(this.#frame);
+    this.#frame = requestAnimationFrame((now) => this.#draw(now));
+  }
+
+  /** Draws what arrived: at once, but no more often than an eye can follow. */
+  refreshSoon() {
+    this.#frame ||= requestAnimationFrame((now) => {
       this.#frame = 0;
-      this.#draw();
+      if (now - this.#drawnAt < BETWEEN_ARRIVALS) this.refreshSoon();
+      else this.#draw(now);
     });
   }
 
@@ -65,31 +77,46 @@ export class Grid extends EventTarget {
   }
 
   scrollToTop() {
-    this.element.scrollTop = 0;
-    this.refresh();
+    this.#scrollTo(0);
   }
 
   /** Brings a row into sight, and no further than it must. */
   reveal(index) {
     const top = index * this.#rowHeight;
-    const space = this.element.clientHeight - this.head.offsetHeight - this.#rowHeight;
-    if (top < this.element.scrollTop) this.element.scrollTop = top;
-    else if (top > this.element.scrollTop + space) this.element.scrollTop = top - space;
+    const last = top + this.#rowHeight - this.#space;
+    if (top < this.#top) this.#scrollTo(top);
+    else if (last > this.#top) this.#scrollTo(last);
+    else this.refresh();
+  }
+
+  #scrollTo(top) {
+    this.#setHeight();
+    this.element.scrollTop = top;
+    this.#top = this.element.scrollTop;
     this.refresh();
   }
 
+  #setHeight() {
+    const height = `${this.rows.length * this.#rowHeight}px`;
+    if (this.body.style.height !== height) this.body.style.height = height;
+  }
+
   #scrolled() {
+    this.#top = this.element.scrollTop;
     this.refresh();
     this.dispatchEvent(new Event('scrolled'));
   }
 
   #resized() {
+    this.#space = this.element.clientHeight - this.head.offsetHeight;
     if (!this.element.clientHeight) return;
     const height = parseFloat(getComputedStyle(this.element).getPropertyValue('--row'));
     if (height !== this.#rowHeight) {
-      this.element.scrollTop *= height / this.#rowHeight;
+      const top = this.#top * (height / this.#rowHeight);
       this.#rowHeight = height;
+      this.#scrollTo(top);
     }
+    this.#top = this.element.scrollTop;
     this.refresh();
   }
 
@@ -98,16 +125,17 @@ export class Grid extends EventTarget {
     if (element) this.dispatchEvent(new CustomEvent('pick', { detail: Number(element.dataset.seq) }));
   }
 
-  #draw() {
+  #draw(now) {
     const { element, rows } = this;
-    if (!element.clientHeight) return;
-    const height = `${rows.length * this.#rowHeight}px`;
-    if (this.body.style.height !== height) this.body.style.height = height;
+    this.#frame = 0;
+    this.#drawnAt = now;
+    if (this.#space <= 0) return;
+    this.#setHeight();
     const count = String(rows.length + 1);
     if (element.getAttribute('aria-rowcount') !== count) element.setAttribute('aria-rowcount', count);
 
-    const first = Math.max(0, Math.floor(element.scrollTop / this.#rowHeight) - SPARE);
-    const end = Math.min(rows.length, first + Math.ceil(element.clientHeight / this.#rowHeight) + 2 * SPARE);
+    const first = Math.max(0, Math.floor(this.#top / this.#rowHeight) - SPARE);
+    const end = Math.min(rows.length, first + Math.ceil(this.#space / this.#rowHeight) + 2 * SPARE);
     const wanted = new Set();
     for (let index = first; index < end; index++) wanted.add(rows.at(index));
     for (const [row, slot] of this.#drawn) {

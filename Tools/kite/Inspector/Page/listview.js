@@ -116,14 +116,15 @@ export class ListView extends EventTarget {
     if (index >= 0) this.grid.reveal(index);
   }
 
+  /** Rows came or went: they, and what is said of them, are drawn soon. */
   changed() {
-    this.grid.refresh();
-    this.#tell();
+    this.grid.refreshSoon();
   }
 
   #hold() {
     this.feed.log.held = !this.isFollowing;
     this.changed();
+    this.#tell();
   }
 
   #tell() {
@@ -141,6 +142,7 @@ export class ListView extends EventTarget {
   }
 
   async #drawn(end) {
+    this.#tell();
     if (end + PAGES_AHEAD * this.grid.page < this.feed.log.length) return;
     if (await this.feed.more().catch(() => false)) this.changed();
   }

@@ -272,7 +272,7 @@ addEventListener('popstate', async () => {
 });
 
 makeHelp();
-makeClearing({ clearView: () => events.clear(), total: () => Number(byID('count-events').textContent.replaceAll(',', '')) });
+makeClearing({ clearView: () => events.clear(), total: () => totals.events });
 showExports(place.query);
 search.query = place.query;
 setInterval(() => totals.tick(), 500);

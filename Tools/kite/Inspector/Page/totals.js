@@ -4,12 +4,26 @@ import { byID, setText } from './dom.js';
 import { count } from './format.js';
 
 const SPAN = 2000; // milliseconds over which the rate is taken
+const PAUSE = 100; // between two times of showing them
 
 export class Totals {
   #marks = [];
+  #timer = 0;
+  #latest = null;
 
   /** @param {{events: number, duplicates: number, requests: number, refused: number}} totals */
   show(totals) {
+    this.#latest = totals;
+    this.#timer ||= setTimeout(() => this.#write(), PAUSE);
+  }
+
+  get events() {
+    return this.#latest?.events ?? 0;
+  }
+
+  #write() {
+    const totals = this.#latest;
+    this.#timer = 0;
     for (const name of ['events', 'duplicates', 'requests', 'refused']) setText(byID(`count-${name}`), count(totals[name]));
     const badge = byID('refused-badge');
     badge.hidden = totals.refused === 0;
