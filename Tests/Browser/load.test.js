@@ -8,7 +8,7 @@ import { until } from './Support/Page.js';
 const EVENTS = Number(process.env.KITE_PAGE_EVENTS ?? 200_000);
 const LONGEST_TASK = 50; // milliseconds
 const BATCH = 500;
-const PASSES = 3;
+const PASSES = 5;
 
 const inspector = useInspector();
 
