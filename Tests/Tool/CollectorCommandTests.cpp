@@ -37,6 +37,17 @@ TEST(CollectCommand, needsAKeyAndADatabase) {
   EXPECT_EQ(complaint({"--key", "k", "--self-signed", "t"}), "--db is required");
 }
 
+TEST(CollectCommand, migratesADatabaseThatHasAnAddress) {
+  EXPECT_EQ(complaint({"migrate"}), "--db is required");
+  EXPECT_THAT(complaint({"migrate", "--db", "/absent/events.db"}), HasSubstr("needs no migration"));
+  EXPECT_THAT(complaint({"migrate", "--db", "x", "--keep-days", "0"}), HasSubstr("--keep-days"));
+}
+
+TEST(CollectCommand, takesAPasswordFromAFileOnly) {
+  EXPECT_THAT(complaint(with({"--self-signed", "t", "--db-password-file", "/absent/password"})),
+              HasSubstr("cannot read a password from /absent/password"));
+}
+
 TEST(CollectCommand, needsAKeyThatIsNotEmpty) {
   EXPECT_EQ(complaint({"--key", "", "--db", "x", "--self-signed", "t"}), "--key must not be empty");
 }

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <functional>
 
 namespace kite::test {
 namespace {
@@ -193,6 +194,40 @@ TEST_F(CollectorIntake, doesNotUseUpAnIDWhenTheDatabaseFails) {
 TEST_F(CollectorIntake, answersAFailureOfTheDatabaseBeforeItLooksIntoTheBody) {
   query(file, "DROP TABLE requests");
   EXPECT_EQ(receive({aCustomEvent()}, aRequestID).reply.status, 500);
+}
+
+/// A store that other collectors share.
+class SharedStore : public tool::EventStore {
+ public:
+  explicit SharedStore(std::function<tool::Stored()> answer) : _answer(std::move(answer)) {}
+  bool hasSeen(const std::string&) override { return false; }
+  tool::Stored store(const tool::Accepted&, double) override { return _answer(); }
+  void remember(const tool::Sender&, const tool::Refusal&, double) override {}
+  void record(const tool::RequestRecord&, std::string_view) override {}
+  std::int64_t clear() override { return 0; }
+
+ private:
+  std::function<tool::Stored()> _answer;
+};
+
+Outcome receiveInto(std::function<tool::Stored()> answer) {
+  Intake intake(key, std::make_unique<SharedStore>(std::move(answer)));
+  return intake.receive(aRequest(aBody({aCustomEvent()})), now);
+}
+
+TEST(CollectorIntakeOfASharedStore, refusesARequestIDThatAnotherCollectorSawMeanwhile) {
+  const Outcome outcome = receiveInto([] { return tool::Stored{.isReplay = true}; });
+  EXPECT_EQ(outcome.reply.status, 400);
+  EXPECT_EQ(outcome.report.errorCode, 601);
+  EXPECT_EQ(outcome.report.newEvents, 0U);
+}
+
+TEST(CollectorIntakeOfASharedStore, saysThatTheStoreIsAway) {
+  const Outcome outcome =
+      receiveInto([]() -> tool::Stored { throw tool::StoreAway("no answer in time"); });
+  EXPECT_EQ(outcome.reply.status, 503);
+  EXPECT_EQ(outcome.reply.body,
+            R"({"error_code":0,"message":"the database is away: no answer in time"})");
 }
 
 TEST_F(CollectorIntake, reportsWhatItAccepted) {

@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 /// What every kind of store must do. A program includes it once, behind its `Kinds`: the type list
 /// of classes that each make an empty store, with `place()` and with `query(sql)`, which gives all
 /// values, a blank between two columns and a line end behind each row.
@@ -440,6 +442,85 @@ TYPED_TEST(EventStoreContract, canBeClearedFromBesideTheIntake) {
   ASSERT_TRUE(beside);
   EXPECT_EQ((*std::move(beside))->clear(), 1);
   EXPECT_EQ(this->add({anyEvent("a")}).newEvents, 1U);
+}
+
+TYPED_TEST(EventStoreContract, storesNothingOfARequestWhoseIDWasUsedMeanwhile) {
+  this->store->remember({.requestID = "request 1", .app = "", .clientID = "c", .isTester = false},
+                        tool::invalidFormat("no"), receivedAt);
+  EXPECT_TRUE(this->add({anyEvent("a")}).isReplay);
+  EXPECT_THAT(this->allIDs(), IsEmpty());
+  EXPECT_FALSE(this->add({anyEvent("a")}).isReplay);
+  EXPECT_THAT(this->allIDs(), ElementsAre("a"));
+}
+
+TYPED_TEST(EventStoreContract, remembersARequestTwice) {
+  for (int time = 0; time < 2; ++time) {
+    this->store->remember({.requestID = "bad", .app = "", .clientID = "c", .isTester = false},
+                          tool::invalidFormat("no"), receivedAt);
+  }
+  EXPECT_TRUE(this->store->hasSeen("bad"));
+}
+
+TYPED_TEST(EventStoreContract, knowsWhatAnotherStoreOfItsPlaceTookIn) {
+  auto beside = tool::openStore(this->kind.place());
+  ASSERT_TRUE(beside);
+  const Accepted theirs{.sender = {.requestID = "theirs",
+                                   .app = "trail-maps",
+                                   .clientID = "client-1",
+                                   .isTester = true},
+                        .batch = {.requestTimestamp = 1500,
+                                  .events = {anyEvent("a", 30), anyEvent("b", 20)},
+                                  .textBytes = 1}};
+  (*beside)->store(theirs, receivedAt);
+  EXPECT_TRUE(this->store->hasSeen("theirs"));
+  const auto ours = this->add({anyEvent("b", 20), anyEvent("c", 10)});
+  EXPECT_EQ(ours.newEvents, 1U);
+  EXPECT_EQ(ours.duplicates, 1U);
+  EXPECT_EQ(ours.newestTimestamp, 30);
+  EXPECT_THAT(this->allIDs(), ElementsAre("a", "b", "c"));
+}
+
+TYPED_TEST(EventStoreContract, scansMoreEventsThanFitInOnePiece) {
+  std::vector<ReceivedEvent> events;
+  for (int i = 0; i < 1200; ++i) events.push_back(anyEvent("event " + std::to_string(i)));
+  this->add(events);
+  const auto rising = this->allIDs();
+  ASSERT_EQ(rising.size(), 1200U);
+  EXPECT_EQ(rising.back(), "event 1199");
+  auto falling = this->ids(this->reader->events(), Order::newestFirst);
+  std::ranges::reverse(falling);
+  EXPECT_EQ(falling, rising);
+}
+
+TYPED_TEST(EventStoreContract, takesWhateverTextsAClientSends) {
+  const std::string odd = R"({"text":"\u0000 \\u0000","small":1e-400,"key\u0000":[-0.0,1e308]})";
+  const std::string client = std::string(5000, 'c') + "\xFF";
+  EXPECT_EQ(this->add({anyEvent("a", aTime, "Purchase", odd)}, client).newEvents, 1U);
+  EXPECT_EQ(this->add({anyEvent("a", aTime, "Purchase", odd)}, client).duplicates, 1U);
+  RequestRecord request = aRefusal();
+  request.path = "/\xFF";
+  this->record(request);
+  EXPECT_NE(this->reader->requests().last, 0);
+}
+
+/// Events of one day, 1970-01-01, as the views show them.
+TYPED_TEST(EventStoreContract, showsPeopleWhatHappened) {
+  this->add({anyEvent("i", 1, "Install", R"({"new_app_version":"1"})"), sessionStart("s", 10),
+             action("a", 12, "s"), action("b", 13, "s"), sessionEnd("s", 20)});
+  this->add({anyEvent("u", 2, "Install", R"({"new_app_version":"2","old_app_version":"1"})"),
+             action("c", 90'000, "s"), sessionEnd("t", 30, /*crashed=*/true, "5")},
+            "client-2");
+  const auto& database = this->kind;
+  EXPECT_EQ(database.query("SELECT day, clients, events FROM daily_active_clients"),
+            "1970-01-01 2 8\n")
+      << "an event does not happen after it was received";
+  EXPECT_EQ(database.query("SELECT name, actions, clients FROM actions_by_name"), "buy 3 2\n");
+  EXPECT_EQ(database.query("SELECT day, installs, updates FROM installs_and_updates"),
+            "1970-01-01 1 1\n");
+  EXPECT_EQ(database.query("SELECT day, sessions, crashes, rate FROM crash_rate"),
+            "1970-01-01 2 1 0.5\n");
+  EXPECT_EQ(database.query("SELECT id, client_id, events FROM sessions WHERE started = 10"),
+            "s client-1 4\n");
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include "Collector/Collector.h"
 #include "Collector/JSONText.h"
+#include "Collector/MigrateCommand.h"
 #include "Collector/OpenInBrowser.h"
 
 #include <fmt/format.h>
@@ -214,11 +215,13 @@ CLI::App* addCollectCommand(CLI::App& parent) {
       ->type_name("HOST:PORT")
       ->capture_default_str();
   command->add_option("--key", arguments->key, "The secret that clients sign with")
-      ->type_name("SECRET")
-      ->required();
-  command->add_option("--db", arguments->database, "SQLite file for what is received")
-      ->type_name("FILE")
-      ->required();
+      ->type_name("SECRET");
+  command
+      ->add_option("--db", arguments->database,
+                   "SQLite file for what is received, or postgresql://… without a password")
+      ->type_name("FILE|URL");
+  addPasswordFile(*command);
+  const CLI::App* migrate = addMigrateCommand(*command);
   command->add_option("--cert", arguments->certificate, "PEM file of the server's certificate")
       ->type_name("FILE");
   command->add_option("--cert-key", arguments->certificateKey, "PEM file of the certificate's key")
@@ -238,7 +241,13 @@ CLI::App* addCollectCommand(CLI::App& parent) {
       ->type_name("SECONDS")
       ->check(CLI::Range(0.0, 1e6).description(""));
   addInspectorOptions(*command, *arguments);
-  command->callback([arguments] { runUntilItsEnd(collectorOptions(*arguments), *arguments); });
+  command->callback([arguments, command, migrate] {
+    if (migrate->parsed()) return;
+    for (const char* needed : {"--key", "--db"}) {
+      if (command->count(needed) == 0) throw CLI::RequiredError(needed);
+    }
+    runUntilItsEnd(collectorOptions(*arguments), *arguments);
+  });
   return command;
 }
 

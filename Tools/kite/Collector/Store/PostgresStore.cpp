@@ -95,9 +95,10 @@ Stored PostgresStore::store(const Accepted& accepted, double receivedAt) {
 }
 
 void PostgresStore::makePartitions(double receivedAt) {
-  if (receivedAt < _partitionedUntil) return;
+  const double day = std::floor(receivedAt / secondsOfADay);
+  if (day == _partitionedDay) return;
   _connection.run(makePartitionsFrom, PostgresParameters(receivedAt));
-  _partitionedUntil = (std::floor(receivedAt / secondsOfADay) + 1) * secondsOfADay;
+  _partitionedDay = day;
 }
 
 Stored PostgresStore::storeOnce(const Accepted& accepted, double receivedAt) {

@@ -26,7 +26,7 @@ class PostgresStore final : public EventStore {
   PostgresConnection _connection;
   PostgresConnection _records;  // its commits do not wait for the disk
   RefusedBodiesBound _bound;
-  double _partitionedUntil = 0;
+  double _partitionedDay = -1;
   std::int64_t _recordsUntilTrim = 0;
 };
 

@@ -44,6 +44,32 @@ constexpr const char* tablesOfVersion1 = R"(
   CREATE TABLE refused_bodies(seq INTEGER PRIMARY KEY, size INTEGER NOT NULL, body BLOB NOT NULL);
 )";
 
+/// For people, by the names that other kinds of stores use as well. An event did not happen after
+/// it was received, nor before 1970, whatever its sender's clock says.
+constexpr const char* views = R"(
+  CREATE VIEW IF NOT EXISTS daily_active_clients AS
+    SELECT date(min(max(timestamp, 0), received_at), 'unixepoch') AS day,
+      count(DISTINCT client_id) AS clients, count(*) AS events
+    FROM events GROUP BY 1;
+  CREATE VIEW IF NOT EXISTS actions_by_name AS
+    SELECT json_extract(data, '$.action_kind') AS name, count(*) AS actions,
+      count(DISTINCT client_id) AS clients
+    FROM events WHERE type = 'UserAction' GROUP BY 1;
+  CREATE VIEW IF NOT EXISTS installs_and_updates AS
+    SELECT day, sum(NOT is_update) AS installs, sum(is_update) AS updates
+    FROM (SELECT date(min(max(timestamp, 0), received_at), 'unixepoch') AS day,
+            coalesce(json_extract(data, '$.old_app_version'),
+                     json_extract(data, '$.old_bundle_version')) IS NOT NULL AS is_update
+          FROM events WHERE type = 'Install')
+    GROUP BY 1;
+  CREATE VIEW IF NOT EXISTS crash_rate AS
+    SELECT day, count(*) AS sessions, sum(crashed) AS crashes, avg(crashed) AS rate
+    FROM (SELECT date(min(max(timestamp, 0), received_at), 'unixepoch') AS day,
+            json_extract(data, '$.crashed') AS crashed
+          FROM events WHERE type = 'Session' AND json_extract(data, '$.subtype') = 'session_end')
+    GROUP BY 1;
+)";
+
 std::int64_t versionOf(Connection& connection) {
   Statement version(connection, "PRAGMA user_version");
   version.step();
@@ -69,6 +95,7 @@ void prepareSchema(Connection& connection) {
   // which are spread over the whole index, touch more pages than it keeps by default.
   connection.execute("PRAGMA wal_autocheckpoint = 8000; PRAGMA cache_size = -65536");
   connection.execute(tables);
+  connection.execute(views);
   Transaction transaction(connection);  // two that open the file at once do not both upgrade it
   if (versionOf(connection) >= schemaVersion) return;
   connection.execute(tablesOfVersion1);

@@ -34,7 +34,8 @@ constexpr const char* clearEverything = R"(
 struct SQLiteStore::Statements {
   explicit Statements(Connection& connection)
       : findRequest(connection, "SELECT EXISTS(SELECT 1 FROM requests WHERE request_id = ?)"),
-        addRequest(connection, "INSERT INTO requests VALUES(?, ?, ?, ?, nullif(?, 0)) "
+        addRequest(connection,
+                   "INSERT INTO requests VALUES(?, ?, ?, ?, nullif(?, 0)) "
                    "ON CONFLICT(request_id) DO NOTHING"),
         nextEvent(connection,
                   "SELECT 1 + max((SELECT seq FROM last_cleared), "
