@@ -9,10 +9,13 @@
 #include <curl/curl.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -21,6 +24,7 @@ namespace {
 
 constexpr const char* key = "the key of the benchmark";
 constexpr int eventsPerRequest = 500;
+constexpr int requestsOfAClient = 100'000;
 
 double threadSeconds() {
   timespec time{};
@@ -51,8 +55,9 @@ SignedRequest request(int number, const std::string& host) {
                                             .requestID = requestID},
                                            "Sha512", key);
   return {std::move(body),
-          {"Content-Type: application/json", "Content-Encoding: gzip", "Expect:",
-           std::string("Lumo-Id: ") + application, "Kite-Client-ID: benchmark", "Kite-Tester: true",
+          {"Content-Type: application/json", "Content-Encoding: gzip",
+           "Expect:", std::string("Lumo-Id: ") + application,
+           "Kite-Client-ID: " + std::to_string(number / requestsOfAClient), "Kite-Tester: true",
            "Kite-Version: 1", "Wicket-Protocol: Sha512", "Wicket-Timestamp: " + timestamp,
            "Wicket-Request-Id: " + requestID, "Wicket-Signature: " + signature.value_or("")}};
 }
@@ -84,38 +89,72 @@ class Client {
   std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> _curl{curl_easy_init(), curl_easy_cleanup};
 };
 
-/// The collector takes in, checks and stores uploads of one client, over TLS.
+/// A collector with one client of its own, which waits for each answer.
+class Lane {
+ public:
+  Lane(int number, int requests, const std::string& folder, const std::string& database)
+      : _requests(requests),
+        _collector(
+            {.key = key,
+             .database = database,
+             .certificate = tool::SelfSignedFolder{folder + "/tls"},
+             .onRequest = [this](const tool::RequestReport&) { _processor = threadSeconds(); }}) {
+    const auto address = _collector.start();
+    if (!address) throw std::runtime_error(address.error());
+    const std::string host = address->url.substr(8, address->url.find('/', 8) - 8);
+    const int first = number * requestsOfAClient;
+    for (int i = 0; i <= requests; ++i) _prepared.push_back(request(first + i, host));
+    _client.emplace(address->url, address->ca);
+    _client->post(_prepared[0]);  // connecting is no part of it
+    _processorBefore = _processor;
+  }
+  void post() {
+    for (std::size_t i = 1; i < _prepared.size(); ++i) _client->post(_prepared[i]);
+  }
+  double processorSeconds() const { return _processor - _processorBefore; }
+  bool hasStoredAll() const {
+    return _collector.statistics().newEvents ==
+           static_cast<std::size_t>(_requests + 1) * eventsPerRequest;
+  }
+
+ private:
+  int _requests;
+  std::atomic<double> _processor = 0;  // of the collector's thread, since it began
+  double _processorBefore = 0;
+  tool::Collector _collector;
+  std::vector<SignedRequest> _prepared;
+  std::optional<Client> _client;
+};
+
+/// Collectors take in, check and store uploads, over TLS, each those of one client. They store in
+/// one SQLite file, or in the empty PostgreSQL database that KITE_BENCH_DATABASE names; there is
+/// one collector unless KITE_BENCH_COLLECTORS says otherwise.
 void collect(benchmark::State& state) {
-  const auto requests = static_cast<int>(scaled(state.range(0)) / eventsPerRequest) + 1;
+  const char* collectors = std::getenv("KITE_BENCH_COLLECTORS");
+  const int lanes = collectors ? std::atoi(collectors) : 1;
+  const auto requests = static_cast<int>(scaled(state.range(0)) / eventsPerRequest / lanes) + 1;
   for (auto _ : state) {
     test::TemporaryFolder folder;
-    std::atomic<double> processor = 0;  // of the collector's thread, since it began
-    tool::Collector collector(
-        {.key = key,
-         .database = folder.path() / "events.db",
-         .certificate = tool::SelfSignedFolder{folder.path() / "tls"},
-         .onRequest = [&](const tool::RequestReport&) { processor = threadSeconds(); }});
-    const auto address = collector.start();
-    if (!address) return state.SkipWithError(address.error().c_str());
-    const auto url = address->url;
-    const auto host = url.substr(8, url.find('/', 8) - 8);
-    std::vector<SignedRequest> prepared;
-    for (int number = 0; number <= requests; ++number) prepared.push_back(request(number, host));
-
-    Client client(url, address->ca);
-    client.post(prepared[0]);  // connecting is no part of it
-    const double processorBefore = processor;
+    const char* database = std::getenv("KITE_BENCH_DATABASE");
+    const std::string place = database ? database : (folder.path() / "events.db").string();
+    std::vector<std::unique_ptr<Lane>> all;
+    for (int i = 0; i < lanes; ++i) {
+      all.push_back(std::make_unique<Lane>(i, requests, folder.path(), place));
+    }
     const auto begin = Clock::now();
-    for (int number = 1; number <= requests; ++number)
-      client.post(prepared[static_cast<std::size_t>(number)]);
+    std::vector<std::thread> threads;
+    for (const auto& lane : all) threads.emplace_back([&lane] { lane->post(); });
+    for (std::thread& thread : threads) thread.join();
     const double seconds = secondsSince(begin);
-    const double events = static_cast<double>(requests) * eventsPerRequest;
+    const double events = static_cast<double>(requests) * eventsPerRequest * lanes;
+    double processor = 0;
+    for (const auto& lane : all) processor += lane->processorSeconds();
     state.SetIterationTime(seconds);
     state.counters["events_per_second"] = events / seconds;
-    state.counters["cpu_us_per_event"] = (processor - processorBefore) * 1e6 / events;
-    if (collector.statistics().newEvents !=
-        static_cast<std::size_t>(requests + 1) * eventsPerRequest)
-      state.SkipWithError("events are missing");
+    state.counters["cpu_us_per_event"] = processor * 1e6 / events;
+    for (const auto& lane : all) {
+      if (!lane->hasStoredAll()) state.SkipWithError("events are missing");
+    }
   }
 }
 BENCHMARK(collect)->Arg(50000)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
