@@ -11,7 +11,6 @@ const KINDS = [
   { name: 'reset', title: 'Reset the connection', text: 'without any answer' },
   { name: 'truncate', title: 'Break off the answer', text: 'a 200 that ends in the middle' },
   { name: 'redirect', title: 'Redirect', text: 'answer 307 to another address', argument: 'Address', example: 'https://127.0.0.1:8443/v4/events' },
-  { name: 'body', title: 'Answer a file', text: 'a 200 with the bytes of a file of the collector’s', argument: 'File', example: '/tmp/reply.json' },
 ];
 
 /** What the collector is told: the count is always given, so that a URL may end in an "x" and digits. */
