@@ -9,7 +9,7 @@
 namespace kite::bench {
 namespace {
 
-constexpr int batchSize = 500;
+constexpr int flushSize = 500;
 
 /// So many events on the disk, and a plain file beside them. All on one thread: what a hand-over
 /// costs is measured elsewhere.
@@ -21,7 +21,7 @@ struct StoredEvents {
     storage.flush();
   }
 
-  const std::string bytes = joined(eventTexts(batchSize));
+  const std::string bytes = joined(eventTexts(flushSize));
   test::TemporaryFolder folder;
   StartedStorage storage;
   RawFile file;
@@ -32,10 +32,10 @@ void flush(benchmark::State& state) {
   StoredEvents stored(scaled(state.range(0)));
   Comparison flushes(state);
   for (auto _ : state) {
-    stored.storage.insert(batchSize);
+    stored.storage.insert(flushSize);
     flushes.round([&] { stored.storage.flush(); },
                   [&] { stored.file.appendAndSync(stored.bytes); });
-    stored.storage.accept(batchSize);
+    stored.storage.accept(flushSize);
     stored.storage.flush();
   }
 }
@@ -43,15 +43,15 @@ void flush(benchmark::State& state) {
 /// An accepted batch leaves the pending events, in memory and on the disk; and one small write and
 /// sync.
 void accept(benchmark::State& state) {
-  StoredEvents stored(scaled(state.range(0)) + batchSize);
+  StoredEvents stored(scaled(state.range(0)) + flushSize);
   Comparison acceptances(state);
   for (auto _ : state) {
     const auto accept = [&] {
-      stored.storage.accept(batchSize);
+      stored.storage.accept(flushSize);
       stored.storage.flush();
     };
     acceptances.round(accept, [&] { stored.file.appendAndSync("one record of what was removed"); });
-    stored.storage.insert(batchSize);
+    stored.storage.insert(flushSize);
     stored.storage.flush();
   }
 }

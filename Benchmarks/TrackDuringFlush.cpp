@@ -11,12 +11,12 @@
 namespace kite::bench {
 namespace {
 
-constexpr int batchSize = SynchronizationManagerImpl::batchLimit;
+constexpr int uploadSize = SynchronizationManagerImpl::batchLimit;
 
 /// Flushes and uploads so many events, as fast as it goes.
 void ship(HandDrivenHost& host, int events) {
   constexpr int batchesBetweenFlushes = 20;
-  for (int batch = 0; batch * batchSize < events; ++batch) {
+  for (int batch = 0; batch * uploadSize < events; ++batch) {
     if (batch % batchesBetweenFlushes == 0) host.flush();
     host.upload();
   }
