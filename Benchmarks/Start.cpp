@@ -25,7 +25,7 @@ BENCHMARK(startFirst)->Name("start/first")->Iterations(scaled(50))->UseManualTim
 /// Opens the store that the last run left behind, until the first batch can be read; and what of
 /// that the caller of `start` waits for.
 void start(benchmark::State& state) {
-  constexpr std::size_t batchSize = 500;
+  constexpr std::size_t firstBatch = 500;
   const auto count = static_cast<std::size_t>(scaled(state.range(0)));
   test::TemporaryFolder folder;
   {
@@ -42,7 +42,8 @@ void start(benchmark::State& state) {
       callers.time([&] { storage.emplace(folder.path()); });
       found = storage->pending().size();
     }));
-    if (found != count || storage->pending().first(batchSize)->size() != std::min(batchSize, count))
+    if (found != count ||
+        storage->pending().first(firstBatch)->size() != std::min(firstBatch, count))
       state.SkipWithError("events were left behind");
   }
   starts.report(state);

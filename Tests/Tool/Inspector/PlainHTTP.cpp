@@ -10,6 +10,7 @@
 #include <cctype>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace kite::test {
 namespace {
