@@ -21,7 +21,10 @@ async function send(count, name) {
   }
 }
 
-/** In the page: scrolls by the wheel's steps, by screens, and by the thumb of the scroll bar, there and back. */
+/**
+ * In the page: scrolls by the wheel's steps, by screens, and by the thumb of the scroll bar, there and back.
+ * Gives the longest task of each step, 0 where none was long, and how many different rows were on top.
+ */
 async function scroll() {
   const grid = document.querySelector('#event-grid');
   const frame = () => new Promise(requestAnimationFrame);
@@ -29,22 +32,27 @@ async function scroll() {
   await frame();
   await frame();
   const tasks = [];
-  const observer = new PerformanceObserver((list) => tasks.push(...list.getEntries().map(({ duration }) => duration)));
+  const observer = new PerformanceObserver((list) => tasks.push(...list.getEntries()));
   observer.observe({ entryTypes: ['longtask'] });
   const names = new Set();
+  const begun = [];
   const distance = grid.scrollHeight - grid.clientHeight;
-  let frames = 0;
   for (const [step, steps] of [[90, 300], [700, 200], [distance / 150, 149], [-distance / 60, 59]]) {
     for (let index = 0; index < steps; index++) {
+      begun.push(performance.now());
       grid.scrollTop += step;
       await frame();
-      frames++;
       names.add(grid.querySelector('.grid-body .row:not([hidden]) .cell-name')?.textContent);
     }
   }
   await frame();
-  tasks.push(...observer.takeRecords().map(({ duration }) => duration));
-  return { longest: Math.max(0, ...tasks), frames, names: names.size };
+  tasks.push(...observer.takeRecords());
+  const longest = begun.map(() => 0);
+  for (const { startTime, duration } of tasks) {
+    const step = Math.max(0, begun.findLastIndex((time) => time <= startTime + duration));
+    longest[step] = Math.max(longest[step], duration);
+  }
+  return { longest, names: names.size };
 }
 
 const count = (number) => new Intl.NumberFormat('en').format(number);
@@ -57,15 +65,16 @@ test(`of ${EVENTS} events none is missing on the page, and it scrolls through th
   await until(page, (text) => document.querySelector('#count-events').textContent === text, count(EVENTS));
   assert.equal(await page.locator('#event-grid').getAttribute('aria-rowcount'), String(EVENTS + 1));
 
-  // A task's length counts the time that other processes had the processor; a page that is slow is so every time.
-  let best = { longest: Infinity };
-  for (let pass = 0; pass < PASSES && best.longest > LONGEST_TASK; pass++) {
+  // A task's length counts the time that other processes had the processor. A step that is slow by itself is slow every time.
+  let longest = [Infinity];
+  for (let pass = 0; pass < PASSES && Math.max(...longest) > LONGEST_TASK; pass++) {
     const found = await page.evaluate(scroll);
     assert.ok(found.names > 100, 'other rows were drawn while it scrolled');
-    if (found.longest < best.longest) best = found;
+    longest = found.longest.map((duration, step) => Math.min(duration, longest[step] ?? Infinity));
   }
-  console.log(`scrolled ${best.frames} frames over ${count(EVENTS)} rows: longest task ${best.longest ? `${best.longest} ms` : 'under 50 ms'}`);
-  assert.ok(best.longest <= LONGEST_TASK, `a task took ${best.longest} ms`);
+  const most = Math.max(...longest);
+  console.log(`scrolled ${longest.length} steps over ${count(EVENTS)} rows: longest task ${most ? `${most} ms` : 'under 50 ms'}`);
+  assert.ok(most <= LONGEST_TASK, `a task took ${most} ms`);
 
   await page.locator('#event-grid').evaluate((grid) => (grid.scrollTop = grid.scrollHeight));
   await page.locator('#event-grid .cell-name').getByText('event-0', { exact: true }).waitFor();
