@@ -27,11 +27,12 @@ WakeUpTimer::~WakeUpTimer() {
 void WakeUpTimer::set(Time time) const {
   using std::chrono::nanoseconds;
   constexpr long second = 1'000'000'000;
-  const auto since = std::chrono::duration_cast<nanoseconds>(time.time_since_epoch()).count();
-  const long value = time == never ? 0 : std::max(1L, static_cast<long>(since));  // 0 is never
+  long value = 0;  // never
+  if (time != never) value = std::max<long>(1, nanoseconds(time - Time::clock::now()).count());
   const itimerspec timing{.it_interval = {},
                           .it_value = {.tv_sec = value / second, .tv_nsec = value % second}};
-  ::timerfd_settime(_timer, TFD_TIMER_ABSTIME, &timing, nullptr);
+  // Not an absolute time: what shows a process another date shifts that of every clock.
+  ::timerfd_settime(_timer, 0, &timing, nullptr);
 }
 
 bool WakeUpTimer::await() const {
