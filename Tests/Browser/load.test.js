@@ -57,9 +57,9 @@ async function scroll() {
 
 const count = (number) => new Intl.NumberFormat('en').format(number);
 
-test(`of ${EVENTS} events none is missing on the page, and it scrolls through them without a task over ${LONGEST_TASK} ms`, { timeout: 180_000 }, async () => {
+test(`of ${EVENTS} events none is missing on the page, and it scrolls through them without a task over ${LONGEST_TASK} ms`, { timeout: 400_000 }, async () => {
   const page = await inspector.open();
-  page.setDefaultTimeout(60_000);
+  page.setDefaultTimeout(200_000);
   await send(EVENTS, 'event');
   await until(page, (text) => document.querySelector('#live-note').textContent === `${text} events`, count(EVENTS));
   await until(page, (text) => document.querySelector('#count-events').textContent === text, count(EVENTS));

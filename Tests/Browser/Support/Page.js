@@ -33,7 +33,7 @@ export async function openPage(browser, collector, { at = '', query = '', width 
     viewport: { width, height }, colorScheme, reducedMotion: 'reduce', permissions: ['clipboard-read', 'clipboard-write'], ...more,
   });
   const page = await context.newPage();
-  page.setDefaultTimeout(15_000);
+  page.setDefaultTimeout(60_000);
   page.errors = [];
   page.requested = [];
   page.on('pageerror', (error) => page.errors.push(error.stack ?? error.message));
