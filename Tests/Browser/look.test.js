@@ -109,6 +109,7 @@ for (const width of [375, 768, 1024, 1440, 2560]) {
         .filter((element) => element.checkVisibility() && !element.closest('.menu-items, .skip, .search-terms') && !element.matches('.skip'))
         .filter((element) => element.getBoundingClientRect().right > innerWidth + 1).map((element) => element.textContent || element.id));
       assert.deepEqual(outside, []);
+      await inspector.closePages();
     }
   });
 }

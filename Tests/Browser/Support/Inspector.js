@@ -30,12 +30,14 @@ export function useInspector(prepare = async () => {}) {
     inspector.browser = await openBrowser();
     await prepare(inspector.collector);
   });
-  afterEach(async () => {
+  /** Checks and closes the pages; a test that opens many closes them itself. */
+  inspector.closePages = async () => {
     for (const page of inspector.pages.splice(0)) {
       await check(page, inspector.collector);
       await closePage(page);
     }
-  });
+  };
+  afterEach(() => inspector.closePages());
   after(async () => {
     await inspector.browser?.close();
     await inspector.collector?.end();
