@@ -215,7 +215,11 @@ void EventLoopServer::requestArrived(evhttp_request* request, void* server) {
 }
 
 void EventLoopServer::connectionClosed(evhttp_connection* connection, void* server) {
-  static_cast<EventLoopServer*>(server)->_exchanges.erase(connection);
+  auto& exchanges = static_cast<EventLoopServer*>(server)->_exchanges;
+  const auto found = exchanges.find(connection);
+  if (found == exchanges.end()) return;
+  found->second->connectionEnds();
+  exchanges.erase(found);
 }
 
 void EventLoopServer::woken(evutil_socket_t signal, short, void* server) {

@@ -38,6 +38,13 @@ PendingExchange::~PendingExchange() {
   if (_timer) event_free(_timer);
 }
 
+// A request without a whole answer libevent takes off a connection that fails, and leaves to us.
+void PendingExchange::connectionEnds() {
+  if (_request && !evhttp_request_get_connection(_request)) {
+    evhttp_request_free(std::exchange(_request, nullptr));
+  }
+}
+
 void PendingExchange::answer(const Reply& reply) {
   evhttp_request* request = std::exchange(_request, nullptr);
   const auto held = std::move(_held);

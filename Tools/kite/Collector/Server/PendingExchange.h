@@ -25,6 +25,9 @@ class PendingExchange final : public Exchange {
   std::size_t unsent() const override;
   void hold(std::shared_ptr<void> object) override { _held = std::move(object); }
 
+  /// To be called while the connection ends.
+  void connectionEnds();
+
  private:
   static void timeCame(int, short, void* exchange);
 
