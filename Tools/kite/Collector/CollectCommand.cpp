@@ -9,6 +9,7 @@
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <csignal>
@@ -138,7 +139,8 @@ class End {
     const double whole = std::floor(*seconds);
     const timespec time{.tv_sec = static_cast<time_t>(whole),
                         .tv_nsec = static_cast<long>((*seconds - whole) * 1e9)};
-    ::sigtimedwait(&_ends, nullptr, &time);
+    while (::sigtimedwait(&_ends, nullptr, &time) < 0 && errno == EINTR) {
+    }
   }
 
  private:
