@@ -89,6 +89,7 @@ GROUPS = {
     "idle": 1,
     "offline": 1,
     "size": 1,
+    "header": 5,
 }
 
 ROWS = [
@@ -135,5 +136,6 @@ ROWS = [
     compared("idle wake-ups a minute", "idle", "wakeups_per_minute", "", at_most(90)),
     compared("idle CPU a minute", "idle", "cpu_ms_per_minute", "ms", times_the_limit(1.5)),
     compared("offline/1000 CPU a minute", "offline/1000", "cpu_ms_per_minute", "ms", at_most(90)),
+    compared("header", "header", "seconds", "s", times_the_limit(1.25)),
     Row("size", "kB", Source("size", "kilobytes"), None, (at_most(450),)),
 ]

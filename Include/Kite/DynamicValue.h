@@ -53,51 +53,48 @@ class KITE_EXPORT DynamicValue {
   };
 
   template <std::same_as<bool> B>
-  DynamicValue(B flag) : _value(flag) {}
-  DynamicValue(int number) : _value(std::int64_t{number}) {}
-  DynamicValue(std::int64_t number) : _value(number) {}
+  DynamicValue(B flag) : DynamicValue(Boolean{flag}) {}
+  DynamicValue(int number);
+  DynamicValue(std::int64_t number);
   DynamicValue(std::uint64_t number);  // kept as `integer` where it fits
-  DynamicValue(double number) : _value(number) {}
-  DynamicValue(NullObject null) : _value(null) {}
-  DynamicValue(std::string text) : _value(std::move(text)) {}
-  DynamicValue(const char* text)  // a null one is null
-      : DynamicValue(text != nullptr ? DynamicValue(std::string(text))
-                                     : DynamicValue(NullObject{})) {}
+  DynamicValue(double number);
+  DynamicValue(NullObject null);
+  DynamicValue(std::string text);
+  DynamicValue(const char* text);  // a null one is null
   DynamicValue(Array elements);
   DynamicValue(Dictionary entries);
-  DynamicValue(Date date) : _value(date) {}
-  DynamicValue(Data data) : _value(std::move(data)) {}
-  DynamicValue(Opaque object) : _value(std::move(object)) {}
+  DynamicValue(Date date);
+  DynamicValue(Data data);
+  DynamicValue(Opaque object);
 
-  DynamicValue(const DynamicValue&) = default;
-  DynamicValue(DynamicValue&& other) noexcept : _value(std::move(other._value)) {
-    other._value = NullObject{};
-  }
-  DynamicValue& operator=(const DynamicValue& other) { return *this = DynamicValue(other); }
-  DynamicValue& operator=(DynamicValue&& other) noexcept {
-    _value.swap(other._value);
-    other._value = NullObject{};
-    return *this;
-  }
-  ~DynamicValue() = default;
+  DynamicValue(const DynamicValue& other);
+  DynamicValue(DynamicValue&& other) noexcept;
+  DynamicValue& operator=(const DynamicValue& other);
+  DynamicValue& operator=(DynamicValue&& other) noexcept;
+  ~DynamicValue();
 
-  Kind kind() const { return static_cast<Kind>(_value.index()); }
+  Kind kind() const;
 
   /// The contents, or null when the value is of another kind.
-  const bool* boolean() const { return std::get_if<bool>(&_value); }
-  const std::int64_t* integer() const { return std::get_if<std::int64_t>(&_value); }
-  const std::uint64_t* unsignedInteger() const { return std::get_if<std::uint64_t>(&_value); }
-  const double* real() const { return std::get_if<double>(&_value); }
-  const std::string* string() const { return std::get_if<std::string>(&_value); }
+  const bool* boolean() const;
+  const std::int64_t* integer() const;
+  const std::uint64_t* unsignedInteger() const;
+  const double* real() const;
+  const std::string* string() const;
   const Array* array() const;
   const Dictionary* dictionary() const;
-  const Date* date() const { return std::get_if<Date>(&_value); }
-  const Data* data() const { return std::get_if<Data>(&_value); }
-  const Opaque* opaque() const { return std::get_if<Opaque>(&_value); }
+  const Date* date() const;
+  const Data* data() const;
+  const Opaque* opaque() const;
 
   friend KITE_EXPORT bool operator==(const DynamicValue& a, const DynamicValue& b);
 
  private:
+  struct Boolean {
+    bool flag;
+  };
+  explicit DynamicValue(Boolean boolean);
+
   std::variant<bool, std::int64_t, std::uint64_t, double, NullObject, std::string,
                DeepShared<Array>, DeepShared<Dictionary>, Date, Data, Opaque>
       _value;
@@ -109,16 +106,6 @@ struct DynamicValue::Entry {
 
   friend bool operator==(const Entry&, const Entry&) = default;
 };
-
-inline const DynamicValue::Array* DynamicValue::array() const {
-  const auto* elements = std::get_if<DeepShared<Array>>(&_value);
-  return elements != nullptr ? &**elements : nullptr;
-}
-
-inline const DynamicValue::Dictionary* DynamicValue::dictionary() const {
-  const auto* entries = std::get_if<DeepShared<Dictionary>>(&_value);
-  return entries != nullptr ? &**entries : nullptr;
-}
 
 /// The value of the entry whose key is the string `key`, or null.
 KITE_EXPORT const DynamicValue* valueFor(const DynamicValue::Dictionary& dictionary,

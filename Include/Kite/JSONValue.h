@@ -39,28 +39,28 @@ class KITE_EXPORT JSONValue {
 
   enum class Kind : std::uint8_t { string, integer, real, boolean, object, array, date, null };
 
-  JSONValue() noexcept : _value(Null{}) {}
-  JSONValue(Null) noexcept : _value(Null{}) {}
-  JSONValue(std::nullptr_t) noexcept : _value(Null{}) {}
+  JSONValue() noexcept;
+  JSONValue(Null) noexcept : JSONValue() {}
+  JSONValue(std::nullptr_t) noexcept : JSONValue() {}
   JSONValue(std::string text);
   JSONValue(std::string_view text);
   JSONValue(const char* text);  // or a pointer would become a boolean; a null one is null
   template <std::same_as<bool> B>
-  JSONValue(B flag) noexcept : _value(flag) {}
-  JSONValue(std::int64_t number) noexcept : _value(number) {}
-  JSONValue(int number) noexcept : _value(std::int64_t{number}) {}
-  JSONValue(double number) noexcept : _value(number) {}
+  JSONValue(B flag) noexcept : JSONValue(Boolean{flag}) {}
+  JSONValue(std::int64_t number) noexcept;
+  JSONValue(int number) noexcept : JSONValue(std::int64_t{number}) {}
+  JSONValue(double number) noexcept;
   template <Character C>
   JSONValue(C) = delete;
-  JSONValue(Date date) noexcept : _value(date) {}
+  JSONValue(Date date) noexcept;
   JSONValue(Object members);
   JSONValue(Array elements);
 
-  JSONValue(const JSONValue&) = default;
-  JSONValue(JSONValue&& other) noexcept : _value(std::move(other._value)) { other._value = Null{}; }
-  JSONValue& operator=(const JSONValue& other) { return *this = JSONValue(other); }
+  JSONValue(const JSONValue& other);
+  JSONValue(JSONValue&& other) noexcept;
+  JSONValue& operator=(const JSONValue& other);
   JSONValue& operator=(JSONValue&& other) noexcept;
-  ~JSONValue() = default;
+  ~JSONValue();
 
   Kind kind() const { return static_cast<Kind>(_value.index()); }
 
@@ -77,6 +77,11 @@ class KITE_EXPORT JSONValue {
   friend KITE_EXPORT bool operator==(const JSONValue& a, const JSONValue& b);
 
  private:
+  struct Boolean {
+    bool flag;
+  };
+  explicit JSONValue(Boolean boolean) noexcept;
+
   std::variant<std::string, std::int64_t, double, bool, DeepShared<Object>, DeepShared<Array>, Date,
                Null>
       _value;

@@ -13,7 +13,6 @@
 #include <string_view>
 #include <type_traits>
 #include <utility>
-#include <variant>
 #include <vector>
 
 namespace kite {
@@ -26,6 +25,8 @@ namespace kite {
 /// Made for writing: all that is put in is kept in one piece of memory, so that a tracking call
 /// hands it over as it is. Reading takes it apart. Not for two threads at a time.
 class KITE_EXPORT KiteData {
+  enum class Kind : char { text, integer, real, flag, other };
+
  public:
   /// One name and value of a list in braces. Looks at names and texts where they are, so it lives
   /// no longer than its statement.
@@ -33,19 +34,28 @@ class KITE_EXPORT KiteData {
    public:
     template <class V>
     requires std::constructible_from<KiteValue, V> Entry(std::string_view name, V&& value)
-        : _name(name), _value(view(std::forward<V>(value))) {}
+        : _name(name) {
+      look(std::forward<V>(value));
+    }
     Entry(const Entry&) = delete;
     Entry& operator=(const Entry&) = delete;
 
    private:
     friend class KiteData;
-    using Value = std::variant<std::string_view, std::int64_t, double, bool, KiteValue>;
 
     template <class V>
-    static Value view(V&& value);
+    void look(V&& value);
 
     std::string_view _name;
-    Value _value;
+    Kind _kind = Kind::other;
+    // No variant, which would take longer to compile than all else here.
+    union {
+      std::string_view _text;
+      std::int64_t _integer;
+      double _real;
+      bool _flag;
+    };
+    std::optional<KiteValue> _other;
   };
 
   KiteData() = default;
@@ -76,39 +86,46 @@ class KITE_EXPORT KiteData {
   friend class JSONWriter;
   friend KITE_EXPORT JSONValue::Object toJSONObject(const KiteData& data);
 
-  /// A value where it is: of `_packed`, or one of `_others`.
-  using Value = std::variant<std::string_view, std::int64_t, double, bool, const KiteValue*>;
-  struct Member {
-    std::string_view name;
-    Value value;
-  };
+  struct Member;
   using Members = std::vector<Member>;
 
   /// In the order in which they were put in.
   Members members() const;
-  static KiteValue copyOf(const Value& value);
 
   std::string _packed;             // one after the other: kind, name, value
   std::vector<KiteValue> _others;  // values that are more than a text, a number or a flag
 };
 
 template <class V>
-KiteData::Entry::Value KiteData::Entry::view(V&& value) {
+void KiteData::Entry::look(V&& value) {
   using Plain = std::remove_cvref_t<V>;
+  constexpr bool isNull = std::is_null_pointer_v<Plain>;
   if constexpr (std::same_as<Plain, bool>) {
-    return value;
+    _kind = Kind::flag;
+    _flag = value;
   } else if constexpr (std::floating_point<Plain>) {
-    return static_cast<double>(value);
+    _kind = Kind::real;
+    _real = static_cast<double>(value);
   } else if constexpr (KiteInteger<Plain>) {
-    if (std::in_range<std::int64_t>(value)) return static_cast<std::int64_t>(value);
-    return KiteValue(value);
-  } else if constexpr (std::convertible_to<V, const char*> && !std::is_null_pointer_v<Plain>) {
-    if (const char* const text = value) return std::string_view(text);
-    return KiteValue();
-  } else if constexpr (std::convertible_to<V, std::string_view> && !std::is_null_pointer_v<Plain>) {
-    return std::string_view(value);
+    if (!std::in_range<std::int64_t>(value)) {
+      _other.emplace(value);
+      return;
+    }
+    _kind = Kind::integer;
+    _integer = static_cast<std::int64_t>(value);
+  } else if constexpr (std::convertible_to<V, const char*> && !isNull) {
+    const char* const text = value;
+    if (text == nullptr) {
+      _other.emplace();
+      return;
+    }
+    _kind = Kind::text;
+    _text = text;
+  } else if constexpr (std::convertible_to<V, std::string_view> && !isNull) {
+    _kind = Kind::text;
+    _text = value;
   } else {
-    return KiteValue(std::forward<V>(value));
+    _other.emplace(std::forward<V>(value));
   }
 }
 

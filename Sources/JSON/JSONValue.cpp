@@ -72,6 +72,18 @@ class Comparison {
 
 }  // namespace
 
+// Here and not in the header, because what a variant is made of takes long to compile.
+JSONValue::JSONValue() noexcept : _value(Null{}) {}
+JSONValue::JSONValue(Boolean boolean) noexcept : _value(boolean.flag) {}
+JSONValue::JSONValue(std::int64_t number) noexcept : _value(number) {}
+JSONValue::JSONValue(double number) noexcept : _value(number) {}
+JSONValue::JSONValue(Date date) noexcept : _value(date) {}
+JSONValue::JSONValue(const JSONValue&) = default;
+JSONValue::JSONValue(JSONValue&& other) noexcept : _value(std::move(other._value)) {
+  other._value = Null{};
+}
+JSONValue::~JSONValue() = default;
+JSONValue& JSONValue::operator=(const JSONValue& other) { return *this = JSONValue(other); }
 JSONValue& JSONValue::operator=(JSONValue&& other) noexcept {
   _value.swap(other._value);
   other._value = Null{};

@@ -8,14 +8,14 @@
 #include <bit>
 #include <cstring>
 #include <deque>
+#include <type_traits>
+#include <variant>
 
 namespace kite {
 namespace {
 
-/// The type of a packed value, numbered as in `KiteData::Entry::Value`. A packed member is its
-/// kind, its name and its value; a text is its length and its bytes, a number or flag its own
-/// bytes.
-enum class Kind : char { text, integer, real, flag, other };
+// A packed member is its kind, its name and its value; a text is its length and its bytes, a number
+// or flag its own bytes.
 
 std::size_t packedSize(std::string_view text) { return sizeof(std::size_t) + text.size(); }
 std::size_t packedSize(const KiteValue&) { return 0; }
@@ -25,7 +25,7 @@ std::size_t packedSize(const Plain&) {
 }
 template <class Value>
 std::size_t packedSize(std::string_view name, const Value& value) {
-  return sizeof(Kind) + packedSize(name) + packedSize(value);
+  return sizeof(char) + packedSize(name) + packedSize(value);
 }
 
 // Each writes where there is room for it, as `packedSize` tells, and gives the end.
@@ -36,8 +36,9 @@ char* pack(char* place, Plain plain) {
 }
 char* pack(char* place, std::string_view text) { return copyText(pack(place, text.size()), text); }
 char* pack(char* place, const KiteValue&) { return place; }
-template <class Value>
+template <class Kind, class Value>
 char* pack(char* place, Kind kind, std::string_view name, const Value& value) {
+  static_assert(sizeof(Kind) == sizeof(char));
   return pack(pack(pack(place, kind), name), value);
 }
 
@@ -66,17 +67,47 @@ class Unpacker {
 
 }  // namespace
 
+/// A value where it is: of `_packed`, or one of `_others`.
+struct KiteData::Member {
+  std::string_view name;
+  std::variant<std::string_view, std::int64_t, double, bool, const KiteValue*> value;
+
+  KiteValue copy() const {
+    return std::visit(
+        [](const auto& packed) -> KiteValue {
+          if constexpr (std::is_pointer_v<std::remove_cvref_t<decltype(packed)>>) {
+            return *packed;
+          } else {
+            return packed;
+          }
+        },
+        value);
+  }
+};
+
 KiteData::KiteData(std::initializer_list<Entry> entries) {
+  const auto visit = [](const Entry& entry, auto body) {
+    switch (entry._kind) {
+      case Kind::text:
+        return body(entry._text);
+      case Kind::integer:
+        return body(entry._integer);
+      case Kind::real:
+        return body(entry._real);
+      case Kind::flag:
+        return body(entry._flag);
+      case Kind::other:
+        return body(*entry._other);
+    }
+  };
   std::size_t size = 0;
   for (const Entry& entry : entries)
-    std::visit([&](const auto& value) { size += packedSize(entry._name, value); }, entry._value);
+    visit(entry, [&](const auto& value) { size += packedSize(entry._name, value); });
   _packed.resize(size);
   char* place = _packed.data();
   for (const Entry& entry : entries) {
-    const auto kind = static_cast<Kind>(entry._value.index());
-    std::visit([&](const auto& value) { place = pack(place, kind, entry._name, value); },
-               entry._value);
-    if (const auto* other = std::get_if<KiteValue>(&entry._value)) _others.push_back(*other);
+    visit(entry, [&](const auto& value) { place = pack(place, entry._kind, entry._name, value); });
+    if (entry._other) _others.push_back(*entry._other);
   }
 }
 
@@ -126,27 +157,16 @@ KiteData::Members KiteData::members() const {
   return members;
 }
 
-KiteValue KiteData::copyOf(const Value& value) {
-  const auto copy = [](const auto& packed) -> KiteValue {
-    if constexpr (std::is_pointer_v<std::remove_cvref_t<decltype(packed)>>) {
-      return *packed;
-    } else {
-      return packed;
-    }
-  };
-  return std::visit(copy, value);
-}
-
 std::optional<KiteValue> KiteData::at(std::string_view name) const {
   std::optional<KiteValue> found;
-  for (const auto& [each, value] : members())
-    if (each == name) found = copyOf(value);
+  for (const auto& member : members())
+    if (member.name == name) found = member.copy();
   return found;
 }
 
 FlatMap<std::string, KiteValue> KiteData::values() const {
   FlatMap<std::string, KiteValue>::Entries entries;
-  for (const auto& [name, value] : members()) entries.emplace_back(name, copyOf(value));
+  for (const auto& member : members()) entries.emplace_back(member.name, member.copy());
   return FlatMap<std::string, KiteValue>::fromUnsorted(std::move(entries));
 }
 
@@ -158,8 +178,8 @@ bool operator==(const KiteData& a, const KiteData& b) { return toJSONObject(a) =
 
 KiteValue::KiteValue(const KiteData& data) {
   JSONValue::Object::Entries entries;
-  for (const auto& [name, value] : data.members())
-    entries.emplace_back(name, takeFrom(KiteData::copyOf(value)));
+  for (const auto& member : data.members())
+    entries.emplace_back(member.name, takeFrom(member.copy()));
   _json = JSONValue::Object::fromUnsorted(std::move(entries));
 }
 
@@ -181,8 +201,8 @@ KiteData toKiteValue(const JSONValue::Object& members) {
 
 JSONValue::Object toJSONObject(const KiteData& data) {
   JSONValue::Object::Entries entries;
-  for (const auto& [name, value] : data.members())
-    entries.emplace_back(repairedUTF8(name), KiteData::copyOf(value).toJSONValue());
+  for (const auto& member : data.members())
+    entries.emplace_back(repairedUTF8(member.name), member.copy().toJSONValue());
   return JSONValue::Object::fromUnsorted(std::move(entries));
 }
 
@@ -238,7 +258,7 @@ void JSONWriter::value(const KiteData& data) {
     if (const auto* text = std::get_if<std::string_view>(&member->value)) {
       string(*text);
     } else {
-      value(KiteData::copyOf(member->value).toJSONValue());
+      value(member->copy().toJSONValue());
     }
   }
   endObject();
