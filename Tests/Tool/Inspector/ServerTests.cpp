@@ -2,6 +2,10 @@
 #include "Tool/Inspector/InspectedCollector.h"
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <filesystem>
 
 namespace kite::test {
 namespace {
@@ -108,6 +112,18 @@ TEST_F(InspectorServer, keepsNobodyWaitingWhoUploads) {
   std::vector<std::unique_ptr<PlainConnection>> idle;
   for (int count = 0; count < 80; ++count) idle.push_back(std::make_unique<PlainConnection>(port));
   EXPECT_EQ(upload({aCustomEvent()}).status, 200);
+}
+
+TEST_F(InspectorServer, leavesTheProcessorToTheIntake) {
+  get("/api/summary");  // its thread runs
+  std::vector<int> nicenesses;
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    const auto id = static_cast<id_t>(std::stoul(thread.path().filename()));
+    nicenesses.push_back(::getpriority(PRIO_PROCESS, id));
+  }
+  const int ours = ::getpriority(PRIO_PROCESS, 0);
+  EXPECT_GE(std::ranges::count(nicenesses, std::min(ours + 10, 19)), 1);
+  EXPECT_GE(std::ranges::count(nicenesses, ours), 2);  // the intake's, and the test's own
 }
 
 TEST_F(InspectorServer, doesNotStartOnAPortThatIsTaken) {

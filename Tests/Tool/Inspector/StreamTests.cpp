@@ -56,6 +56,25 @@ TEST_F(InspectorStream, tellsOnlyWhatIsLookedFor) {
   EXPECT_EQ(ask("GET", "/api/stream?query=a:b").status, 400);
 }
 
+TEST_F(InspectorStream, tellsEachListenerWhatItIsBehind) {
+  upload({anAction("a", 1), anAction("b", 2)});
+  std::vector<std::unique_ptr<PlainConnection>> listeners;
+  for (const char* members : {"?after=0", "?after=0", "?after=1", "?after=0&query=name:c"}) {
+    listeners.push_back(std::make_unique<PlainConnection>(port));
+    listeners.back()->send(requestText("GET", std::string("/api/stream") + members, ownHeaders()));
+  }
+  upload({anAction("c", 3)});
+  for (std::size_t at = 0; at < listeners.size(); ++at) {
+    SCOPED_TRACE(at);
+    std::string names;
+    while (!names.ends_with('c')) {
+      const Looked events = frame(*listeners[at], "events");
+      for (std::size_t row = 0; row < events.size(); ++row) names += events[row]["name"].text();
+    }
+    EXPECT_EQ(names, std::vector<std::string>({"abc", "abc", "bc", "c"})[at]);
+  }
+}
+
 TEST_F(InspectorStream, goesOnBehindTheLastEventThatWasSeen) {
   upload({anAction("a", 1), anAction("b", 2), anAction("c", 3)});
   PlainConnection byMember(port);

@@ -4,6 +4,7 @@
 #include "Inspector/Inspector.h"
 
 #include <fmt/format.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -21,6 +22,12 @@ std::thread threadWithoutSignals(std::function<void()> body) {
   std::thread thread(std::move(body));
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
   return thread;
+}
+
+/// Readers do not take the processor from the intake. On Linux each thread has its own niceness.
+void standBack() {
+  const auto thread = static_cast<id_t>(::gettid());
+  ::setpriority(PRIO_PROCESS, thread, ::getpriority(PRIO_PROCESS, thread) + 10);
 }
 
 std::string urlOf(const std::string& host, std::uint16_t port) {
@@ -101,7 +108,10 @@ std::optional<std::string> Collector::startInspector(const CollectorAddress& add
                                                     .clock = _options.clock}});
   if (!inspector) return inspector.error();
   _inspector = *std::move(inspector);
-  _inspectorThread = threadWithoutSignals([running = _inspector.get()] { running->run(); });
+  _inspectorThread = threadWithoutSignals([running = _inspector.get()] {
+    standBack();
+    running->run();
+  });
   return std::nullopt;
 }
 

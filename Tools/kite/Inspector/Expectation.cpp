@@ -43,7 +43,7 @@ class Expectation final : public Listener {
     _deadline->start(std::chrono::ceil<std::chrono::milliseconds>(within));
   }
 
-  bool advance(EventReader& reader, const News& news) override {
+  bool advance(EventReader& reader, News& news) override {
     if (_isAnswered) return false;
     if (_last < news.lastEvent) look(reader, news.lastEvent);
     const bool hasSeenAll = _last >= news.lastEvent;

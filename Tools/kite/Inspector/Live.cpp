@@ -89,7 +89,7 @@ void Live::tell() {
   _isTellingSoon = false;
   bool isMoreThere = false;
   try {
-    const News now = news();
+    News now = news();
     for (const auto& each : std::vector(_listeners)) {
       if (const auto listener = each.lock()) {
         isMoreThere = listener->advance(_reader, now) || isMoreThere;

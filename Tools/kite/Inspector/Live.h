@@ -7,6 +7,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,13 @@ class Mailbox {
   std::vector<RepeatedEvent> _repeated;  // guarded by _mutex
 };
 
+/// Rows of one slice, as the text that a stream sends.
+struct RowsText {
+  SeqRange slice;
+  Seq last = 0;  ///< the newest of them; 0 when there are none
+  std::string text = {};
+};
+
 /// What changed since listeners were last told.
 struct News {
   Seq lastEvent;
@@ -34,6 +42,8 @@ struct News {
   std::string counts = {};  ///< JSON, not older than a few times the pause
   bool isCleared = false;
   bool isAliveTime = false;  ///< to say that the stream lives
+  /// Of all events, made by the first listener that needs it for those that need the same.
+  std::optional<RowsText> everyEvent = {};
 };
 
 /// One client that waits for what comes. Held by its exchange.
@@ -41,14 +51,14 @@ class Listener {
  public:
   virtual ~Listener() = default;
   /// Reads at most one slice; true when more is there to be read at once.
-  virtual bool advance(EventReader& reader, const News& news) = 0;
+  virtual bool advance(EventReader& reader, News& news) = 0;
 };
 
 /// Tells the listeners what the intake stored, in batches.
 class Live {
  public:
   static constexpr std::size_t mostListeners = 32;
-  static constexpr std::chrono::milliseconds pause{20};  ///< between two batches
+  static constexpr std::chrono::milliseconds pause{10};  ///< between two batches
 
   Live(HTTPServer& server, EventReader& reader, const Inspected& inspected);
 

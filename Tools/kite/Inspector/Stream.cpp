@@ -14,6 +14,18 @@ constexpr Seq rowsAtOnce = 1000;
 constexpr std::size_t muchUnsent = 256 * 1024;          // bytes; no more rows until some are taken
 constexpr std::size_t tooMuchUnsent = 4 * 1024 * 1024;  // the client is gone, and resumes by id
 
+RowsText eventRows(EventReader& reader, SeqRange slice, const Query& query) {
+  RowsText rows{.slice = slice};
+  reader.scanEvents(slice, Order::oldestFirst, query.filter(), [&](const EventRecord& event) {
+    if (!query.matches(event)) return true;
+    if (!rows.text.empty()) rows.text += ',';
+    rows.text += rowJSON(event);
+    rows.last = event.seq;
+    return true;
+  });
+  return rows;
+}
+
 /// Server-sent events.
 class Stream final : public Listener {
  public:
@@ -23,7 +35,7 @@ class Stream final : public Listener {
         _lastEvent(lastEvent),
         _lastRequest(lastRequest) {}
 
-  bool advance(EventReader& reader, const News& news) override {
+  bool advance(EventReader& reader, News& news) override {
     if (_isGone) return false;
     if (_exchange.unsent() > tooMuchUnsent) {
       _isGone = true;
@@ -33,7 +45,7 @@ class Stream final : public Listener {
     _frames.clear();
     if (news.isCleared) put("cleared", "{}");
     const bool hasRoom = _exchange.unsent() <= muchUnsent;
-    if (hasRoom) putEvents(reader, news.lastEvent);
+    if (hasRoom) putEvents(reader, news);
     if (!news.repeated.empty()) put("duplicates", repeatedJSON(news.repeated));
     if (hasRoom) putRequests(reader, news.lastRequest);
     putIfNew("faults", news.faults, _faults);
@@ -53,22 +65,21 @@ class Stream final : public Listener {
     last = json;
   }
 
-  void putEvents(EventReader& reader, Seq newest) {
-    if (_lastEvent >= newest) return;
-    std::string rows;
-    Seq lastRow = 0;
+  void putEvents(EventReader& reader, News& news) {
+    if (_lastEvent >= news.lastEvent) return;
     const SeqRange slice{.first = _lastEvent + 1,
-                         .last = std::min(newest, _lastEvent + rowsAtOnce)};
-    reader.scanEvents(slice, Order::oldestFirst, _query.filter(), [&](const EventRecord& event) {
-      if (!_query.matches(event)) return true;
-      rows += (rows.empty() ? "" : ",") + rowJSON(event);
-      lastRow = event.seq;
-      return true;
-    });
+                         .last = std::min(news.lastEvent, _lastEvent + rowsAtOnce)};
     _lastEvent = slice.last;
-    if (rows.empty()) return;
-    _frames += fmt::format("id: {}\n", lastRow);
-    put("events", "[" + rows + "]");
+    if (_query.size() > 0) return putRows(eventRows(reader, slice, _query));
+    auto& every = news.everyEvent;
+    if (!every || every->slice != slice) every = eventRows(reader, slice, _query);
+    putRows(*every);
+  }
+
+  void putRows(const RowsText& rows) {
+    if (rows.text.empty()) return;
+    _frames += fmt::format("id: {}\n", rows.last);
+    put("events", "[" + rows.text + "]");
   }
 
   void putRequests(EventReader& reader, Seq newest) {

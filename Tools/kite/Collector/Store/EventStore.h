@@ -70,6 +70,8 @@ class EventStore {
 struct SeqRange {
   Seq first = 0;
   Seq last = 0;
+
+  friend bool operator==(const SeqRange&, const SeqRange&) = default;
 };
 
 enum class Order { oldestFirst, newestFirst };

@@ -1,7 +1,7 @@
 // What the lists show of a row.
 
 import { h, setText } from './dom.js';
-import { bytes, count, duration, fullTime, kindOf, rowTime } from './format.js';
+import { bytes, count, duration, fullTime, kindOf, rowTime, shortID } from './format.js';
 import { textColumn } from './grid.js';
 import { sizeText, statusText, toneOf } from './requestdetail.js';
 
@@ -12,6 +12,12 @@ const timeColumn = (timeOf) => ({
     cell.title = fullTime(timeOf(row));
   },
 });
+
+/** Whether a row has room for whole identifiers; elsewhere their beginnings tell one from another. */
+export const wide = matchMedia('(min-width: 2000px)');
+
+const idColumn = (title, className, idOf) =>
+  textColumn(title, `cell-id ${className}`, (row) => (wide.matches ? idOf(row) ?? '' : shortID(idOf(row))));
 
 /** A number that is only worth a look when it is not zero. */
 const numberColumn = (title, className, numberOf, label) => ({
@@ -33,8 +39,8 @@ export const EVENT_COLUMNS = [
   },
   textColumn('Name', 'cell-name', (row) => row.name ?? ''),
   timeColumn((row) => row.timestamp),
-  textColumn('Session', 'cell-id cell-session', (row) => row.session ?? ''),
-  textColumn('Client', 'cell-id cell-client', (row) => row.client),
+  idColumn('Session', 'cell-session', (row) => row.session),
+  idColumn('Client', 'cell-client', (row) => row.client),
   numberColumn('Dup', 'cell-duplicates', (row) => row.duplicates, 'Duplicates'),
 ];
 

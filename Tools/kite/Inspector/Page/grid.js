@@ -2,17 +2,18 @@
 
 import { h, setText } from './dom.js';
 
-const BETWEEN_ARRIVALS = 28; // milliseconds
-const SPARE = 6; // rows drawn above and below, so that a scroll shows no empty edge
+const BETWEEN_ARRIVALS = 40; // milliseconds
+const SPARE = 5; // rows drawn above and below, so that a scroll shows no empty edge
 
 /**
  * @typedef {{title: string, class: string, label?: string, fill: (cell: HTMLElement, row: any) => void}} Column
  * @typedef {{length: number, at: (index: number) => any, indexOf: (seq: number) => number}} Rows
  */
 export class Grid extends EventTarget {
-  /** @type {{element: HTMLElement, cells: HTMLElement[], row: any}[]} */ #free = [];
+  /** @type {{element: HTMLElement, cells: HTMLElement[], index: number, height: number}[]} */ #free = [];
   /** @type {Map<any, any>} */ #drawn = new Map();
   #frame = 0;
+  #timer = 0;
   #drawnAt = 0;
   #rowHeight = 30;
   // Asking the element for these would lay the page out anew each time.
@@ -52,23 +53,28 @@ export class Grid extends EventTarget {
 
   /** Draws at the next frame what the reader changed, such as by scrolling. */
   refresh() {
+    clearTimeout(this.#timer);
+    this.#timer = 0;
     cancelAnimationFrame(this.#frame);
     this.#frame = requestAnimationFrame((now) => this.#draw(now));
   }
 
   /** Draws what arrived: at once, but no more often than an eye can follow. */
   refreshSoon() {
-    this.#frame ||= requestAnimationFrame((now) => {
-      this.#frame = 0;
-      if (now - this.#drawnAt < BETWEEN_ARRIVALS) this.refreshSoon();
-      else this.#draw(now);
-    });
+    if (this.#frame || this.#timer) return;
+    const wait = this.#drawnAt + BETWEEN_ARRIVALS - performance.now();
+    if (wait <= 0) this.refresh();
+    else this.#timer = setTimeout(() => this.refresh(), wait);
   }
 
   /** Fills a row again whose values have changed. */
   refill(row) {
     const slot = this.#drawn.get(row);
     if (slot) this.#fill(slot, row);
+  }
+
+  refillAll() {
+    for (const [row, slot] of this.#drawn) this.#fill(slot, row);
   }
 
   select(seq) {
@@ -135,7 +141,7 @@ export class Grid extends EventTarget {
     if (element.getAttribute('aria-rowcount') !== count) element.setAttribute('aria-rowcount', count);
 
     const first = Math.max(0, Math.floor(this.#top / this.#rowHeight) - SPARE);
-    const end = Math.min(rows.length, first + Math.ceil(this.#space / this.#rowHeight) + 2 * SPARE);
+    const end = Math.min(rows.length, Math.ceil((this.#top + this.#space) / this.#rowHeight) + SPARE);
     const wanted = new Set();
     for (let index = first; index < end; index++) wanted.add(rows.at(index));
     for (const [row, slot] of this.#drawn) {
@@ -152,7 +158,7 @@ export class Grid extends EventTarget {
   #put(row, index) {
     let slot = this.#drawn.get(row);
     if (!slot) {
-      slot = this.#free.pop() ?? this.#makeSlot();
+      slot = this.#takeFree(index) ?? this.#makeSlot();
       slot.element.hidden = false;
       this.#fill(slot, row);
       this.#drawn.set(row, slot);
@@ -160,8 +166,14 @@ export class Grid extends EventTarget {
     if (slot.index === index && slot.height === this.#rowHeight) return;
     slot.index = index;
     slot.height = this.#rowHeight;
-    slot.element.style.transform = `translateY(${index * this.#rowHeight}px)`;
+    slot.element.style.top = `${index * this.#rowHeight}px`;
     slot.element.setAttribute('aria-rowindex', String(index + 2));
+  }
+
+  /** One that stands there already if there is one, which then need not be moved. */
+  #takeFree(index) {
+    const at = this.#free.findIndex((slot) => slot.index === index);
+    return at < 0 ? this.#free.pop() : this.#free.splice(at, 1)[0];
   }
 
   #makeSlot() {

@@ -1,6 +1,7 @@
 // A list that follows what arrives until somebody reads it: who pauses, scrolls or selects holds it still, and what arrives
 // meanwhile waits behind a button.
 
+import { wide } from './columns.js';
 import { h, setText } from './dom.js';
 import { count, plural } from './format.js';
 import { Grid } from './grid.js';
@@ -23,6 +24,7 @@ export class ListView extends EventTarget {
     this.empty = h('div', { class: 'grid-empty', hidden: true });
     place.append(this.grid.element, this.newRows, this.empty);
     button.addEventListener('click', () => this.toggle());
+    wide.addEventListener('change', () => this.grid.refillAll());
     this.grid.addEventListener('scrolled', () => this.#hold());
     this.grid.addEventListener('pick', (event) => this.open(event.detail));
     this.grid.addEventListener('drawn', (event) => this.#drawn(event.detail.end));
