@@ -1,41 +1,46 @@
 #!/usr/bin/env node
 // Measures how long after an event was stored it is on the page, with three pages open.
 //
-//   node Tests/Browser/measure_latency.js [EVENTS_A_SECOND [SECONDS]]        such as: … 5000 10
+//   node Tests/Browser/measure_latency.js [EVENTS_A_SECOND [SECONDS [EVENTS_A_REQUEST]]]        such as: … 5000 10 500
 //
-// Every frame each page notes its newest row. A row's latency is from the collector's `received_at`, which is before it was
-// stored, to the first frame that has it or a newer one: an upper bound.
+// A row's latency is from the collector's `received_at`, which is before it was stored, to the end of the first frame that has
+// it or a newer one.
 
 import { Collector } from './Support/Collector.js';
 import { anAction, aUUID } from './Support/Events.js';
 import { closePage, openBrowser, openPage } from './Support/Page.js';
 
-const [rate, seconds] = [Number(process.argv[2] ?? 5000), Number(process.argv[3] ?? 10)];
+const given = (place, otherwise) => Number(process.argv[place] ?? otherwise);
+const [rate, seconds, batchSize] = [given(2, 5000), given(3, 10), given(4, 500)];
 const PAGES = 3;
-const BATCH = 100;
 
-/** In the page: the newest row of every frame, and when that frame was. */
+/** In the page: the newest row whenever that changes, and when its frame was done: laid out and painted. */
 function watchNewest() {
   globalThis.newestOfFrames = [];
-  const list = document.querySelector('#event-grid');
-  const note = () => {
-    const row = list.querySelector('.row[aria-rowindex="2"]:not([hidden])');
-    const seq = Number(row?.dataset.seq ?? 0);
+  const list = document.querySelector('#event-grid .grid-body');
+  const afterFrame = new MessageChannel();
+  let isNoting = false;
+  afterFrame.port1.onmessage = () => {
+    isNoting = false;
+    const seq = Number(list.querySelector('.row[aria-rowindex="2"]:not([hidden])')?.dataset.seq ?? 0);
     if (seq !== globalThis.newestOfFrames.at(-1)?.[0]) globalThis.newestOfFrames.push([seq, Date.now() / 1000]);
-    requestAnimationFrame(note);
   };
-  requestAnimationFrame(note);
+  // The list draws in an animation frame, before its layout and its painting; a message arrives behind them.
+  new MutationObserver(() => {
+    if (!isNoting) afterFrame.port2.postMessage(null);
+    isNoting = true;
+  }).observe(list, { attributes: true, attributeFilter: ['data-seq'], subtree: true });
 }
 
 /** Sends at an even pace; how late it was at the end. */
 async function sendAll(collector) {
   const client = aUUID();
-  const batches = Math.round((rate * seconds) / BATCH);
+  const batches = Math.round((rate * seconds) / batchSize);
   const start = performance.now();
   for (let batch = 0; batch < batches; batch++) {
-    const due = start + (1000 * batch * BATCH) / rate;
+    const due = start + (1000 * batch * batchSize) / rate;
     await new Promise((resolve) => setTimeout(resolve, Math.max(0, due - performance.now())));
-    await collector.send(Array.from({ length: BATCH }, (_, index) => anAction(`event-${batch}-${index}`)), { client });
+    await collector.send(Array.from({ length: batchSize }, (_, index) => anAction(`event-${batch}-${index}`)), { client });
   }
   return (performance.now() - start) / 1000;
 }
