@@ -52,7 +52,7 @@ TEST(Command, saysWhatIsWrongWithItsUsageInOneLine) {
 }
 
 TEST(Command, helpsOnRequest) {
-  for (const auto* command : {"demo", "host", "collect", "expect", "queue", "store"}) {
+  for (const auto* command : {"demo", "host", "collect", "expect", "report", "queue", "store"}) {
     const auto result = run({command, "--help"});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.output, HasSubstr("--help"));

@@ -4,6 +4,7 @@
 #include "Expect/ExpectCommand.h"
 #include "Host/HostCommand.h"
 #include "Queue/QueueCommand.h"
+#include "Report/ReportCommand.h"
 #include "Store/StoreCommand.h"
 
 #include <fmt/format.h>
@@ -56,6 +57,7 @@ int main(int count, char** arguments) {
   kite::tool::addHostCommand(app);
   kite::tool::addCollectCommand(app);
   kite::tool::addExpectCommand(app);
+  kite::tool::addReportCommand(app);
   kite::tool::addQueueCommand(app);
   kite::tool::addStoreCommand(app);
   return run(app, count, arguments);

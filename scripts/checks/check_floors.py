@@ -14,7 +14,7 @@ SIDE = {"Linux": {"Base", "JSON"}, "LegacyArchive": set(), "Application": {"Base
 THIRD_PARTY = {"JSON": ("simdjson.h",), "Queue": ("simdjson.h",)}  # in .cpp files
 OTHERS = {
     "Tests/Support": {*HEIGHT, "Support"} - {"Facade"},
-    "Tools": {"Collector", "Inspector", "Expect", "Host", "Queue", "Store", "Demo", "Common", "JSON"},
+    "Tools": {"Collector", "Inspector", "Expect", "Host", "Queue", "Report", "Store", "Demo", "Common", "JSON"},
     "Toolkits": {"Common", "Qt6", "Gtk4"},
     "Tests/Toolkits": {"Commands.h"},
     "Examples": set(),

@@ -11,7 +11,8 @@ namespace kite::tool {
 /// One open SQLite file. Every operation throws a `StoreError` when SQLite refuses it.
 class Connection {
  public:
-  enum class Access { readOnly, readWrite };
+  /// `readOnlyAtRest` is for a file that nobody writes to meanwhile: nothing is left beside it.
+  enum class Access { readOnly, readOnlyAtRest, readWrite };
 
   Connection(const std::string& path, Access access);
   ~Connection() { sqlite3_close(_database); }

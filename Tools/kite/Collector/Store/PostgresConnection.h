@@ -15,6 +15,8 @@ class PostgresRefusal : public StoreAway {
       : StoreAway(message), _code(std::move(code)) {}
   /// Whether a value has no place in its column.
   bool isOfData() const { return _code.starts_with("22"); }
+  /// Whether the user may not do that.
+  bool isOfRights() const { return _code == "42501"; }
   /// Whether the server became one that only reads.
   bool isReadOnly() const { return _code == "25006"; }
 
