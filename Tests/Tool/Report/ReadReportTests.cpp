@@ -1,4 +1,5 @@
-#include "Report/PrintReport.h"
+#include "Report/Report.h"
+#include "Report/SQLiteReportSource.h"
 #include "ReportedEvents.h"
 #include "Support/TemporaryFolder.h"
 #include "Tool/CollectorDatabase.h"
@@ -111,6 +112,16 @@ TEST_F(ReadReport, seesWhatACollectorThatRunsHasJustStored) {
   EXPECT_EQ(readReport(file, reportedDays).total.events, 9);
   store.add("client-4", november(23, reportedNoon), {reportedAction(november(23), "open")});
   EXPECT_EQ(readReport(file, reportedDays).total.events, 10);
+}
+
+TEST_F(ReadReport, isOfOneMomentWhileACollectorStores) {
+  ReportedStore store(file);
+  addReportedDays(store);
+  tool::SQLiteReportSource source(file, tool::Connection::Access::readOnly);
+  EXPECT_EQ(source.clients(reportedDays), 2);
+  store.add("client-4", november(23, reportedNoon), {reportedAction(november(23), "open")});
+  EXPECT_EQ(source.clients(reportedDays), 2);
+  EXPECT_EQ(source.actionTotals(reportedDays).actions, 4);
 }
 
 TEST_F(ReadReport, leavesTheFileAndItsFolderAsTheyAre) {
