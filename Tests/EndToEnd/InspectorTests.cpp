@@ -7,8 +7,10 @@
 namespace kite::test {
 namespace {
 
+using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 /// A collector whose lines are read one by one.
 class Inspected {
@@ -53,7 +55,7 @@ TEST(Inspector, isWaitedFromTheCommandLine) {
   collector.deliver("buy");
   const auto met = run({"expect", "--url", page, "--match", "type:UserAction name:buy"});
   EXPECT_EQ(met.status, 0) << met.errors;
-  EXPECT_THAT(met.output, testing::StartsWith("1 of 1 events match after "));
+  EXPECT_THAT(met.output, StartsWith("1 of 1 events match after "));
 }
 
 TEST(Inspector, saysOnTheCommandLineWhatCameNearest) {
@@ -63,7 +65,7 @@ TEST(Inspector, saysOnTheCommandLineWhatCameNearest) {
   const auto missed = run({"expect", "--url", page, "--match", "type:UserAction name:buy",
                            "--count", "3", "--within", "0"});
   EXPECT_EQ(missed.status, 1);
-  EXPECT_THAT(missed.output, testing::StartsWith("0 of 3 events match after "));
+  EXPECT_THAT(missed.output, StartsWith("0 of 3 events match after "));
   EXPECT_THAT(missed.output, HasSubstr("\n  UserAction \"bought\" "));
   EXPECT_THAT(missed.output, HasSubstr(": name is \"bought\", wanted \"buy\"\n"));
   EXPECT_EQ(missed.errors, "");
@@ -89,6 +91,15 @@ TEST(Inspector, saysWhichTermOfAnExpectationIsWrong) {
   const auto wrong = run({"expect", "--url", collector.page(), "--match", "nme:buy"});
   EXPECT_EQ(wrong.status, 1);
   EXPECT_THAT(wrong.errors, HasSubstr("nme:buy: there is no such key"));
+}
+
+TEST(Inspector, isFollowedByTheAddressOfTheMetrics) {
+  Inspected collector({"--inspect", "--metrics"});
+  EXPECT_THAT(collector.page(), HasSubstr("/?token="));
+  const auto line = collector.process.receive();
+  EXPECT_EQ(partOf(line, "/event"), R"("metrics")");
+  EXPECT_THAT(partOf(line, "/url"),
+              AllOf(StartsWith(R"("http://127.0.0.1:)"), EndsWith(R"(/metrics")")));
 }
 
 TEST(Inspector, endsACollectorThatHasWhatItExpects) {

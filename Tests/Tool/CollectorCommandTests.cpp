@@ -70,6 +70,11 @@ TEST(CollectCommand, listensOnAHostAndAPort) {
   }
 }
 
+TEST(CollectCommand, servesMetricsOnAHostAndAPort) {
+  EXPECT_EQ(complaint(with({"--self-signed", "t", "--metrics", "9464"})),
+            "--metrics: \"9464\" is not HOST:PORT");
+}
+
 TEST(CollectCommand, saysWhichFaultItDoesNotKnow) {
   EXPECT_THAT(complaint(with({"--self-signed", "t", "--fault", "reset", "--fault", "nonsense"})),
               HasSubstr("--fault: \"nonsense\" is no fault"));

@@ -1,6 +1,7 @@
 #include "Collector/Service.h"
 
 #include "CollectorRequests.h"
+#include "RecordedExchange.h"
 #include "Support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -10,34 +11,10 @@
 namespace kite::test {
 namespace {
 
-using tool::Exchange;
 using tool::parseFault;
 using tool::ReceivedRequest;
-using tool::Reply;
 using tool::RequestReport;
 using tool::Service;
-
-/// Keeps what the service does with a request.
-class RecordedExchange final : public Exchange {
- public:
-  void answer(const Reply& given) override { reply = given; }
-  void reset() override { isReset = true; }
-  void later(std::chrono::milliseconds time, std::function<void(Exchange&)> body) override {
-    delay = time;
-    delayed = std::move(body);
-  }
-  void begin(const Reply& given) override { reply = given; }
-  void send(std::string_view bytes) override { reply->body += bytes; }
-  void end() override {}
-  std::size_t unsent() const override { return 0; }
-  void hold(std::shared_ptr<void> object) override { held = std::move(object); }
-
-  std::optional<Reply> reply;
-  bool isReset = false;
-  std::chrono::milliseconds delay{0};
-  std::function<void(Exchange&)> delayed;
-  std::shared_ptr<void> held;
-};
 
 class CollectorService : public ::testing::Test {
  protected:
@@ -174,10 +151,10 @@ TEST_F(CollectorService, storesNothingThatAFaultStruck) {
   }
   addFault("body:" + file);
   for (int fault = 0; fault < 6; ++fault) upload();
-  EXPECT_EQ(service->statistics().newEvents, 0U);
+  EXPECT_EQ(service->metrics().statistics().newEvents, 0U);
   const auto spared = upload();  // the same request id is still good
   EXPECT_EQ(spared.reply->status, 200);
-  EXPECT_EQ(service->statistics().newEvents, 1U);
+  EXPECT_EQ(service->metrics().statistics().newEvents, 1U);
 }
 
 TEST_F(CollectorService, usesFaultsUpOnUploadsOnly) {
@@ -197,7 +174,7 @@ TEST_F(CollectorService, countsWhatItDid) {
   upload(anotherRequestID);
   upload();  // a replay
   handle("GET", "/health");
-  const auto statistics = service->statistics();
+  const auto statistics = service->metrics().statistics();
   EXPECT_EQ(statistics.requests, 5U);
   EXPECT_EQ(statistics.accepted, 2U);
   EXPECT_EQ(statistics.refused, 1U);

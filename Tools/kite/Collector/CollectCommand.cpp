@@ -23,7 +23,8 @@ constexpr const char* footer = R"(
 Standard output carries one JSON object per line: {"event":"listening",...} once ready, then one
 {"event":"request",...} per request. With --inspect the second line is {"event":"inspector","url":...},
 the address of a page that shows what arrives; its API and its search are in Docs/Inspector.md. With
---expect the last line is {"event":"summary",...}.
+--metrics the next one is {"event":"metrics","url":...}. With --expect the last line is
+{"event":"summary",...}.
 
 Faults strike POST requests to the events path, in the order given, N requests each:
   status:CODE   answer CODE (200 to 599)
@@ -44,6 +45,7 @@ struct CollectArguments {
   std::string selfSigned;
   std::vector<std::string> faults;
   std::optional<std::string> inspect;
+  std::optional<std::string> metrics;
   std::string tokenFile;
   bool opensPage = false;
   std::int64_t expected = 0;
@@ -105,6 +107,10 @@ CollectorOptions collectorOptions(const CollectArguments& arguments) {
   } else if (arguments.opensPage || !arguments.tokenFile.empty()) {
     refuseUsage("--open and --token-file want --inspect");
   }
+  if (arguments.metrics) {
+    const HostAndPort metrics = readAddress("--metrics", *arguments.metrics);
+    options.metrics = MetricsAt{.host = metrics.host, .port = metrics.port};
+  }
   if (arguments.timeout && arguments.expected == 0) refuseUsage("--timeout wants --expect");
   for (const std::string& text : arguments.faults) {
     auto fault = parseFault(text);
@@ -149,8 +155,12 @@ class End {
 
 void printAddress(const CollectorAddress& address, bool opensPage) {
   printLine(listeningLine(address));
-  if (address.inspector.empty()) return;
-  printLine(fmt::format(R"({{"event":"inspector","url":{}}})", quotedJSON(address.inspector)));
+  if (!address.inspector.empty()) {
+    printLine(fmt::format(R"({{"event":"inspector","url":{}}})", quotedJSON(address.inspector)));
+  }
+  if (!address.metrics.empty()) {
+    printLine(fmt::format(R"({{"event":"metrics","url":{}}})", quotedJSON(address.metrics)));
+  }
   if (opensPage && !openInBrowser(address.inspector)) {
     std::fputs("kite: cannot run xdg-open\n", stderr);
   }
@@ -188,17 +198,23 @@ void runUntilItsEnd(CollectorOptions options, const CollectArguments& arguments)
   if (arguments.expected > 0) printSummary(collector.statistics(), arguments.expected);
 }
 
-void addInspectorOptions(CLI::App& command, CollectArguments& arguments) {
+/// An option whose address may be left out.
+void addListener(CLI::App& command, const std::string& name, std::optional<std::string>& address,
+                 const std::string& description) {
   command
       .add_option_function<std::vector<std::string>>(
-          "--inspect",
-          [&arguments](const std::vector<std::string>& given) {
-            arguments.inspect =
-                given.empty() || given.front().empty() ? "127.0.0.1:0" : given.front();
+          name,
+          [&address](const std::vector<std::string>& given) {
+            address = given.empty() || given.front().empty() ? "127.0.0.1:0" : given.front();
           },
-          "Serve a page that shows what arrives, at 127.0.0.1:0 unless told otherwise")
+          description)
       ->type_name("[HOST:PORT]")
       ->expected(0, 1);
+}
+
+void addInspectorOptions(CLI::App& command, CollectArguments& arguments) {
+  addListener(command, "--inspect", arguments.inspect,
+              "Serve a page that shows what arrives, at 127.0.0.1:0 unless told otherwise");
   command
       .add_option("--token-file", arguments.tokenFile,
                   "File of the page's token; made when it is not there")
@@ -243,6 +259,8 @@ CLI::App* addCollectCommand(CLI::App& parent) {
       ->type_name("SECONDS")
       ->check(CLI::Range(0.0, 1e6).description(""));
   addInspectorOptions(*command, *arguments);
+  addListener(*command, "--metrics", arguments->metrics,
+              "Serve counters for Prometheus, at 127.0.0.1:0 unless told otherwise");
   command->callback([arguments, command, migrate] {
     if (migrate->parsed()) return;
     for (const char* needed : {"--key", "--db"}) {

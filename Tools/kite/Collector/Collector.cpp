@@ -1,6 +1,5 @@
 #include "Collector/Collector.h"
 
-#include "Collector/Server/HTTPServer.h"
 #include "Inspector/Inspector.h"
 
 #include <fmt/format.h>
@@ -30,11 +29,12 @@ void standBack() {
   ::setpriority(PRIO_PROCESS, thread, ::getpriority(PRIO_PROCESS, thread) + 10);
 }
 
-std::string urlOf(const std::string& host, std::uint16_t port) {
-  const bool isAnyAddress = host == "0.0.0.0" || host == "::";
-  const bool isIPv6 = host.find(':') != std::string::npos;
-  const std::string shown = isAnyAddress ? "localhost" : isIPv6 ? "[" + host + "]" : host;
-  return fmt::format("https://{}:{}{}", shown, port, eventsPath);
+/// Ends a server that was started, and its thread.
+template <class Server>
+void endServer(std::unique_ptr<Server>& server, std::thread& thread) {
+  if (!thread.joinable()) return;
+  server->stop();
+  thread.join();
 }
 
 std::optional<std::string> unreadableFile(const std::vector<Fault>& faults) {
@@ -82,11 +82,17 @@ Result<CollectorAddress, std::string> Collector::start() {
        }});
   if (!server) return Failure{server.error()};
   _server = *std::move(server);
-  CollectorAddress address{.url = urlOf(_options.listenHost, _server->port()),
+  CollectorAddress address{.url = fmt::format("https://{}:{}{}", shownHost(_options.listenHost),
+                                              _server->port(), eventsPath),
                            .ca = certificate->ca};
   if (_options.inspect) {
     if (auto error = startInspector(address)) return Failure{*std::move(error)};
     address.inspector = _inspector->url();
+  }
+  if (_options.metrics) {
+    if (auto error = startMetrics()) return Failure{*std::move(error)};
+    address.metrics = fmt::format("http://{}:{}{}", shownHost(_options.metrics->host),
+                                  _metrics->port(), metricsPath);
   }
   _thread = threadWithoutSignals([running = _server.get()] { running->run(); });
   return address;
@@ -115,17 +121,22 @@ std::optional<std::string> Collector::startInspector(const CollectorAddress& add
   return std::nullopt;
 }
 
+std::optional<std::string> Collector::startMetrics() {
+  auto server = listenForMetrics(*_options.metrics,
+                                 [service = _service] { return service->metrics().text(); });
+  if (!server) return server.error();
+  _metrics = *std::move(server);
+  _metricsThread = threadWithoutSignals([running = _metrics.get()] { running->run(); });
+  return std::nullopt;
+}
+
 void Collector::stop() {
-  if (_thread.joinable()) {
-    _server->stop();
-    _thread.join();
-  }
-  if (_inspectorThread.joinable()) {
-    _inspector->stop();
-    _inspectorThread.join();
-  }
+  endServer(_server, _thread);
+  endServer(_inspector, _inspectorThread);
+  endServer(_metrics, _metricsThread);
   _server.reset();
   _inspector.reset();
+  _metrics.reset();
 }
 
 void Collector::addFault(Fault fault) {
@@ -133,7 +144,7 @@ void Collector::addFault(Fault fault) {
 }
 
 CollectorStatistics Collector::statistics() const {
-  return _service ? _service->statistics() : CollectorStatistics{};
+  return _service ? _service->metrics().statistics() : CollectorStatistics{};
 }
 
 }  // namespace kite::tool

@@ -3,6 +3,7 @@
 #include <Kite/Base/Result.h>
 
 #include "Collector/Fault.h"
+#include "Collector/MetricsServer.h"
 #include "Collector/RequestReport.h"
 #include "Collector/Server/Certificates.h"
 #include "Collector/Service.h"
@@ -17,7 +18,6 @@
 
 namespace kite::tool {
 
-class HTTPServer;
 class Inspector;
 
 /// Seconds since 1970 by the system's clock.
@@ -41,6 +41,7 @@ struct CollectorOptions {
   std::function<void(const RequestReport&)> onRequest = nullptr;
   std::function<double()> clock = systemTime;
   std::optional<InspectAt> inspect = std::nullopt;
+  std::optional<MetricsAt> metrics = std::nullopt;
 };
 
 /// Where a running collector is found.
@@ -48,6 +49,7 @@ struct CollectorAddress {
   std::string url;             ///< of the events endpoint
   std::string ca;              ///< PEM file that clients must trust; empty when it is not known
   std::string inspector = "";  ///< address of the page, with its token; empty without an inspector
+  std::string metrics = "";    ///< address of the metrics; empty when they are not served
 };
 
 /// A collection service on a thread of its own. Its operations are for one thread at a time, but
@@ -70,13 +72,16 @@ class Collector {
 
  private:
   std::optional<std::string> startInspector(const CollectorAddress& address);
+  std::optional<std::string> startMetrics();
 
   CollectorOptions _options;
   std::shared_ptr<Service> _service;
   std::unique_ptr<HTTPServer> _server;
   std::unique_ptr<Inspector> _inspector;
+  std::unique_ptr<HTTPServer> _metrics;
   std::thread _thread;
   std::thread _inspectorThread;
+  std::thread _metricsThread;
 };
 
 }  // namespace kite::tool

@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
+
 namespace kite::tool {
 namespace {
 
@@ -25,6 +27,28 @@ Outcome accept(const ReceivedRequest& request, double delta, Stored stored) {
   return result;
 }
 
+Outcome failure(const ReceivedRequest& request, int status, const std::string& message) {
+  Outcome result = refuse(request, {.status = status, .code = 0, .message = message});
+  result.report.hasStoreFailed = true;
+  return result;
+}
+
+/// Adds the time of its scope to a sum.
+class AddedTime {
+ public:
+  explicit AddedTime(std::optional<double>& sum) : _sum(sum) {}
+  ~AddedTime() {
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - _begin;
+    _sum = _sum.value_or(0) + time.count();
+  }
+  AddedTime(const AddedTime&) = delete;
+  AddedTime& operator=(const AddedTime&) = delete;
+
+ private:
+  std::optional<double>& _sum;
+  std::chrono::steady_clock::time_point _begin = std::chrono::steady_clock::now();
+};
+
 Refusal usedBefore() { return replayed("the request id was used before"); }
 
 }  // namespace
@@ -38,24 +62,33 @@ Outcome refuse(const ReceivedRequest& request, const Refusal& refusal) {
   return result;
 }
 
+template <class Operation>
+auto Intake::timed(const Operation& operation) {
+  const AddedTime added(_storeSeconds);
+  return operation();
+}
+
 Outcome Intake::receive(const ReceivedRequest& request, double now) {
+  _storeSeconds.reset();
+  Outcome result = tryToReceive(request, now);
+  result.report.storeSeconds = _storeSeconds;
+  return result;
+}
+
+Outcome Intake::tryToReceive(const ReceivedRequest& request, double now) {
   try {
     return checkAndStore(request, now);
   } catch (const StoreAway& error) {
-    return refuse(request, {.status = 503,
-                            .code = 0,
-                            .message = std::string("the database is away: ") + error.what()});
+    return failure(request, 503, std::string("the database is away: ") + error.what());
   } catch (const StoreError& error) {
-    return refuse(
-        request,
-        {.status = 500, .code = 0, .message = std::string("the database failed: ") + error.what()});
+    return failure(request, 500, std::string("the database failed: ") + error.what());
   }
 }
 
 Outcome Intake::checkAndStore(const ReceivedRequest& request, double now) {
   const auto sender = authenticate(request, _key, now);
   if (!sender) return refuse(request, sender.error());
-  if (_store->hasSeen(sender->requestID)) {
+  if (timed([&] { return _store->hasSeen(sender->requestID); })) {
     return refuse(request, usedBefore());
   }
   return receive(request, *sender, now);
@@ -64,12 +97,13 @@ Outcome Intake::checkAndStore(const ReceivedRequest& request, double now) {
 Outcome Intake::receive(const ReceivedRequest& request, const Sender& sender, double now) {
   auto batch = unpack(request, sender);
   if (!batch) {
-    _store->remember(sender, batch.error(), now);
+    timed([&] { _store->remember(sender, batch.error(), now); });
     return refuse(request, batch.error());
   }
   const double delta = now - batch->requestTimestamp;
   const auto unpackedBytes = static_cast<std::int64_t>(batch->textBytes);
-  Stored stored = _store->store({.sender = sender, .batch = *std::move(batch)}, now);
+  const Accepted accepted{.sender = sender, .batch = *std::move(batch)};
+  Stored stored = timed([&] { return _store->store(accepted, now); });
   if (stored.isReplay) return refuse(request, usedBefore());
   Outcome result = accept(request, delta, std::move(stored));
   result.report.unpackedBytes = unpackedBytes;

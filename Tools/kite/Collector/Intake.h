@@ -5,6 +5,7 @@
 #include "Collector/Store/EventStore.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace kite::tool {
@@ -33,11 +34,15 @@ class Intake {
   EventStore& store() { return *_store; }
 
  private:
+  template <class Operation>
+  auto timed(const Operation& operation);
+  Outcome tryToReceive(const ReceivedRequest& request, double now);
   Outcome checkAndStore(const ReceivedRequest& request, double now);
   Outcome receive(const ReceivedRequest& request, const Sender& sender, double now);
 
   std::string _key;
   std::unique_ptr<EventStore> _store;
+  std::optional<double> _storeSeconds;  // that the request at hand spent in it
 };
 
 }  // namespace kite::tool

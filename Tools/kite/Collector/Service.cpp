@@ -81,8 +81,7 @@ std::optional<std::string> headerOf(const ReceivedRequest& request, std::string_
   return value.empty() ? std::nullopt : std::optional(clipped(value, longestHeader));
 }
 
-RequestRecord recordOf(const Arrived& arrived, const RequestReport& report, double duration,
-                       std::int64_t attempt) {
+RequestRecord recordOf(const Arrived& arrived, const RequestReport& report, std::int64_t attempt) {
   const ReceivedRequest& request = arrived.request;
   return {.receivedAt = arrived.receivedAt,
           .method = report.method,
@@ -93,11 +92,11 @@ RequestRecord recordOf(const Arrived& arrived, const RequestReport& report, doub
           .errorCode = report.errorCode,
           .message = report.message,
           .fault = report.fault,
-          .bytes = static_cast<std::int64_t>(request.body.size()),
+          .bytes = static_cast<std::int64_t>(report.bytes),
           .unpackedBytes = report.unpackedBytes,
           .newEvents = static_cast<std::int64_t>(report.newEvents),
           .duplicates = static_cast<std::int64_t>(report.duplicates),
-          .duration = duration,
+          .duration = report.seconds,
           .attempt = attempt,
           .client = headerOf(request, "Kite-Client-ID"),
           .requestID = headerOf(request, "Wicket-Request-Id"),
@@ -154,37 +153,28 @@ void Service::answer(const Arrived& arrived, Outcome outcome, Exchange& exchange
   exchange.answer(outcome.reply);
 }
 
-void Service::tell(const Arrived& arrived, const RequestReport& report,
+void Service::tell(const Arrived& arrived, RequestReport report,
                    std::vector<RepeatedEvent> repeated) {
-  count(report);
-  const bool isHealthy = report.path == healthPath && report.status == 200;
-  if (!isHealthy) {
-    const std::chrono::duration<double> duration = std::chrono::steady_clock::now() - arrived.begin;
-    const bool isRefused = report.errorCode && !report.fault;
-    const std::int64_t attempt = _attempts.note(arrived.request, report);
-    try {
-      _intake.store().record(recordOf(arrived, report, duration.count(), attempt),
-                             isRefused ? std::string_view(arrived.request.body) : "");
-    } catch (const StoreError&) {  // the answer counts, not what is kept of it
-    }
+  const std::chrono::duration<double> time = std::chrono::steady_clock::now() - arrived.begin;
+  report.seconds = time.count();
+  report.bytes = arrived.request.body.size();
+  _metrics.note(report);
+  if (!isHealthCheck(report)) {
+    record(arrived, report);
     if (_changed) _changed(std::move(repeated));
   }
   if (_report) _report(report);
 }
 
-void Service::count(const RequestReport& report) {
-  const std::scoped_lock lock(_mutex);
-  ++_statistics.requests;
-  if (report.newEvents + report.duplicates > 0) ++_statistics.accepted;
-  if (report.fault) ++_statistics.faults;
-  if (report.errorCode && !report.fault) ++_statistics.refused;
-  _statistics.newEvents += report.newEvents;
-  _statistics.duplicates += report.duplicates;
-}
-
-CollectorStatistics Service::statistics() const {
-  const std::scoped_lock lock(_mutex);
-  return _statistics;
+void Service::record(const Arrived& arrived, const RequestReport& report) {
+  const bool isRefused = report.errorCode && !report.fault;
+  const std::int64_t attempt = _attempts.note(arrived.request, report);
+  try {
+    _intake.store().record(recordOf(arrived, report, attempt),
+                           isRefused ? std::string_view(arrived.request.body) : "");
+  } catch (const StoreError&) {  // the answer counts, not what is kept of it
+    _metrics.noteUnrecorded();
+  }
 }
 
 }  // namespace kite::tool

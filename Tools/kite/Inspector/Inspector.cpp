@@ -9,12 +9,6 @@ namespace {
 
 constexpr std::chrono::seconds patienceWithReaders(10);
 
-std::string shownHost(const std::string& host) {
-  const bool isAnyAddress = host == "0.0.0.0" || host == "::";
-  const bool isIPv6 = host.find(':') != std::string::npos;
-  return isAnyAddress ? "localhost" : isIPv6 ? "[" + host + "]" : host;
-}
-
 void answerWith(Exchange& exchange, Reply reply) {
   addSecurityHeaders(reply);
   exchange.answer(reply);

@@ -248,6 +248,12 @@ void EventLoopServer::endWhenSent() {
 
 }  // namespace
 
+std::string shownHost(const std::string& host) {
+  const bool isAnyAddress = host == "0.0.0.0" || host == "::";
+  const bool isIPv6 = host.find(':') != std::string::npos;
+  return isAnyAddress ? "localhost" : isIPv6 ? "[" + host + "]" : host;
+}
+
 Result<std::unique_ptr<HTTPServer>, std::string> HTTPServer::listen(HTTPServerOptions options) {
   TLSContext tls;
   if (options.certificate) {

@@ -53,4 +53,7 @@ class HTTPServer {
   virtual void stop() = 0;
 };
 
+/// A host that is listened on, as it stands in an address for people and programs.
+std::string shownHost(const std::string& host);
+
 }  // namespace kite::tool
