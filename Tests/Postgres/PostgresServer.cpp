@@ -150,6 +150,11 @@ std::string queryPostgres(const std::string& address, const std::string& sql) {
   return rows;
 }
 
+OtherSession::OtherSession(const std::string& address)
+    : _connection(PQconnectdb(address.c_str())) {}
+OtherSession::~OtherSession() { PQfinish(_connection); }
+void OtherSession::run(const char* sql) const { PQclear(PQexec(_connection, sql)); }
+
 PostgresServer& sharedServer() {
   static PostgresServer server;
   return server;

@@ -7,6 +7,8 @@
 #include <string>
 #include <thread>
 
+struct pg_conn;
+
 namespace kite::test {
 
 /// A PostgreSQL server of its own in a temporary folder, on a loopback port. It dies with the
@@ -38,6 +40,19 @@ class PostgresServer {
 
 /// Runs `sql` there; gives all values, a blank between two columns and a line end behind each row.
 std::string queryPostgres(const std::string& address, const std::string& sql);
+
+/// Holds a lock as another session would.
+class OtherSession {
+ public:
+  explicit OtherSession(const std::string& address);
+  ~OtherSession();
+  OtherSession(const OtherSession&) = delete;
+  OtherSession& operator=(const OtherSession&) = delete;
+  void run(const char* sql) const;
+
+ private:
+  pg_conn* _connection;
+};
 
 /// The server of all tests of this program.
 PostgresServer& sharedServer();

@@ -3,7 +3,6 @@
 #include "Collector/Store/PostgresSchema.h"
 
 #include <gmock/gmock.h>
-#include <libpq-fe.h>
 
 #include <algorithm>
 #include <chrono>
@@ -74,19 +73,6 @@ Stored insist(EventStore& store, const tool::Accepted& accepted) {
     }
   }
 }
-
-/// Holds a lock as another session would.
-class OtherSession {
- public:
-  explicit OtherSession(const std::string& address) : _connection(PQconnectdb(address.c_str())) {}
-  ~OtherSession() { PQfinish(_connection); }
-  OtherSession(const OtherSession&) = delete;
-  OtherSession& operator=(const OtherSession&) = delete;
-  void run(const char* sql) const { PQclear(PQexec(_connection, sql)); }
-
- private:
-  PGconn* _connection;
-};
 
 TEST(PostgresStore, isRefusedWithoutItsTables) {
   const PostgresDatabase database(PostgresDatabase::Tables::absent);

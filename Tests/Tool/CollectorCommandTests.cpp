@@ -70,6 +70,13 @@ TEST(CollectCommand, listensOnAHostAndAPort) {
   }
 }
 
+TEST(CollectCommand, storesIntoAFileOneUploadAtATime) {
+  EXPECT_THAT(complaint(with({"--self-signed", "t", "--db-connections", "2"})),
+              HasSubstr("--db-connections wants the address of a PostgreSQL database"));
+  EXPECT_THAT(complaint(with({"--self-signed", "t", "--db-connections", "0"})),
+              HasSubstr("--db-connections"));
+}
+
 TEST(CollectCommand, servesMetricsOnAHostAndAPort) {
   EXPECT_EQ(complaint(with({"--self-signed", "t", "--metrics", "9464"})),
             "--metrics: \"9464\" is not HOST:PORT");

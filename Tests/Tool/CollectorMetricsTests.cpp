@@ -32,8 +32,8 @@ RequestReport aReportOf(double seconds) {
 }
 
 TEST(CollectorMetricsText, isValidBeforeTheFirstRequest) {
-  const MetricsText metrics(Metrics().text());
-  EXPECT_EQ(metrics.count("kite_collector_requests_total{"), 6U);
+  const MetricsText metrics(Metrics().text({}));
+  EXPECT_EQ(metrics.count("kite_collector_requests_total{"), 7U);
   EXPECT_EQ(metrics["kite_collector_requests_total{outcome=\"accepted\"}"], 0);
   EXPECT_EQ(metrics["kite_collector_refusals_total{error_code=\"603\"}"], 0);
   EXPECT_EQ(metrics["kite_collector_request_duration_seconds_count"], 0);
@@ -42,7 +42,7 @@ TEST(CollectorMetricsText, isValidBeforeTheFirstRequest) {
 TEST(CollectorMetricsText, sortsTimesByTheirBounds) {
   Metrics counted;
   for (const double seconds : {0.0001, 0.01, 0.0101, 2.0, 100.0}) counted.note(aReportOf(seconds));
-  const MetricsText metrics(counted.text());
+  const MetricsText metrics(counted.text({}));
   const std::string name = "kite_collector_request_duration_seconds";
   EXPECT_EQ(metrics[name + "_bucket{le=\"0.0005\"}"], 1);
   EXPECT_EQ(metrics[name + "_bucket{le=\"0.005\"}"], 1);
@@ -60,7 +60,7 @@ TEST(CollectorMetricsText, measuresTheStoreOnlyWhereItWasAsked) {
   RequestReport stored = aReport();
   stored.storeSeconds = 0.004;
   counted.note(stored);
-  const MetricsText metrics(counted.text());
+  const MetricsText metrics(counted.text({}));
   EXPECT_EQ(metrics["kite_collector_store_duration_seconds_count"], 1);
   EXPECT_EQ(metrics["kite_collector_store_duration_seconds_bucket{le=\"0.005\"}"], 1);
 }
@@ -86,7 +86,7 @@ class CollectorMetrics : public ::testing::Test {
   int upload(const std::string& requestID = aRequestID) {
     return handle(aRequest(aBody({aCustomEvent()}), requestID));
   }
-  MetricsText metrics() const { return MetricsText(service->metrics().text()); }
+  MetricsText metrics() const { return MetricsText(service->metricsText()); }
   double requests(const std::string& outcome) const {
     return metrics()["kite_collector_requests_total{outcome=\"" + outcome + "\"}"];
   }
@@ -131,7 +131,7 @@ TEST_F(CollectorMetrics, countRefusalsByTheirErrorCode) {
 }
 
 TEST_F(CollectorMetrics, countUploadsWhoseStoreIsAway) {
-  database->onStore = [] { throw tool::StoreAway("no answer in time"); };
+  database->onStore = [](const tool::Accepted&) { throw tool::StoreAway("no answer in time"); };
   EXPECT_EQ(upload(), 503);
   EXPECT_EQ(requests("unavailable"), 1);
   EXPECT_EQ(requests("refused"), 0);
@@ -140,7 +140,7 @@ TEST_F(CollectorMetrics, countUploadsWhoseStoreIsAway) {
 }
 
 TEST_F(CollectorMetrics, countUploadsWhoseStoreFailed) {
-  database->onStore = [] { throw tool::StoreError("disk full"); };
+  database->onStore = [](const tool::Accepted&) { throw tool::StoreError("disk full"); };
   EXPECT_EQ(upload(), 500);
   EXPECT_EQ(requests("failed"), 1);
   EXPECT_EQ(storeErrors("upload"), 1);
@@ -173,7 +173,7 @@ TEST_F(CollectorMetrics, countChecksOfHealthWithoutTheirTimes) {
 TEST_F(CollectorMetrics, tellNothingOfWhatWasSent) {
   upload();
   handle(aRequestOf("no gzip", anotherRequestID));
-  const std::string text = service->metrics().text();
+  const std::string text = service->metricsText();
   for (const std::string secret : {"client-1", anID, aRequestID, "Purchase", "trail-maps", "u1"}) {
     EXPECT_THAT(text, Not(HasSubstr(secret)));
   }

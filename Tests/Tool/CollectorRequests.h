@@ -30,6 +30,12 @@ inline constexpr const char* anotherID = "E2A59A80-94EC-4328-A974-2E6D85EC51AE";
 inline constexpr const char* aRequestID = "6F8852B6-5A4E-484B-99BD-0A8A6674FD93";
 inline constexpr const char* anotherRequestID = "112B7D85-151D-4F7B-B58E-DF3FCD171D95";
 
+/// The UUID with a number at its end.
+inline std::string numbered(std::string id, int number) {
+  const std::string digits = std::to_string(1'000'000 + number);
+  return id.replace(id.size() - digits.size(), digits.size(), digits);
+}
+
 inline std::string gzipped(std::string_view text) {
   z_stream stream{};
   deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, 16 + MAX_WBITS, 8, Z_DEFAULT_STRATEGY);

@@ -15,7 +15,7 @@ namespace kite::test {
 /// What fake stores keep; several may share it, as those of one database do. The hooks are called
 /// on the thread of the operation, at its begin; what they throw, the operation throws.
 struct FakeDatabase {
-  std::function<void()> onStore = nullptr;
+  std::function<void(const tool::Accepted&)> onStore = nullptr;
   std::function<void()> onRecord = nullptr;
 
   std::mutex mutex;
@@ -34,7 +34,7 @@ class FakeStore final : public tool::EventStore {
   }
 
   tool::Stored store(const tool::Accepted& accepted, double) override {
-    if (_database->onStore) _database->onStore();
+    if (_database->onStore) _database->onStore(accepted);
     const std::scoped_lock lock(_database->mutex);
     tool::Stored stored;
     stored.isReplay = !_database->requests.insert(accepted.sender.requestID).second;

@@ -40,12 +40,6 @@ class Looked {
   JSONValue _value;
 };
 
-/// The UUID with a number at its end.
-inline std::string numbered(std::string id, int number) {
-  const std::string digits = std::to_string(1'000'000 + number);
-  return id.replace(id.size() - digits.size(), digits.size(), digits);
-}
-
 /// A collector with an inspector, whose clock stands at `now`.
 class InspectedCollector : public ::testing::Test {
  protected:

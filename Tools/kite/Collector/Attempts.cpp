@@ -9,6 +9,7 @@ constexpr std::size_t mostClients = 10'000;  // that fail at once; their names a
 
 std::int64_t Attempts::note(const ReceivedRequest& request, const RequestReport& report) {
   const std::string client(request.header("Kite-Client-ID"));
+  const std::scoped_lock lock(_mutex);
   const auto found = _failures.find(client);
   const std::int64_t attempt = found == _failures.end() ? 1 : found->second + 1;
   if (report.newEvents + report.duplicates > 0) {

@@ -4,6 +4,7 @@
 #include "Collector/JSONText.h"
 #include "Collector/MigrateCommand.h"
 #include "Collector/OpenInBrowser.h"
+#include "Collector/Store/PostgresAddress.h"
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -50,6 +51,7 @@ struct CollectArguments {
   bool opensPage = false;
   std::int64_t expected = 0;
   std::optional<double> timeout;
+  std::optional<std::size_t> connections;
 };
 
 [[noreturn]] void refuseUsage(const std::string& message) { throw CLI::ValidationError(message); }
@@ -106,6 +108,12 @@ CollectorOptions collectorOptions(const CollectArguments& arguments) {
         InspectAt{.host = inspect.host, .port = inspect.port, .tokenFile = arguments.tokenFile};
   } else if (arguments.opensPage || !arguments.tokenFile.empty()) {
     refuseUsage("--open and --token-file want --inspect");
+  }
+  if (arguments.connections) {
+    if (!isPostgresAddress(arguments.database)) {
+      refuseUsage("--db-connections wants the address of a PostgreSQL database");
+    }
+    options.databaseConnections = *arguments.connections;
   }
   if (arguments.metrics) {
     const HostAndPort metrics = readAddress("--metrics", *arguments.metrics);
@@ -239,6 +247,11 @@ CLI::App* addCollectCommand(CLI::App& parent) {
                    "SQLite file for what is received, or postgresql://… without a password")
       ->type_name("FILE|URL");
   addPasswordFile(*command);
+  command
+      ->add_option("--db-connections", arguments->connections,
+                   "Uploads that PostgreSQL stores at a time; 4 unless told otherwise")
+      ->type_name("N")
+      ->check(CLI::Range(std::size_t{1}, std::size_t{256}).description(""));
   const CLI::App* migrate = addMigrateCommand(*command);
   command->add_option("--cert", arguments->certificate, "PEM file of the server's certificate")
       ->type_name("FILE");

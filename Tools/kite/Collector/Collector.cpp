@@ -1,26 +1,28 @@
 #include "Collector/Collector.h"
 
+#include "Collector/QuietThread.h"
+#include "Collector/Store/PostgresAddress.h"
 #include "Inspector/Inspector.h"
 
 #include <fmt/format.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <ctime>
 
 namespace kite::tool {
 namespace {
 
-/// Signals are the process's business; and a client that is gone must not end the process.
-std::thread threadWithoutSignals(std::function<void()> body) {
-  sigset_t all{};
-  sigset_t before{};
-  ::sigfillset(&all);
-  ::pthread_sigmask(SIG_SETMASK, &all, &before);
-  std::thread thread(std::move(body));
-  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return thread;
+/// As many as there are uploads that are stored at a time. The error is one line.
+Result<std::vector<std::unique_ptr<EventStore>>, std::string> openStores(const std::string& place,
+                                                                         std::size_t count) {
+  std::vector<std::unique_ptr<EventStore>> stores;
+  while (stores.size() < count) {
+    auto store = openStore(place);
+    if (!store) return Failure{store.error()};
+    stores.push_back(*std::move(store));
+  }
+  return {std::move(stores)};
 }
 
 /// Readers do not take the processor from the intake. On Linux each thread has its own niceness.
@@ -61,18 +63,7 @@ Result<CollectorAddress, std::string> Collector::start() {
   if (auto error = unreadableFile(_options.faults)) return Failure{*std::move(error)};
   auto certificate = provideCertificate(_options.certificate);
   if (!certificate) return Failure{certificate.error()};
-  auto store = openStore(_options.database);
-  if (!store) return Failure{store.error()};
-  _service = std::make_shared<Service>(
-      ServiceOptions{.key = _options.key,
-                     .store = *std::move(store),
-                     .clock = _options.clock,
-                     .report = _options.onRequest,
-                     .changed = [this](std::vector<RepeatedEvent> repeated) {
-                       if (_inspector) _inspector->changed(std::move(repeated));
-                     }});
-  for (const Fault& fault : _options.faults) _service->faults().add(fault);
-
+  if (auto error = makeService()) return Failure{*std::move(error)};
   auto server = HTTPServer::listen(
       {.host = _options.listenHost,
        .port = _options.port,
@@ -82,6 +73,7 @@ Result<CollectorAddress, std::string> Collector::start() {
        }});
   if (!server) return Failure{server.error()};
   _server = *std::move(server);
+  _server->onWake([service = _service.get()] { service->finish(); });
   CollectorAddress address{.url = fmt::format("https://{}:{}{}", shownHost(_options.listenHost),
                                               _server->port(), eventsPath),
                            .ca = certificate->ca};
@@ -94,8 +86,32 @@ Result<CollectorAddress, std::string> Collector::start() {
     address.metrics = fmt::format("http://{}:{}{}", shownHost(_options.metrics->host),
                                   _metrics->port(), metricsPath);
   }
-  _thread = threadWithoutSignals([running = _server.get()] { running->run(); });
+  _thread = quietThread([running = _server.get()] { running->run(); });
   return address;
+}
+
+std::optional<std::string> Collector::makeService() {
+  ServiceOptions options{.key = _options.key,
+                         .clock = _options.clock,
+                         .report = _options.onRequest,
+                         .changed =
+                             [this](std::vector<RepeatedEvent> repeated) {
+                               if (_inspector) _inspector->changed(std::move(repeated));
+                             },
+                         .wake = [this] { _server->wake(); }};
+  const bool isShared = isPostgresAddress(_options.database);
+  auto opened = openStores(_options.database, isShared ? _options.databaseConnections : 1);
+  if (!opened) return opened.error();
+  auto stores = *std::move(opened);
+  // A file is written by one at a time, and soon: its only store needs no thread of its own.
+  if (isShared) {
+    options.pool = std::move(stores);
+  } else {
+    options.store = std::move(stores.front());
+  }
+  _service = std::make_shared<Service>(std::move(options));
+  for (const Fault& fault : _options.faults) _service->faults().add(fault);
+  return std::nullopt;
 }
 
 std::optional<std::string> Collector::startInspector(const CollectorAddress& address) {
@@ -114,7 +130,7 @@ std::optional<std::string> Collector::startInspector(const CollectorAddress& add
                                                     .clock = _options.clock}});
   if (!inspector) return inspector.error();
   _inspector = *std::move(inspector);
-  _inspectorThread = threadWithoutSignals([running = _inspector.get()] {
+  _inspectorThread = quietThread([running = _inspector.get()] {
     standBack();
     running->run();
   });
@@ -122,15 +138,16 @@ std::optional<std::string> Collector::startInspector(const CollectorAddress& add
 }
 
 std::optional<std::string> Collector::startMetrics() {
-  auto server = listenForMetrics(*_options.metrics,
-                                 [service = _service] { return service->metrics().text(); });
+  auto server =
+      listenForMetrics(*_options.metrics, [service = _service] { return service->metricsText(); });
   if (!server) return server.error();
   _metrics = *std::move(server);
-  _metricsThread = threadWithoutSignals([running = _metrics.get()] { running->run(); });
+  _metricsThread = quietThread([running = _metrics.get()] { running->run(); });
   return std::nullopt;
 }
 
 void Collector::stop() {
+  if (_service) _service->stop();
   endServer(_server, _thread);
   endServer(_inspector, _inspectorThread);
   endServer(_metrics, _metricsThread);

@@ -34,14 +34,15 @@ struct CollectorOptions {
   std::string listenHost = "127.0.0.1";
   std::uint16_t port = 0;  ///< 0 picks one
   std::string key;         ///< the secret that clients sign with
-  std::string database;    ///< SQLite file, made when it is not there
+  std::string database;    ///< SQLite file, made when it is not there, or address of PostgreSQL
   CertificateSource certificate;
   std::vector<Fault> faults = {};
   /// Called on the collector's thread before each answer, when the events are stored already.
   std::function<void(const RequestReport&)> onRequest = nullptr;
-  std::function<double()> clock = systemTime;
+  std::function<double()> clock = systemTime;  ///< called from any thread
   std::optional<InspectAt> inspect = std::nullopt;
   std::optional<MetricsAt> metrics = std::nullopt;
+  std::size_t databaseConnections = 4;  ///< uploads that are stored at a time; a file takes one
 };
 
 /// Where a running collector is found.
@@ -62,8 +63,8 @@ class Collector {
 
   /// Listens once this returns; the error is one line. Call once.
   Result<CollectorAddress, std::string> start();
-  /// Ends all connections and waits for the thread. A request that is being answered is stored or
-  /// not, as ever; a delayed one is not.
+  /// Ends all connections and waits for the threads. A request that is being stored is answered;
+  /// one that waits or is delayed is not stored.
   void stop();
 
   /// Adds a fault behind those that are still to come.
@@ -71,6 +72,7 @@ class Collector {
   CollectorStatistics statistics() const;
 
  private:
+  std::optional<std::string> makeService();
   std::optional<std::string> startInspector(const CollectorAddress& address);
   std::optional<std::string> startMetrics();
 

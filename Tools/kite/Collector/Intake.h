@@ -10,7 +10,7 @@
 
 namespace kite::tool {
 
-/// A reply and what is told about it.
+/// A reply and what is told about it. With the status 0 the connection is reset.
 struct Outcome {
   Reply reply;
   RequestReport report;

@@ -8,7 +8,8 @@
 namespace kite::tool {
 namespace {
 
-constexpr std::array endingNames{"accepted", "refused", "unavailable", "failed", "fault", "health"};
+constexpr std::array endingNames{"accepted", "refused", "unavailable", "busy",
+                                 "failed",   "fault",   "health"};
 
 void writeHead(std::string& out, std::string_view name, std::string_view type,
                std::string_view help) {
@@ -24,6 +25,23 @@ void writeCounter(std::string& out, std::string_view name, std::string_view help
                   std::uint64_t value) {
   writeHead(out, name, "counter", help);
   writeSample(out, name, "", value);
+}
+
+void writeGauge(std::string& out, std::string_view name, std::string_view help,
+                std::uint64_t value) {
+  writeHead(out, name, "gauge", help);
+  writeSample(out, name, "", value);
+}
+
+void writeLoad(std::string& out, const WorkLoad& load) {
+  writeGauge(out, "kite_collector_store_connections", "How many uploads are stored at a time.",
+             load.intakes);
+  writeGauge(out, "kite_collector_busy_store_connections", "Those that have a request now.",
+             load.busy);
+  writeGauge(out, "kite_collector_waiting_requests", "Requests that wait for one of them.",
+             load.waiting);
+  writeGauge(out, "kite_collector_unfinished_bytes",
+             "Bytes of the bodies that wait or are being stored.", load.bytes);
 }
 
 void writeHistogram(std::string& out, std::string_view name, std::string_view help,
@@ -54,7 +72,7 @@ void Histogram::write(std::string& out, std::string_view name) const {
 
 Metrics::Ending Metrics::endingOf(const RequestReport& report) {
   if (report.fault) return fault;
-  if (report.status == 503) return unavailable;
+  if (report.status == 503) return report.hasStoreFailed ? unavailable : busy;
   if (report.status == 500) return failed;
   if (report.errorCode) return refused;
   return isHealthCheck(report) ? health : accepted;
@@ -89,7 +107,7 @@ CollectorStatistics Metrics::statistics() const {
   return _statistics;
 }
 
-std::string Metrics::text() const {
+std::string Metrics::text(const WorkLoad& load) const {
   const std::scoped_lock lock(_mutex);
   std::string out;
   writeHead(out, "kite_collector_requests_total", "counter", "Requests answered, by outcome.");
@@ -119,6 +137,7 @@ std::string Metrics::text() const {
                  _requestTimes);
   writeHistogram(out, "kite_collector_store_duration_seconds",
                  "What an upload spent in the store, also when that failed.", _storeTimes);
+  writeLoad(out, load);
   return out;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Collector/RequestReport.h"
+#include "Collector/WorkLoad.h"
 
 #include <array>
 #include <cstddef>
@@ -45,10 +46,10 @@ class Metrics {
   void noteUnrecorded();
   CollectorStatistics statistics() const;
   /// The text format of Prometheus, version 0.0.4.
-  std::string text() const;
+  std::string text(const WorkLoad& load) const;
 
  private:
-  enum Ending { accepted, refused, unavailable, failed, fault, health, endings };
+  enum Ending { accepted, refused, unavailable, busy, failed, fault, health, endings };
   static Ending endingOf(const RequestReport& report);
 
   mutable std::mutex _mutex;  // guards all that follows

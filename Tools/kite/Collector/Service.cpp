@@ -33,33 +33,37 @@ Outcome wrongMethod(const ReceivedRequest& request, std::string allowed) {
   return outcome;
 }
 
-/// What a fault answers in the place of the service; nothing for a reset.
+Outcome busy(const ReceivedRequest& request) {
+  return refuse(request, {.status = 503, .code = 0, .message = "the collector has too much to do"});
+}
+
+/// What a fault answers in the place of the service.
 struct FaultyAnswer {
   const ReceivedRequest& request;
 
-  std::optional<Outcome> operator()(const faults::AnswerStatus& fault) const {
+  Outcome operator()(const faults::AnswerStatus& fault) const {
     if (fault.status < 400) return plain(request, fault.status, "");
     return refuse(request, {.status = fault.status, .code = 0, .message = "fault"});
   }
-  std::optional<Outcome> operator()(const faults::AnswerFile& fault) const {
+  Outcome operator()(const faults::AnswerFile& fault) const {
     std::ifstream file(fault.path, std::ios::binary);
     if (!file) {
       return refuse(request, {.status = 500, .code = 0, .message = "cannot read the fault's file"});
     }
     return plain(request, 200, {std::istreambuf_iterator<char>(file), {}});
   }
-  std::optional<Outcome> operator()(const faults::Redirect& fault) const {
+  Outcome operator()(const faults::Redirect& fault) const {
     Outcome outcome = plain(request, 307, "");
     outcome.reply.headers.push_back({"Location", fault.url});
     return outcome;
   }
-  std::optional<Outcome> operator()(const faults::Truncate&) const {
+  Outcome operator()(const faults::Truncate&) const {
     Outcome outcome = plain(request, 200, R"({"delta":0.0,"last_event_timestamp":0.0})");
     outcome.reply.isTruncated = true;
     return outcome;
   }
-  std::optional<Outcome> operator()(const faults::Reset&) const { return std::nullopt; }
-  std::optional<Outcome> operator()(const faults::Delay&) const { return std::nullopt; }
+  Outcome operator()(const faults::Reset&) const { return plain(request, 0, ""); }
+  Outcome operator()(const faults::Delay&) const { return plain(request, 0, ""); }
 };
 
 /// What is kept of a header is short: nobody has signed for it yet.
@@ -103,78 +107,123 @@ RequestRecord recordOf(const Arrived& arrived, const RequestReport& report, std:
           .headers = headersJSON(request)};
 }
 
-}  // namespace
-
-Service::Service(ServiceOptions options)
-    : _intake(std::move(options.key), std::move(options.store)),
-      _clock(std::move(options.clock)),
-      _report(std::move(options.report)),
-      _changed(std::move(options.changed)) {}
-
-void Service::handle(ReceivedRequest request, Exchange& exchange) {
-  Arrived arrived{.request = std::move(request),
-                  .receivedAt = _clock(),
-                  .begin = std::chrono::steady_clock::now()};
-  const ReceivedRequest& it = arrived.request;
-  if (it.path() == healthPath) {
-    return answer(arrived, it.method == "GET" ? health(it) : wrongMethod(it, "GET"), exchange);
+std::unique_ptr<Workers> makeWorkers(ServiceOptions& options) {
+  if (options.pool.empty()) {
+    return std::make_unique<Workers>(Intake(options.key, std::move(options.store)));
   }
-  if (it.path() != eventsPath) return answer(arrived, unknownPath(it), exchange);
-  if (it.method != "POST") return answer(arrived, wrongMethod(it, "POST"), exchange);
-  if (const auto fault = _faults.take()) return strike(*fault, std::move(arrived), exchange);
-  takeIn(arrived, std::nullopt, exchange);
+  std::vector<Intake> intakes;
+  for (auto& store : options.pool) intakes.emplace_back(options.key, std::move(store));
+  return std::make_unique<Workers>(std::move(intakes), options.bound, std::move(options.wake));
 }
 
-void Service::strike(const Fault& fault, Arrived arrived, Exchange& exchange) {
-  if (const auto* delay = std::get_if<faults::Delay>(&fault.kind)) {
-    return exchange.later(delay->time, [service = weak_from_this(), arrived = std::move(arrived),
-                                        text = fault.text](Exchange& waiting) {
-      if (const auto self = service.lock()) self->takeIn(arrived, text, waiting);
-    });
-  }
-  const ReceivedRequest& request = arrived.request;
-  auto outcome = std::visit(FaultyAnswer{request}, fault.kind);
-  RequestReport report =
-      outcome ? outcome->report
-              : RequestReport{.method = request.method, .path = std::string(request.path())};
-  report.fault = fault.text;
-  tell(arrived, report, {});
-  outcome ? exchange.answer(outcome->reply) : exchange.reset();
-}
-
-void Service::takeIn(const Arrived& arrived, std::optional<std::string> fault, Exchange& exchange) {
-  Outcome outcome = _intake.receive(arrived.request, _clock());
-  outcome.report.fault = std::move(fault);
-  answer(arrived, std::move(outcome), exchange);
-}
-
-void Service::answer(const Arrived& arrived, Outcome outcome, Exchange& exchange) {
-  tell(arrived, outcome.report, std::move(outcome.repeated));
-  exchange.answer(outcome.reply);
-}
-
-void Service::tell(const Arrived& arrived, RequestReport report,
-                   std::vector<RepeatedEvent> repeated) {
+void measure(const Arrived& arrived, RequestReport& report) {
   const std::chrono::duration<double> time = std::chrono::steady_clock::now() - arrived.begin;
   report.seconds = time.count();
   report.bytes = arrived.request.body.size();
-  _metrics.note(report);
-  if (!isHealthCheck(report)) {
-    record(arrived, report);
-    if (_changed) _changed(std::move(repeated));
-  }
-  if (_report) _report(report);
 }
 
-void Service::record(const Arrived& arrived, const RequestReport& report) {
+/// Is held by an exchange, so that it goes with it.
+struct Ticket {
+  Exchange& exchange;
+};
+
+}  // namespace
+
+Service::Service(ServiceOptions options)
+    : _clock(std::move(options.clock)),
+      _report(std::move(options.report)),
+      _changed(std::move(options.changed)),
+      _longestWait(options.longestWait),
+      _workers(makeWorkers(options)) {}
+
+void Service::handle(ReceivedRequest request, Exchange& exchange) {
+  const auto arrived =
+      std::make_shared<const Arrived>(Arrived{.request = std::move(request),
+                                              .receivedAt = _clock(),
+                                              .begin = std::chrono::steady_clock::now()});
+  const ReceivedRequest& it = arrived->request;
+  if (it.path() == healthPath) {
+    if (it.method != "GET") return answer(arrived, wrongMethod(it, "GET"), exchange);
+    return conclude(*arrived, health(it), &exchange);  // whoever is at work
+  }
+  if (it.path() != eventsPath) return answer(arrived, unknownPath(it), exchange);
+  if (it.method != "POST") return answer(arrived, wrongMethod(it, "POST"), exchange);
+  if (const auto fault = _faults.take()) return strike(*fault, arrived, exchange);
+  takeIn(arrived, std::nullopt, exchange);
+}
+
+void Service::strike(const Fault& fault, const Arrival& arrived, Exchange& exchange) {
+  if (const auto* delay = std::get_if<faults::Delay>(&fault.kind)) {
+    return exchange.later(
+        delay->time, [service = weak_from_this(), arrived, text = fault.text](Exchange& waiting) {
+          if (const auto self = service.lock()) self->takeIn(arrived, text, waiting);
+        });
+  }
+  Outcome outcome = std::visit(FaultyAnswer{arrived->request}, fault.kind);
+  outcome.report.fault = fault.text;
+  answer(arrived, std::move(outcome), exchange);
+}
+
+void Service::takeIn(const Arrival& arrived, const std::optional<std::string>& fault,
+                     Exchange& exchange) {
+  work(
+      arrived,
+      [this, arrived, fault](Intake* intake) {
+        const ReceivedRequest& request = arrived->request;
+        Outcome outcome = intake ? intake->receive(request, _clock()) : busy(request);
+        outcome.report.fault = fault;
+        return outcome;
+      },
+      exchange);
+}
+
+void Service::answer(const Arrival& arrived, Outcome outcome, Exchange& exchange) {
+  work(
+      arrived, [outcome = std::move(outcome)](Intake*) { return outcome; }, exchange);
+}
+
+void Service::work(const Arrival& arrived, const Take& take, Exchange& exchange) {
+  const auto ticket = std::make_shared<Ticket>(Ticket{exchange});
+  exchange.hold(ticket);
+  auto job = [this, arrived, take, waiting = std::weak_ptr(ticket),
+              begin = std::chrono::steady_clock::now()](Intake& intake) -> Workers::Rest {
+    const bool isLate = std::chrono::steady_clock::now() - begin > _longestWait;
+    const auto outcome =
+        std::make_shared<Outcome>(isLate ? take(nullptr) : takeAndRecord(*arrived, take, intake));
+    return [this, arrived, waiting, outcome] {
+      const auto held = waiting.lock();
+      conclude(*arrived, std::move(*outcome), held ? &held->exchange : nullptr);
+    };
+  };
+  if (!_workers->add(arrived->request.body.size(), std::move(job))) {
+    conclude(*arrived, take(nullptr), &exchange);
+  }
+}
+
+Outcome Service::takeAndRecord(const Arrived& arrived, const Take& take, Intake& intake) {
+  intake.store().startRequest();
+  Outcome outcome = take(&intake);
+  RequestReport& report = outcome.report;
+  measure(arrived, report);
   const bool isRefused = report.errorCode && !report.fault;
   const std::int64_t attempt = _attempts.note(arrived.request, report);
   try {
-    _intake.store().record(recordOf(arrived, report, attempt),
-                           isRefused ? std::string_view(arrived.request.body) : "");
+    intake.store().record(recordOf(arrived, report, attempt),
+                          isRefused ? std::string_view(arrived.request.body) : "");
   } catch (const StoreError&) {  // the answer counts, not what is kept of it
     _metrics.noteUnrecorded();
   }
+  return outcome;
+}
+
+void Service::conclude(const Arrived& arrived, Outcome outcome, Exchange* exchange) {
+  RequestReport& report = outcome.report;
+  measure(arrived, report);
+  _metrics.note(report);
+  if (_changed && !isHealthCheck(report)) _changed(std::move(outcome.repeated));
+  if (_report) _report(report);
+  if (!exchange) return;
+  outcome.reply.status == 0 ? exchange->reset() : exchange->answer(outcome.reply);
 }
 
 }  // namespace kite::tool

@@ -36,6 +36,7 @@ class Inspector {
   void run() { _server->run(); }
   /// From any thread.
   void stop() { _server->stop(); }
+  /// From any thread.
   void changed(std::vector<RepeatedEvent> repeated) { _live->changed(std::move(repeated)); }
 
  private:

@@ -62,7 +62,7 @@ class Live {
 
   Live(HTTPServer& server, EventReader& reader, const Inspected& inspected);
 
-  /// From the intake's thread.
+  /// From any thread.
   void changed(std::vector<RepeatedEvent> repeated);
 
   /// Makes the exchange hold the listener, and tells it of what is there. Throws an `APIError` when

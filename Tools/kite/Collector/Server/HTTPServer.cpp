@@ -226,11 +226,8 @@ void EventLoopServer::woken(evutil_socket_t signal, short, void* server) {
   auto& self = *static_cast<EventLoopServer*>(server);
   std::uint64_t count = 0;
   static_cast<void>(!::read(signal, &count, sizeof count));
-  if (self._isStopped) {
-    self.endWhenSent();
-  } else if (self._onWake) {
-    self._onWake();
-  }
+  if (self._onWake) self._onWake();  // what it answers goes out before the stop
+  if (self._isStopped) self.endWhenSent();
 }
 
 /// An answer that was given before the stop goes out.

@@ -50,6 +50,8 @@ class EventStore {
  public:
   virtual ~EventStore() = default;
 
+  /// From now on the operations, until the next call, share the time that there is for one request.
+  virtual void startRequest() {}
   /// Whether a request of that id was stored or remembered before.
   virtual bool hasSeen(const std::string& requestID) = 0;
   /// Stores the request's id and its new events; an event that is there already is only counted.

@@ -36,8 +36,9 @@ PostgresConnection::PostgresConnection(const std::string& url, std::chrono::mill
   startClock();
 }
 
-void PostgresConnection::startClock() {
-  _deadline = Clock::now() + _patience;
+void PostgresConnection::startClock(Clock::time_point deadline) {
+  if (deadline <= Clock::now()) throw StoreAway("the database did not answer in time");
+  _deadline = deadline;
   if (!_session) return;
   // A server that went away has said so, with a last message before the connection's end.
   const bool isThere = PQconsumeInput(_session.get()) == 1 && PQconsumeInput(_session.get()) == 1;

@@ -54,12 +54,16 @@ struct PostgresQuery {
 /// connection is given up, for what becomes of its statement is not known.
 class PostgresConnection {
  public:
+  using Clock = std::chrono::steady_clock;
+
   /// `setUp` is run on each new connection.
   PostgresConnection(const std::string& url, std::chrono::milliseconds patience,
                      std::string setUp = "");
 
   /// What follows, until the next call, has the patience's time in all.
-  void startClock();
+  void startClock() { startClock(Clock::now() + _patience); }
+  /// The same, with the time until then. Throws when that is over, and keeps the connection.
+  void startClock(Clock::time_point deadline);
   PostgresRows run(const PostgresQuery& query, const PostgresParameters& parameters);
   /// One or several statements without parameters; the rows of the last one.
   PostgresRows run(const std::string& sql);
@@ -68,8 +72,6 @@ class PostgresConnection {
   bool isConnected() const { return _session != nullptr; }
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   void connect();
   void drop();
   void prepare(const PostgresQuery& query);

@@ -78,13 +78,20 @@ PostgresStore::PostgresStore(const std::string& url, RefusedBodiesBound bound)
   requireRights(_connection);
 }
 
+void PostgresStore::startRequest() { _deadline = Clock::now() + patience; }
+
+/// When what begins now must be over.
+PostgresStore::Clock::time_point PostgresStore::deadline() const {
+  return _deadline.value_or(Clock::now() + patience);
+}
+
 bool PostgresStore::hasSeen(const std::string& requestID) {
-  _connection.startClock();
+  _connection.startClock(deadline());
   return _connection.run(findRequest, PostgresParameters(identifierOf(requestID))).flag(0, 0);
 }
 
 Stored PostgresStore::store(const Accepted& accepted, double receivedAt) {
-  _connection.startClock();
+  _connection.startClock(deadline());
   makePartitions(receivedAt);
   try {
     return storeOnce(accepted, receivedAt);
@@ -131,13 +138,13 @@ double PostgresStore::noteNewest(const Accepted& accepted) {
 }
 
 void PostgresStore::remember(const Sender& sender, const Refusal& refusal, double receivedAt) {
-  _connection.startClock();
+  _connection.startClock(deadline());
   _connection.run(addRequest, PostgresParameters(identifierOf(sender.requestID), receivedAt,
                                                  sender.clientID, refusal.status, refusal.code));
 }
 
 void PostgresStore::record(const RequestRecord& request, std::string_view body) {
-  _records.startClock();
+  _records.startClock(deadline());
   const bool isKept = !body.empty() && static_cast<std::int64_t>(body.size()) <= _bound.bytes;
   _records.run(addRecord,
                PostgresParameters(
@@ -152,7 +159,7 @@ void PostgresStore::record(const RequestRecord& request, std::string_view body) 
 }
 
 std::int64_t PostgresStore::clear() {
-  _connection.startClock();
+  _connection.startClock(deadline());
   PostgresTransaction transaction(_connection);
   const auto count = _connection.run("SELECT count(*) FROM events").integer(0, 0);
   _connection.run(clearEverything);
