@@ -1,5 +1,6 @@
 """Begins, shows, breaks and ends a cluster."""
 
+import getpass
 import os
 import pathlib
 import pwd
@@ -33,10 +34,10 @@ def require_access(path: pathlib.Path, how: int):
     identity = {"user": user, "group": pwd.getpwnam(user).pw_gid, "extra_groups": []} if user else {}
     test = ["test", "-x" if how & os.X_OK else "-r", str(path)]
     if subprocess.run(test, cwd="/", check=False, **identity).returncode != 0:
-        raise Problem(f"the user {user or os.getlogin()} cannot get at {path}: put it elsewhere (--folder, --kite)")
+        raise Problem(f"the user {user or getpass.getuser()} cannot get at {path}: put it elsewhere (--folder, --kite)")
 
 
-def prepare(folder: pathlib.Path, kite: pathlib.Path, network: str, key: str | None) -> Layout:
+def prepare(folder: pathlib.Path, kite: pathlib.Path, network: str, key: str | None, has_namespaces: bool = False) -> Layout:
     """The folder with passwords and certificates."""
     require_programs()
     if not kite.is_file():
@@ -47,7 +48,7 @@ def prepare(folder: pathlib.Path, kite: pathlib.Path, network: str, key: str | N
         raise Problem(f"{folder} is not empty: scripts/cluster down --folder {folder}")
     folder.mkdir(parents=True, exist_ok=True)
     folder.chmod(0o755)
-    layout = Layout(folder, kite, network, key or secrets.token_hex(8))
+    layout = Layout(folder, kite, network, key or secrets.token_hex(8), has_namespaces)
     layout.save()
     require_access(folder, os.X_OK)
     require_access(kite, os.X_OK)
@@ -166,7 +167,7 @@ key        {layout.key}
 database   {layout.database_address(READER, writes=False)}
 
 Send an event:
-  echo '{{"op":"start"}} {{"op":"trackUserAction","name":"hello"}} {{"op":"wait","seconds":5}}' | tr ' ' '\\n' |
+  printf '%s\\n' '{{"op":"start"}}' '{{"op":"trackUserAction","name":"hello","data":{{}}}}' '{{"op":"wait","seconds":4}}' |
     {layout.kite} host --state {layout.folder}/host --endpoint {first} {secondary} --ca-file {layout.ca} --key {layout.key}
 Read it:
   psql '{layout.database_address(READER, writes=False)}' -c 'SELECT id, type, data FROM events'"""

@@ -8,11 +8,13 @@ from . import processes
 from .layout import COLLECTOR, Layout
 
 
-def start(layout: Layout, number: int, *options: str):
+def start(layout: Layout, number: int, ahead: int = 0):
+    """With a clock that is so many hours ahead."""
+    prefix = ["faketime", "-f", f"+{ahead}h"] if ahead else []
     processes.start(layout, f"collector{number}", [
-        layout.kite, "collect", "--listen", f"{layout.collector(number)}:8443", "--key", layout.key,
+        *prefix, layout.kite, "collect", "--listen", f"{layout.collector(number)}:8443", "--key", layout.key,
         "--cert", layout.tls / "server.pem", "--cert-key", layout.tls / "server.key",
-        "--db", layout.database_address(COLLECTOR), *options])
+        "--db", layout.database_address(COLLECTOR)])
 
 
 def is_up(layout: Layout, number: int) -> bool:

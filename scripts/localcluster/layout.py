@@ -45,6 +45,10 @@ class Layout:
         return (f"postgresql://{user}@{hosts}/{database}?target_session_attrs={session}"
                 f"&sslmode=verify-full&sslrootcert={self.ca}&passfile={self.passwords}")
 
+    def namespace(self, number: int) -> str:
+        """Of the network, in which that database is when each has its own."""
+        return f"kite{self.network.split('.')[1]}-{number}"
+
     # -- files
 
     @property

@@ -31,7 +31,7 @@ def start(layout: Layout, name: str, command: list, **environment: str):
 
 def within_namespace(layout: Layout, name: str, user: str) -> list[str]:
     group = str(pwd.getpwnam(user).pw_gid)
-    return ["ip", "netns", "exec", f"kite-{layout.network}-{name}",
+    return ["ip", "netns", "exec", layout.namespace(int(name[-1])),
             "setpriv", f"--reuid={user}", f"--regid={group}", "--clear-groups"]
 
 

@@ -60,8 +60,9 @@ class Client:
         return [event["id"] for event in events], gzip.compress(
             json.dumps({"events": events}).encode(), 1)
 
-    def headers(self, body: bytes, **changed: str) -> dict[str, str]:
-        stamp, request = str(int(time.time() * 1000)), upper_uuid()
+    def headers(self, body: bytes, ahead: float = 0, **changed: str) -> dict[str, str]:
+        """Of a new request, so many seconds from now."""
+        stamp, request = str(int((time.time() + ahead) * 1000)), upper_uuid()
         text = f"http://{self._url.netloc}{self._url.path}:{body.hex()}:{stamp}:{request}"
         signature = hmac.new(KEY.encode(), text.encode(), hashlib.sha512).hexdigest()
         kept = {name: self._headers[name] for name in

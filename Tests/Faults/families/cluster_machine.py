@@ -1,0 +1,80 @@
+"""What befalls the primary's machine: its disk is full, or its network is cut."""
+
+import contextlib
+import time
+
+from harness import Run, case, check, disks, eventually, need_root
+from harness.client import sample
+from harness.cluster import NUMBERS, Cluster, Feeder, Sender, need_cluster
+from harness.networks import Networks
+
+
+@contextlib.contextmanager
+def load(run: Run, cluster: Cluster):
+    """A host and a client that send without pause; at the end everything must have arrived."""
+    with Feeder(run, cluster, "host") as feeder, Sender(cluster, sample(run), size=20) as sender:
+        yield sender
+        cluster.check_healed()
+        sender.end()
+        feeder.finish()
+        sender.check(cluster.ids())
+
+
+def goes_on(sender: Sender) -> bool:
+    now = time.monotonic()
+    return bool(eventually(lambda: sender.answered_at and sender.answered_at[-1] > now, 60))
+
+
+@case("cluster", "a full disk under the primary", full=5, smoke=None)
+def full_disk(run: Run) -> dict:
+    """Nobody can write until there is space again, or another server is the primary."""
+    need_root()
+    need_cluster()
+
+    def prepared(layout, stack):
+        for number in NUMBERS:
+            stack.enter_context(disks.mounted(layout.member(f"db{number}"), "-t", "tmpfs", "-o", "size=400m,mode=0755", "none"))
+
+    longest = 0.0
+    with Cluster(run, prepared) as cluster, load(run, cluster) as sender:
+        for _ in range(run.count):
+            filler = cluster.layout.member(cluster.find("primary")) / "filler"
+            begin = time.monotonic()
+            with open(filler, "wb", buffering=0) as file, contextlib.suppress(OSError):
+                while file.write(bytes(1 << 16)):
+                    pass
+            eventually(lambda: sender.longest_gap(begin) > 5, 60, 0.5)  # it takes until the last file of the log is full
+            filler.unlink()
+            cluster.check_healed()
+            check(goes_on(sender), "nothing is acknowledged although there is space again")
+            longest = max(longest, sender.longest_gap(begin))
+            run.tick()
+    return {"times full": run.count, "acknowledged to the client": len(sender.acknowledged),
+            "s without an acknowledgement": round(longest, 1)}
+
+
+@case("cluster", "a network split around the primary", full=5, smoke=None)
+def split(run: Run) -> dict:
+    """The primary is cut off from the other databases, from etcd and from the collectors, and comes back."""
+    need_root()
+    need_cluster()
+    networks: list[Networks] = []
+
+    def prepared(layout, stack):
+        networks.append(stack.enter_context(contextlib.closing(Networks(layout, NUMBERS))))
+
+    longest = 0.0
+    with Cluster(run, prepared, network="10.78", has_namespaces=True) as cluster, load(run, cluster) as sender:
+        for _ in range(run.count):
+            primary = cluster.find("primary")
+            space, begin = cluster.layout.namespace(int(primary[-1])), time.monotonic()
+            networks[0].cut_off(space)
+            is_replaced = eventually(lambda: cluster.find("primary") != primary, 60, 0.2)
+            goes = goes_on(sender)
+            longest = max(longest, sender.longest_gap(begin))
+            networks[0].let_in(space)
+            check(is_replaced and goes, "the primary that is cut off is not replaced")
+            cluster.check_healed()
+            run.tick()
+    return {"splits": run.count, "acknowledged to the client": len(sender.acknowledged),
+            "s without an acknowledgement": round(longest, 1)}
