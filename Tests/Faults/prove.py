@@ -24,7 +24,7 @@ from harness import disks
 from harness.case import CASES, Failed, NotRun, Outcome, Run
 
 ORDER = ("kill", "exits", "power", "disk", "rot", "owners", "threads", "data", "replies", "tls", "clock",
-         "backlog", "secrets", "collector")
+         "backlog", "secrets", "collector", "cluster")
 
 
 class Progress:
@@ -140,7 +140,7 @@ def parse_arguments():
     parser.add_argument("--list", action="store_true", help="say which cases there are")
     parser.add_argument("--seed", type=int, help="of an earlier run, for the same choices")
     parser.add_argument("--keep", action="store_true", help="keep the folders of passed cases, too")
-    parser.add_argument("--needs-asan", action="store_true", help=argparse.SUPPRESS)
+    parser.add_argument("--needs", choices=("asan", "cluster"), help=argparse.SUPPRESS)
     parser.add_argument("--build", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     parser.add_argument("--preset", default="release", help="the build to prove, release by default")
     arguments = parser.parse_args()
@@ -158,8 +158,9 @@ def main() -> int:
     if arguments.list:
         print("\n".join(f"{case.family}/{case.name}: {case.full}" for case in cases))
         return 0
-    if arguments.needs_asan:  # tells scripts/prove what to build
-        return 0 if any(case.asan for case in cases) else 1
+    if arguments.needs:  # tells scripts/prove what to install and build
+        is_needed = {"asan": lambda case: case.asan, "cluster": lambda case: case.family == "cluster"}[arguments.needs]
+        return 0 if any(map(is_needed, cases)) else 1
     if not cases:
         sys.exit("prove: nothing to run")
     if os.geteuid() == 0:

@@ -117,6 +117,7 @@ def random_faults(run: Run) -> dict:
         sender.check(cluster.ids())
         check(max(gaps) <= LONGEST_FAILOVER, f"{max(gaps):.1f} s without an acknowledgement after a primary's death")
         return dict(done) | {
-            "events of hosts": first.oracle.tracked + second.oracle.tracked, "acknowledged to the client": len(sender.acknowledged),
+            "events of hosts": first.oracle.tracked + second.oracle.tracked,
+            "acknowledged to the client": len(sender.acknowledged),
             "s without an acknowledgement after a primary's death": round(max(gaps), 1),
             "s after other faults": round(max(halts), 1), "s until the queues were empty": round(max(emptied), 1)}

@@ -107,8 +107,9 @@ class Cluster:
 
     def events(self, oracle: Oracle) -> list[dict]:
         """Those of one stream, in its order."""
-        rows = self.query("SELECT json_build_object('id', id, 'data', data) FROM events WHERE data -> 'action_info' ->> 'stream' = "
-                          f"'{oracle.stream}' ORDER BY (data -> 'action_info' ->> 'serial')::bigint")
+        info = "data -> 'action_info'"
+        rows = self.query(f"SELECT json_build_object('id', id, 'data', data) FROM events "
+                          f"WHERE {info} ->> 'stream' = '{oracle.stream}' ORDER BY ({info} ->> 'serial')::bigint")
         return [json.loads(row) for row in rows]
 
     def ids(self) -> list[str]:

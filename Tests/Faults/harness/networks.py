@@ -36,8 +36,9 @@ class Networks:
         ip("netns", "add", space)
         ip("link", "add", space, "type", "veth", "peer", "name", "eth0", "netns", space)
         ip("link", "set", space, "master", self._bridge, "up")
-        for within in (("addr", "add", f"{address}/16", "dev", "eth0"), ("link", "set", "eth0", "up"), ("link", "set", "lo", "up")):
-            ip("-n", space, *within)
+        ip("-n", space, "addr", "add", f"{address}/16", "dev", "eth0")
+        for device in ("eth0", "lo"):
+            ip("-n", space, "link", "set", device, "up")
 
     def cut_off(self, space: str):
         ip("link", "set", space, "down")
