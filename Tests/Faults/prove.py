@@ -155,12 +155,12 @@ def main() -> int:
     arguments = parse_arguments()
     load_families()
     cases = chosen(arguments)
-    if arguments.list:
-        print("\n".join(f"{case.family}/{case.name}: {case.full}" for case in cases))
-        return 0
     if arguments.needs:  # tells scripts/prove what to install and build
         is_needed = {"asan": lambda case: case.asan, "cluster": lambda case: case.family == "cluster"}[arguments.needs]
         return 0 if any(map(is_needed, cases)) else 1
+    if arguments.list:
+        print("\n".join(f"{case.family}/{case.name}: {case.full}" for case in cases))
+        return 0
     if not cases:
         sys.exit("prove: nothing to run")
     if os.geteuid() == 0:

@@ -68,17 +68,14 @@ def numbers_of(layout: Layout, *roles: str) -> list[int]:
             if member["role"] in roles and member["state"] in ("running", "streaming")]
 
 
-def primary(layout: Layout) -> int | None:
-    return next(iter(numbers_of(layout, "leader")), None)
-
-
-def synchronous(layout: Layout) -> int | None:
-    return next(iter(numbers_of(layout, "sync_standby")), None)
-
-
 def is_whole(layout: Layout) -> bool:
-    """A primary, a synchronous replica, and another one that follows."""
-    return len(numbers_of(layout, "leader", "sync_standby", "replica")) == len(NUMBERS) and bool(synchronous(layout))
+    """A primary, a synchronous replica, and another one that follows. One of another timeline has yet to be rewound."""
+    known = members(layout)
+    running = [member for member in known if member["state"] in ("running", "streaming")]
+    followers = [member for member in running if member["role"] != "leader" and isinstance(member.get("lag"), int)]
+    is_one_line = len({member.get("timeline") for member in running}) == 1
+    return (len(running) == len(NUMBERS) and len(followers) == len(NUMBERS) - 1 and is_one_line and
+            any(member["role"] == "sync_standby" for member in followers))
 
 
 def query(layout: Layout, sql: str, name: str = SUPERUSER, database: str = "kite", writes: bool = True) -> list[str]:

@@ -50,8 +50,7 @@ def all_of(layout: Layout, name: str = "") -> list[int]:
     for process in pathlib.Path("/proc").glob("[0-9]*"):
         try:
             marked = (process / "environ").read_bytes().split(b"\0")
-            is_server = os.path.basename(os.readlink(process / "exe")) == "postgres"
-            if is_server:
+            if is_server(int(process.name)):
                 marked.append(f"{MARK}={os.path.dirname(os.readlink(process / 'cwd'))}".encode())
             state = (process / "stat").read_text().rpartition(")")[2].split()[0]
         except OSError:
@@ -66,10 +65,19 @@ def is_within(text: str, mark: str) -> bool:
     return text == mark or text.startswith(mark + "/")
 
 
-def strike(layout: Layout, name: str, number: signal.Signals, seconds: float = 20):
+def is_server(process: int) -> bool:
+    try:
+        return os.path.basename(os.readlink(f"/proc/{process}/exe")) == "postgres"
+    except OSError:
+        return False
+
+
+def strike(layout: Layout, name: str, number: signal.Signals, seconds: float = 20, leaves_server: bool = False):
     """Sends all processes of a member the signal, until it has struck those that were just being made."""
     for _ in range(int(seconds / 0.02)):
         missed = [process for process in all_of(layout, name) if not is_struck(process, number)]
+        if leaves_server:
+            missed = [process for process in missed if not is_server(process)]
         if not missed:
             return
         for process in missed:
@@ -85,7 +93,7 @@ def end(layout: Layout, name: str, seconds: float = 60):
     """As an operator would: only what was started is told, and what it started follows."""
     for process in all_of(layout, name):
         try:
-            if os.getsid(process) == process and os.path.basename(os.readlink(f"/proc/{process}/exe")) != "postgres":
+            if os.getsid(process) == process and not is_server(process):
                 os.kill(process, signal.SIGTERM)
         except OSError:
             pass

@@ -67,6 +67,15 @@ def stop_primary_briefly(cluster: Cluster, random_: random.Random):
     time.sleep(random_.uniform(0, 3))
 
 
+def stop_patroni(cluster: Cluster, random_: random.Random):
+    """The primary's server goes on, and does not know that it has been replaced."""
+    primary = cluster.find("primary")
+    cluster.strike(primary, signal.SIGSTOP, leaves_server=True)
+    wait_for_another(cluster, primary)
+    time.sleep(random_.uniform(20, 40))
+    cluster.strike(primary, signal.SIGCONT)
+
+
 def restart_in_turn(cluster: Cluster, _: random.Random):
     """One member after the other, each once the one before it is well again."""
     for name in control.MEMBERS:
@@ -75,13 +84,13 @@ def restart_in_turn(cluster: Cluster, _: random.Random):
         cluster.check_healed()
 
 
-# How many of a hundred; the last three take a minute.
+# How many of a hundred; the last four take a minute.
 FAULTS = {kill_collector: 22, kill_primary: 30, kill_replica: 12, kill_etcd: 12, kill_primary_and_collector: 14,
-          stop_primary: 5, stop_primary_briefly: 3, restart_in_turn: 2}
+          stop_primary: 4, stop_patroni: 2, stop_primary_briefly: 2, restart_in_turn: 2}
 NAMES = {kill_collector: "collectors killed", kill_primary: "primaries killed", kill_replica: "replicas killed",
          kill_etcd: "leaders of etcd killed", kill_primary_and_collector: "primaries killed with a collector",
          stop_primary: "primaries halted for a minute", stop_primary_briefly: "primaries halted for seconds",
-         restart_in_turn: "restarts of all in turn"}
+         stop_patroni: "halts of a primary's Patroni alone", restart_in_turn: "restarts of all in turn"}
 KILLS_OF_PRIMARY = (kill_primary, kill_primary_and_collector)
 
 

@@ -18,7 +18,7 @@ from localcluster.layout import OWNER, SUPERUSER
 HOUR = 3600
 
 
-@case("cluster", "connections cut after the commit", full=200, smoke=None)
+@case("cluster", "connections cut after the commit", full=100, smoke=None)
 def cut_replies(run: Run) -> dict:
     """Three of four replies do not arrive, until so many were cut."""
     with Cluster(run) as cluster, contextlib.ExitStack() as stack:

@@ -139,8 +139,9 @@ class Cluster:
         check(eventually(look, HEALED), f"there is no {kind}")
         return found[-1]
 
-    def strike(self, name: str, number):
-        processes.strike(self.layout, name, number)
+    def strike(self, name: str, number, leaves_server: bool = False):
+        """With `leaves_server` a database's Patroni alone."""
+        processes.strike(self.layout, name, number, leaves_server=leaves_server)
 
     def end(self, name: str):
         """In good order."""
