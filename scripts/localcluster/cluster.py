@@ -121,9 +121,11 @@ def down(layout_or_folder: Layout | pathlib.Path, keep: bool = False):
     """Whatever state it is in, also one that was half begun."""
     layout = layout_or_folder
     if isinstance(layout, pathlib.Path):
+        if not (layout / "cluster.json").exists():
+            raise Problem(f"there is no cluster in {layout}")
         layout = Layout(layout, pathlib.Path(), "", "")
     processes.strike(layout, "", signal.SIGKILL)
-    if not keep and layout.folder.exists():
+    if not keep:
         shutil.rmtree(layout.folder)
 
 

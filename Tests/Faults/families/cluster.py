@@ -117,6 +117,8 @@ def random_faults(run: Run) -> dict:
                   f"{NAMES[fault]}: nothing is acknowledged after it healed")
             gap = max(sender.longest_gap(begin), cluster.longest_gap(now))
             (gaps if fault in KILLS_OF_PRIMARY else halts).append(gap)
+            check(fault not in KILLS_OF_PRIMARY or gap <= LONGEST_FAILOVER,
+                  f"{gap:.1f} s without an acknowledgement, fault {number}: {NAMES[fault]}")
             stored = [feeder.check() for feeder in (first, second)]
             check(all(stored), "a host's events do not arrive")
             done[NAMES[fault]] += 1
@@ -124,7 +126,6 @@ def random_faults(run: Run) -> dict:
         sender.end()
         emptied = [feeder.finish() for feeder in (first, second)]
         sender.check(cluster.ids())
-        check(max(gaps) <= LONGEST_FAILOVER, f"{max(gaps):.1f} s without an acknowledgement after a primary's death")
         return dict(done) | {
             "events of hosts": first.oracle.tracked + second.oracle.tracked,
             "acknowledged to the client": len(sender.acknowledged),

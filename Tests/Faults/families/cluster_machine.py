@@ -1,6 +1,7 @@
 """What befalls the primary's machine: its disk is full, or its network is cut."""
 
 import contextlib
+import shutil
 import time
 
 from harness import Run, case, check, disks, eventually, need_root
@@ -43,7 +44,8 @@ def full_disk(run: Run) -> dict:
             with open(filler, "wb", buffering=0) as file, contextlib.suppress(OSError):
                 while file.write(bytes(1 << 16)):
                     pass
-            eventually(lambda: sender.longest_gap(begin) > 5, 60, 0.5)  # it takes until the last file of the log is full
+            is_refused = eventually(lambda: sender.longest_gap(begin) > 5, 60, 0.5)  # once the log's last file is full
+            check(is_refused and shutil.disk_usage(filler.parent).free < 1 << 20, "the disk does not get full")
             filler.unlink()
             cluster.check_healed()
             check(goes_on(sender), "nothing is acknowledged although there is space again")
@@ -64,7 +66,7 @@ def split(run: Run) -> dict:
         networks.append(stack.enter_context(contextlib.closing(Networks(layout, NUMBERS))))
 
     longest = 0.0
-    with Cluster(run, prepared, network="10.78", has_namespaces=True) as cluster, load(run, cluster) as sender:
+    with Cluster(run, prepared, has_namespaces=True) as cluster, load(run, cluster) as sender:
         for _ in range(run.count):
             primary = cluster.find("primary")
             space, begin = cluster.layout.namespace(int(primary[-1])), time.monotonic()

@@ -27,8 +27,8 @@ from localcluster import database, processes  # noqa: E402
 from localcluster.layout import NUMBERS, READER, Layout, user_of_processes  # noqa: E402
 from localcluster.problem import Problem  # noqa: E402
 
-NETWORK = "127.78"  # beside one that a developer tries
-HEALED = 120
+SECOND = 100 + os.getpid() % 150  # of its addresses, beside a cluster that a developer tries and those of other runs
+HEALED = 240
 
 
 def need_cluster():
@@ -45,13 +45,14 @@ class Cluster:
     """One that is up, until the end of the block. `prepared(layout, stack)` may change its folder and the network before
     the start; what it enters into the stack is left after the end."""
 
-    def __init__(self, run: Run, prepared=lambda layout, stack: None, network: str = NETWORK, has_namespaces: bool = False):
+    def __init__(self, run: Run, prepared=lambda layout, stack: None, has_namespaces: bool = False):
         need_cluster()
         self._stack = contextlib.ExitStack()
         self.run = run
         self._folder = pathlib.Path(tempfile.mkdtemp(prefix="kite-cluster-"))
         self._programs = self._folder / "bin"
         try:
+            network = f"{10 if has_namespaces else 127}.{SECOND}"
             self.layout = control.prepare(self._folder / "all", self._copied(run.kite), network, KEY, has_namespaces)
             prepared(self.layout, self._stack)
             control.up(self.layout)
@@ -84,7 +85,8 @@ class Cluster:
         return saved
 
     def _end(self):
-        control.down(self._folder / "all", keep=True)
+        if (self._folder / "all").exists():
+            control.down(Layout(self._folder / "all", pathlib.Path(), "", ""), keep=True)
         self._stack.close()
         shutil.rmtree(self._folder, ignore_errors=True)
 
