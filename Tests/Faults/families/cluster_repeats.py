@@ -12,7 +12,7 @@ from harness import Run, case, check, need
 from harness.client import Client, sample
 from harness.cluster import NUMBERS, Cluster, Feeder
 from harness.cutter import Cutter
-from localcluster import collectors, database, processes
+from localcluster import collectors, database
 from localcluster.layout import OWNER, SUPERUSER
 
 HOUR = 3600
@@ -137,7 +137,7 @@ def restore(run: Run, cluster: Cluster):
     """A backup of the database replaces it, while the collectors are away."""
     layout, file = cluster.layout, run.folder() / "backup"
     for number in NUMBERS:
-        processes.end(layout, f"collector{number}")
+        cluster.strike(f"collector{number}", signal.SIGKILL)
     run_tool("pg_dump", "-Fc", "-f", str(file), "-d", layout.database_address(OWNER))
     for sql in ("DROP DATABASE kite WITH (FORCE)", f"CREATE DATABASE kite OWNER {OWNER}"):
         database.query(layout, sql, SUPERUSER, "postgres")

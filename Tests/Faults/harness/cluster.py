@@ -41,6 +41,13 @@ def need_cluster():
         raise NotRun(str(error)) from None
 
 
+def roomy_memory() -> str | None:
+    """Where three databases write side by side, a disk's queue would be what is measured."""
+    memory = "/dev/shm"
+    is_roomy = os.path.isdir(memory) and shutil.disk_usage(memory).free > 4 << 30
+    return memory if is_roomy else None
+
+
 class Cluster:
     """One that is up, until the end of the block. `prepared(layout, stack)` may change its folder and the network before
     the start; what it enters into the stack is left after the end."""
@@ -49,8 +56,8 @@ class Cluster:
         need_cluster()
         self._stack = contextlib.ExitStack()
         self.run = run
-        self._folder = pathlib.Path(tempfile.mkdtemp(prefix="kite-cluster-"))
-        self._programs = self._folder / "bin"
+        self._folder = pathlib.Path(tempfile.mkdtemp(prefix="kite-cluster-", dir=roomy_memory()))
+        self._programs = pathlib.Path(tempfile.mkdtemp(prefix="kite-cluster-"))  # memory may refuse to run programs
         try:
             network = f"{10 if has_namespaces else 127}.{SECOND}"
             self.layout = control.prepare(self._folder / "all", self._copied(run.kite), network, KEY, has_namespaces)
@@ -74,8 +81,8 @@ class Cluster:
 
     def _copied(self, kite: pathlib.Path) -> pathlib.Path:
         """Where the user of the processes finds it."""
-        self._folder.chmod(0o755)
-        self._programs.mkdir()
+        for folder in (self._folder, self._programs):
+            folder.chmod(0o755)
         return pathlib.Path(shutil.copy2(kite, self._programs))
 
     def _save_logs(self) -> pathlib.Path:
@@ -88,7 +95,8 @@ class Cluster:
         if (self._folder / "all").exists():
             control.down(Layout(self._folder / "all", pathlib.Path(), "", ""), keep=True)
         self._stack.close()
-        shutil.rmtree(self._folder, ignore_errors=True)
+        for folder in (self._folder, self._programs):
+            shutil.rmtree(folder, ignore_errors=True)
 
     # -- what is in it
 
