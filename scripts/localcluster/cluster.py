@@ -83,7 +83,8 @@ def wait(layout: Layout, condition, seconds: float, problem: str, name: str):
 
 
 def is_healthy(layout: Layout) -> bool:
-    return (all(etcd.state(layout, number) for number in NUMBERS) and database.is_whole(layout) and
+    return (all(processes.is_running(layout, name) for name in MEMBERS) and
+            all(etcd.state(layout, number) for number in NUMBERS) and database.is_whole(layout) and
             all(collectors.is_up(layout, number) for number in NUMBERS))
 
 

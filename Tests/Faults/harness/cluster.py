@@ -168,11 +168,12 @@ class Cluster:
     def check_healed(self):
         """Everything that is down is started, and all is well again in time."""
         deadline = time.monotonic() + HEALED
+        self.start_missing()
         while not control.is_healthy(self.layout):
             if time.monotonic() > deadline:
                 raise Failed(f"it does not heal: {control.status(self.layout)}")
+            time.sleep(0.5)
             self.start_missing()  # a collector that found no primary has ended
-            time.sleep(1)
 
 
 class Feeder:
