@@ -74,8 +74,13 @@ def is_whole(layout: Layout) -> bool:
     running = [member for member in known if member["state"] in ("running", "streaming")]
     followers = [member for member in running if member["role"] != "leader" and isinstance(member.get("lag"), int)]
     is_one_line = len({member.get("timeline") for member in running}) == 1
-    return (len(running) == len(NUMBERS) and len(followers) == len(NUMBERS) - 1 and is_one_line and
-            any(member["role"] == "sync_standby" for member in followers))
+    if len(running) < len(NUMBERS) or len(followers) < len(NUMBERS) - 1 or not is_one_line:
+        return False
+    try:  # what Patroni knows is as old as the member's last loop
+        states = query(layout, "SELECT sync_state FROM pg_stat_replication WHERE state = 'streaming'", database="postgres")
+    except Problem:
+        return False
+    return len(states) == len(NUMBERS) - 1 and "sync" in states
 
 
 def query(layout: Layout, sql: str, name: str = SUPERUSER, database: str = "kite", writes: bool = True) -> list[str]:
