@@ -76,11 +76,13 @@ def is_whole(layout: Layout) -> bool:
     is_one_line = len({member.get("timeline") for member in running}) == 1
     if len(running) < len(NUMBERS) or len(followers) < len(NUMBERS) - 1 or not is_one_line:
         return False
-    try:  # what Patroni knows is as old as the member's last loop
-        states = query(layout, "SELECT sync_state FROM pg_stat_replication WHERE state = 'streaming'", database="postgres")
+    heirs = [member["name"] for member in followers if member["role"] == "sync_standby"]
+    try:  # what Patroni knows is as old as the member's last loop; only whom both call synchronous can be the next primary
+        synchronous = query(layout, "SELECT application_name FROM pg_stat_replication WHERE sync_state = 'sync'", database="postgres")
+        (streaming,) = query(layout, "SELECT count(*) FROM pg_stat_replication WHERE state = 'streaming'", database="postgres")
     except Problem:
         return False
-    return len(states) == len(NUMBERS) - 1 and "sync" in states
+    return int(streaming) == len(NUMBERS) - 1 and bool(heirs) and heirs == synchronous
 
 
 def query(layout: Layout, sql: str, name: str = SUPERUSER, database: str = "kite", writes: bool = True) -> list[str]:
