@@ -36,7 +36,6 @@ def configuration(layout: Layout, number: int) -> dict:
             "data_dir": str(folder / "data"), "bin_dir": PROGRAMS, "pgpass": str(folder / "pgpass"),
             "authentication": {"superuser": user(layout, SUPERUSER), "replication": user(layout, REPLICATION)},
             "pg_hba": ["hostssl replication replicator all scram-sha-256", "hostssl all all all scram-sha-256"],
-            "remove_data_directory_on_rewind_failure": True, "remove_data_directory_on_diverged_timelines": True,
             "parameters": {"unix_socket_directories": str(folder), "password_encryption": "scram-sha-256", "ssl": "on",
                            "ssl_cert_file": str(layout.tls / "server.pem"), "ssl_key_file": str(layout.tls / "server.key")}},
     }
