@@ -23,7 +23,7 @@ def configuration(layout: Layout, number: int) -> dict:
     return {
         "scope": "kite", "name": f"db{number}",
         "restapi": {"listen": f"{address}:8008", "connect_address": f"{address}:8008"},
-        "etcd3": {"hosts": [f"{layout.etcd(each)}:2379" for each in NUMBERS]},
+        "etcd": {"hosts": [f"{layout.etcd(each)}:2379" for each in NUMBERS]},
         "bootstrap": {
             "dcs": TIMES | {
                 "synchronous_mode": True, "synchronous_mode_strict": True, "master_start_timeout": 10,

@@ -17,7 +17,7 @@ def start(layout: Layout, number: int):
         "--listen-peer-urls", f"http://{address}:2380", "--initial-advertise-peer-urls", f"http://{address}:2380",
         "--initial-cluster", members, "--initial-cluster-state", "new", "--initial-cluster-token", "kite",
         "--heartbeat-interval", "150", "--election-timeout", "1500", "--logger", "zap", "--log-level", "warn",
-        "--auto-compaction-retention", "1"])
+        "--auto-compaction-retention", "1", "--enable-v2"])
 
 
 def ask(layout: Layout, number: int, path: str, body: dict | None = None) -> dict | None:

@@ -219,9 +219,16 @@ class Feeder:
         """No event that was once queued is neither queued nor stored: how many are stored."""
         if self._problem:
             raise self._problem
-        account = self.account()
-        self.oracle.demand_prefix(account)
-        return len(account.collected)
+        deadline = time.monotonic() + 30
+        while True:
+            account = self.account()
+            try:
+                self.oracle.demand_prefix(account)
+                return len(account.collected)
+            except Failed:  # a primary that was replaced a moment ago shows what it had
+                if time.monotonic() > deadline:
+                    raise
+                time.sleep(1)
 
     def finish(self) -> float:
         """All that was tracked is stored, once, soon after the end: how soon."""
