@@ -77,11 +77,12 @@ def is_whole(layout: Layout) -> bool:
         return False
     heirs = [member["name"] for member in followers if member["role"] == "sync_standby"]
     try:  # what Patroni knows is as old as the member's last loop; only whom both call synchronous can be the next primary
-        synchronous = query(layout, "SELECT application_name FROM pg_stat_replication WHERE sync_state = 'sync'", database="postgres")
-        (streaming,) = query(layout, "SELECT count(*) FROM pg_stat_replication WHERE state = 'streaming'", database="postgres")
+        streaming = query(layout, "SELECT sync_state || ' ' || application_name FROM pg_stat_replication "
+                                  "WHERE state = 'streaming'", database="postgres")
     except Problem:
         return False
-    return int(streaming) == len(NUMBERS) - 1 and bool(heirs) and heirs == synchronous
+    synchronous = [name for state, name in map(str.split, streaming) if state == "sync"]
+    return len(streaming) == len(NUMBERS) - 1 and bool(heirs) and heirs == synchronous
 
 
 def query(layout: Layout, sql: str, name: str = SUPERUSER, database: str = "kite", writes: bool = True) -> list[str]:
