@@ -30,7 +30,21 @@ test('a stored event appears with its type, name, time, session and client', asy
   await collector.send([anAction('buy', { session, timestamp })], { client });
   const row = rowNamed(page, 'buy');
   await row.waitFor();
-  assert.deepEqual(await row.locator('[role=gridcell]').allInnerTexts(), ['UserAction', 'buy', '12:34:56.789', session, client, '·']);
+  const shown = ['UserAction', 'buy', '12:34:56.789', session.slice(0, 8), client.slice(0, 8), '·'];
+  assert.deepEqual(await row.locator('[role=gridcell]').allInnerTexts(), shown);
+});
+
+test('identifiers are whole where there is room for them', async () => {
+  const { collector } = inspector;
+  const page = await inspector.open();
+  const client = aUUID();
+  await collector.send([anAction('buy')], { client });
+  const shown = rowNamed(page, 'buy').locator('.cell-client');
+  await shown.getByText(client.slice(0, 8), { exact: true }).waitFor();
+  await page.setViewportSize({ width: 2560, height: 900 });
+  await shown.getByText(client, { exact: true }).waitFor();
+  await page.setViewportSize({ width: 1440, height: 900 });
+  await shown.getByText(client.slice(0, 8), { exact: true }).waitFor();
 });
 
 test('an event that was there before the page is shown as well, newest first', async () => {

@@ -166,7 +166,7 @@ export class Grid extends EventTarget {
     if (slot.index === index && slot.height === this.#rowHeight) return;
     slot.index = index;
     slot.height = this.#rowHeight;
-    slot.element.style.top = `${index * this.#rowHeight}px`;
+    slot.element.style.transform = `translateY(${index * this.#rowHeight}px)`;
     slot.element.setAttribute('aria-rowindex', String(index + 2));
   }
 
