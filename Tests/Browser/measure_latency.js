@@ -3,8 +3,7 @@
 //
 //   node Tests/Browser/measure_latency.js [EVENTS_A_SECOND [SECONDS [EVENTS_A_REQUEST]]]        such as: … 5000 10 500
 //
-// A row's latency is from the collector's `received_at`, which is before it was stored, to the end of the first frame that has
-// it or a newer one.
+// A row's latency is from when its request was stored to the end of the first frame that has it or a newer one.
 
 import { Collector } from './Support/Collector.js';
 import { anAction, aUUID } from './Support/Events.js';
@@ -45,11 +44,13 @@ async function sendAll(collector) {
   return (performance.now() - start) / 1000;
 }
 
+/** When each row was stored: its request's own end, as requests come one after the other. */
 async function storedTimes(collector) {
   const times = new Map();
   for (let after = 0; after !== null;) {
-    const { events, next } = await collector.ask(`/api/events?limit=1000&after=${after}`);
-    for (const { seq, received_at: received } of events) times.set(seq, received);
+    const { requests, next } = await collector.ask(`/api/requests?limit=1000&after=${after}`);
+    for (const { received_at: received, duration, new: count } of requests.sort((a, b) => a.seq - b.seq))
+      for (let row = 0; row < count; row++) times.set(times.size + 1, received + duration);
     after = next;
   }
   return times;
@@ -59,9 +60,9 @@ async function storedTimes(collector) {
 function latencies(times, frames) {
   const found = [];
   let at = 0;
-  for (const [seq, received] of times) {
+  for (const [seq, stored] of times) {
     while (at < frames.length && frames[at][0] < seq) at++;
-    if (at < frames.length) found.push(frames[at][1] - received);
+    if (at < frames.length) found.push(frames[at][1] - stored);
   }
   return found;
 }
@@ -72,7 +73,7 @@ const pages = await Promise.all(Array.from({ length: PAGES }, () => openPage(bro
 await Promise.all(pages.map((page) => page.evaluate(watchNewest)));
 const took = await sendAll(collector);
 const times = await storedTimes(collector);
-const newest = Math.max(...times.keys());
+const newest = [...times.keys()].at(-1);
 for (const page of pages) {
   await page.waitForFunction((seq) => globalThis.newestOfFrames.at(-1)[0] === seq, newest);
   const sorted = latencies(times, await page.evaluate(() => globalThis.newestOfFrames)).sort((a, b) => a - b);
