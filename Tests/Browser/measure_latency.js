@@ -5,6 +5,8 @@
 //
 // A row's latency is from when its request was stored to the end of the first frame that has it or a newer one.
 
+import { readFileSync } from 'node:fs';
+
 import { Collector } from './Support/Collector.js';
 import { anAction, aUUID } from './Support/Events.js';
 import { closePage, openBrowser, openPage } from './Support/Page.js';
@@ -29,6 +31,14 @@ function watchNewest() {
     if (!isNoting) afterFrame.port2.postMessage(null);
     isNoting = true;
   }).observe(list, { attributes: true, attributeFilter: ['data-seq'], subtree: true });
+}
+
+/** What the processors did since the start, and how much of it a virtual machine's host took for others. */
+function processorTimes() {
+  const times = readFileSync('/proc/stat', 'utf8').split('\n', 1)[0].split(/\s+/).slice(1, 9).map(Number);
+  const [user, nice, system, , , ...others] = times;
+  const taken = others.at(-1);
+  return { taken, wanted: user + nice + system + others.reduce((sum, time) => sum + time) };
 }
 
 /** Sends at an even pace; how late it was at the end. */
@@ -71,7 +81,9 @@ const collector = await Collector.start();
 const browser = await openBrowser();
 const pages = await Promise.all(Array.from({ length: PAGES }, () => openPage(browser, collector)));
 await Promise.all(pages.map((page) => page.evaluate(watchNewest)));
+const before = processorTimes();
 const took = await sendAll(collector);
+const after = processorTimes();
 const times = await storedTimes(collector);
 const newest = [...times.keys()].at(-1);
 for (const page of pages) {
@@ -80,6 +92,8 @@ for (const page of pages) {
   const at = (part) => `${(1000 * sorted[Math.min(sorted.length - 1, Math.floor(part * sorted.length))]).toFixed(0)} ms`;
   console.log(`${sorted.length} events at ${Math.round(times.size / took)}/s: p50 ${at(0.5)}, p99 ${at(0.99)}, longest ${at(1)}`);
 }
+const share = (after.taken - before.taken) / (after.wanted - before.wanted);
+console.log(`of the processors' time that was wanted the machine's host took ${(100 * share).toFixed(0)} %`);
 await Promise.all(pages.map(closePage));
 await browser.close();
 await collector.end();
