@@ -12,7 +12,7 @@ import subprocess
 import sys
 import tempfile
 
-MOST = 1.35  # of memory; of time it is less
+MOST = 1.35
 INCLUDE = re.compile(r"^#include <([^>]+)>", re.MULTILINE)
 
 

@@ -43,6 +43,7 @@ TEST(PrintedText, isPlainUnlessTheLocaleIsOfUnicode) {
   EXPECT_EQ(lettersWith({{"LANG", "C"}}), Letters::ascii);
   EXPECT_EQ(lettersWith({{"LANG", "en_NZ.UTF-8"}}), Letters::unicode);
   EXPECT_EQ(lettersWith({{"LANG", "C"}, {"LC_CTYPE", "C.utf8"}}), Letters::unicode);
+  EXPECT_EQ(lettersWith({{"LANG", "\xC4_\xFF.Utf-8"}}), Letters::unicode);
   EXPECT_EQ(lettersWith({{"LANG", "en_NZ.UTF-8"}, {"LC_ALL", "POSIX"}}), Letters::ascii);
   EXPECT_EQ(lettersWith({{"LANG", "en_NZ.UTF-8"}, {"LC_ALL", ""}}), Letters::unicode);
 }
@@ -73,6 +74,10 @@ TEST(PrintedText, hasNothingThatControlsATerminal) {
   EXPECT_EQ(printable(std::string("a\0\x7F\u0085\u202E\u200Fz", 12), Letters::ascii, 20),
             "a?????z");
   EXPECT_EQ(printable("caf\u00E9", Letters::ascii, 20), "caf?");
+}
+
+TEST(PrintedText, hasNothingThatXMLForbids) {
+  EXPECT_EQ(printable("a\uFFFE\uFFFFz\uFFFD", Letters::unicode, 20), "a\uFFFD\uFFFDz\uFFFD");
 }
 
 TEST(PrintedText, hasBarsAsLongAsTheirShare) {

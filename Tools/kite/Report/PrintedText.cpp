@@ -1,10 +1,10 @@
 #include "Report/PrintedText.h"
 
+#include "Common/LowerCase.h"
 #include "JSON/UTF8.h"
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cmath>
 #include <cstdlib>
 
@@ -18,12 +18,13 @@ struct LetterRange {
   char32_t last;
 };
 
+/// What steers a terminal, has no shape of its own, or may not stand in XML (the last range).
 constexpr std::array controls{
-    LetterRange{0x00, 0x1F},       LetterRange{0x7F, 0x9F},       LetterRange{0xAD, 0xAD},
-    LetterRange{0x61C, 0x61C},     LetterRange{0x200B, 0x200B},   LetterRange{0x200E, 0x200F},
-    LetterRange{0x2028, 0x202E},   LetterRange{0x2060, 0x206F},   LetterRange{0xFEFF, 0xFEFF},
-    LetterRange{0xFFF0, 0xFFFB},   LetterRange{0xE0000, 0xE0FFF}, LetterRange{0xE000, 0xF8FF},
-    LetterRange{0xF0000, 0x10FFFF}};
+    LetterRange{0x00, 0x1F},        LetterRange{0x7F, 0x9F},       LetterRange{0xAD, 0xAD},
+    LetterRange{0x61C, 0x61C},      LetterRange{0x200B, 0x200B},   LetterRange{0x200E, 0x200F},
+    LetterRange{0x2028, 0x202E},    LetterRange{0x2060, 0x206F},   LetterRange{0xFEFF, 0xFEFF},
+    LetterRange{0xFFF0, 0xFFFB},    LetterRange{0xE0000, 0xE0FFF}, LetterRange{0xE000, 0xF8FF},
+    LetterRange{0xF0000, 0x10FFFF}, LetterRange{0xFFFE, 0xFFFF}};
 
 constexpr std::array widthless{
     LetterRange{0x300, 0x36F},   LetterRange{0x483, 0x489},   LetterRange{0x591, 0x5BD},
@@ -73,11 +74,6 @@ Letter shown(const Letter& letter, Letters letters) {
   return canBe ? letter : Letter(isASCII ? "?" : "\uFFFD");
 }
 
-std::string lowerCase(std::string text) {
-  for (char& letter : text) letter = static_cast<char>(std::tolower(letter));
-  return text;
-}
-
 std::string repeated(std::string_view text, int count) {
   std::string all;
   for (int i = 0; i < count; ++i) all += text;
@@ -90,7 +86,8 @@ Letters lettersOfLocale() {
   for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
     const char* value = std::getenv(name);
     if (!value || *value == '\0') continue;
-    const std::string locale = lowerCase(value);
+    std::string locale = value;
+    std::ranges::transform(locale, locale.begin(), lowerCase);
     const bool isUTF8 = locale.find("utf-8") != locale.npos || locale.find("utf8") != locale.npos;
     return isUTF8 ? Letters::unicode : Letters::ascii;
   }

@@ -1,5 +1,7 @@
 #include "Inspector/Search/Subject.h"
 
+#include "Common/LowerCase.h"
+
 #include <algorithm>
 #include <charconv>
 
@@ -7,10 +9,6 @@ namespace kite::tool {
 namespace {
 
 namespace dom = simdjson::dom;
-
-char lowerCase(char letter) {
-  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
 
 bool isIn(std::string_view text, std::string_view word) {
   const auto isSame = [](char one, char other) { return lowerCase(one) == lowerCase(other); };
