@@ -105,7 +105,7 @@ TEST(Inspector, isFollowedByTheAddressOfTheMetrics) {
 TEST(Inspector, endsACollectorThatHasWhatItExpects) {
   Inspected collector({"--expect", "3", "--timeout", "60"});
   collector.deliver("buy");
-  EXPECT_EQ(collector.process.wait(), 0);
+  EXPECT_EQ(collector.process.wait(), 0) << contents(collector.folder / "errors");
   EXPECT_THAT(collector.process.receiveAll(),
               HasSubstr(R"({"event":"summary","ok":true,"expected":3,)"));
 }

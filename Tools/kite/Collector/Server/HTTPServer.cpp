@@ -141,9 +141,13 @@ class EventLoopServer final : public HTTPServer {
 };
 
 EventLoopServer::~EventLoopServer() {
+  _nextCount.reset();
+  _unsentLook.reset();
+  _wakeEvent.reset();
   _http.reset();
   _exchanges.clear();
-  _wakeEvent.reset();
+  // A connection's end is a callback of the loop; without a turn it never comes.
+  if (_base) event_base_loop(_base.get(), EVLOOP_NONBLOCK);
   if (_wakeSignal >= 0) ::close(_wakeSignal);
 }
 
