@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace kite::tool {
@@ -64,7 +65,8 @@ void Live::cleared() {
 
 void Live::tellSoon() {
   if (std::exchange(_isTellingSoon, true)) return;
-  _next->start(pause);
+  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(_toldAt + pause - Clock::now());
+  _next->start(std::max(wait, std::chrono::milliseconds(0)));
 }
 
 News Live::news() {
@@ -97,6 +99,7 @@ void Live::tell() {
     }
   } catch (const StoreError&) {  // it is tried again
   }
+  _toldAt = Clock::now();
   if (isMoreThere) return tellSoon();
   _next->start(idle);
 }

@@ -58,7 +58,7 @@ class Listener {
 class Live {
  public:
   static constexpr std::size_t mostListeners = 32;
-  static constexpr std::chrono::milliseconds pause{10};  ///< between two batches
+  static constexpr std::chrono::milliseconds pause{10};  ///< at least, between two batches
 
   Live(HTTPServer& server, EventReader& reader, const Inspected& inspected);
 
@@ -69,7 +69,7 @@ class Live {
   /// there are too many.
   void add(Exchange& exchange, std::shared_ptr<Listener> listener);
   void cleared();
-  /// The listeners look again soon.
+  /// The listeners look again: at once when they have not looked for a while.
   void tellSoon();
   std::unique_ptr<ServerTimer> timer(std::function<void()> body) {
     return _server.timer(std::move(body));
@@ -90,6 +90,7 @@ class Live {
   bool _isTellingSoon = false;
   bool _isCleared = false;
   std::string _counts;
+  Clock::time_point _toldAt;
   Clock::time_point _countedAt;
   Clock::time_point _aliveAt;
 };

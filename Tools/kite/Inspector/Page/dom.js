@@ -31,9 +31,12 @@ export const byID = (id) => {
   return element;
 };
 
-/** Writes a text only if it differs, so that nothing is laid out again for nothing. */
+/** Writes a text only if it differs, and into the text that is there: what stands around it is not styled anew. */
 export function setText(element, text) {
-  if (element.textContent !== text) element.textContent = text;
+  const only = element.firstChild;
+  if (only instanceof Text && !only.nextSibling) {
+    if (only.data !== text) only.data = text;
+  } else if (element.textContent !== text) element.textContent = text;
 }
 
 /** Whether keys that are typed into the element are its own. */
