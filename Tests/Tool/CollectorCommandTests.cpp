@@ -1,8 +1,10 @@
 #include "Collector/CollectCommand.h"
+#include "Support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <CLI/CLI.hpp>
 
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -33,7 +35,7 @@ std::vector<std::string> with(std::vector<std::string> more) {
 }
 
 TEST(CollectCommand, needsAKeyAndADatabase) {
-  EXPECT_EQ(complaint({"--db", "x", "--self-signed", "t"}), "--key is required");
+  EXPECT_EQ(complaint({"--db", "x", "--self-signed", "t"}), "--key or --key-file is required");
   EXPECT_EQ(complaint({"--key", "k", "--self-signed", "t"}), "--db is required");
 }
 
@@ -45,11 +47,24 @@ TEST(CollectCommand, migratesADatabaseThatHasAnAddress) {
 
 TEST(CollectCommand, takesAPasswordFromAFileOnly) {
   EXPECT_THAT(complaint(with({"--self-signed", "t", "--db-password-file", "/absent/password"})),
-              HasSubstr("cannot read a password from /absent/password"));
+              HasSubstr("the first line of /absent/password cannot be read or is empty"));
 }
 
 TEST(CollectCommand, needsAKeyThatIsNotEmpty) {
-  EXPECT_EQ(complaint({"--key", "", "--db", "x", "--self-signed", "t"}), "--key must not be empty");
+  EXPECT_EQ(complaint({"--key", "", "--db", "x", "--self-signed", "t"}),
+            "the key must not be empty");
+}
+
+TEST(CollectCommand, takesItsKeyFromAFileInstead) {
+  const TemporaryFolder folder;
+  const std::string file = folder.path() / "key";
+  EXPECT_THAT(complaint({"--key-file", file, "--db", "x", "--self-signed", "t"}),
+              HasSubstr("the first line of " + file + " cannot be read or is empty"));
+  std::ofstream(file) << "secret\n";
+  EXPECT_EQ(complaint({"--key-file", file, "--db", "x"}),
+            "give either --cert and --cert-key or --self-signed");
+  EXPECT_THAT(complaint(with({"--key-file", file, "--self-signed", "t"})),
+              HasSubstr("--key excludes --key-file"));
 }
 
 TEST(CollectCommand, needsOneSourceOfItsCertificate) {

@@ -4,6 +4,7 @@
 #include "Collector/JSONText.h"
 #include "Collector/MigrateCommand.h"
 #include "Collector/OpenInBrowser.h"
+#include "Collector/SecretFile.h"
 #include "Collector/Store/PostgresAddress.h"
 
 #include <fmt/format.h>
@@ -95,7 +96,7 @@ void printLine(const std::string& line) {
 }
 
 CollectorOptions collectorOptions(const CollectArguments& arguments) {
-  if (arguments.key.empty()) refuseUsage("--key must not be empty");
+  if (arguments.key.empty()) refuseUsage("the key must not be empty");
   CollectorOptions options{.key = arguments.key,
                            .database = arguments.database,
                            .certificate = certificateSource(arguments)};
@@ -240,8 +241,13 @@ CLI::App* addCollectCommand(CLI::App& parent) {
   command->add_option("--listen", arguments->listen, "Address to listen on; port 0 picks one")
       ->type_name("HOST:PORT")
       ->capture_default_str();
-  command->add_option("--key", arguments->key, "The secret that clients sign with")
-      ->type_name("SECRET");
+  CLI::Option* key =
+      command->add_option("--key", arguments->key, "The secret that clients sign with")
+          ->type_name("SECRET");
+  const auto takeKey = [arguments](const std::string& secret) { arguments->key = secret; };
+  CLI::Option* keyFile =
+      addSecretFile(*command, "--key-file", takeKey, "File whose first line is that secret")
+          ->excludes(key);
   command
       ->add_option("--db", arguments->database,
                    "SQLite file for what is received, or postgresql://… without a password")
@@ -274,11 +280,10 @@ CLI::App* addCollectCommand(CLI::App& parent) {
   addInspectorOptions(*command, *arguments);
   addListener(*command, "--metrics", arguments->metrics,
               "Serve counters for Prometheus, at 127.0.0.1:0 unless told otherwise");
-  command->callback([arguments, command, migrate] {
+  command->callback([arguments, command, migrate, key, keyFile] {
     if (migrate->parsed()) return;
-    for (const char* needed : {"--key", "--db"}) {
-      if (command->count(needed) == 0) throw CLI::RequiredError(needed);
-    }
+    if (key->empty() && keyFile->empty()) throw CLI::RequiredError("--key or --key-file");
+    if (command->count("--db") == 0) throw CLI::RequiredError("--db");
     runUntilItsEnd(collectorOptions(*arguments), *arguments);
   });
   return command;

@@ -1,5 +1,6 @@
 #include "Collector/MigrateCommand.h"
 
+#include "Collector/SecretFile.h"
 #include "Collector/Store/PostgresSchema.h"
 
 #include <fmt/format.h>
@@ -7,7 +8,6 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
-#include <fstream>
 
 namespace kite::tool {
 namespace {
@@ -32,24 +32,15 @@ void runMigration(const MigrateArguments& arguments) {
   }
 }
 
-/// libpq takes it from there; an argument would show it to everyone on the machine.
-void takePassword(const std::string& path) {
-  std::ifstream file(path);
-  std::string password;
-  if (!std::getline(file, password) || password.empty()) {
-    throw CLI::ValidationError("--db-password-file: cannot read a password from " + path);
-  }
-  ::setenv("PGPASSWORD", password.c_str(), 1);
-}
-
 }  // namespace
 
 void addPasswordFile(CLI::App& command) {
-  command
-      .add_option_function<std::string>(
-          "--db-password-file", takePassword,
-          "File whose first line is the password of a PostgreSQL database")
-      ->type_name("FILE");
+  // libpq takes it from the environment.
+  const auto take = [](const std::string& password) {
+    ::setenv("PGPASSWORD", password.c_str(), 1);
+  };
+  addSecretFile(command, "--db-password-file", take,
+                "File whose first line is the password of a PostgreSQL database");
 }
 
 CLI::App* addMigrateCommand(CLI::App& collect) {
