@@ -2,15 +2,14 @@
 #include "Collector/Collector.h"
 #include "Fixture/Latencies.h"
 #include "Fixture/PlainBody.h"
+#include "Fixture/ProcessorTime.h"
 #include "Fixture/ReferenceEvent.h"
 #include "Fixture/Scaled.h"
 #include "Support/TemporaryFolder.h"
 
 #include <curl/curl.h>
 
-#include <atomic>
 #include <cstdlib>
-#include <ctime>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -26,15 +25,20 @@ constexpr const char* key = "the key of the benchmark";
 constexpr int eventsPerRequest = 500;
 constexpr int requestsOfAClient = 100'000;
 
-double threadSeconds() {
-  timespec time{};
-  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+int setting(const char* variable, int otherwise) {
+  const char* text = std::getenv(variable);
+  return text ? std::atoi(text) : otherwise;
 }
 
 struct SignedRequest {
   std::string body;
   std::vector<std::string> headers;
+
+  std::size_t size() const {
+    std::size_t bytes = body.size();
+    for (const auto& header : headers) bytes += header.size() + 2;
+    return bytes;
+  }
 };
 
 /// Upload number so and so, of events that no other has.
@@ -93,12 +97,9 @@ class Client {
 class Lane {
  public:
   Lane(int number, int requests, const std::string& folder, const std::string& database)
-      : _requests(requests),
-        _collector(
-            {.key = key,
-             .database = database,
-             .certificate = tool::SelfSignedFolder{folder + "/tls"},
-             .onRequest = [this](const tool::RequestReport&) { _processor = threadSeconds(); }}) {
+      : _collector({.key = key,
+                    .database = database,
+                    .certificate = tool::SelfSignedFolder{folder + "/tls"}}) {
     const auto address = _collector.start();
     if (!address) throw std::runtime_error(address.error());
     const std::string host = address->url.substr(8, address->url.find('/', 8) - 8);
@@ -106,33 +107,33 @@ class Lane {
     for (int i = 0; i <= requests; ++i) _prepared.push_back(request(first + i, host));
     _client.emplace(address->url, address->ca);
     _client->post(_prepared[0]);  // connecting is no part of it
-    _processorBefore = _processor;
   }
   void post() {
+    const double before = processorSeconds(CLOCK_THREAD_CPUTIME_ID);
     for (std::size_t i = 1; i < _prepared.size(); ++i) _client->post(_prepared[i]);
+    _clientSeconds = processorSeconds(CLOCK_THREAD_CPUTIME_ID) - before;
   }
-  double processorSeconds() const { return _processor - _processorBefore; }
+  /// What `post` took of the processors for sending alone.
+  double clientSeconds() const { return _clientSeconds; }
+  double requestSize() const { return static_cast<double>(_prepared.back().size()); }
   bool hasStoredAll() const {
-    return _collector.statistics().newEvents ==
-           static_cast<std::size_t>(_requests + 1) * eventsPerRequest;
+    return _collector.statistics().newEvents == _prepared.size() * eventsPerRequest;
   }
 
  private:
-  int _requests;
-  std::atomic<double> _processor = 0;  // of the collector's thread, which stores into a file itself
-  double _processorBefore = 0;
   tool::Collector _collector;
   std::vector<SignedRequest> _prepared;
   std::optional<Client> _client;
+  double _clientSeconds = 0;
 };
 
 /// Collectors take in, check and store uploads, over TLS, each those of one client. They store in
-/// one SQLite file, or in the empty PostgreSQL database that KITE_BENCH_DATABASE names; there is
-/// one collector unless KITE_BENCH_COLLECTORS says otherwise.
+/// one SQLite file, or in the empty PostgreSQL database that KITE_BENCH_DATABASE names; how many
+/// collectors there are, and events in all, KITE_BENCH_COLLECTORS and KITE_BENCH_EVENTS may say.
 void collect(benchmark::State& state) {
-  const char* collectors = std::getenv("KITE_BENCH_COLLECTORS");
-  const int lanes = collectors ? std::atoi(collectors) : 1;
-  const auto requests = static_cast<int>(scaled(state.range(0)) / eventsPerRequest / lanes) + 1;
+  const int lanes = setting("KITE_BENCH_COLLECTORS", 1);
+  const int events = setting("KITE_BENCH_EVENTS", static_cast<int>(scaled(state.range(0))));
+  const int requests = events / eventsPerRequest / lanes + 1;
   for (auto _ : state) {
     test::TemporaryFolder folder;
     const char* database = std::getenv("KITE_BENCH_DATABASE");
@@ -142,16 +143,20 @@ void collect(benchmark::State& state) {
       all.push_back(std::make_unique<Lane>(i, requests, folder.path(), place));
     }
     const auto begin = Clock::now();
+    const double before = processorSeconds();
     std::vector<std::thread> threads;
     for (const auto& lane : all) threads.emplace_back([&lane] { lane->post(); });
     for (std::thread& thread : threads) thread.join();
     const double seconds = secondsSince(begin);
-    const double events = static_cast<double>(requests) * eventsPerRequest * lanes;
-    double processor = 0;
-    for (const auto& lane : all) processor += lane->processorSeconds();
+    const double processor = processorSeconds() - before;
+    double client = 0;
+    for (const auto& lane : all) client += lane->clientSeconds();
+    const double taken = static_cast<double>(requests) * eventsPerRequest * lanes;
     state.SetIterationTime(seconds);
-    state.counters["events_per_second"] = events / seconds;
-    if (!database) state.counters["cpu_us_per_event"] = processor * 1e6 / events;
+    state.counters["events_per_second"] = taken / seconds;
+    state.counters["cpu_us_per_event"] = (processor - client) * 1e6 / taken;
+    state.counters["client_cpu_us_per_event"] = client * 1e6 / taken;
+    state.counters["bytes_per_event"] = all.front()->requestSize() / eventsPerRequest;
     for (const auto& lane : all) {
       if (!lane->hasStoredAll()) state.SkipWithError("events are missing");
     }
