@@ -1,6 +1,7 @@
-"""What befalls the primary's machine: its disk is full, or its network is cut."""
+"""What befalls the primary's machine: its disk is full or slow, or its network is cut."""
 
 import contextlib
+import random
 import shutil
 import time
 
@@ -52,6 +53,42 @@ def full_disk(run: Run) -> dict:
             longest = max(longest, sender.longest_gap(begin))
             run.tick()
     return {"times full": run.count, "acknowledged to the client": len(sender.acknowledged),
+            "s without an acknowledgement": round(longest, 1)}
+
+
+def write_slowly(disk: disks.PoweredDisk, seconds: float, random_: random.Random):
+    """Writes wait for up to two seconds, longer than an upload may take."""
+    deadline = time.monotonic() + seconds
+    while time.monotonic() < deadline:
+        with disk.frozen():
+            time.sleep(random_.uniform(0.2, 2))
+        time.sleep(0.02)
+
+
+@case("cluster", "a slow disk under the primary", full=5, smoke=None)
+def slow_disk(run: Run) -> dict:
+    """The other databases' disks are as fast as ever."""
+    need_root()
+    need_cluster()
+    slow: dict[str, disks.PoweredDisk] = {}
+
+    def prepared(layout, stack):
+        for number in NUMBERS:
+            member = layout.member(f"db{number}")
+            slow[member.name] = stack.enter_context(disks.PoweredDisk(run.folder(), 800, at=member))
+
+    longest = 0.0
+    with Cluster(run, prepared) as cluster, load(run, cluster) as sender:
+        for number in range(run.count):
+            begin = time.monotonic()
+            write_slowly(slow[cluster.find("primary")], 25, run.random(number))
+            gap = sender.longest_gap(begin)
+            check(gap > 0.5, "the disk does not get slow")
+            cluster.check_healed()
+            check(goes_on(sender), "nothing is acknowledged although the disk is fast again")
+            longest = max(longest, gap)
+            run.tick()
+    return {"times slow": run.count, "acknowledged to the client": len(sender.acknowledged),
             "s without an acknowledgement": round(longest, 1)}
 
 

@@ -4,16 +4,18 @@ import concurrent.futures
 import contextlib
 import gzip
 import json
+import os
+import shutil
 import signal
 import subprocess
 import time
 
 from harness import Run, case, check, need
 from harness.client import Client, sample
-from harness.cluster import NUMBERS, Cluster, Feeder
+from harness.cluster import NUMBERS, Cluster, Feeder, need_cluster, user_of_processes
 from harness.cutter import Cutter
-from localcluster import collectors, database
-from localcluster.layout import OWNER, SUPERUSER
+from localcluster import collectors, database, processes
+from localcluster.layout import OWNER, REPLICATION, SUPERUSER
 
 HOUR = 3600
 
@@ -124,7 +126,7 @@ def much_later(run: Run) -> dict:
         fresh, body = senders.batch(20)
         senders.post(0, moved(body, ahead * HOUR + 120), ahead * HOUR + 120)
         check(stored(cluster) == sorted(fresh), "new events are not stored")
-        restore(run, cluster)
+        restore_dump(run, cluster)
         restart_collectors_ahead(cluster, senders, ahead)
         for number in NUMBERS:
             senders.post(number - 1, moved(body, ahead * HOUR + 180), ahead * HOUR + 180)
@@ -133,17 +135,80 @@ def much_later(run: Run) -> dict:
     return {"events": len(sent), "hours later": ahead, "stored again": 0}
 
 
-def restore(run: Run, cluster: Cluster):
-    """A backup of the database replaces it, while the collectors are away."""
+def restore_dump(run: Run, cluster: Cluster):
+    """A dump of the database replaces it, while the collectors are away."""
     layout, file = cluster.layout, run.folder() / "backup"
     for number in NUMBERS:
         cluster.strike(f"collector{number}", signal.SIGKILL)
-    run_tool("pg_dump", "-Fc", "-f", str(file), "-d", layout.database_address(OWNER))
+    run_tool("pg_dump", "-Fc", "-f", file, "-d", layout.database_address(OWNER))
     for sql in ("DROP DATABASE kite WITH (FORCE)", f"CREATE DATABASE kite OWNER {OWNER}"):
         database.query(layout, sql, SUPERUSER, "postgres")
-    run_tool("pg_restore", "--exit-on-error", "-d", layout.database_address(OWNER), str(file))
+    run_tool("pg_restore", "--exit-on-error", "-d", layout.database_address(OWNER), file)
 
 
-def run_tool(name: str, *arguments: str):
-    done = subprocess.run([f"{database.PROGRAMS}/{name}", *arguments], capture_output=True, text=True, timeout=120)
+def run_tool(name: str, *arguments, **how):
+    """A program of the database's, or one that has a path."""
+    done = subprocess.run([os.path.join(database.PROGRAMS, name), *map(str, arguments)], stdout=subprocess.DEVNULL,
+                          stderr=subprocess.PIPE, text=True, timeout=120, **how)
     check(done.returncode == 0, f"{name}: {done.stderr.strip()}")
+
+
+def run_as_server(name: str, *arguments, **how):
+    """As the user of its processes, and with nothing of ours around it."""
+    run_tool(name, *arguments, user=user_of_processes(), cwd="/", env={"PATH": os.environ["PATH"], "LC_ALL": "C.UTF-8"}, **how)
+
+
+@case("cluster", "a base backup restored", full=3, smoke=None)
+def base_backup(run: Run) -> dict:
+    """What was stored before it is there and known; what came after it is lost, as it is for every backup."""
+    need_cluster()
+    with Cluster(run) as cluster, contextlib.closing(Senders(cluster, sample(run))) as senders:
+        kept: list[str] = []
+        for number in range(run.count):
+            (ids, body), (late, late_body) = senders.batch(200), senders.batch(200)
+            senders.post(number % 3, body)
+            kept = sorted(kept + ids)
+            replica = take_base_backup(cluster)
+            senders.post(number % 3, late_body)
+            restore_base_backup(cluster, replica)
+            check(stored(cluster) == kept, "not every event of the backup is stored")
+            senders.post(0, moved(body, 60), 60)
+            check(stored(cluster) == kept, "events of the backup are stored again")
+            senders.post(1, moved(late_body, 60), 60)
+            kept = sorted(kept + late)
+            check(stored(cluster) == kept, "events that were lost with the former cluster are not taken again")
+            run.tick()
+        return {"restores": run.count, "events": len(kept), "stored again": 0}
+
+
+def take_base_backup(cluster: Cluster) -> str:
+    """From a replica, while all goes on: its name."""
+    layout, replica = cluster.layout, cluster.find("replica")
+    address = (f"postgresql://{REPLICATION}@{layout.database(int(replica[-1]))}:5432/?sslmode=verify-full&sslrootcert={layout.ca}"
+               f"&passfile={layout.passwords}")
+    backup = layout.folder / "backup"
+    backup.mkdir(0o700)
+    processes.give_away(backup)
+    run_as_server("pg_basebackup", "-d", address, "-D", backup, "--checkpoint=fast", "--wal-method=stream")
+    return replica
+
+
+def restore_base_backup(cluster: Cluster, heir: str):
+    """All databases begin anew with the backup, which one of them has first: whose paths are in its configuration."""
+    layout, primary = cluster.layout, cluster.find("primary")
+    for number in NUMBERS:
+        cluster.end(f"collector{number}")
+    databases = [f"db{number}" for number in NUMBERS]
+    for name in sorted(databases, key=lambda name: name == primary):
+        cluster.end(name)
+        shutil.rmtree(layout.member(name) / "data")
+    first = layout.member(heir)
+    data = shutil.move(layout.folder / "backup", first / "data")
+    (data / "standby.signal").rename(data / "recovery.signal")  # it was taken from a replica
+    # All of the log that it needs came with it.
+    run_as_server("pg_ctl", "-D", data, "-w", "-l", first / "recovery", "-o", "-c listen_addresses= -c restore_command=false", "start")
+    run_as_server("pg_ctl", "-D", data, "-w", "stop")
+    run_tool("/usr/bin/patronictl", "-c", first / "patroni.json", "remove", "kite", input="kite\nYes I am aware\n")
+    cluster.start(heir)
+    check(cluster.find("primary") == heir, "another one is the primary")  # before one without data begins an empty database
+    cluster.check_healed()

@@ -70,12 +70,13 @@ class PoweredDisk:
     """A file system whose power can be cut: `copy` is what its device holds at one moment.
 
     Its image is a file of an outer file system. Freezing the outer one stops the device between two
-    writes, and nothing that the inner one still holds in memory gets into the copy."""
+    writes, and nothing that the inner one still holds in memory gets into the copy. It is mounted `at` some folder, "disk"
+    within `folder` unless told otherwise."""
 
-    def __init__(self, folder, megabytes: int = 48):
+    def __init__(self, folder, megabytes: int = 48, at=None):
         folder = pathlib.Path(folder)
         self._stack = contextlib.ExitStack()
-        outer, self.folder = folder / "outer", folder / "disk"
+        outer, self.folder = folder / "outer", pathlib.Path(at or folder / "disk")
         make_image(folder / "outer.image", megabytes + 16)
         try:
             self._outer = self._stack.enter_context(on_loop(folder / "outer.image", outer))
@@ -92,14 +93,20 @@ class PoweredDisk:
     def __exit__(self, *_):
         self._stack.close()
 
-    def copy(self, image):
-        """The device's bytes at this moment."""
+    @contextlib.contextmanager
+    def frozen(self):
+        """Whatever is written to the device waits for the end of the block."""
         outer = os.open(self._outer, os.O_RDONLY | os.O_DIRECTORY)
         try:
             fcntl.ioctl(outer, FIFREEZE, 0)
             try:
-                subprocess.run(["cp", "--sparse=always", str(self._image), str(image)], check=True)
+                yield
             finally:
                 fcntl.ioctl(outer, FITHAW, 0)
         finally:
             os.close(outer)
+
+    def copy(self, image):
+        """The device's bytes at this moment."""
+        with self.frozen():
+            subprocess.run(["cp", "--sparse=always", str(self._image), str(image)], check=True)
