@@ -1,11 +1,11 @@
 // Real processes: `kite collect` with its inspector, and `kite host`.
 
-import { spawn } from 'node:child_process';
+import { execFileSync, spawn, spawnSync } from 'node:child_process';
 import { once } from 'node:events';
 import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
 import { Agent, request } from 'node:https';
 import { tmpdir } from 'node:os';
-import { dirname, join } from 'node:path';
+import { basename, dirname, join } from 'node:path';
 import { createInterface } from 'node:readline';
 import { fileURLToPath } from 'node:url';
 
@@ -27,13 +27,23 @@ async function lineOf(child, fits) {
   throw new Error('kite collect ended before it listened');
 }
 
+/** A database of its own for each folder: a file in it, or one of the server whose address with_postgres.sh gives. */
+function databaseOf(folder) {
+  const server = process.env.KITE_POSTGRES;
+  if (!server) return join(folder, 'events.db');
+  const name = basename(folder);
+  spawnSync('psql', ['-Xq', `${server}/postgres`, '-c', `CREATE DATABASE "${name}"`], { stdio: 'ignore' }); // it may be there
+  execFileSync(KITE, ['collect', 'migrate', '--db', `${server}/${name}`], { stdio: ['ignore', 'ignore', 'inherit'] });
+  return `${server}/${name}`;
+}
+
 export class Collector {
   /** @param {{folder?: string, inspect?: string, options?: string[]}} choices the folder is a new one unless it is given */
   static async start({ folder = mkdtempSync(join(tmpdir(), 'kite-browser-')), inspect = '127.0.0.1:0', options = [] } = {}) {
     const collector = new Collector();
     collector.folder = folder;
     collector.process = spawn(KITE, [
-      'collect', '--listen', '127.0.0.1:0', '--key', KEY, '--db', join(folder, 'events.db'), '--self-signed', join(folder, 'tls'),
+      'collect', '--listen', '127.0.0.1:0', '--key', KEY, '--db', databaseOf(folder), '--self-signed', join(folder, 'tls'),
       '--inspect', inspect, ...options,
     ], { stdio: ['ignore', 'pipe', 'inherit'] });
     const found = {};
