@@ -120,6 +120,11 @@ def stolen_share(before, after):
     return stolen / (worked + stolen) if worked + stolen else 0.0
 
 
+def machine_line(facts):
+    return ("{cpu}, {cores} cores, {memory_gib} GiB, Linux {kernel}, load {load_before:.1f}, {stolen:.0%} stolen by the host, "
+            "{date}".format(**facts))
+
+
 def parse_arguments():
     parser = argparse.ArgumentParser(prog="scripts/bench", description="Measures Kite against its physical limits.")
     parser.add_argument("--build", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
@@ -149,8 +154,7 @@ def main():
         shutil.rmtree(folder, ignore_errors=True)
 
     facts["stolen"] = stolen_share(ticks, processor_ticks())
-    print("{cpu}, {cores} cores, {memory_gib} GiB, Linux {kernel}, load {load_before:.1f}, {stolen:.0%} stolen by the host, "
-          "{date}".format(**facts))
+    print(machine_line(facts))
     print_table(rows, arguments.smoke)
     if arguments.json:
         arguments.json.write_text(json.dumps({"machine": facts, "rows": rows, "measured": measured}, indent=1) + "\n")

@@ -18,7 +18,7 @@ import sys
 import tempfile
 import time
 
-from run import Failure, machine, number, processor_ticks, stolen_share
+from run import Failure, machine, machine_line, number, processor_ticks, stolen_share
 
 PROGRAMS = "/usr/lib/postgresql/15/bin"
 SETTINGS = {"listen_addresses": "127.0.0.1", "shared_buffers": "1GB", "max_wal_size": "4GB", "max_connections": "60"}
@@ -150,8 +150,7 @@ def main():
     finally:
         shutil.rmtree(folder, ignore_errors=True)
     facts["stolen"] = stolen_share(ticks, processor_ticks())
-    print("{cpu}, {cores} cores, {memory_gib} GiB, load {load_before:.1f}, {stolen:.0%} stolen by the host, {date}; per event:"
-          .format(**facts))
+    print(f"{machine_line(facts)}; per event:")
     print_table(columns)
     return 0
 

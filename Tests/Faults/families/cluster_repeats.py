@@ -206,7 +206,8 @@ def restore_base_backup(cluster: Cluster, heir: str):
     data = shutil.move(layout.folder / "backup", first / "data")
     (data / "standby.signal").rename(data / "recovery.signal")  # it was taken from a replica
     # All of the log that it needs came with it.
-    run_as_server("pg_ctl", "-D", data, "-w", "-l", first / "recovery", "-o", "-c listen_addresses= -c restore_command=false", "start")
+    settings = "-c listen_addresses= -c restore_command=false"
+    run_as_server("pg_ctl", "-D", data, "-w", "-l", first / "recovery", "-o", settings, "start")
     run_as_server("pg_ctl", "-D", data, "-w", "stop")
     run_tool("/usr/bin/patronictl", "-c", first / "patroni.json", "remove", "kite", input="kite\nYes I am aware\n")
     cluster.start(heir)
