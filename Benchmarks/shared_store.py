@@ -52,7 +52,11 @@ class Server:
         self._process = subprocess.Popen(
             without_root([f"{PROGRAMS}/postgres", "-D", str(data), "-k", str(folder), "-p", str(self.port), *settings]),
             stderr=subprocess.DEVNULL)
-        self._wait()
+        try:
+            self._wait()
+        except BaseException:
+            self.close()
+            raise
 
     def _wait(self):
         for _ in range(300):
