@@ -36,14 +36,17 @@ def seed_for(store: int) -> int:
 
 
 def records_of(file) -> list[Record]:
-    """Of a sound file; those that are written twice are there twice."""
+    """Of a file without damage; those that are written twice are there twice. The last record may be cut short, as a kill within
+    the call that wrote it leaves it: it is left out."""
     data, found, at = pathlib.Path(file).read_bytes(), [], 0
-    while at < len(data):
+    while len(data) - at >= HEADER.size:
         magic, kind, list_, length, edit, ordinal, tag, *_ = HEADER.unpack_from(data, at)
-        begin, at = at, at + HEADER.size + length
-        if magic != MAGIC or at > len(data):
-            raise ValueError(f"{file} has no record at {begin}")
-        found.append(Record(kind, edit, list_, ordinal, tag, data[begin + HEADER.size:at], begin))
+        if magic != MAGIC:
+            raise ValueError(f"{file} has no record at {at}")
+        record = Record(kind, edit, list_, ordinal, tag, data[at + HEADER.size:at + HEADER.size + length], at)
+        at += HEADER.size + length
+        if at <= len(data):
+            found.append(record)
     return found
 
 
