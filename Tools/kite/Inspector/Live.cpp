@@ -63,10 +63,13 @@ void Live::cleared() {
   tellSoon();
 }
 
+std::chrono::milliseconds Live::restOfPause(Clock::duration sinceLast) {
+  const auto rest = std::max<Clock::duration>(pause - sinceLast, Clock::duration::zero());
+  return std::chrono::ceil<std::chrono::milliseconds>(rest);
+}
+
 void Live::tellSoon() {
-  if (std::exchange(_isTellingSoon, true)) return;
-  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(_toldAt + pause - Clock::now());
-  _next->start(std::max(wait, std::chrono::milliseconds(0)));
+  if (!std::exchange(_isTellingSoon, true)) _next->start(restOfPause(Clock::now() - _toldAt));
 }
 
 News Live::news() {

@@ -59,6 +59,10 @@ class Live {
  public:
   static constexpr std::size_t mostListeners = 32;
   static constexpr std::chrono::milliseconds pause{10};  ///< at least, between two batches
+  using Clock = std::chrono::steady_clock;
+
+  /// How long the next batch still waits, `sinceLast` after one was sent.
+  static std::chrono::milliseconds restOfPause(Clock::duration sinceLast);
 
   Live(HTTPServer& server, EventReader& reader, const Inspected& inspected);
 
@@ -76,8 +80,6 @@ class Live {
   }
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   void tell();
   News news();
 
