@@ -51,6 +51,15 @@ bool RowLog::isLiving(const RowEntry& row) const {
   return list && !list->removed.contains(row.ordinal);
 }
 
+std::uint64_t RowLog::rowsOf(std::uint32_t list) const {
+  std::uint64_t rows = 0;
+  for (const auto& [number, segment] : _segments) {
+    if (const auto span = segment.spans.find(list); span != segment.spans.end())
+      rows += span->second.rows;
+  }
+  return rows;
+}
+
 RowLog::Outcome RowLog::read(std::string_view key, Larder::SavedList& list) {
   const auto found = _lists.find(key);
   if (found == _lists.end()) return Outcome::noList;
@@ -58,6 +67,7 @@ RowLog::Outcome RowLog::read(std::string_view key, Larder::SavedList& list) {
   const auto loaded = std::exchange(_loaded, {});
   list.next = found->second.next;
   list.note = found->second.note;
+  list.rows.reserve(rowsOf(number));
   for (const auto& [segmentNumber, segment] : _segments) {
     if (!segment.spans.contains(number)) continue;
     std::optional<SegmentContents> contents;

@@ -103,6 +103,8 @@ class RowLog {
   Segment& addSegment(std::uint64_t number);
   const List* listOf(std::uint32_t number) const;
   bool isLiving(const RowEntry& row) const;
+  /// Those of a list in all segments, removed ones included.
+  std::uint64_t rowsOf(std::uint32_t list) const;
   bool makeActive();
   bool startSegment();
   void writeIndex();

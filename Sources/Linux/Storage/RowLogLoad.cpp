@@ -110,7 +110,8 @@ void RowLog::learnLists(const Contents& contents, const Known& known) {
   std::map<std::uint32_t, List> lists;
   std::set<std::uint32_t> ended;
   for (const auto& [key, number] : known.numbers) keys.try_emplace(number, key);
-  for (const auto& [segment, content] : contents) {
+  for (const auto& [segmentNumber, content] : contents) {
+    auto& segment = _segments[segmentNumber];
     for (const auto& [kind, number, payload] : content.changes) {
       auto& list = lists.try_emplace(number, List{number}).first->second;
       if (kind == Record::Kind::listBegun) keys.emplace(number, payload);
@@ -120,8 +121,8 @@ void RowLog::learnLists(const Contents& contents, const Known& known) {
       list.removed.addAll(payload);
       list.next = std::max(list.next, list.removed.end());
     }
-    for (const auto& row : content.rows) _segments[segment].note(row.list, row.ordinal);
-    for (const auto& [number, span] : _segments[segment].spans) {
+    for (const auto& row : content.rows) segment.note(row.list, row.ordinal);
+    for (const auto& [number, span] : segment.spans) {
       auto& list = lists.try_emplace(number, List{number}).first->second;
       list.next = std::max(list.next, span.last + 1);
     }

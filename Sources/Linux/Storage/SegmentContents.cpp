@@ -10,7 +10,7 @@ namespace kite::Linux {
 
 namespace {
 
-constexpr std::string_view prefix = "rows-";
+constexpr std::string_view segmentPrefix = "rows-";
 constexpr std::string_view segmentSuffix = ".log";
 constexpr std::string_view indexSuffix = ".index";
 constexpr std::uint64_t always = 0;  // the edit of records that need no end mark
@@ -21,8 +21,8 @@ static_assert(std::endian::native == std::endian::little);
 static_assert(sizeof(RowEntry) == 40);
 
 std::optional<std::uint64_t> numberIn(std::string_view name, std::string_view suffix) {
-  if (!name.starts_with(prefix) || !name.ends_with(suffix)) return std::nullopt;
-  name.remove_prefix(prefix.size());
+  if (!name.starts_with(segmentPrefix) || !name.ends_with(suffix)) return std::nullopt;
+  name.remove_prefix(segmentPrefix.size());
   name.remove_suffix(std::min(name.size(), suffix.size()));
   std::uint64_t number = 0;
   const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
@@ -68,11 +68,11 @@ class Scan {
 }  // namespace
 
 std::string segmentName(std::uint64_t segment) {
-  return std::string(prefix).append(std::to_string(segment)).append(segmentSuffix);
+  return std::string(segmentPrefix).append(std::to_string(segment)).append(segmentSuffix);
 }
 
 std::string indexName(std::uint64_t segment) {
-  return std::string(prefix).append(std::to_string(segment)).append(indexSuffix);
+  return std::string(segmentPrefix).append(std::to_string(segment)).append(indexSuffix);
 }
 
 std::optional<std::uint64_t> segmentOf(std::string_view fileName) {
