@@ -56,11 +56,11 @@ void accept(benchmark::State& state) {
   }
 }
 
-const auto rounds = scaled(40);
+const auto flushes = scaled(40);
 constexpr auto unit = benchmark::kMicrosecond;
-BENCHMARK(flush)->Arg(1000)->Arg(10000)->Arg(100000)->Iterations(rounds)->UseManualTime()->Unit(
+BENCHMARK(flush)->Arg(1000)->Arg(10000)->Arg(100000)->Iterations(flushes)->UseManualTime()->Unit(
     unit);
-BENCHMARK(accept)->Arg(1000)->Arg(10000)->Arg(100000)->Iterations(rounds)->UseManualTime()->Unit(
+BENCHMARK(accept)->Arg(1000)->Arg(10000)->Arg(100000)->Iterations(flushes)->UseManualTime()->Unit(
     unit);
 
 }  // namespace

@@ -7,7 +7,7 @@
 namespace kite::test {
 namespace {
 
-UserInfoUpdated::Payload aPayload() {
+UserInfoUpdated::Payload aChangeOfThreeKeys() {
   return {.oldUserInfo = {{"a", 1}},
           .newUserInfo = {{"a", 2}, {"b", nullptr}},
           .updatedKeys = {"a", "b"},
@@ -17,7 +17,7 @@ UserInfoUpdated::Payload aPayload() {
 }
 
 TEST(UserInfoUpdatedTests, tellsWhatItIsFromItsPayload) {
-  const auto event = tracked(aPayload(), {.info = {{"a", 2}}, .ids = {}});
+  const auto event = tracked(aChangeOfThreeKeys(), {.info = {{"a", 2}}, .ids = {}});
   EXPECT_EQ(event.type(), EventType(EventType::Case::userInfoUpdated));
   EXPECT_EQ(event.id(), FakeSystem::uuid(1).text());
   EXPECT_EQ(event.timestamp(), 12.5);
@@ -26,7 +26,7 @@ TEST(UserInfoUpdatedTests, tellsWhatItIsFromItsPayload) {
 }
 
 TEST(UserInfoUpdatedTests, carriesBothUserInfosAndTheListsOfKeysInTheirOrder) {
-  auto payload = aPayload();
+  auto payload = aChangeOfThreeKeys();
   payload.updatedKeys = {"b", "a"};
   EXPECT_EQ(tracked(payload).data(), parsedObject(R"({
     "old_user_info": {"a": 1},
@@ -37,7 +37,7 @@ TEST(UserInfoUpdatedTests, carriesBothUserInfosAndTheListsOfKeysInTheirOrder) {
 }
 
 TEST(UserInfoUpdatedTests, emptyListsStayInPlace) {
-  auto payload = aPayload();
+  auto payload = aChangeOfThreeKeys();
   payload.lostKeys = {};
   EXPECT_EQ(*tracked(payload).data().at("lost_keys"), JSONValue(JSONValue::Array{}));
 }

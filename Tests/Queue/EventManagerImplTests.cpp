@@ -41,15 +41,15 @@ const UserInfoUpdated::Payload anUpdate{.oldUserInfo = {},
                                         .lostKeys = {},
                                         .id = FakeSystem::uuid(73),
                                         .timestamp = 3.5};
-const UserAction::Payload anAction{.id = FakeSystem::uuid(74),
-                                   .timestamp = 4.5,
-                                   .actionKind = "buy",
-                                   .actionInfo = {{"price", 9.5}},
-                                   .secondsFromSessionStart = std::nullopt,
-                                   .sessionId = std::nullopt,
-                                   .processId = FakeSystem::uuid(1),
-                                   .lastForegroundSessionId = std::nullopt,
-                                   .isBackgroundEvent = false};
+const UserAction::Payload someAction{.id = FakeSystem::uuid(74),
+                                     .timestamp = 4.5,
+                                     .actionKind = "buy",
+                                     .actionInfo = {{"price", 9.5}},
+                                     .secondsFromSessionStart = std::nullopt,
+                                     .sessionId = std::nullopt,
+                                     .processId = FakeSystem::uuid(1),
+                                     .lastForegroundSessionId = std::nullopt,
+                                     .isBackgroundEvent = false};
 const CustomEvent::Payload aCustomEvent{
     .data = {{"total", 3}}, .id = FakeSystem::uuid(75), .timestamp = 5.5};
 const DebugEvent::Payload aDebugEvent{.id = FakeSystem::uuid(76),
@@ -102,7 +102,7 @@ class EventManagerImplTests : public testing::Test {
     manager.trackInstallEvent(anInstall);
     manager.trackSession(aStart);
     manager.trackUserInfoUpdated(anUpdate);
-    manager.trackUserAction(anAction);
+    manager.trackUserAction(someAction);
     manager.trackCustomEvent("Orders", aCustomEvent);
     manager.trackDebugEvent(aDebugEvent);
     manager.trackExperimentSegmentsReceived();
@@ -168,7 +168,7 @@ TEST_F(EventManagerOrderTests, theUserIsReadBeforeTheStorefront) {
 }
 
 TEST_F(EventManagerOrderTests, otherEventsReadTheUserOnly) {
-  manager.trackUserAction(anAction);
+  manager.trackUserAction(someAction);
   EXPECT_THAT(log, ElementsAre("user info", "identifiers", "insertion"));
   log.clear();
   secrets->put("Kite-User-Info", R"({"data":{"a":1}})");
@@ -182,10 +182,10 @@ TEST_F(EventManagerOrderTests, experimentSegmentsReadTheUserThenTheirIdentifierT
 }
 
 TEST_F(EventManagerOrderTests, aChangedIdentifierDoesNotReadTheUserInfoAgain) {
-  manager.trackUserAction(anAction);
+  manager.trackUserAction(someAction);
   log.clear();
   usher->set("another", {"x", Usher::CreationType::readFromFile});
-  manager.trackUserAction(anAction);
+  manager.trackUserAction(someAction);
   EXPECT_THAT(log, ElementsAre("identifiers", "insertion"));
   EXPECT_TRUE(storage->inserted().back().user->ids.contains("another"));
 }
@@ -212,7 +212,7 @@ TEST_F(EventManagerImplTests, anEnabledManagerStopsTheProcessBeforeStart) {
   EXPECT_FATAL(manager.trackInstallEvent(anInstall), notStarted);
   EXPECT_FATAL(manager.trackSession(aStart), notStarted);
   EXPECT_FATAL(manager.trackUserInfoUpdated(anUpdate), notStarted);
-  EXPECT_FATAL(manager.trackUserAction(anAction), notStarted);
+  EXPECT_FATAL(manager.trackUserAction(someAction), notStarted);
   EXPECT_FATAL(manager.trackCustomEvent("Orders", aCustomEvent), notStarted);
   EXPECT_FATAL(manager.trackDebugEvent(aDebugEvent), notStarted);
   EXPECT_FATAL(manager.trackExperimentSegmentsReceived(), notStarted);
@@ -237,10 +237,10 @@ TEST_F(EventManagerImplTests, everyKindBecomesARecordOfItsOwn) {
 
 TEST_F(EventManagerImplTests, onlyWhatIsKnownToBeOfTheForegroundMayWait) {
   start();
-  auto inBackground = anAction;
+  auto inBackground = someAction;
   inBackground.isBackgroundEvent = true;
   manager.trackUserAction(inBackground);
-  auto inForeground = anAction;
+  auto inForeground = someAction;
   inForeground.isBackgroundEvent = false;
   manager.trackUserAction(inForeground);
   manager.trackCustomEvent("Orders", aCustomEvent);
@@ -252,11 +252,11 @@ TEST_F(EventManagerImplTests, onlyWhatIsKnownToBeOfTheForegroundMayWait) {
 
 TEST_F(EventManagerImplTests, idAndTimeAndDataOfARecordComeFromItsPayload) {
   start();
-  manager.trackUserAction(anAction);
+  manager.trackUserAction(someAction);
   const auto record = onlyRecord();
   EXPECT_EQ(record.id, FakeSystem::uuid(74).text());
   EXPECT_EQ(record.timestamp, 4.5);
-  EXPECT_EQ(record.data, tracked(anAction).data());
+  EXPECT_EQ(record.data, tracked(someAction).data());
   EXPECT_EQ(clockReads, 0);
 }
 
@@ -342,16 +342,16 @@ TEST_F(EventManagerImplTests, theUserInfoIsReadWithinTheMonitorOfItsStore) {
   watching.secretsStorage = std::make_shared<WatchedSecretsStorage>(
       secrets, [&](auto operation) { operations.push_back(std::move(operation)); });
   manager.start(watching);
-  manager.trackUserAction(anAction);
+  manager.trackUserAction(someAction);
   EXPECT_THAT(operations, ElementsAre("lock", "read Kite-User-Info", "unlock"));
 }
 
 TEST_F(EventManagerImplTests, eventsBeforeAndAfterAChangeOfTheUserInfoCarryDifferentUsers) {
   start();
   UserInfoStore::updateUserInfo(*secrets, {{"plan", "a"}});
-  manager.trackUserAction(anAction);
+  manager.trackUserAction(someAction);
   UserInfoStore::updateUserInfo(*secrets, {{"plan", "b"}});
-  manager.trackUserAction(anAction);
+  manager.trackUserAction(someAction);
   const auto records = storage->inserted();
   EXPECT_EQ(records.at(0).user->info, (JSONValue::Object{{"plan", "a"}}));
   EXPECT_EQ(records.at(1).user->info, (JSONValue::Object{{"plan", "b"}}));
@@ -359,9 +359,9 @@ TEST_F(EventManagerImplTests, eventsBeforeAndAfterAChangeOfTheUserInfoCarryDiffe
 
 TEST_F(EventManagerImplTests, eventsBeforeAndAfterAChangeOfAnIdentifierCarryDifferentUsers) {
   start();
-  manager.trackUserAction(anAction);
+  manager.trackUserAction(someAction);
   usher->set("custom", {"value", Usher::CreationType::notApplicable});
-  manager.trackUserAction(anAction);
+  manager.trackUserAction(someAction);
   const auto records = storage->inserted();
   EXPECT_FALSE(records.at(0).user->ids.contains("custom"));
   EXPECT_TRUE(records.at(1).user->ids.contains("custom"));
@@ -381,9 +381,9 @@ TEST_F(EventManagerImplTests, threadsMayTrackWhileTheUserInfoChanges) {
     for (int i = 0; i < 100; ++i) UserInfoStore::updateUserInfo(*secrets, {{"a", i}, {"b", i}});
   });
   std::thread tracking([&] {
-    for (int i = 0; i < 100; ++i) manager.trackUserAction(anAction);
+    for (int i = 0; i < 100; ++i) manager.trackUserAction(someAction);
   });
-  for (int i = 0; i < 100; ++i) manager.trackUserAction(anAction);
+  for (int i = 0; i < 100; ++i) manager.trackUserAction(someAction);
   changing.join();
   tracking.join();
   const auto records = storage->inserted();
@@ -398,7 +398,7 @@ TEST_F(EventManagerImplTests, threadsMayTrackWhileTheUserInfoChanges) {
 TEST_F(EventManagerImplTests, theFirstEventMigratesTheUserInfoAndCarriesTheResult) {
   start();
   secrets->put("USUserInfo", keyedArchive({{"age", "<integer>42</integer>"}}));
-  manager.trackUserAction(anAction);
+  manager.trackUserAction(someAction);
   EXPECT_EQ(onlyRecord().user->info, (JSONValue::Object{{"age", 42}}));
   EXPECT_EQ(secrets->text("Kite-User-Info"), R"({"data":{"age":42}})");
 }

@@ -216,14 +216,14 @@ TEST_F(AutomaticSessionListener, aHandlerMayDetachItselfAndRegisterAnother) {
     listener.detachSessionStart(*token);
     listener.onSessionStart(counting(second));
   });
-  int third = 0;
-  listener.onSessionStart(counting(third));
+  int everyTime = 0;
+  listener.onSessionStart(counting(everyTime));
   center->post(willEnterForeground);
   EXPECT_EQ(second, 0) << "the notification reaches those that were registered when it came";
   center->post(willEnterForeground);
   EXPECT_EQ(first, 1);
   EXPECT_EQ(second, 1);
-  EXPECT_EQ(third, 2);
+  EXPECT_EQ(everyTime, 2);
 }
 
 TEST(ManualSessionListener, disablesAutomaticSessions) {

@@ -62,7 +62,7 @@ TEST_P(CollectorAcceptedPayloads, haveNothingAgainstThem) {
   EXPECT_EQ(violationOf(anEvent(GetParam().type, GetParam().data)), "");
 }
 
-const std::vector<Accepted> accepted{
+const std::vector<Accepted> acceptedPayloads{
     {"Install", anInstall},
     {"Install", replaced(anInstall, "just_generated", "not_applicable")},
     {"Install", replaced(anInstall, "1.5", "null")},
@@ -95,7 +95,7 @@ const std::vector<Accepted> accepted{
     {"Purchase", "{}"},
     {"session", R"({"subtype":5,"anything":[null,true,{"x":1.5e3}]})"},
 };
-INSTANTIATE_TEST_SUITE_P(All, CollectorAcceptedPayloads, ValuesIn(accepted));
+INSTANTIATE_TEST_SUITE_P(All, CollectorAcceptedPayloads, ValuesIn(acceptedPayloads));
 
 /// One change to a good payload and what it is refused for.
 struct Refused {
@@ -117,21 +117,22 @@ TEST_P(CollectorRefusedPayloads, areRefusedByTheNameOfTheMember) {
   EXPECT_EQ(violationOf(anEvent(type, replaced(data, from, to))), violation);
 }
 
-const std::string statuses = "not_applicable, just_generated or read_from_file";
+const std::string knownStatuses = "not_applicable, just_generated or read_from_file";
 const std::string severities = "Debug, Notice, Warning, Error or Critical";
 const std::string subtypes = "session_start or session_end";
 
-const std::vector<Refused> refused{
+const std::vector<Refused> refusedPayloads{
     {"Install", anInstall, R"("installed_before_kite")", R"("x")",
      "data.installed_before_kite is missing"},
     {"Install", anInstall, "false", "0", "data.installed_before_kite must be a boolean"},
     {"Install", anInstall, R"("keychain_id_status")", R"("x")",
      "data.keychain_id_status is missing"},
-    {"Install", anInstall, "just_generated", "x", "data.keychain_id_status must be " + statuses},
+    {"Install", anInstall, "just_generated", "x",
+     "data.keychain_id_status must be " + knownStatuses},
     {"Install", anInstall, R"("userdefault_id_status")", R"("x")",
      "data.userdefault_id_status is missing"},
     {"Install", anInstall, R"("read_from_file")", "null",
-     "data.userdefault_id_status must be " + statuses},
+     "data.userdefault_id_status must be " + knownStatuses},
     {"Install", anInstall, R"("new_app_version")", R"("x")", "data.new_app_version is missing"},
     {"Install", anInstall, R"("2.0")", "null", "data.new_app_version must be a string"},
     {"Install", anInstall, R"("document_directory_creation_timestamp")", R"("x")",
@@ -232,7 +233,7 @@ const std::vector<Refused> refused{
      "data.line must be an integer, zero or more"},
     {"DebugEvent", aDebugEvent, "{", R"({"extra":1,)", "data.extra is unknown"},
 };
-INSTANTIATE_TEST_SUITE_P(All, CollectorRefusedPayloads, ValuesIn(refused));
+INSTANTIATE_TEST_SUITE_P(All, CollectorRefusedPayloads, ValuesIn(refusedPayloads));
 
 TEST(CollectorEventRules, wantAnEmptyPayloadOfExperimentSegments) {
   EXPECT_EQ(violationOf(anEvent("ExperimentSegmentReceived", R"({"a":1})")), "data.a is unknown");

@@ -9,14 +9,14 @@
 namespace kite::test {
 namespace {
 
-constexpr double price = 7531.902468;
+constexpr double knownNumber = 7531.902468;
 
 struct EncodeCountTests : testing::Test {
   bench::HandDrivenHost startHost() {
     return bench::HandDrivenHost({.folder = folder.path(), .network = network.urlSession()});
   }
   static void trackPrice(bench::HandDrivenHost& host) {
-    host->kite().trackUserAction("buy", {{"price", price}});
+    host->kite().trackUserAction("buy", {{"price", knownNumber}});
     host->settleStorage();
   }
   void expectDelivered(bench::HandDrivenHost& host) {
@@ -28,7 +28,7 @@ struct EncodeCountTests : testing::Test {
 
   TemporaryFolder folder;
   FakeURLSession network{fails()};
-  CountedNumber encodings{price};
+  CountedNumber encodings{knownNumber};
 };
 
 TEST_F(EncodeCountTests, anEventIsEncodedOnceFromItsTrackingToItsDelivery) {
@@ -63,7 +63,7 @@ TEST_F(EncodeCountTests, anEventOfAnEarlierRunIsNotEncodedAgain) {
 
 TEST_F(EncodeCountTests, aProfileIsEncodedOnceForAllEventsThatShareIt) {
   auto host = startHost();
-  host->kite().updateUserInfo({{"balance", price}});
+  host->kite().updateUserInfo({{"balance", knownNumber}});
   host->settleStorage();
   host->track(1);
   host->settleStorage();

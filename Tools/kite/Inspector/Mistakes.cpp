@@ -3,6 +3,7 @@
 #include "Collector/Checks/Gunzip.h"
 #include "Collector/Checks/RequestCheck.h"
 #include "Collector/Checks/Signature.h"
+#include "Common/LowerCase.h"
 
 #include <fmt/format.h>
 
@@ -15,13 +16,6 @@ namespace {
 
 constexpr std::size_t largestTried = 4 * 1024 * 1024;  // bytes of a body
 constexpr std::size_t shownOfBody = 24;                // hexadecimal digits at either end
-
-std::string lowerCase(std::string text) {
-  for (char& letter : text) {
-    if (letter >= 'A' && letter <= 'F') letter = static_cast<char>(letter - 'A' + 'a');
-  }
-  return text;
-}
 
 std::string upperCase(std::string text) {
   for (char& letter : text) {
@@ -104,7 +98,7 @@ std::vector<Attempted> attemptsOf(const ReceivedRequest& request) {
   add("the body's bytes instead of their hexadecimal text",
       [&request](Texts& texts) { texts.body = request.body; });
   add("the request id in lower case",
-      [](Texts& texts) { texts.requestID = lowerCase(texts.requestID); });
+      [](Texts& texts) { texts.requestID = lowerCased(texts.requestID); });
   if (const auto text = gunzip(request.body, largestText)) {
     add("the body before compression", [&text](Texts& texts) { texts.body = hexadecimal(*text); });
   }
@@ -116,7 +110,7 @@ std::vector<Attempted> attemptsOf(const ReceivedRequest& request) {
 std::optional<std::string> mistakeOf(const ReceivedRequest& request, std::string_view protocol,
                                      std::string_view expected, std::string_view key) {
   const std::string received(request.header("Wicket-Signature"));
-  if (lowerCase(received) == expected) return "upper-case hexadecimal";
+  if (lowerCased(received) == expected) return "upper-case hexadecimal";
   if (request.body.size() > largestTried) return std::nullopt;
   const std::string_view other = protocol == "Sha512" ? "Sha256" : "Sha512";
   const std::string right = textsOf(request).joined();

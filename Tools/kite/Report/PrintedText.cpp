@@ -86,8 +86,7 @@ Letters lettersOfLocale() {
   for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
     const char* value = std::getenv(name);
     if (!value || *value == '\0') continue;
-    std::string locale = value;
-    std::ranges::transform(locale, locale.begin(), lowerCase);
+    const std::string locale = lowerCased(value);
     const bool isUTF8 = locale.find("utf-8") != locale.npos || locale.find("utf8") != locale.npos;
     return isUTF8 ? Letters::unicode : Letters::ascii;
   }

@@ -1,16 +1,14 @@
 #include "Collector/Server/ReceivedRequest.h"
 
+#include "Common/LowerCase.h"
+
 #include <algorithm>
 
 namespace kite::tool {
 namespace {
 
-char lowered(char letter) {
-  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
-
 bool isNamed(const Header& header, std::string_view name) {
-  return std::ranges::equal(header.name, name, {}, lowered, lowered);
+  return std::ranges::equal(header.name, name, {}, lowerCase, lowerCase);
 }
 
 }  // namespace

@@ -83,15 +83,14 @@ std::optional<double> numberOf(std::string_view text) {
   return number;
 }
 
-void takeComparison(Term& term) {
-  constexpr std::array<std::pair<std::string_view, Comparison>, 4> signs{
-      {{">=", Comparison::atLeast},
-       {"<=", Comparison::atMost},
-       {">", Comparison::greater},
-       {"<", Comparison::less}}};
-  for (const auto& [sign, comparison] : signs) {
+void takeRelation(Term& term) {
+  constexpr std::array<std::pair<std::string_view, Relation>, 4> signs{{{">=", Relation::atLeast},
+                                                                        {"<=", Relation::atMost},
+                                                                        {">", Relation::greater},
+                                                                        {"<", Relation::less}}};
+  for (const auto& [sign, relation] : signs) {
     if (!std::string_view(term.value).starts_with(sign)) continue;
-    term.comparison = comparison;
+    term.relation = relation;
     term.value.erase(0, sign.size());
     return;
   }
@@ -125,7 +124,7 @@ bool setPath(Term& term, std::string_view text, TermField data, TermField info) 
 }
 
 ParsedTerm withNumber(Term term) {
-  takeComparison(term);
+  takeRelation(term);
   term.number = numberOf(term.value);
   if (!term.number) return wrong(term, "needs a number");
   return term;
@@ -133,7 +132,7 @@ ParsedTerm withNumber(Term term) {
 
 ParsedTerm withTime(Term term, double now) {
   term.number = parseTime(term.value, now);
-  term.comparison = term.field == TermField::after ? Comparison::atLeast : Comparison::less;
+  term.relation = term.field == TermField::after ? Relation::atLeast : Relation::less;
   if (!term.number) {
     return wrong(term, "is no time; give -5m, -2h, -1d, 14:30, 2026-01-31 or an ISO time");
   }
@@ -148,9 +147,9 @@ ParsedTerm withText(Term term, bool isQuoted) {
 }
 
 ParsedTerm withValue(Term term, bool isQuoted) {
-  if (!isQuoted) takeComparison(term);
+  if (!isQuoted) takeRelation(term);
   if (!isQuoted) term.number = numberOf(term.value);
-  if (term.comparison != Comparison::equal && !term.number) return wrong(term, "needs a number");
+  if (term.relation != Relation::equal && !term.number) return wrong(term, "needs a number");
   return withText(std::move(term), isQuoted);
 }
 

@@ -17,17 +17,17 @@ namespace dom = simdjson::dom;
 
 constexpr std::size_t longestShown = 200;
 
-bool compares(double number, Comparison comparison, double wanted) {
-  switch (comparison) {
-    case Comparison::equal:
+bool compares(double number, Relation relation, double wanted) {
+  switch (relation) {
+    case Relation::equal:
       return number == wanted;
-    case Comparison::greater:
+    case Relation::greater:
       return number > wanted;
-    case Comparison::atLeast:
+    case Relation::atLeast:
       return number >= wanted;
-    case Comparison::less:
+    case Relation::less:
       return number < wanted;
-    case Comparison::atMost:
+    case Relation::atMost:
       return number <= wanted;
   }
   return false;
@@ -40,9 +40,9 @@ bool isWanted(std::string_view text, const Term& term) {
 bool isWanted(const dom::element& value, const Term& term) {
   double number = 0;
   if (value.get(number) == simdjson::SUCCESS) {
-    return term.number && compares(number, term.comparison, *term.number);
+    return term.number && compares(number, term.relation, *term.number);
   }
-  if (term.comparison != Comparison::equal) return false;
+  if (term.relation != Relation::equal) return false;
   std::string_view text;
   if (value.get(text) == simdjson::SUCCESS) return isWanted(text, term);
   bool flag = false;
@@ -61,7 +61,7 @@ bool isSo(const Term& term, Subject& subject) {
   if (term.field == TermField::bad) return subject.isBad();
   if (isNumeric(term.field)) {
     const auto number = subject.number(term.field);
-    return number && compares(*number, term.comparison, *term.number);
+    return number && compares(*number, term.relation, *term.number);
   }
   if (term.path.empty()) {
     const auto text = subject.text(term.field);
@@ -96,7 +96,7 @@ std::string shown(const Term& term, Subject& subject) {
 
 std::string wanted(const Term& term) {
   constexpr std::array<std::string_view, 5> signs{"", "> ", ">= ", "< ", "<= "};
-  const auto sign = signs.at(static_cast<std::size_t>(term.comparison));
+  const auto sign = signs.at(static_cast<std::size_t>(term.relation));
   if (term.number) return fmt::format("{}{}", sign, plainNumber(*term.number));
   return quotedJSON(term.value) + (term.isPrefix ? " and more" : "");
 }

@@ -35,7 +35,7 @@ enum class TermField {
   word
 };
 
-enum class Comparison { equal, greater, atLeast, less, atMost };
+enum class Relation { equal, greater, atLeast, less, atMost };
 
 /// One condition of a query.
 struct Term {
@@ -44,7 +44,7 @@ struct Term {
   std::string source = {};  ///< as it was written
   std::string value = {};
   bool isPrefix = false;
-  Comparison comparison = Comparison::equal;
+  Relation relation = Relation::equal;
   std::optional<double> number = {};  ///< the value, if it is one; a time in seconds since 1970
   std::vector<std::string> path = {};
 };
