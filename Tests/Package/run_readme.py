@@ -6,6 +6,7 @@
 With a build folder, what that holds is run. Without one, a copy of the tree is made and built as the page says.
 """
 
+import os
 import pathlib
 import re
 import shutil
@@ -77,6 +78,11 @@ def run_expectation(readme, shell):
         collector.wait()
 
 
+def compiled_before():
+    """Where ccache keeps it, which is not in the home of who tries the page."""
+    return os.environ.get("CCACHE_DIR") or str(pathlib.Path.home() / ".cache" / "ccache")
+
+
 def main():
     source = pathlib.Path(sys.argv[1]).resolve()
     build = pathlib.Path(sys.argv[2]).resolve() if len(sys.argv) > 2 else None
@@ -85,7 +91,7 @@ def main():
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
         prepare(source, folder, build)
-        environment = {"PATH": "/usr/bin:/bin:/usr/sbin:/sbin", "HOME": str(folder / "home")}
+        environment = {"PATH": "/usr/bin:/bin:/usr/sbin:/sbin", "HOME": str(folder / "home"), "CCACHE_DIR": compiled_before()}
         shell = {"cwd": folder, "env": environment, "executable": "/bin/bash", "shell": True}
         if not build:
             subprocess.run(build_it, check=True, **shell)
