@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Kite/Base/Export.h>
 #include <Kite/DynamicValue.h>
 
 #include <functional>
@@ -10,7 +11,7 @@
 namespace kite {
 
 /// Asks the platform which advertisement led to the installation.
-struct AttributionClient {
+struct KITE_EXPORT AttributionClient {
   using Details = std::map<std::string, DynamicValue, std::less<>>;
   /// Called once, from any thread, with the details or with the description of an error.
   using Callback =
@@ -19,13 +20,9 @@ struct AttributionClient {
   std::function<void(Callback)> requestAttributionDetails;
 
   /// The platform's own client: `request` is its one operation.
-  static AttributionClient live(std::function<void(Callback)> request) {
-    return {std::move(request)};
-  }
+  static AttributionClient live(std::function<void(Callback)> request);
   /// For platforms without such a service: answers with no details.
-  static AttributionClient none() {
-    return {[](const Callback& callback) { callback(std::nullopt, std::nullopt); }};
-  }
+  static AttributionClient none();
 };
 
 }  // namespace kite

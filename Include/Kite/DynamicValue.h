@@ -10,7 +10,6 @@
 #include <string>
 #include <string_view>
 #include <utility>
-#include <variant>
 #include <vector>
 
 namespace kite {
@@ -67,12 +66,6 @@ class KITE_EXPORT DynamicValue {
   DynamicValue(Data data);
   DynamicValue(Opaque object);
 
-  DynamicValue(const DynamicValue& other);
-  DynamicValue(DynamicValue&& other) noexcept;
-  DynamicValue& operator=(const DynamicValue& other);
-  DynamicValue& operator=(DynamicValue&& other) noexcept;
-  ~DynamicValue();
-
   Kind kind() const;
 
   /// The contents, or null when the value is of another kind.
@@ -95,9 +88,8 @@ class KITE_EXPORT DynamicValue {
   };
   explicit DynamicValue(Boolean boolean);
 
-  std::variant<bool, std::int64_t, std::uint64_t, double, NullObject, std::string,
-               DeepShared<Array>, DeepShared<Dictionary>, Date, Data, Opaque>
-      _value;
+  struct Contents;
+  DeepShared<Contents> _contents;  // a hole is null
 };
 
 struct DynamicValue::Entry {

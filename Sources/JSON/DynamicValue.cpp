@@ -1,8 +1,8 @@
 #include <Kite/DynamicValue.h>
 
 #include <algorithm>
-#include <limits>
 #include <utility>
+#include <variant>
 
 namespace kite {
 namespace {
@@ -43,62 +43,55 @@ bool match(const DynamicValue& a, const DynamicValue& b, Pairs& pairs) {
          areSame(a.data(), b.data()) && areSame(a.opaque(), b.opaque());
 }
 
+template <class Content, class Contents>
+const Content* contentAs(const DeepShared<Contents>& contents) {
+  return contents.isHole() ? nullptr : std::get_if<Content>(&(*contents).value);
+}
+
 }  // namespace
 
-// Here and not in the header, because what a variant is made of takes long to compile.
-DynamicValue::DynamicValue(Boolean boolean) : _value(boolean.flag) {}
-DynamicValue::DynamicValue(int number) : _value(std::int64_t{number}) {}
-DynamicValue::DynamicValue(std::int64_t number) : _value(number) {}
-DynamicValue::DynamicValue(std::uint64_t number) : _value(number) {
-  if (std::in_range<std::int64_t>(number)) _value = static_cast<std::int64_t>(number);
-}
-DynamicValue::DynamicValue(double number) : _value(number) {}
-DynamicValue::DynamicValue(NullObject null) : _value(null) {}
-DynamicValue::DynamicValue(std::string text) : _value(std::move(text)) {}
+// Here and not in the header, because a variant takes long to compile.
+struct DynamicValue::Contents {
+  std::variant<bool, std::int64_t, std::uint64_t, double, NullObject, std::string, Array,
+               Dictionary, Date, Data, Opaque>
+      value;
+};
+
+DynamicValue::DynamicValue(Boolean boolean) : _contents(Contents{boolean.flag}) {}
+DynamicValue::DynamicValue(int number) : _contents(Contents{std::int64_t{number}}) {}
+DynamicValue::DynamicValue(std::int64_t number) : _contents(Contents{number}) {}
+DynamicValue::DynamicValue(std::uint64_t number)
+    : _contents(std::in_range<std::int64_t>(number) ? Contents{static_cast<std::int64_t>(number)}
+                                                    : Contents{number}) {}
+DynamicValue::DynamicValue(double number) : _contents(Contents{number}) {}
+DynamicValue::DynamicValue(NullObject null) : _contents(Contents{null}) {}
+DynamicValue::DynamicValue(std::string text) : _contents(Contents{std::move(text)}) {}
 DynamicValue::DynamicValue(const char* text)
     : DynamicValue(text != nullptr ? DynamicValue(std::string(text)) : DynamicValue(NullObject{})) {
 }
-DynamicValue::DynamicValue(Date date) : _value(date) {}
-DynamicValue::DynamicValue(Data data) : _value(std::move(data)) {}
-DynamicValue::DynamicValue(Opaque object) : _value(std::move(object)) {}
-DynamicValue::DynamicValue(Array elements) : _value(DeepShared<Array>(std::move(elements))) {}
-DynamicValue::DynamicValue(Dictionary entries)
-    : _value(DeepShared<Dictionary>(std::move(entries))) {}
+DynamicValue::DynamicValue(Array elements) : _contents(Contents{std::move(elements)}) {}
+DynamicValue::DynamicValue(Dictionary entries) : _contents(Contents{std::move(entries)}) {}
+DynamicValue::DynamicValue(Date date) : _contents(Contents{date}) {}
+DynamicValue::DynamicValue(Data data) : _contents(Contents{std::move(data)}) {}
+DynamicValue::DynamicValue(Opaque object) : _contents(Contents{std::move(object)}) {}
 
-DynamicValue::DynamicValue(const DynamicValue&) = default;
-DynamicValue::DynamicValue(DynamicValue&& other) noexcept : _value(std::move(other._value)) {
-  other._value = NullObject{};
+DynamicValue::Kind DynamicValue::kind() const {
+  return _contents.isHole() ? Kind::null : static_cast<Kind>((*_contents).value.index());
 }
-DynamicValue& DynamicValue::operator=(const DynamicValue& other) {
-  return *this = DynamicValue(other);
-}
-DynamicValue& DynamicValue::operator=(DynamicValue&& other) noexcept {
-  _value.swap(other._value);
-  other._value = NullObject{};
-  return *this;
-}
-DynamicValue::~DynamicValue() = default;
-
-DynamicValue::Kind DynamicValue::kind() const { return static_cast<Kind>(_value.index()); }
-const bool* DynamicValue::boolean() const { return std::get_if<bool>(&_value); }
-const std::int64_t* DynamicValue::integer() const { return std::get_if<std::int64_t>(&_value); }
+const bool* DynamicValue::boolean() const { return contentAs<bool>(_contents); }
+const std::int64_t* DynamicValue::integer() const { return contentAs<std::int64_t>(_contents); }
 const std::uint64_t* DynamicValue::unsignedInteger() const {
-  return std::get_if<std::uint64_t>(&_value);
+  return contentAs<std::uint64_t>(_contents);
 }
-const double* DynamicValue::real() const { return std::get_if<double>(&_value); }
-const std::string* DynamicValue::string() const { return std::get_if<std::string>(&_value); }
-const Date* DynamicValue::date() const { return std::get_if<Date>(&_value); }
-const Data* DynamicValue::data() const { return std::get_if<Data>(&_value); }
-const DynamicValue::Opaque* DynamicValue::opaque() const { return std::get_if<Opaque>(&_value); }
-const DynamicValue::Array* DynamicValue::array() const {
-  const auto* elements = std::get_if<DeepShared<Array>>(&_value);
-  return elements != nullptr ? &**elements : nullptr;
-}
-
+const double* DynamicValue::real() const { return contentAs<double>(_contents); }
+const std::string* DynamicValue::string() const { return contentAs<std::string>(_contents); }
+const DynamicValue::Array* DynamicValue::array() const { return contentAs<Array>(_contents); }
 const DynamicValue::Dictionary* DynamicValue::dictionary() const {
-  const auto* entries = std::get_if<DeepShared<Dictionary>>(&_value);
-  return entries != nullptr ? &**entries : nullptr;
+  return contentAs<Dictionary>(_contents);
 }
+const Date* DynamicValue::date() const { return contentAs<Date>(_contents); }
+const Data* DynamicValue::data() const { return contentAs<Data>(_contents); }
+const DynamicValue::Opaque* DynamicValue::opaque() const { return contentAs<Opaque>(_contents); }
 
 bool operator==(const DynamicValue& a, const DynamicValue& b) {
   Pairs pairs;

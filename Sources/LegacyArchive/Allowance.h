@@ -21,7 +21,7 @@ class Allowance {
   }
 
  private:
-  static constexpr std::size_t object = 64;
+  static constexpr std::size_t object = 96;  // a value, its node and its share of a container
   static constexpr std::size_t base = std::size_t{1} << 20;
   static constexpr std::size_t perByte = 64;
   static constexpr std::size_t limit = std::size_t{256} << 20;

@@ -12,7 +12,7 @@ import subprocess
 import sys
 import tempfile
 
-MOST = 1.35
+MOST = 1.28
 INCLUDE = re.compile(r"^#include <([^>]+)>", re.MULTILINE)
 
 

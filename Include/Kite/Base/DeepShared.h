@@ -50,6 +50,8 @@ class DeepShared {
     if (_node != nullptr) _node->removeOwner();
   }
 
+  /// Whether it was moved from.
+  bool isHole() const { return _node == nullptr; }
   const T& operator*() const { return static_cast<const Node*>(_node)->value; }
 
  private:
