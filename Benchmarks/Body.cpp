@@ -31,7 +31,7 @@ void body(benchmark::State& state) {
   for (auto _ : state) {
     const auto request = [&] {
       benchmark::DoNotOptimize(headers(manager->prepareBody(
-          {.events = events, .now = 1765432200.5, .delta = 0.5, .lastEventTimestamp = 1.5})));
+          {.delta = 0.5, .lastEventTimestamp = 1.5, .events = events}, 1765432200.5)));
     };
     bodies.round(request, [&] { benchmark::DoNotOptimize(compressor.compress(text)); });
   }

@@ -27,8 +27,7 @@ double realFrom(std::string_view bytes) {
 }
 
 std::optional<DynamicValue> integerFrom(std::string_view bytes) {
-  if (bytes.size() < 8) return static_cast<std::int64_t>(bigEndian(bytes));
-  if (bytes.size() == 8) return static_cast<std::int64_t>(bigEndian(bytes));
+  if (bytes.size() <= 8) return static_cast<std::int64_t>(bigEndian(bytes));
   // Sixteen bytes are how the numbers between 2^63 and 2^64 are written.
   if (bigEndian(bytes.substr(0, 8)) != 0) return std::nullopt;
   return bigEndian(bytes.substr(8));
@@ -190,13 +189,9 @@ class BinaryReader {
 
 }  // namespace
 
-std::optional<DynamicValue> readBinary(std::string_view document) {
-  return BinaryReader::read(document);
-}
-
 std::optional<DynamicValue> read(std::string_view document) {
   if (document.size() > maximumSize) return std::nullopt;
-  return document.starts_with(magic) ? readBinary(document) : readXML(document);
+  return document.starts_with(magic) ? BinaryReader::read(document) : readXML(document);
 }
 
 }  // namespace kite::PropertyList

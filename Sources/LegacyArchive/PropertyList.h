@@ -18,7 +18,6 @@ inline constexpr std::size_t maximumSize = std::size_t{64} << 20;
 inline constexpr std::string_view referenceKey = "CF$UID";
 
 std::optional<DynamicValue> read(std::string_view document);
-std::optional<DynamicValue> readBinary(std::string_view document);
 std::optional<DynamicValue> readXML(std::string_view document);
 
 }  // namespace kite::PropertyList

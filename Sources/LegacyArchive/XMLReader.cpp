@@ -244,11 +244,9 @@ class XMLReader {
     if (!name.starts_with('#')) return false;
     const bool isHexadecimal = name.starts_with("#x");
     name.remove_prefix(isHexadecimal ? 2 : 1);
-    std::uint32_t codePoint = 0;
-    const auto [end, error] =
-        std::from_chars(name.data(), name.data() + name.size(), codePoint, isHexadecimal ? 16 : 10);
-    if (error != std::errc() || end != name.data() + name.size()) return false;
-    appendUTF8(text, codePoint);
+    const auto codePoint = numberFrom<std::uint32_t>(name, isHexadecimal ? 16 : 10);
+    if (!codePoint) return false;
+    appendUTF8(text, *codePoint);
     return true;
   }
 

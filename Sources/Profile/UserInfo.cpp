@@ -4,6 +4,7 @@
 
 #include "JSON/DynamicConversion.h"
 #include "Profile/TypedStorage.h"
+#include "Profile/UserInfoKeys.h"
 
 #include <algorithm>
 #include <charconv>
@@ -26,7 +27,6 @@ std::optional<UserInfo> JSONCoding<UserInfo>::decode(const JSONValue& json) {
 namespace UserInfoStore {
 namespace {
 
-constexpr std::string_view experimentKey = "experiment";
 constexpr std::string_view legacyExperimentPrefix = "experiment_";
 
 JSONValue::Object objectAt(const JSONValue::Object& data, std::string_view key) {
@@ -35,9 +35,9 @@ JSONValue::Object objectAt(const JSONValue::Object& data, std::string_view key) 
 }
 
 void setExperiment(JSONValue::Object& data, std::string_view name, JSONValue segment) {
-  auto segments = objectAt(data, experimentKey);
+  auto segments = objectAt(data, UserInfoKeys::experimentUserInfoKey);
   segments.insertOrAssign(std::string(name), std::move(segment));
-  data.insertOrAssign(std::string(experimentKey), std::move(segments));
+  data.insertOrAssign(std::string(UserInfoKeys::experimentUserInfoKey), std::move(segments));
 }
 
 // The dictionary's order counts: a plain "experiment" entry replaces the segments seen before it.

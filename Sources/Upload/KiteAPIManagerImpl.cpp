@@ -4,7 +4,6 @@
 #include "Events/WhiskerEvents.h"
 #include "Profile/TypedStorage.h"
 #include "Upload/Headers.h"
-#include "Upload/ServerBody.h"
 
 #include <algorithm>
 #include <string>
@@ -83,10 +82,9 @@ void KiteAPIManagerImpl::send(EventBatch events, Callback callback) {
 
 void KiteAPIManagerImpl::send(Attempts attempts, URL url) {
   const auto upload = attempts.upload;
-  auto body = prepareBody({.events = upload->events,
-                           .now = _system.now().secondsSince1970,
-                           .delta = delta(),
-                           .lastEventTimestamp = lastEventTimestamp()});
+  auto body = prepareBody(
+      {.delta = delta(), .lastEventTimestamp = lastEventTimestamp(), .events = upload->events},
+      _system.now().secondsSince1970);
   // What cannot be encoded now never will be: it is dropped rather than tried for ever.
   if (!body) {
     const UploadReport report{.time = _system.now(),
@@ -140,18 +138,14 @@ void KiteAPIManagerImpl::complete(Attempts attempts, Reply reply) {
   setLastEventTimestamp(response ? std::optional(response->lastEventTimestamp) : std::nullopt);
 }
 
-std::shared_ptr<const Data> KiteAPIManagerImpl::prepareBody(
-    const PrepareBodyArguments& arguments) const {
-  ServerBody body{.delta = arguments.delta,
-                  .lastEventTimestamp = arguments.lastEventTimestamp,
-                  .events = arguments.events};
-  std::erase_if(body.events, [](const auto& event) { return event->isLost(); });
-  if (body.events.empty() && !arguments.events.empty()) return nullptr;
-  auto text = body.text(arguments.now);
+std::shared_ptr<const Data> KiteAPIManagerImpl::prepareBody(ServerBody body, double now) const {
+  const auto lost = std::erase_if(body.events, [](const auto& event) { return event->isLost(); });
+  if (body.events.empty() && lost > 0) return nullptr;
+  auto text = body.text(now);
   if (!text) {
-    body.events = encodable(arguments);
+    body.events = encodable(std::move(body.events), now);
     if (body.events.empty()) return nullptr;
-    text = body.text(arguments.now);
+    text = body.text(now);
     if (!text) return nullptr;
   }
   auto compressed = _compress(*std::move(text), defaultGzipLevel);
@@ -160,19 +154,15 @@ std::shared_ptr<const Data> KiteAPIManagerImpl::prepareBody(
   return nullptr;
 }
 
-EventBatch KiteAPIManagerImpl::encodable(const PrepareBodyArguments& arguments) const {
-  EventBatch kept;
+EventBatch KiteAPIManagerImpl::encodable(EventBatch events, double now) const {
   std::string text;
-  for (const auto& event : arguments.events) {
-    if (event->isLost()) continue;
+  std::erase_if(events, [&](const auto& event) {
     text.clear();
-    if (const auto error = event->appendStamped(text, arguments.now)) {
-      report(WhiskerEvents::jsonEncodingError(event->event(), *error));
-    } else {
-      kept.push_back(event);
-    }
-  }
-  return kept;
+    const auto error = event->appendStamped(text, now);
+    if (error) report(WhiskerEvents::jsonEncodingError(event->event(), *error));
+    return error.has_value();
+  });
+  return events;
 }
 
 void KiteAPIManagerImpl::report(const Whisker::DebugEvent& event) const {

@@ -7,6 +7,7 @@
 #include "Base/Guarded.h"
 #include "Base/Started.h"
 #include "Upload/KiteAPIManager.h"
+#include "Upload/ServerBody.h"
 #include "Upload/ServerResponse.h"
 
 #include <functional>
@@ -28,12 +29,6 @@ class KiteAPIManagerImpl final : public KiteAPIManager,
   static constexpr Larder::Key<double> deltaKey{"delta"};
   static constexpr Larder::Key<double> lastEventTimestampKey{"last_event_timestamp"};
 
-  struct PrepareBodyArguments {
-    EventBatch events;
-    double now;  ///< seconds since 1970
-    std::optional<double> delta;
-    std::optional<double> lastEventTimestamp;
-  };
   /// What a request ended with.
   struct Reply {
     std::optional<Data> responseData;
@@ -49,9 +44,9 @@ class KiteAPIManagerImpl final : public KiteAPIManager,
   void start(APIManagerDependencies dependencies) override;
   void send(EventBatch events, Callback callback) override;
 
-  /// The compressed body; null when nothing can be encoded or it cannot be compressed. Events that
-  /// do not encode are left out and reported.
-  std::shared_ptr<const Data> prepareBody(const PrepareBodyArguments& arguments) const;
+  /// The compressed body, stamped with `now` (seconds since 1970); null when nothing can be encoded
+  /// or it cannot be compressed. Events that do not encode are left out and reported.
+  std::shared_ptr<const Data> prepareBody(ServerBody body, double now) const;
 
   /// Reports the end of the last attempt. The server's reply when the batch was taken and the reply
   /// can be read.
@@ -90,7 +85,7 @@ class KiteAPIManagerImpl final : public KiteAPIManager,
   UploadReport reportOf(const EventBatch& events, const Reply& reply,
                         const std::optional<UploadError>& error) const;
   URLRequest request(URL url, std::shared_ptr<const Data> body) const;
-  EventBatch encodable(const PrepareBodyArguments& arguments) const;
+  EventBatch encodable(EventBatch events, double now) const;
   void report(const Whisker::DebugEvent& event) const;
   std::optional<double> number(Larder::Key<double> key) const;
   void setNumber(Larder::Key<double> key, std::optional<double> value);

@@ -93,10 +93,9 @@ class KiteAPIManagerImplTests : public testing::Test {
   std::shared_ptr<const Data> prepareBody(EventBatch events, double now = 20,
                                           std::optional<double> delta = std::nullopt,
                                           std::optional<double> lastEventTimestamp = std::nullopt) {
-    return manager->prepareBody({.events = std::move(events),
-                                 .now = now,
-                                 .delta = delta,
-                                 .lastEventTimestamp = lastEventTimestamp});
+    return manager->prepareBody(
+        {.delta = delta, .lastEventTimestamp = lastEventTimestamp, .events = std::move(events)},
+        now);
   }
 };
 

@@ -74,9 +74,6 @@ class LogFile {
 
   std::uint64_t size() const { return _size; }
   std::optional<std::string> readAll() const { return _file->read(0, _size); }
-  std::optional<std::string> read(std::uint64_t offset, std::size_t size) const {
-    return _file->read(offset, size);
-  }
   bool append(std::string_view bytes);
   /// False while remains of a write that failed cannot be cut off.
   bool cutRemains() { return !_endsWithRemains || cut(_size); }
