@@ -83,7 +83,8 @@ TEST(Inspector, letsInWhoHasTheTokensFile) {
       1);
   const auto stranger = run({"expect", "--url", root + "/?token=other", "--match", "a"});
   EXPECT_EQ(stranger.status, 1);
-  EXPECT_THAT(stranger.errors, HasSubstr("the inspector answers 401: the token is missing"));
+  EXPECT_THAT(stranger.errors,
+              HasSubstr("the inspector answers 401: the token is missing or wrong"));
 }
 
 TEST(Inspector, saysWhichTermOfAnExpectationIsWrong) {

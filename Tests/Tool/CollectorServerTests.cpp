@@ -1,5 +1,6 @@
 #include "Collector/Collector.h"
 
+#include "Collector/Server/Certificates.h"
 #include "CollectorClient.h"
 #include "CollectorDatabase.h"
 #include "CollectorRequests.h"
@@ -306,7 +307,19 @@ TEST_F(CollectorServer, doesNotStartWithoutItsCertificate) {
   broken.certificate = tool::CertificateFiles{.certificate = "absent.pem", .key = "absent.key"};
   const auto started = Collector(std::move(broken)).start();
   ASSERT_FALSE(started);
-  EXPECT_EQ(started.error(), "cannot use the certificate absent.pem");
+  EXPECT_EQ(started.error(), "cannot use the certificate absent.pem: No such file or directory");
+}
+
+TEST_F(CollectorServer, doesNotStartWithTheKeyOfAnotherCertificate) {
+  const auto filesIn = [this](const char* name) {
+    return tool::provideCertificate(SelfSignedFolder{folder.path() / name})->files;
+  };
+  auto broken = options();
+  broken.certificate = tool::CertificateFiles{.certificate = filesIn("mine").certificate,
+                                              .key = filesIn("other").key};
+  const auto started = Collector(std::move(broken)).start();
+  ASSERT_FALSE(started);
+  EXPECT_THAT(started.error(), ::testing::EndsWith("other/server.key: key values mismatch"));
 }
 
 TEST_F(CollectorServer, doesNotStartWithoutTheFileOfAFault) {
@@ -314,7 +327,7 @@ TEST_F(CollectorServer, doesNotStartWithoutTheFileOfAFault) {
   broken.faults.push_back(*parseFault("body:absent.html"));
   const auto started = Collector(std::move(broken)).start();
   ASSERT_FALSE(started);
-  EXPECT_EQ(started.error(), "cannot read absent.html");
+  EXPECT_EQ(started.error(), "cannot read absent.html: No such file or directory");
 }
 
 }  // namespace

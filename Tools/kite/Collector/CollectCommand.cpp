@@ -6,6 +6,7 @@
 #include "Collector/OpenInBrowser.h"
 #include "Collector/SecretFile.h"
 #include "Collector/Store/PostgresAddress.h"
+#include "Common/CommandFailure.h"
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -171,7 +172,7 @@ void printAddress(const CollectorAddress& address, bool opensPage) {
     printLine(fmt::format(R"({{"event":"metrics","url":{}}})", quotedJSON(address.metrics)));
   }
   if (opensPage && !openInBrowser(address.inspector)) {
-    std::fputs("kite: cannot run xdg-open\n", stderr);
+    std::fputs("kite: cannot run xdg-open; open the inspector's address yourself\n", stderr);
   }
 }
 
@@ -197,10 +198,7 @@ void runUntilItsEnd(CollectorOptions options, const CollectArguments& arguments)
   };
   Collector collector(std::move(options));
   const auto address = collector.start();
-  if (!address) {
-    std::fputs(("kite: " + address.error() + "\n").c_str(), stderr);
-    throw CLI::RuntimeError(1);
-  }
+  if (!address) throw CommandFailure(address.error());
   printAddress(*address, arguments.opensPage);
   end.wait(arguments.timeout);
   collector.stop();

@@ -8,6 +8,8 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <ctime>
 
 namespace kite::tool {
@@ -42,7 +44,8 @@ void endServer(std::unique_ptr<Server>& server, std::thread& thread) {
 std::optional<std::string> unreadableFile(const std::vector<Fault>& faults) {
   for (const Fault& fault : faults) {
     const auto* file = std::get_if<faults::AnswerFile>(&fault.kind);
-    if (file && ::access(file->path.c_str(), R_OK) != 0) return "cannot read " + file->path;
+    if (file && ::access(file->path.c_str(), R_OK) != 0)
+      return "cannot read " + file->path + ": " + std::strerror(errno);
   }
   return std::nullopt;
 }

@@ -2,6 +2,7 @@
 
 #include "Collector/SecretFile.h"
 #include "Collector/Store/PostgresSchema.h"
+#include "Common/CommandFailure.h"
 
 #include <fmt/format.h>
 #include <stdlib.h>
@@ -26,9 +27,8 @@ void runMigration(const MigrateArguments& arguments) {
     fmt::print("{{\"event\":\"migrated\",\"from\":{},\"to\":{},\"dropped_days\":{}}}\n", done.from,
                done.to, done.droppedDays);
   } catch (const StoreError& error) {
-    fmt::print(stderr, "kite: cannot migrate the database {}: {}\n",
-               withoutPassword(arguments.database), error.what());
-    throw CLI::RuntimeError(1);
+    throw CommandFailure(fmt::format("cannot migrate the database {}: {}",
+                                     withoutPassword(arguments.database), error.what()));
   }
 }
 

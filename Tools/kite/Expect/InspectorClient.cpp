@@ -51,7 +51,9 @@ InspectorAddress readInspectorAddress(const std::string& url, const std::string&
   constexpr std::string_view scheme = "http://";
   const auto end = std::min(url.find_first_of("/?", scheme.size()), url.size());
   if (!url.starts_with(scheme) || end == scheme.size()) {
-    throw CLI::ValidationError(fmt::format("--url: \"{}\" is no http:// address", url));
+    throw CLI::ValidationError(fmt::format(
+        "--url: \"{}\" is no http:// address; give the one that kite collect --inspect prints",
+        url));
   }
   InspectorAddress address{.root = url.substr(0, end),
                            .token = token.empty() ? tokenIn(url.substr(end)) : token};

@@ -80,7 +80,8 @@ std::optional<Reply> Access::refusal(const ReceivedRequest& request, const Targe
   }
   if (!isOwnOrigin(request)) return errorReply(403, "the request comes from another page");
   if (!hasToken(request, target)) {
-    return errorReply(401, "the token is missing; open the address that the collector printed");
+    return errorReply(401,
+                      "the token is missing or wrong; open the address that the collector printed");
   }
   return std::nullopt;
 }

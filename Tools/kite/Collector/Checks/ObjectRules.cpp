@@ -97,7 +97,6 @@ bool allElements(const element& value, Fits fits) {
 
 }  // namespace
 
-bool isAnything(const element&) { return true; }
 bool isString(const element& value) { return value.is_string(); }
 
 bool isNonEmptyString(const element& value) {

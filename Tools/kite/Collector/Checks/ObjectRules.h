@@ -30,7 +30,6 @@ std::optional<std::string> repeatedKey(const simdjson::dom::element& value);
 
 namespace shape {
 
-bool isAnything(const simdjson::dom::element& value);
 bool isString(const simdjson::dom::element& value);
 bool isNonEmptyString(const simdjson::dom::element& value);
 bool isStringOrNull(const simdjson::dom::element& value);
