@@ -2,6 +2,7 @@
 #include <poll.h>
 #include <syslog.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <iostream>
 #include <string>
@@ -27,6 +28,8 @@ int main() {
                                                         .print = writeToLog});
   if (!app) return std::cerr << app.error() << '\n', 1;
   app->kite().trackUserAction("ready", {});
-  while (::poll(nullptr, 0, -1) >= 0) {  // the daemon's work
+  // The daemon's work. A signal interrupts it, but `main` goes on: the library's thread drains and
+  // then lets the signal end the process.
+  while (::poll(nullptr, 0, -1) >= 0 || errno == EINTR) {
   }
 }

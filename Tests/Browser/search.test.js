@@ -24,6 +24,10 @@ test('a search shows what fits, and stands in the address', async () => {
   await shows(page, 2);
   assert.equal(new URL(page.url()).searchParams.get('q'), 'type:UserAction name:buy');
   await search(page, 'data.price:>9');
+  await rowsOf(page).getByText('Orders').waitFor();
+  await shows(page, 1);
+  await search(page, 'data.action_info.price:>9');
+  await rowNamed(page, 'buy').waitFor();
   await shows(page, 1);
   await search(page, '-type:UserAction');
   await rowsOf(page).getByText('Orders').waitFor();

@@ -20,7 +20,7 @@ import time
 
 BLOCK = re.compile(r"<!-- commands -->\n```sh\n(.*?)```", re.DOTALL)
 EXPECTATION = re.compile(r"<!-- expectation -->\n```sh\n(.*?)```", re.DOTALL)
-PORTS = ("8443", "8444")
+PORTS = ("8443", "8444", "8445")
 LONGEST_RUN = 1.0  # seconds, of a program that has the event on the disk and delivers it
 
 
@@ -101,10 +101,10 @@ def main():
             begin = time.monotonic()
             shown = subprocess.run(run, check=True, capture_output=True, text=True, **shell).stdout
             seconds = time.monotonic() - begin
+            run_expectation(readme, shell)  # as for a reader, whose first collector still runs
         finally:
             collector.send_signal(signal.SIGTERM)
             collector.wait()
-        run_expectation(readme, shell)
         rows = sqlite3.connect(folder / "events.db").execute(
             "SELECT data FROM events WHERE type = 'UserAction'").fetchall()
         assert len(rows) == 1 and '"action_kind":"checkout"' in rows[0][0], f"the database has {rows}"

@@ -170,7 +170,7 @@ key        {layout.key}
 database   {layout.database_address(READER, writes=False)}
 
 Send an event:
-  printf '%s\\n' '{{"op":"start"}}' '{{"op":"trackUserAction","name":"hello","data":{{}}}}' '{{"op":"wait","seconds":4}}' |
+  printf '%s\\n' '{{"op":"start"}}' '{{"op":"trackUserAction","name":"hello","data":{{}}}}' '{{"op":"drain","deliverWithin":4}}' |
     {layout.kite} host --state {layout.folder}/host --endpoint {first} {secondary} --ca-file {layout.ca} --key {layout.key}
 Read it:
   psql '{layout.database_address(READER, writes=False)}' -c 'SELECT id, type, data FROM events'"""

@@ -80,12 +80,12 @@ void runDemo(const DemoOptions& options) {
   if (options.json) fmt::print("{}\n", jsonReport(day.comparison, day.database));
   if (!day.comparison.problems.empty())
     throw CommandFailure("what arrived is not what was tracked");
-  printNextSteps(results, folder, day.address);
   if (options.inspect) {
     std::fflush(stdout);
     tell(results, fmt::format("The day is shown at {} until Ctrl-C", page));
     waitForInterrupt();
   }
+  printNextSteps(results, folder, day.address);
 }
 
 }  // namespace

@@ -15,8 +15,8 @@ What arrived:
 What the host keeps:
   {kite} store --state {folder} keys
 A collector and a host of your own:
-  {kite} collect --listen {address} --key secret --db {ownDatabase} --self-signed {tls} &
-  printf '%s\n' '{{"op":"start"}}' '{{"op":"trackUserAction","name":"buy","data":{{"price":9.5}}}}' '{{"op":"wait","seconds":3}}' |
+  {kite} collect --listen {address} --key secret --db {ownDatabase} --self-signed {tls} & sleep 1
+  printf '%s\n' '{{"op":"start"}}' '{{"op":"trackUserAction","name":"buy","data":{{"price":9.5}}}}' '{{"op":"drain","deliverWithin":3}}' |
     {kite} host --state {own} --endpoint https://{address}/v4/events --ca-file {ca} --key secret
   sqlite3 {ownDatabase} 'SELECT type, data FROM events'
   kill %1
