@@ -7,8 +7,6 @@ from harness import (Collector, Host, Oracle, Run, case, check, eventually, stor
 from harness.certificates import Authority
 from harness.hostile import GOOD_REPLY, Connection, Hostile, Request, over_https
 
-STORE_LINES = ("in use by another process", "memory only")
-
 
 def complaints(lines: list[str], store: str) -> list[str]:
     return [line for line in lines if store in line]

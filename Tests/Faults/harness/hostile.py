@@ -172,12 +172,6 @@ class Connection:
         self.send(head(status, (("Content-Length", str(len(body) if length is None else length)),
                                 *headers)) + body)
 
-    def drip(self, data: bytes, pause: float) -> None:
-        """One byte now and then."""
-        for index in range(len(data)):
-            self.send(data[index:index + 1])
-            self.pause(pause)
-
     def pour(self, pieces: Iterator[bytes]) -> int:
         """Sends until the pieces or the client's patience end; how many bytes went out."""
         sent = 0
@@ -298,10 +292,6 @@ class Hostile:
     def requests(self) -> list[Request]:
         with self._changed:
             return [request for visit in self.visits for request in visit.requests]
-
-    def read_ids(self) -> set[str]:
-        """The events of all bodies that were read to their end."""
-        return {event["id"] for request in self.requests() for event in request.events()}
 
     def bodies(self) -> list[dict]:
         """Those that were read to their end."""

@@ -33,11 +33,6 @@ class Account:
     def lost(self) -> set[int]:
         return set(range(self.tracked)) - self.kept
 
-    @property
-    def lost_tail(self) -> int:
-        """How many are lost after the last one that is kept."""
-        return self.tracked - 1 - max(self.kept, default=-1)
-
 
 class Oracle:
     """The events of one stream: serial numbers from 0 in the order of tracking, as the property

@@ -91,6 +91,22 @@ std::string object(const Body& body) {
   return text;
 }
 
+/// An array of objects, of which `putRow` puts the members of each.
+template <class Row, class PutRow>
+std::string array(const std::vector<Row>& rows, const PutRow& putRow) {
+  std::string text;
+  JSONWriter json(text);
+  json.beginArray();
+  for (const Row& row : rows) {
+    json.beginObject();
+    putRow(json, row);
+    json.endObject();
+  }
+  json.endArray();
+  json.finish();
+  return text;
+}
+
 }  // namespace
 
 std::string rowJSON(const EventRecord& event) {
@@ -166,34 +182,18 @@ std::string clientJSON(const ClientRecord& client) {
 }
 
 std::string repeatedJSON(const std::vector<RepeatedEvent>& repeated) {
-  std::string text;
-  JSONWriter json(text);
-  json.beginArray();
-  for (const RepeatedEvent& event : repeated) {
-    json.beginObject();
+  return array(repeated, [](JSONWriter& json, const RepeatedEvent& event) {
     put(json, "seq", event.seq);
     put(json, "id", event.id);
     put(json, "duplicates", event.duplicates);
-    json.endObject();
-  }
-  json.endArray();
-  json.finish();
-  return text;
+  });
 }
 
 std::string faultsJSON(const std::vector<Fault>& faults) {
-  std::string text;
-  JSONWriter json(text);
-  json.beginArray();
-  for (const Fault& fault : faults) {
-    json.beginObject();
+  return array(faults, [](JSONWriter& json, const Fault& fault) {
     put(json, "fault", fault.text);
     put(json, "left", static_cast<std::int64_t>(fault.count));
-    json.endObject();
-  }
-  json.endArray();
-  json.finish();
-  return text;
+  });
 }
 
 }  // namespace kite::tool

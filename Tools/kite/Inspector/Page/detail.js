@@ -26,7 +26,6 @@ export class Detail extends EventTarget {
     super();
     this.element = byID('detail');
     this.main = byID('main');
-    this.element.addEventListener('close-detail', () => this.close());
     this.close();
   }
 

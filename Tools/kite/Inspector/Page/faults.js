@@ -89,9 +89,13 @@ export class Faults {
   }
 
   async #remove() {
-    await remove('faults');
-    await this.load();
-    byID('faults-body').querySelector('button').focus();
-    note('No faults left');
+    try {
+      await remove('faults');
+      await this.load();
+      byID('faults-body').querySelector('button').focus();
+      note('No faults left');
+    } catch (error) {
+      setText(this.error, error.message);
+    }
   }
 }

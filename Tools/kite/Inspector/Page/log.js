@@ -2,7 +2,7 @@
 // the newer ones, what is read back behind the older ones. While the list is held, what arrives waits unseen.
 
 /** More than these are not kept; the oldest go. */
-export const MOST_ROWS = 1_000_000;
+const MOST_ROWS = 1_000_000;
 
 /** Where `seq` stands in rising rows, or -1. */
 function place(rows, seq, isRising) {
@@ -36,10 +36,6 @@ export class Log {
 
   get newest() {
     return this.#newer.at(-1)?.seq ?? this.#older[0]?.seq ?? 0;
-  }
-
-  get oldest() {
-    return this.#older.at(-1)?.seq ?? this.#newer[0]?.seq ?? 0;
   }
 
   set held(held) {
