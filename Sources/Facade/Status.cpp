@@ -32,7 +32,7 @@ Status status(KiteManagerImpl& kite) {
 void onUpload(KiteManagerImpl& kite, std::function<void(const UploadReport&)> callback) {
   const auto& state = KiteState::of(kite);
   if (state->home.isOriginalProcess())
-    state->synchronizationManager->uploads().call(std::move(callback));
+    state->synchronizationManager->uploads().observe(std::move(callback));
 }
 
 }  // namespace kite

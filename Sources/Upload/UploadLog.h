@@ -16,7 +16,8 @@ class UploadLog {
  public:
   using Callback = std::function<void(const UploadReport&)>;
 
-  void call(Callback callback) {
+  /// `callback` gets the report of each upload from now on.
+  void observe(Callback callback) {
     _callbacks.with([&](auto& callbacks) { callbacks.push_back(std::move(callback)); });
   }
   void ended(const UploadReport& report) {

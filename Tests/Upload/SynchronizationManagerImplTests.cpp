@@ -755,7 +755,8 @@ TEST_F(SynchronizationManagerImplTests, aBackgroundTaskIsAroundABatchThatIsAsked
     EXPECT_EQ(application->runningTasks(), 1U);
     callback(events, true, std::nullopt, {});
   };
-  manager->uploadBatch([] { return true; }, [this](UploadResult) { EXPECT_EQ(application->runningTasks(), 0U); });
+  manager->uploadBatch([] { return true; },
+                       [this](UploadResult) { EXPECT_EQ(application->runningTasks(), 0U); });
   EXPECT_THAT(application->endedTasks(), ElementsAre(1U, 2U));
 }
 
@@ -814,7 +815,7 @@ TEST_F(SynchronizationManagerImplTests, theAccountOfABatchThatNobodyTookSaysSo) 
 TEST_F(SynchronizationManagerImplTests, everyUploadIsToldAfterItsRemovalWasAskedFor) {
   start();
   std::vector<std::pair<std::string, std::size_t>> told;
-  manager->uploads().call([&](const UploadReport& upload) {
+  manager->uploads().observe([&](const UploadReport& upload) {
     told.emplace_back(upload.endpoint, storage->pendingEvents().size());
   });
   EXPECT_EQ(manager->uploads().last(), std::nullopt);
