@@ -7,7 +7,7 @@ namespace kite {
 /// The operation that the host called on this thread, for as long as it runs: a fatal error names
 /// it, whichever part of the library raised it.
 ///
-/// Tracking calls name themselves not: before `start` they are silent, and afterwards in a hurry.
+/// Tracking calls do not register: before `start` they do nothing, and later they must be quick.
 class CurrentOperation {
  public:
   explicit CurrentOperation(const char* name = __builtin_FUNCTION()) noexcept

@@ -53,10 +53,9 @@ class MPSCStack {
   MPSCStack& operator=(const MPSCStack&) = delete;
   ~MPSCStack() { takeAll(); }
 
-  /// What was there when a node was added.
+  /// The stack just before a node was added: one urgent node makes it urgent until all are taken.
   enum class Before { nothing, patient, urgent };
 
-  /// Whether the node is urgent counts until all are taken.
   Before add(std::unique_ptr<Node> node, bool isUrgent = false) {
     Node* const added = node.release();
     auto newest = _newest.load(std::memory_order_relaxed);

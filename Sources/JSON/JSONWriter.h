@@ -69,8 +69,8 @@ class JSONWriter {
   std::size_t position() const { return static_cast<std::size_t>(_place - _out.data()); }
   /// The first error, or nothing.
   const std::optional<EncodingError>& error() const { return _error; }
-  /// Makes the string as long as its text, once, and is the end of the writing. What is not
-  /// finished the destructor finishes.
+  /// Ends the writing: cuts the string to the length of its text. The destructor does it where
+  /// nobody did.
   const std::optional<EncodingError>& finish();
 
  private:

@@ -28,12 +28,12 @@ std::shared_ptr<const EventOrigin> EventManagerImpl::origin(const Running& runni
   const auto info = isKnown ? nullptr : UserInfoStore::userInfo(secrets);
   const auto ids = running.idProvider->ids();
   auto origin = originMadeOf(running, revision, info, ids);
-  // Another thread knows an earlier info by now.
+  // Another thread has cached an older info in the meantime: read it again.
   if (!origin) origin = originMadeOf(running, revision, UserInfoStore::userInfo(secrets), ids);
   return origin;
 }
 
-/// Without `info` of what is known of this revision; null when nothing is.
+/// Without `info`, of the one that is cached for this revision; null when there is none.
 std::shared_ptr<const EventOrigin> EventManagerImpl::originMadeOf(
     const Running& running, std::uint64_t revision, std::shared_ptr<const UserInfo> info,
     const std::shared_ptr<const Usher::Ids>& ids) {

@@ -54,7 +54,7 @@ class EventManagerImpl final : public EventManager {
     static constexpr auto unknown = std::numeric_limits<std::uint64_t>::max();
   };
 
-  /// In the foreground, when that is known, the event need not be in the queue at once.
+  /// `isInForeground`: known to be so; then the event may wait before it is queued.
   template <class MakeEvent>
   void track(MakeEvent makeEvent, bool isInForeground = false);
   static std::shared_ptr<const EventOrigin> origin(const Running& running);

@@ -17,7 +17,7 @@ struct SessionEndHandler {
   void operator()() const { handle(); }
 };
 
-/// That of a handler which says nothing is the host's.
+/// A handler that is no `SessionEndHandler` is the host's.
 inline SessionEndStep stepOf(const SessionListener::Handler& handler) {
   const auto* const ours = handler.target<SessionEndHandler>();
   return ours ? ours->step : SessionEndStep::ofTheHost;

@@ -139,7 +139,8 @@ class StoredValue {
 ///
 /// Reading never touches a disk, lists aside: these are read anew each time. Writing takes effect
 /// for readers at once and reaches the disk before it returns; when it cannot, the value stays in
-/// memory, is tried again at the next write to any key, and the fault is reported once.
+/// memory, is tried again at the next write to any key, and the fault is reported, once a minute at
+/// most.
 class Storage {
  public:
   virtual ~Storage() = default;

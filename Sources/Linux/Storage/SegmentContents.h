@@ -12,7 +12,7 @@ namespace kite::Linux {
 
 std::string segmentName(std::uint64_t segment);
 std::string indexName(std::uint64_t segment);
-/// The number of the segment, or of the index, that a file is by its name, if it is one.
+/// The number in the name of a segment, or of its index; nothing for other names.
 std::optional<std::uint64_t> segmentOf(std::string_view fileName);
 std::optional<std::uint64_t> indexOf(std::string_view fileName);
 

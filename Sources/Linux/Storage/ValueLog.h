@@ -29,7 +29,7 @@ class ValueLog {
   /// Reads the file; null when that fails. `lastChange` is what the witness knows.
   static std::unique_ptr<ValueLog> load(Disk& disk, std::uint64_t store, std::uint64_t lastChange,
                                         Damages& damages);
-  /// Nothing, beside a store whose file is missing.
+  /// An empty log without a file, for a store whose value file is missing.
   static std::unique_ptr<ValueLog> none(Disk& disk);
   /// A new file with nothing in it.
   static std::unique_ptr<ValueLog> make(Disk& disk, std::uint64_t store);
