@@ -206,7 +206,7 @@ class Life:
     def damage(self):
         """A byte of an event that is in the queue."""
         before = self.queue()
-        rows = [(file, row) for file in stores.segments(self.folder / "state") for row in records.records_of(file)
+        rows = [(file, row) for file in stores.segments(self.folder / "state") for row in records.records_of(file, may_be_cut=True)
                 if row.kind == records.ROW]
         if not rows or self.random.random() < 0.6:
             return

@@ -436,7 +436,7 @@ def scene_mend(attempt: Attempt):
     def harm():
         for log in (*stores.segments(attempt.state), stores.values_file(attempt.state),
                     stores.values_file(attempt.state, secrets=True)):
-            flip(log, next(record for record in records.records_of(log)
+            flip(log, next(record for record in records.records_of(log, may_be_cut=True)
                            if record.kind in (records.LIST_BEGUN, records.VALUE)))
 
     keep_then_harm(attempt, harm)

@@ -35,11 +35,13 @@ def seed_for(store: int) -> int:
     return zlib.crc32(store.to_bytes(8, "little"))
 
 
-def records_of(file) -> list[Record]:
-    """Of a file without damage; those that are written twice are there twice. The last record may be cut short, as a kill within
-    the call that wrote it leaves it: it is left out."""
+def records_of(file, may_be_cut=False) -> list[Record]:
+    """Of a file without damage; those that are written twice are there twice. A kill within the call that writes a record may
+    leave it cut short at the end: where that may be, it is left out."""
     data, found, at = pathlib.Path(file).read_bytes(), [], 0
-    while len(data) - at >= HEADER.size:
+    while at < len(data):
+        if may_be_cut and len(data) - at < HEADER.size:
+            break
         magic, kind, list_, length, edit, ordinal, tag, *_ = HEADER.unpack_from(data, at)
         if magic != MAGIC:
             raise ValueError(f"{file} has no record at {at}")
@@ -47,6 +49,8 @@ def records_of(file) -> list[Record]:
         at += HEADER.size + length
         if at <= len(data):
             found.append(record)
+        elif not may_be_cut:
+            raise ValueError(f"{file} ends within the record at {record.begin}")
     return found
 
 
