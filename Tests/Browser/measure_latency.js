@@ -14,6 +14,7 @@ import { closePage, openBrowser, openPage } from './Support/Page.js';
 const given = (place, otherwise) => Number(process.argv[place] ?? otherwise);
 const [rate, seconds, batchSize] = [given(2, 5000), given(3, 10), given(4, 500)];
 const PAGES = 3;
+const BROWSERS_START = 2000; // milliseconds in which a browser that was just opened is busy with itself
 
 /** In the page: the newest row whenever that changes, and when its frame was done: laid out and painted. */
 function watchNewest() {
@@ -81,6 +82,7 @@ const collector = await Collector.start();
 const browser = await openBrowser();
 const pages = await Promise.all(Array.from({ length: PAGES }, () => openPage(browser, collector)));
 await Promise.all(pages.map((page) => page.evaluate(watchNewest)));
+await new Promise((resolve) => setTimeout(resolve, BROWSERS_START));
 const before = processorTimes();
 const took = await sendAll(collector);
 const after = processorTimes();

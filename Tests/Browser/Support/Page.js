@@ -6,13 +6,13 @@ import { chromium } from 'playwright-core';
 
 import { ROOT } from './Collector.js';
 
-const CHROMIUM = process.env.CHROMIUM ?? '/usr/bin/chromium';
+export const CHROMIUM = process.env.CHROMIUM ?? '/usr/bin/chromium';
 const SCREENSHOTS = join(ROOT, 'build/screenshots');
 
 /** Containers and continuous integration run as root, where Chromium's own sandbox does not start. */
-const isRoot = process.getuid?.() === 0;
+export const ROOT_ARGUMENTS = process.getuid?.() === 0 ? ['--no-sandbox'] : [];
 
-export const openBrowser = () => chromium.launch({ executablePath: CHROMIUM, args: isRoot ? ['--no-sandbox'] : [] });
+export const openBrowser = () => chromium.launch({ executablePath: CHROMIUM, args: ROOT_ARGUMENTS });
 
 /** Runs in the page before its own scripts. */
 function watch() {

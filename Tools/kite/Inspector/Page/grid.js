@@ -2,7 +2,7 @@
 
 import { h, setText } from './dom.js';
 
-const BETWEEN_ARRIVALS = 40; // milliseconds
+const BETWEEN_ARRIVALS = 60; // milliseconds; rows that pass faster than this are not read, and drawing them takes the processor
 const SPARE = 5; // rows drawn above and below, so that a scroll shows no empty edge
 
 /**
