@@ -174,7 +174,8 @@ void EventList::place(std::vector<Larder::SavedRow> rows) {
     for (std::size_t i = 0; i < placed.count && row != rows.end(); ++i) {
       auto& event = placed.chunk->events[i];
       while (row != rows.end() && row->ordinal < event.ordinal()) ++row;
-      if (row == rows.end() || row->ordinal != event.ordinal() || event.id() == UUID()) continue;
+      if (row == rows.end() || row->ordinal != event.ordinal()) continue;
+      if (event.id() == UUID() || !PendingEvent::canTell(row->place)) continue;
       event = PendingEvent({event.ordinal(), event.id(), std::move(row->place)});
     }
     return placed;

@@ -50,7 +50,7 @@ class EventList {
   void append(EventHandle event) { append(std::move(event), _nextOrdinal); }
   /// `ordinal` is above those of all events.
   void append(EventHandle event, std::uint64_t ordinal);
-  /// A saved event whose tag is its identifier.
+  /// A saved event whose tag is its identifier, and whose place a `PendingEvent` can tell.
   void append(Larder::SavedRow row);
 
   /// Ordinals from `next` on are the first to be used.
@@ -60,7 +60,8 @@ class EventList {
   void remove(const std::set<std::string>& ids);
 
   /// From now on the texts of these events are where they were saved, and not in memory. Rows that
-  /// the list does not hold, or without a tag, are ignored.
+  /// the list does not hold, without a tag, or whose place a `PendingEvent` cannot tell are
+  /// ignored.
   void place(std::vector<Larder::SavedRow> rows);
 
   /// What takes a stored list from anything to this one, but for the events that are lost.

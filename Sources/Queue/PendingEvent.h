@@ -3,6 +3,7 @@
 #include "Events/EncodedEvent.h"
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <utility>
 
@@ -15,13 +16,19 @@ class PendingEvent {
   PendingEvent() = default;
   PendingEvent(EventHandle event, std::uint64_t ordinal)
       : _ordinal(ordinal), _id(event->tag()), _holder(std::move(event)) {}
-  /// A saved event whose tag is its identifier.
+  /// A saved event whose tag is its identifier, and whose place it `canTell`.
   explicit PendingEvent(Larder::SavedRow row)
       : _ordinal(row.ordinal),
         _id(row.tag),
         _holder(std::move(row.place.file)),
-        _offset(row.place.offset),
+        _offset(static_cast<std::uint32_t>(row.place.offset)),
         _size(row.place.size) {}
+
+  /// Whether a pending event can say where this row is. If not, its text stays in memory: only an
+  /// edit of more than 4 GiB has such rows.
+  static bool canTell(const Larder::RowPlace& place) {
+    return place.offset <= std::numeric_limits<std::uint32_t>::max();
+  }
 
   std::uint64_t ordinal() const { return _ordinal; }
   /// Zero when the event is in memory, for good, and it alone knows its identifier.
@@ -41,10 +48,10 @@ class PendingEvent {
   std::uint64_t _ordinal = 0;
   UUID _id;
   std::shared_ptr<const void> _holder;  // an event, or with a size its file
-  std::uint64_t _offset = 0;
+  std::uint32_t _offset = 0;
   std::uint32_t _size = 0;
 };
 
-static_assert(sizeof(PendingEvent) <= 56);
+static_assert(sizeof(PendingEvent) <= 48);
 
 }  // namespace kite

@@ -17,7 +17,7 @@ std::optional<EventHandle> readRow(const Larder::SavedRow& row, EventReader& rea
   bool isEvent = true;
   const auto error =
       row.place.file->read(std::span(&row.place, 1), [&](std::optional<std::string_view> text) {
-        event = text ? reader.read(*text) : EncodedEvent::lost(UUID());
+        event = text ? reader.read(*text) : EncodedEvent::lost(row.tag);
         isEvent = event != nullptr;
       });
   if (error) return EventHandle();
@@ -30,7 +30,7 @@ std::optional<EventList> eventsOf(Larder::SavedList list) {
   EventList events;
   events.skipOrdinals(list.next);
   for (auto& row : list.rows) {
-    if (row.tag != UUID()) {
+    if (row.tag != UUID() && PendingEvent::canTell(row.place)) {
       events.append(std::move(row));
       continue;
     }

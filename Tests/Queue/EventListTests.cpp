@@ -6,6 +6,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -334,6 +336,29 @@ TEST(EventListTests, anEventWhoseIdentifierIsNoUUIDStaysInMemory) {
   list.append(event);
   list.place(store.edit(savedKey, *list.wholeEdit(), Larder::Durability::survivesKill).placed);
   EXPECT_EQ(all(list)[0], event);
+}
+
+TEST(EventListTests, anEventFurtherIntoItsFileThanAPlaceCanTellStaysInMemory) {
+  constexpr std::uint64_t furthest = std::numeric_limits<std::uint32_t>::max();
+  InMemoryKVStorage store;
+  const auto event = pending(anEvent(uuid(1)));
+  const auto placedAt = [&](std::uint64_t offset) {
+    EventList list;
+    list.append(event);
+    store.placeRowsAt(offset);
+    list.place(store.edit(savedKey, *list.wholeEdit(), Larder::Durability::survivesKill).placed);
+    return list;
+  };
+  EXPECT_NE(all(placedAt(furthest))[0], event);
+  EXPECT_EQ(all(placedAt(furthest + 1))[0], event);
+}
+
+TEST(EventListTests, aPlaceIsToldAsItWasGiven) {
+  const auto file = std::make_shared<BadFile>(std::nullopt);
+  const auto place = PendingEvent({7, *UUID::parse(uuid(1)), {file, 4'294'967'295, 9}}).place();
+  EXPECT_EQ(place.file, file);
+  EXPECT_EQ(place.offset, 4'294'967'295);
+  EXPECT_EQ(place.size, 9U);
 }
 
 TEST(EventListTests, anEarlierCopyKeepsItsEvents) {

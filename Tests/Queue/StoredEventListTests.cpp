@@ -75,6 +75,19 @@ TEST(StoredEventListTests, aRowWithATagIsNotReadUntilItIsWanted) {
   EXPECT_EQ(loaded.events.size(), 2U);
 }
 
+TEST(StoredEventListTests, aRowFurtherIntoItsFileThanAPlaceCanTellIsReadAtOnce) {
+  InMemoryKVStorage storage;
+  storage.placeRowsAt(std::uint64_t{1} << 32);
+  const std::string id = "AB000000-0000-0000-0000-000000000001";
+  auto tagged = row(0, textOfAnEvent(id));
+  tagged.tag = *UUID::parse(id);
+  appendRows(storage, "k", {tagged});
+  const auto loaded = StoredEventList::load(storage, "k");
+  storage.failReads(true);
+  EXPECT_TRUE(loaded.isSaved);
+  EXPECT_EQ(storedText(*all(loaded.events)[0]), textOfAnEvent(id));
+}
+
 TEST(StoredEventListTests, savedEventsComeBackWithTheirIdentifiers) {
   InMemoryKVStorage storage;
   const std::string id = "AB000000-0000-0000-0000-000000000001";

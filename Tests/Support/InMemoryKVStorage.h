@@ -4,6 +4,7 @@
 
 #include "Support/InMemoryTable.h"
 
+#include <cstdint>
 #include <functional>
 #include <new>
 #include <optional>
@@ -66,6 +67,8 @@ class InMemoryKVStorage final : public Larder::KVStorage {
   void failWrites(bool failing) { _table.failWrites(failing); }
   /// From now on the texts of saved rows cannot be read.
   void failReads(bool failing) { _table.failReads(failing); }
+  /// From now on new rows are said to be there in their files.
+  void placeRowsAt(std::uint64_t offset) { _table.placeRowsAt(offset); }
   /// The next edit is made, but memory runs out before it is told.
   void loseNextOutcome() { _losesOutcome = true; }
   /// What the next run of the application finds: that which had been saved.

@@ -88,6 +88,7 @@ class InMemoryTable {
     _failing = failing;
   }
   void failReads(bool failing) { *_areRowsUnreadable = failing; }
+  void placeRowsAt(std::uint64_t offset) { _offset = offset; }
   void restart() {
     const std::scoped_lock guard(_mutex);
     _values = _saved;
@@ -137,7 +138,7 @@ class InMemoryTable {
       std::string text;
       row.text->appendTo(text);
       auto file = std::make_shared<OneRow>(std::move(text), _areRowsUnreadable);
-      placed.push_back({row.ordinal, row.tag, {std::move(file), 0, 1}});
+      placed.push_back({row.ordinal, row.tag, {std::move(file), _offset, 1}});
       list.rows.push_back(placed.back());
       list.next = row.ordinal + 1;
     }
@@ -155,6 +156,7 @@ class InMemoryTable {
   Values _saved;
   std::shared_ptr<std::atomic<bool>> _areRowsUnreadable =
       std::make_shared<std::atomic<bool>>(false);
+  std::uint64_t _offset = 0;
   bool _failing = false;
   int _writes = 0;
   std::uint64_t _revision = 0;
