@@ -8,7 +8,7 @@
 
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
-import { mkdtempSync, rmSync } from 'node:fs';
+import { mkdtemp, rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { createInterface } from 'node:readline';
@@ -17,7 +17,7 @@ import { chromium } from 'playwright-core';
 import { CHROMIUM, ROOT_ARGUMENTS, until } from './Support/Page.js';
 
 const [url, count] = [process.argv[2], Number(process.argv[3])];
-const profile = mkdtempSync(join(tmpdir(), 'kite-pages-'));
+const profile = await mkdtemp(join(tmpdir(), 'kite-pages-'));
 const browser = spawn(CHROMIUM, ['--headless', '--remote-debugging-port=0', `--user-data-dir=${profile}`, ...ROOT_ARGUMENTS, 'about:blank'],
   { stdio: ['ignore', 'ignore', 'pipe'] });
 process.on('exit', () => browser.kill());
@@ -60,5 +60,5 @@ try {
 } finally {
   browser.kill();
   await once(browser, 'exit');
-  rmSync(profile, { recursive: true, force: true, maxRetries: 10, retryDelay: 100 }); // its processes end one after the other
+  await rm(profile, { recursive: true, force: true, maxRetries: 10, retryDelay: 100 }); // its processes end one after the other
 }
