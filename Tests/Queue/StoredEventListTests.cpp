@@ -88,6 +88,22 @@ TEST(StoredEventListTests, aRowFurtherIntoItsFileThanAPlaceCanTellIsReadAtOnce) 
   EXPECT_EQ(storedText(*all(loaded.events)[0]), textOfAnEvent(id));
 }
 
+TEST(StoredEventListTests, aDamagedRowThatIsReadAtOnceIsALostEventOfTheQueue) {
+  InMemoryKVStorage storage;
+  const std::string id = "AB000000-0000-0000-0000-000000000001";
+  appendRows(storage, "k", {row(0, textOfAnEvent("A"))});
+  storage.placeRowsAt(std::uint64_t{1} << 32);
+  auto tagged = row(1, textOfAnEvent(id));
+  tagged.tag = *UUID::parse(id);
+  appendRows(storage, "k", {tagged});
+  storage.damageRows();
+  const auto events = all(StoredEventList::load(storage, "k").events);
+  ASSERT_EQ(events.size(), 2U);
+  EXPECT_TRUE(events[0]->isLost());
+  EXPECT_TRUE(events[1]->isLost());
+  EXPECT_EQ(events[1]->id(), id);
+}
+
 TEST(StoredEventListTests, savedEventsComeBackWithTheirIdentifiers) {
   InMemoryKVStorage storage;
   const std::string id = "AB000000-0000-0000-0000-000000000001";

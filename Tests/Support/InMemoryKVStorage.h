@@ -67,6 +67,8 @@ class InMemoryKVStorage final : public Larder::KVStorage {
   void failWrites(bool failing) { _table.failWrites(failing); }
   /// From now on the texts of saved rows cannot be read.
   void failReads(bool failing) { _table.failReads(failing); }
+  /// The checksums of all saved rows are wrong from now on.
+  void damageRows() { _table.damageRows(); }
   /// From now on new rows are said to be there in their files.
   void placeRowsAt(std::uint64_t offset) { _table.placeRowsAt(offset); }
   /// The next edit is made, but memory runs out before it is told.

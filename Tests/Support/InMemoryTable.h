@@ -87,7 +87,8 @@ class InMemoryTable {
     const std::scoped_lock guard(_mutex);
     _failing = failing;
   }
-  void failReads(bool failing) { *_areRowsUnreadable = failing; }
+  void failReads(bool failing) { *_rows = failing ? Rows::unreadable : Rows::sound; }
+  void damageRows() { *_rows = Rows::damaged; }
   void placeRowsAt(std::uint64_t offset) { _offset = offset; }
   void restart() {
     const std::scoped_lock guard(_mutex);
@@ -97,6 +98,7 @@ class InMemoryTable {
 
  private:
   using Values = std::map<std::string, Value, std::less<>>;
+  enum class Rows { sound, damaged, unreadable };
 
   bool save() {
     ++_writes;
@@ -107,19 +109,21 @@ class InMemoryTable {
   /// A file that holds one row.
   class OneRow final : public Larder::RowFile {
    public:
-    OneRow(std::string text, std::shared_ptr<const std::atomic<bool>> isUnreadable)
-        : _text(std::move(text)), _isUnreadable(std::move(isUnreadable)) {}
+    OneRow(std::string text, std::shared_ptr<const std::atomic<Rows>> rows)
+        : _text(std::move(text)), _rows(std::move(rows)) {}
     std::optional<std::string> read(std::span<const Larder::RowPlace> places,
                                     const Take& take) const override {
-      if (*_isUnreadable) return "Input/output error";
-      for ([[maybe_unused]] const auto& place : places) take(_text);
+      const Rows rows = *_rows;
+      if (rows == Rows::unreadable) return "Input/output error";
+      for ([[maybe_unused]] const auto& place : places)
+        rows == Rows::damaged ? take(std::nullopt) : take(_text);
       return std::nullopt;
     }
     const std::string& text() const { return _text; }
 
    private:
     std::string _text;
-    std::shared_ptr<const std::atomic<bool>> _isUnreadable;
+    std::shared_ptr<const std::atomic<Rows>> _rows;
   };
 
   static std::string arrayOf(const Larder::SavedList& list) {
@@ -137,7 +141,7 @@ class InMemoryTable {
     for (const auto& row : edit.appended) {
       std::string text;
       row.text->appendTo(text);
-      auto file = std::make_shared<OneRow>(std::move(text), _areRowsUnreadable);
+      auto file = std::make_shared<OneRow>(std::move(text), _rows);
       placed.push_back({row.ordinal, row.tag, {std::move(file), _offset, 1}});
       list.rows.push_back(placed.back());
       list.next = row.ordinal + 1;
@@ -154,8 +158,7 @@ class InMemoryTable {
   mutable std::mutex _mutex;
   Values _values;
   Values _saved;
-  std::shared_ptr<std::atomic<bool>> _areRowsUnreadable =
-      std::make_shared<std::atomic<bool>>(false);
+  std::shared_ptr<std::atomic<Rows>> _rows = std::make_shared<std::atomic<Rows>>(Rows::sound);
   std::uint64_t _offset = 0;
   bool _failing = false;
   int _writes = 0;
