@@ -20,6 +20,7 @@ const [url, count] = [process.argv[2], Number(process.argv[3])];
 const profile = await mkdtemp(join(tmpdir(), 'kite-pages-'));
 const browser = spawn(CHROMIUM, ['--headless', '--remote-debugging-port=0', `--user-data-dir=${profile}`, ...ROOT_ARGUMENTS, 'about:blank'],
   { stdio: ['ignore', 'ignore', 'pipe'] });
+const ended = once(browser, 'exit');
 process.on('exit', () => browser.kill());
 
 /** Where the browser can be attached to. */
@@ -42,8 +43,8 @@ async function attached(endpoint, task) {
   }
 }
 
-const endpoint = await address();
 try {
+  const endpoint = await address();
   await attached(endpoint, async (context) => {
     for (let opened = 0; opened < count; opened++) {
       const page = opened === 0 ? context.pages()[0] : await context.newPage();
@@ -59,6 +60,6 @@ try {
   console.log('seen');
 } finally {
   browser.kill();
-  await once(browser, 'exit');
+  await ended;
   await rm(profile, { recursive: true, force: true, maxRetries: 10, retryDelay: 100 }); // its processes end one after the other
 }
