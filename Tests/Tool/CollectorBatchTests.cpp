@@ -42,6 +42,16 @@ TEST(CollectorBatch, keepsObjectsAsTheyWereWritten) {
   EXPECT_EQ(batch->events[0].userIDs, R"({"user_id":"u1"})");
 }
 
+TEST(CollectorBatch, knowsWhatTheDataTells) {
+  const auto batch = readBatch(
+      aBody({anEvent("Session", R"({"subtype":"session_start"})", anotherID), aCustomEvent(anID)}),
+      "trail-maps");
+  ASSERT_TRUE(batch);
+  EXPECT_EQ(batch->events[0].facts.session, anotherID);
+  EXPECT_EQ(batch->events[0].facts.name, "session_start");
+  EXPECT_FALSE(batch->events[1].facts.name);
+}
+
 TEST(CollectorBatch, findsTheObjectsUnderEscapedKeys) {
   const auto json = replaced(aBody({aCustomEvent()}), R"("data")", R"("d\u0061ta")");
   const auto batch = readBatch(json, "trail-maps");

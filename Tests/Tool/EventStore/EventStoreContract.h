@@ -36,7 +36,8 @@ ReceivedEvent anyEvent(const std::string& id, double timestamp = aTime,
           .timestamp = timestamp,
           .userInfo = R"({"country":"NZ"})",
           .userIDs = R"({"user_id":"u1"})",
-          .data = data};
+          .data = data,
+          .facts = tool::factsOf(id, type, data)};
 }
 
 ReceivedEvent sessionStart(const std::string& id, double timestamp) {

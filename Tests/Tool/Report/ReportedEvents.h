@@ -47,8 +47,13 @@ class ReportedStore {
 };
 
 inline tool::ReceivedEvent reported(double time, const std::string& type, const std::string& data) {
-  return {
-      .id = "", .type = type, .timestamp = time, .userInfo = "{}", .userIDs = "{}", .data = data};
+  return {.id = "",
+          .type = type,
+          .timestamp = time,
+          .userInfo = "{}",
+          .userIDs = "{}",
+          .data = data,
+          .facts = tool::factsOf("", type, data)};
 }
 
 /// `name` is JSON text without its quotes.

@@ -3,8 +3,8 @@
 #include "Inspector/Call.h"
 #include "Inspector/RowsJSON.h"
 
+#include "Collector/EventFacts.h"
 #include "Collector/JSONText.h"
-#include "Collector/Store/EventFacts.h"
 
 #include <fmt/format.h>
 

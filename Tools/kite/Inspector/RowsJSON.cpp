@@ -1,6 +1,7 @@
 #include "Inspector/RowsJSON.h"
 
-#include "Collector/Store/EventFacts.h"
+#include "Collector/EventFacts.h"
+#include "Collector/Store/SessionNotes.h"
 #include "JSON/JSONWriter.h"
 
 #include <string_view>

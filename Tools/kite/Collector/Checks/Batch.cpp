@@ -1,6 +1,7 @@
 #include "Collector/Checks/Batch.h"
 
 #include "Collector/Checks/EventRules.h"
+#include "Collector/Checks/FactsOfTree.h"
 #include "Collector/Checks/ObjectRules.h"
 
 #include <fmt/format.h>
@@ -75,13 +76,13 @@ void readTexts(ondemand::object object, ReceivedEvent& into) {
 
 std::vector<ReceivedEvent> readEvents(const dom::array& events) {
   std::vector<ReceivedEvent> read;
+  read.reserve(events.size());
   for (const dom::element& event : events) {
-    read.push_back({.id = text(event, "id"),
-                    .type = text(event, "type"),
-                    .timestamp = number(event, "timestamp"),
-                    .userInfo = {},
-                    .userIDs = {},
-                    .data = {}});
+    ReceivedEvent& each = read.emplace_back();
+    each.id = text(event, "id");
+    each.type = text(event, "type");
+    each.timestamp = number(event, "timestamp");
+    each.facts = factsOfTree(each.id, each.type, event.at_key("data"));
   }
   return read;
 }

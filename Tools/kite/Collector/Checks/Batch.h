@@ -3,6 +3,7 @@
 #include <Kite/Base/Result.h>
 
 #include "Collector/Checks/Refusal.h"
+#include "Collector/EventFacts.h"
 
 #include <string>
 #include <string_view>
@@ -18,6 +19,7 @@ struct ReceivedEvent {
   std::string userInfo;
   std::string userIDs;
   std::string data;
+  EventFacts facts = {};  ///< that `data` tells
 };
 
 /// The events of one request; at least one.

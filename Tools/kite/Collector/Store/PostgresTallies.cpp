@@ -1,6 +1,7 @@
 #include "Collector/Store/PostgresTallies.h"
 
 #include "Collector/JSONText.h"
+#include "Collector/Store/SessionNotes.h"
 
 #include <fmt/format.h>
 

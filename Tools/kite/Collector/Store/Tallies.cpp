@@ -17,7 +17,8 @@ void Tallies::add(const EventRecord& event) {
        .timestamp = event.timestamp,
        .userInfo = {},
        .userIDs = {},
-       .data = event.data});
+       .data = {},
+       .facts = factsOf(event.id, event.type, event.data)});
 }
 
 void Tallies::add(const Sender& sender, const ReceivedEvent& event) {
@@ -26,11 +27,10 @@ void Tallies::add(const Sender& sender, const ReceivedEvent& event) {
   client.tally.add(event.timestamp);
   client.app = sender.app;
   client.isTester = sender.isTester;
-  EventFacts facts = factsOf(event.id, event.type, event.data);
-  const std::string session = sessionToldOf(facts);
+  const std::string session = sessionToldOf(event.facts);
   if (session.empty()) return;
   bySession[{sender.clientID, session}].push_back(
-      {.timestamp = event.timestamp, .facts = std::move(facts)});
+      {.timestamp = event.timestamp, .facts = event.facts});
 }
 
 }  // namespace kite::tool

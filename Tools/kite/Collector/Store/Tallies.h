@@ -1,7 +1,8 @@
 #pragma once
 
 #include "Collector/Checks/RequestCheck.h"
-#include "Collector/Store/EventFacts.h"
+#include "Collector/EventFacts.h"
+#include "Collector/Store/Records.h"
 
 #include <map>
 #include <string>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Collector/Store/EventFacts.h"
+#include "Collector/EventFacts.h"
 #include "Inspector/Search/Query.h"
 
 #include <simdjson.h>

@@ -1,4 +1,4 @@
-#include "Collector/Store/EventFacts.h"
+#include "Collector/Store/SessionNotes.h"
 
 #include "Collector/JSONText.h"
 
@@ -11,40 +11,6 @@ namespace {
 
 namespace dom = simdjson::dom;
 
-std::optional<std::string> text(const dom::object& object, std::string_view key) {
-  std::string_view value;
-  if (object.at_key(key).get(value) != simdjson::SUCCESS) return std::nullopt;
-  return std::string(value);
-}
-
-bool flag(const dom::object& object, std::string_view key) {
-  bool value = false;
-  return object.at_key(key).get(value) == simdjson::SUCCESS && value;
-}
-
-double number(const dom::object& object, std::string_view key) {
-  double value = 0;
-  return object.at_key(key).get(value) == simdjson::SUCCESS ? value : 0;
-}
-
-EventFacts sessionFacts(std::string_view id, const dom::object& data) {
-  EventFacts facts{.name = text(data, "subtype")};
-  facts.isSessionStart = facts.name == "session_start";
-  facts.isSessionEnd = facts.name == "session_end";
-  if (facts.isSessionStart) facts.session = id;
-  if (facts.isSessionEnd) facts.session = text(data, "session_start_id");
-  facts.hasCrashed = flag(data, "crashed");
-  facts.duration = number(data, "duration");
-  return facts;
-}
-
-EventFacts actionFacts(const dom::object& data) {
-  return {.name = text(data, "action_kind"),
-          .session = text(data, "session_id"),
-          .lastForegroundSession = text(data, "last_foreground_session_id"),
-          .isInBackground = flag(data, "is_background_event")};
-}
-
 /// A run of events in the background lasts until the first one in the foreground.
 void noteBackground(SessionRecord& session, double time, bool isInBackground) {
   if (isInBackground && !session.isInBackground) session.background.emplace_back(time, time);
@@ -55,25 +21,6 @@ void noteBackground(SessionRecord& session, double time, bool isInBackground) {
 }
 
 }  // namespace
-
-EventFacts factsOf(std::string_view id, std::string_view type, std::string_view data) {
-  if (type != "Session" && type != "UserAction" && type != "DebugEvent") return {};
-  thread_local dom::parser parser;
-  thread_local std::string padded;
-  padded.reserve(data.size() + simdjson::SIMDJSON_PADDING);  // or the parser takes memory for it
-  padded = data;
-  dom::object object;
-  if (parser.parse(padded).get(object) != simdjson::SUCCESS) return {};
-  if (type == "Session") return sessionFacts(id, object);
-  if (type == "UserAction") return actionFacts(object);
-  return {.name = text(object, "message")};
-}
-
-std::string sessionToldOf(const EventFacts& facts) {
-  if (facts.session) return *facts.session;
-  if (facts.isInBackground && facts.lastForegroundSession) return *facts.lastForegroundSession;
-  return "";
-}
 
 void note(SessionRecord& session, std::string_view client, double time, const EventFacts& facts) {
   const bool isNew = session.id.empty();
