@@ -1,5 +1,6 @@
 #include "Collector/Checks/Signature.h"
 #include "Collector/Collector.h"
+#include "Fixture/BareTable.h"
 #include "Fixture/Latencies.h"
 #include "Fixture/PlainBody.h"
 #include "Fixture/ProcessorTime.h"
@@ -115,6 +116,7 @@ class Lane {
   }
   /// What `post` took of the processors for sending alone.
   double clientSeconds() const { return _clientSeconds; }
+  const std::vector<SignedRequest>& requests() const { return _prepared; }
   double requestSize() const { return static_cast<double>(_prepared.back().size()); }
   bool hasStoredAll() const {
     return _collector.statistics().newEvents == _prepared.size() * eventsPerRequest;
@@ -126,6 +128,26 @@ class Lane {
   std::optional<Client> _client;
   double _clientSeconds = 0;
 };
+
+struct Cost {
+  double seconds = 0;
+  double processorSeconds = 0;
+};
+
+/// What the same uploads cost a bare table.
+Cost limit(const std::vector<SignedRequest>& requests, const std::string& file) {
+  BareTable table(file);
+  Cost cost;
+  for (const auto& request : requests) {
+    const auto batch = tool::readBatch(*tool::gunzip(request.body, 1 << 26), application);
+    const double before = processorSeconds(CLOCK_THREAD_CPUTIME_ID);
+    const auto begin = Clock::now();
+    table.store(request.body, *batch);
+    cost.seconds += secondsSince(begin);
+    cost.processorSeconds += processorSeconds(CLOCK_THREAD_CPUTIME_ID) - before;
+  }
+  return cost;
+}
 
 /// Collectors take in, check and store uploads, over TLS, each those of one client. They store in
 /// one SQLite file, or in the empty PostgreSQL database that KITE_BENCH_DATABASE names; how many
@@ -157,6 +179,11 @@ void collect(benchmark::State& state) {
     state.counters["cpu_us_per_event"] = (processor - client) * 1e6 / taken;
     state.counters["client_cpu_us_per_event"] = client * 1e6 / taken;
     state.counters["bytes_per_event"] = all.front()->requestSize() / eventsPerRequest;
+    const auto& uploads = all.front()->requests();
+    const Cost least = limit(uploads, folder.path() / "bare.db");
+    const double stored = static_cast<double>(uploads.size()) * eventsPerRequest;
+    state.counters["limit_events_per_second"] = stored / least.seconds;
+    state.counters["limit_cpu_us_per_event"] = least.processorSeconds * 1e6 / stored;
     for (const auto& lane : all) {
       if (!lane->hasStoredAll()) state.SkipWithError("events are missing");
     }
