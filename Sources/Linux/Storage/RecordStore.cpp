@@ -256,7 +256,7 @@ bool RecordStore::syncAll(Writing& writing) {
   for (const auto& file : files) areSynced = file->sync() && areSynced;
   writing.lock();
   _isSyncOwed = !areSynced;
-  if (_logs) areSynced ? _logs->wereSynced(files) : report(false);
+  if (_logs && !areSynced) report(false);
   return areSynced;
 }
 

@@ -194,19 +194,17 @@ RowLog::Segment& RowLog::addSegment(std::uint64_t number) {
   return segment;
 }
 
-std::vector<std::shared_ptr<LogFile>> RowLog::unsynced() const {
+std::vector<std::shared_ptr<LogFile>> RowLog::unsynced() {
   std::vector<std::shared_ptr<LogFile>> files;
-  for (const auto& [number, segment] : _segments) {
-    if (segment.unsynced) files.push_back(segment.unsynced);
+  for (auto& [number, segment] : _segments) {
+    if (!segment.unsynced) continue;
+    if (!segment.unsynced->isSynced()) {
+      files.push_back(segment.unsynced);
+    } else if (segment.unsynced != _active) {
+      segment.unsynced = nullptr;
+    }
   }
   return files;
-}
-
-void RowLog::wereSynced(const std::vector<std::shared_ptr<LogFile>>& files) {
-  for (auto& [number, segment] : _segments) {
-    const bool isSynced = std::ranges::count(files, segment.unsynced) > 0;
-    if (isSynced && segment.unsynced != _active) segment.unsynced = nullptr;
-  }
 }
 
 }  // namespace kite::Linux

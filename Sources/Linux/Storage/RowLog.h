@@ -61,9 +61,8 @@ class RowLog {
   /// Removes the files of dropped segments, and indexes without a segment. Only after the witness
   /// knows that they are gone.
   void removeDropped();
-  /// The files whose `sync` puts all edits on the medium; to be told when they are synced.
-  std::vector<std::shared_ptr<LogFile>> unsynced() const;
-  void wereSynced(const std::vector<std::shared_ptr<LogFile>>& files);
+  /// The files whose `sync` puts all edits on the medium.
+  std::vector<std::shared_ptr<LogFile>> unsynced();
   /// False once somebody else has removed the segment that is written to.
   bool isLinked() const { return !_active || _active->isLinked(); }
 
@@ -81,7 +80,7 @@ class RowLog {
     std::uint64_t size = 0;
     std::map<std::uint32_t, Span> spans = {};  // by the number of the list
     bool isDamaged = false;
-    std::shared_ptr<LogFile> unsynced = nullptr;  // written to since its last `sync`
+    std::shared_ptr<LogFile> unsynced = nullptr;  // until it is found synced
 
     void note(std::uint32_t list, std::uint64_t ordinal);
   };

@@ -84,13 +84,24 @@ bool LogFile::append(std::string_view bytes) {
     return false;
   }
   _size += bytes.size();
+  ++_changes;
   return true;
 }
 
 bool LogFile::cut(std::uint64_t size) {
   _size = size;
   _endsWithRemains = !_file->cut(size);
+  ++_changes;
   return !_endsWithRemains;
+}
+
+// Even a sync of a file that has not changed waits for the device.
+bool LogFile::sync() {
+  const auto changes = _changes.load();
+  if (_synced == changes) return true;
+  if (!_file->sync()) return false;
+  _synced = changes;
+  return true;
 }
 
 }  // namespace kite::Linux

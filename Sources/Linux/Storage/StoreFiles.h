@@ -3,6 +3,7 @@
 #include "Linux/Storage/Disk.h"
 #include "Linux/Storage/Record.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -84,7 +85,10 @@ class LogFile {
     _size = size;
     _endsWithRemains = true;
   }
-  bool sync() { return _file->sync(); }
+  /// Puts on the medium what was written by now, if it is not there. Any thread, beside a write of
+  /// another one.
+  bool sync();
+  bool isSynced() const { return _synced == _changes; }
   bool isLinked() const { return _file->isLinked(); }
 
  private:
@@ -94,6 +98,8 @@ class LogFile {
   std::unique_ptr<DiskFile> _file;
   std::uint64_t _size;
   bool _endsWithRemains = false;
+  std::atomic<std::uint64_t> _changes = 1;  // what an earlier process has written counts as one
+  std::atomic<std::uint64_t> _synced = 0;   // of the changes
 };
 
 }  // namespace kite::Linux

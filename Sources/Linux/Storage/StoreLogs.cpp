@@ -244,14 +244,10 @@ bool StoreLogs::endList(std::string_view key) {
   return !_rows || !_rows->holds(key) || settled(_rows->end(key));
 }
 
-std::vector<std::shared_ptr<LogFile>> StoreLogs::unsynced() const {
+std::vector<std::shared_ptr<LogFile>> StoreLogs::unsynced() {
   auto files = _rows ? _rows->unsynced() : std::vector<std::shared_ptr<LogFile>>();
-  files.push_back(_values->file());
+  if (!_values->file()->isSynced()) files.push_back(_values->file());
   return files;
-}
-
-void StoreLogs::wereSynced(const std::vector<std::shared_ptr<LogFile>>& files) {
-  if (_rows) _rows->wereSynced(files);
 }
 
 }  // namespace kite::Linux

@@ -75,10 +75,8 @@ class StoreLogs {
   const std::shared_ptr<LogFile>& valuesFile() const { return _values->file(); }
   bool isGrown() const { return _values->isGrown(); }
   void rewriteValues() { _values->rewrite(); }
-  /// The files whose `sync`, on any thread, puts all that was written on the medium; to be told
-  /// when they are synced.
-  std::vector<std::shared_ptr<LogFile>> unsynced() const;
-  void wereSynced(const std::vector<std::shared_ptr<LogFile>>& files);
+  /// The files whose `sync`, on any thread, puts all that was written on the medium.
+  std::vector<std::shared_ptr<LogFile>> unsynced();
   bool syncFolder() { return _disk->sync(); }
   /// False once files that are written to were removed by somebody else.
   bool areLinked() const { return _values->isLinked() && (!_rows || _rows->isLinked()); }

@@ -244,9 +244,23 @@ TEST_F(RowLogTests, aFileIsSyncedAgainUntilItCouldBe) {
   append("l", 2, "in the next segment");
   const auto both = log->unsynced();
   EXPECT_EQ(both.size(), 2u);
+  folder.failAt = folder.changes;
+  EXPECT_FALSE(both.front()->sync());
   EXPECT_EQ(log->unsynced(), both);
-  log->wereSynced(both);
-  EXPECT_EQ(log->unsynced().size(), 1u);  // the one that is written to
+  for (const auto& file : both) EXPECT_TRUE(file->sync());
+  EXPECT_TRUE(log->unsynced().empty());
+  append("l", 3, "later");
+  EXPECT_EQ(log->unsynced().size(), 1u);
+}
+
+TEST_F(RowLogTests, aFileThatIsOnTheMediumIsNotSyncedAgain) {
+  begin("l");
+  append("l", 1, "row");
+  const auto file = log->unsynced().front();
+  EXPECT_TRUE(file->sync());
+  const auto changes = folder.changes;
+  EXPECT_TRUE(file->sync());
+  EXPECT_EQ(folder.changes, changes);
 }
 
 TEST_F(RowLogTests, theRowsOfASealedSegmentAreFoundByItsIndex) {

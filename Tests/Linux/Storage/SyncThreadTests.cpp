@@ -44,7 +44,7 @@ class SlowDisk final : public Linux::Disk {
     explicit File(std::shared_ptr<Handshake> handshake) : _handshake(std::move(handshake)) {}
     std::optional<std::uint64_t> size() const override { return 0; }
     std::optional<std::string> read(std::uint64_t, std::size_t) const override { return ""; }
-    bool write(std::uint64_t, std::string_view) override { return false; }
+    bool write(std::uint64_t, std::string_view) override { return true; }
     bool cut(std::uint64_t) override { return false; }
     bool sync() override {
       _handshake->hasBegun.release();
@@ -62,6 +62,10 @@ class SlowDisk final : public Linux::Disk {
 
 class SyncThreadTests : public testing::Test {
  protected:
+  void writeAndSyncSoon() {
+    file->append("written");
+    thread->syncSoon(file);
+  }
   void awaitSync() { handshake->hasBegun.acquire(); }
   void finishSync() { handshake->mayEnd.release(); }
 
@@ -72,15 +76,15 @@ class SyncThreadTests : public testing::Test {
 };
 
 TEST_F(SyncThreadTests, syncsAFileWhileItsWriterGoesOn) {
-  thread->syncSoon(file);
+  writeAndSyncSoon();
   awaitSync();
   finishSync();
 }
 
 TEST_F(SyncThreadTests, syncsAgainWhatIsWrittenDuringASync) {
-  thread->syncSoon(file);
+  writeAndSyncSoon();
   awaitSync();
-  thread->syncSoon(file);
+  writeAndSyncSoon();
   finishSync();
   awaitSync();
   finishSync();
@@ -96,7 +100,7 @@ TEST_F(SyncThreadTests, syncsAFileWhoseOwnerIsGone) {
 TEST_F(SyncThreadTests, anEndInAForkedChildWaitsForNoLock) {
   std::atomic<bool> isOver = false;
   std::thread writer([&] {
-    while (!isOver) thread->syncSoon(file);
+    while (!isOver) writeAndSyncSoon();
   });
   handshake->mayEnd.release(1000);
   for (int i = 0; i < 30 && !HasFailure(); ++i) {
@@ -115,9 +119,9 @@ TEST_F(SyncThreadTests, anEndInAForkedChildWaitsForNoLock) {
 }
 
 TEST_F(SyncThreadTests, anEndDoesNotWaitForASyncUnderWay) {
-  thread->syncSoon(file);
+  writeAndSyncSoon();
   awaitSync();
-  thread->syncSoon(file);
+  writeAndSyncSoon();
   thread.reset();
   finishSync();
   awaitSync();
