@@ -35,7 +35,7 @@ void flush(benchmark::State& state) {
     stored.storage.insert(flushSize);
     flushes.round([&] { stored.storage.flush(); },
                   [&] { stored.file.appendAndSync(stored.bytes); });
-    stored.storage.accept(flushSize);
+    stored.storage.accept(stored.storage.oldest(flushSize));
     stored.storage.flush();
   }
 }
@@ -46,8 +46,9 @@ void accept(benchmark::State& state) {
   StoredEvents stored(scaled(state.range(0)) + flushSize);
   Comparison acceptances(state);
   for (auto _ : state) {
+    auto ids = stored.storage.oldest(flushSize);
     const auto accept = [&] {
-      stored.storage.accept(flushSize);
+      stored.storage.accept(std::move(ids));
       stored.storage.flush();
     };
     acceptances.round(accept, [&] { stored.file.appendAndSync("one record of what was removed"); });

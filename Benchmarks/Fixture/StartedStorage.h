@@ -39,10 +39,13 @@ class StartedStorage {
       _events->insert(std::make_unique<PendingChange>(trackedEvent(_origin, _inserted++)));
     settle(*_queue);
   }
-  /// Removes the oldest ones, as when a batch has been accepted.
-  void accept(std::size_t count) {
+  /// The oldest ones, as an upload has them at hand.
+  std::set<std::string> oldest(std::size_t count) const {
     std::set<std::string> ids;
     for (const auto& event : *pending().first(count)) ids.insert(event->id());
+    return ids;
+  }
+  void accept(std::set<std::string> ids) {
     _events->removeEvents(std::move(ids));
     settle(*_queue);
   }
