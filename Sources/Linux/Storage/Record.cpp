@@ -101,6 +101,7 @@ std::optional<Record> RecordScanner::next() {
                           magic.starts_with(rest.substr(0, magic.size()));
     const auto found = findHeader(_position + 1, record);
     _isTorn = !found && isCutOff;
+    _endsInZeros = !found && _file.find_first_not_of('\0', _position) == std::string_view::npos;
     if (!_isTorn) ++_damages;
     if (!found) return stop();
     _position = *found;

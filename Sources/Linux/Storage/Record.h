@@ -80,6 +80,11 @@ class RecordScanner {
   std::size_t damages() const { return _damages; }
   /// Whether the file ends within a record.
   bool isTorn() const { return _isTorn; }
+  /// Whether all behind the last record is zeros, which counts as one damage: a power cut leaves
+  /// them, when a file's size reached the medium and its last bytes did not.
+  bool endsInZeros() const { return _endsInZeros; }
+  /// Whether anything else is damaged.
+  bool isDamagedBefore() const { return _damages > (_endsInZeros ? 1 : 0); }
 
  private:
   std::nullopt_t stop();
@@ -94,6 +99,7 @@ class RecordScanner {
   std::string_view _payload;
   std::size_t _damages = 0;
   bool _isTorn = false;
+  bool _endsInZeros = false;
 };
 
 }  // namespace kite::Linux

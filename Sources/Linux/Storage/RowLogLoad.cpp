@@ -75,6 +75,7 @@ void RowLog::learnEdits(Contents& contents, const Known& known, Damages& damages
   };
   std::uint64_t found = 0;  // the last edit that is there, whole or not
   for (auto& [number, segment] : contents) {
+    if (segment.endsInZeros) endsTooEarly(number);
     if (_segments.contains(number - 1) && segment.editBefore > found) endsTooEarly(number - 1);
     found = std::max({found, segment.editBefore, segment.lastEdit});
     if (segment.unfinished) found = std::max(found, segment.unfinished->edit);

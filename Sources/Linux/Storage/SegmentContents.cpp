@@ -102,7 +102,8 @@ SegmentContents scanSegment(std::string_view file, std::uint64_t store) {
       scan.take(*record, records.end());
     }
   }
-  contents.isDamaged = records.damages() > 0;
+  contents.isDamaged = records.isDamagedBefore();
+  contents.endsInZeros = records.endsInZeros();
   if (records.isTorn()) contents.tornAt = records.end();
   return contents;
 }

@@ -48,6 +48,7 @@ struct SegmentContents {
   std::vector<Change> changes = {};
   std::optional<Unfinished> unfinished = std::nullopt;
   bool isDamaged = false;
+  bool endsInZeros = false;
   std::optional<std::uint64_t> tornAt = std::nullopt;  ///< where a record is cut off by the end
 
   /// Takes the unfinished edit back.

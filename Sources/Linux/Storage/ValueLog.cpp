@@ -56,8 +56,8 @@ void ValueLog::read(std::string_view file, std::uint64_t lastChange, Damages& da
       learn(*record);
     }
   }
-  if (records.damages() > 0) damages.add(fileName, "is damaged");
-  if (_lastChange < lastChange) damages.add(fileName, "ends too early");
+  if (records.isDamagedBefore()) damages.add(fileName, "is damaged");
+  if (_lastChange < lastChange || records.endsInZeros()) damages.add(fileName, "ends too early");
   _lastChange = std::max(_lastChange, lastChange);
   if (records.isTorn()) _file->endAt(records.end());
 }

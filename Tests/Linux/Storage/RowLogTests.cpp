@@ -327,6 +327,20 @@ TEST_F(RowLogTests, anIndexOfAnotherLengthOfItsSegmentIsNotUsed) {
   EXPECT_THAT(read("l").ordinals, ElementsAre(0, 2));
 }
 
+// As a power cut leaves it, when its size reached the medium and its last bytes did not.
+TEST_F(RowLogTests, aSegmentThatEndsInZerosEndsTooEarlyAndIsToldOnce) {
+  begin("l");
+  append("l", 1, "first");
+  append("l", 2, "second");
+  folder.files.at("rows-1.log")->bytes.append(300, '\0');
+  open();
+  EXPECT_EQ(damages.text(), "rows-1.log ends too early");
+  ASSERT_EQ(append("l", 3, "third"), Outcome::done);
+  open({.firstSegment = log->firstSegment()});
+  EXPECT_EQ(damages.text(), "");
+  EXPECT_THAT(read("l").ordinals, ElementsAre(1, 2, 3));
+}
+
 TEST_F(RowLogTests, rowsThatAreMovedTellTheirNewPlaces) {
   begin("l");
   append("l", 0, "first");

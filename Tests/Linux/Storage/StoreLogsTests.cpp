@@ -327,6 +327,19 @@ class DamagedStoreLogsTests : public StoreLogsTests {
   std::map<std::string, std::string> files;
 };
 
+// As a power cut leaves them, when their sizes reached the medium and their last bytes did not.
+TEST_F(DamagedStoreLogsTests, filesThatEndInZerosEndTooEarlyAndAreToldOnce) {
+  for (const auto* file : {"values.log", "rows-1.log"}) {
+    SCOPED_TRACE(file);
+    folder.restore(files);
+    folder.files.at(file)->bytes.append(200, '\0');
+    EXPECT_EQ(lostNow(), 0u);
+    EXPECT_THAT(system.lines(), ElementsAre(HasSubstr(std::string(file) + " ends too early")));
+    EXPECT_EQ(lostNow(), 0u);
+    EXPECT_THAT(system.lines(), IsEmpty());
+  }
+}
+
 TEST_F(DamagedStoreLogsTests, oneWrongByteCostsAtMostOneEntryAndIsTold) {
   for (const auto& [name, bytes] : files) {
     for (std::size_t i = 0; i < bytes.size() && !HasFailure(); ++i) {
