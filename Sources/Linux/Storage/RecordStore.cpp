@@ -221,6 +221,7 @@ EditResult RecordStore::edit(std::string_view key, const Larder::ListEdit& edit,
   save();
   if (!isWritable() || !loadRows(writing) || _unsaved.contains(key)) return {EditOutcome::failed};
   auto result = appendEdit(key, edit);
+  _isEditOwed = result.outcome == EditOutcome::failed;
   const bool isDone = result.outcome == EditOutcome::saved;
   if (isDone && durability == Larder::Durability::survivesPowerCut && !syncAll(writing)) {
     result.outcome = EditOutcome::savedUnsynced;
@@ -284,7 +285,7 @@ void RecordStore::comeBack() {
 
 // A line is not worth a failure of what has been done.
 void RecordStore::report(bool isSaved) {
-  if (isSaved && _isSyncOwed) return;
+  if (isSaved && (_isEditOwed || _isSyncOwed)) return;
   catchingBadAlloc([&] { isSaved ? _trouble.isOver() : _trouble.goesOn(_logs->error()); });
 }
 

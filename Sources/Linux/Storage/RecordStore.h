@@ -108,6 +108,7 @@ class RecordStore {
   std::uint64_t _store = 0;  // whose files were written to, and were there, last
   std::set<std::string, std::less<>> _unsaved;
   TroubleReport _trouble;
+  bool _isEditOwed = false;  // the last edit failed
   bool _isSyncOwed = false;  // what was written last is not on the medium
   SyncThread _syncThread;
 };

@@ -358,6 +358,22 @@ TEST_F(LogKVStorageTroubleTests, reportsTroubleOnceAMinuteAndItsEnd) {
   EXPECT_THAT(system.lines(), ElementsAre("[KITE] The key-value store is saved again"));
 }
 
+TEST_F(LogKVStorageTroubleTests, aValueThatIsSavedDoesNotEndTheTroubleOfAList) {
+  const auto inTheWay = folder / "kv.rows-1.log.new";
+  ASSERT_TRUE(std::filesystem::create_directory(inTheWay));
+  const Larder::ListEdit whole{.replacesAll = true, .removed = {}, .appended = {row(1, "1")}};
+  const auto edit = [&] {
+    return storage->edit("l", whole, Larder::Durability::survivesKill).outcome;
+  };
+  EXPECT_EQ(edit(), EditOutcome::failed);
+  storage->write("k", {"1"});
+  EXPECT_THAT(system.lines(), ElementsAre(HasSubstr("cannot be saved")));
+  system.clearLines();
+  ASSERT_TRUE(std::filesystem::remove(inTheWay));
+  EXPECT_EQ(edit(), EditOutcome::saved);
+  EXPECT_THAT(system.lines(), ElementsAre("[KITE] The key-value store is saved again"));
+}
+
 TEST_F(LogKVStorageTroubleTests, aLimitOfFileSizesFailsTheWriteAndLeavesTheProcessAlive) {
   {
     const FullDisk full(std::filesystem::file_size(folder / "kv.values.log") + 50'000);
