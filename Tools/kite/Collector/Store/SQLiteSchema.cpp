@@ -92,8 +92,8 @@ void countOlderEvents(Connection& connection) {
 }  // namespace
 
 void prepareSchema(Connection& connection) {
-  // Five events on a page instead of two: a batch is fewer and fuller pages. Of a file that is
-  // there already the size stays as it is.
+  // Five events of 1.4 kB on a page instead of two: a batch is fewer and fuller pages. Of a file
+  // that is there already the size stays as it is.
   connection.execute("PRAGMA page_size = 8192");
   connection.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL");
   // A full batch alone fills the pages after which SQLite tidies up by default, and identifiers,
