@@ -1,5 +1,6 @@
 #include "Application/WaysOut.h"
 
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -8,9 +9,12 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -163,11 +167,27 @@ TEST(WaysOutTests, aSecondSignalEndsTheProcessAtOnce) {
 // The thread sanitizer knows neither threads nor signal handlers in a child of a process that had
 // threads when it forked.
 #ifndef __SANITIZE_THREAD__
+bool isReading(const std::filesystem::path& thread) {
+  std::string call;
+  std::ifstream(thread / "syscall") >> call;
+  return call == std::to_string(SYS_read);
+}
+
+/// A thread that starts may hold a lock of the address sanitizer's allocator, which a forked child
+/// would wait for in vain. The guard's thread has come to rest when it reads its pipe.
+void waitForTheGuard() {
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task"))
+    while (thread.path().filename() != std::to_string(::getpid()) && !isReading(thread.path()))
+      std::this_thread::yield();
+}
+
 TEST(WaysOutTests, aForkedChildMayHaveAGuardOfItsOwn) {
   const auto fate = fateOf([](const auto& work) {
     Linux::doAtSignals(std::make_shared<Work>(-1, ""));
+    waitForTheGuard();
     const auto child = ::fork();
     if (child == 0) {
+      ::alarm(10);  // it has none of its parent's
       Linux::doAtSignals(work);
       ::raise(SIGTERM);
       waitForTheEnd();
