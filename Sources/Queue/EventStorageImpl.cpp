@@ -190,7 +190,9 @@ void EventStorageImpl::makeChanges(Work& work) {
     if (_dependencies->backgroundChecker.isInBackground())
       alignMemoryAndDisk(work, Durability::survivesKill);
     work.isFirstMade = false;
-    _spent.add(work.changes.takeFirst());
+    auto made = work.changes.takeFirst();
+    // A removal has hundreds of identifiers, and no tracking call allocated them.
+    if (!std::holds_alternative<PendingChange::Removal>(made->content)) _spent.add(std::move(made));
   }
 }
 

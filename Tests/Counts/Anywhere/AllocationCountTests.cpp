@@ -1,10 +1,14 @@
 #include "Counts/Anywhere/CountedAllocations.h"
 #include "Fixture/ReferenceEvent.h"
 #include "Fixture/StartedHost.h"
+#include "Fixture/StartedStorage.h"
+#include "Support/Queues.h"
 #include "Support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -38,6 +42,21 @@ TEST(AllocationCountTests, aTrackingCallCopiesNothingOfAProfileOrASessionHowever
   host->kite().updateUserInfo(fields);
   host->kite().updateSessionData(fields);
   EXPECT_EQ(allocationsOfOneCall(host->kite()), ofSmallOnes);
+}
+
+TEST(AllocationCountTests, aRemovalThatIsMadeHoldsNoMemory) {
+  const TemporaryFolder folder;
+  bench::StartedStorage storage(folder.path(), false, std::make_shared<ImmediateQueue>());
+  const auto removeABatch = [&storage] {
+    std::set<std::string> ids;
+    for (int i = 0; i < 500; ++i) ids.insert("an identifier of some length, " + std::to_string(i));
+    storage.accept(std::move(ids));
+  };
+  const auto held = [] { return allocationsOfThisThread() - releasesOfThisThread(); };
+  removeABatch();
+  const auto before = held();
+  for (int i = 0; i < 10; ++i) removeABatch();
+  EXPECT_EQ(held(), before);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 namespace {
 
 thread_local std::uint64_t allocations = 0;
+thread_local std::uint64_t releases = 0;
 thread_local std::uint64_t failing = 0;  // its number, from 1
 
 bool mayAllocate() { return ++allocations != failing; }
@@ -14,6 +15,10 @@ void* orThrow(void* memory) {
   if (!memory) throw std::bad_alloc();
   return memory;
 }
+void release(void* memory) {
+  if (memory) ++releases;
+  std::free(memory);
+}
 std::size_t roundedUp(std::size_t size, std::size_t alignment) {
   return (size + alignment - 1) / alignment * alignment;
 }
@@ -21,6 +26,7 @@ std::size_t roundedUp(std::size_t size, std::size_t alignment) {
 }  // namespace
 
 std::uint64_t kite::test::allocationsOfThisThread() { return allocations; }
+std::uint64_t kite::test::releasesOfThisThread() { return releases; }
 void kite::test::failAllocationAfter(std::uint64_t count) { failing = allocations + count + 1; }
 
 // The forms for arrays come down to these, except under a sanitizer, whose own ones stay together.
@@ -35,14 +41,12 @@ void kite::test::failAllocationAfter(std::uint64_t count) { failing = allocation
   const auto least = static_cast<std::size_t>(alignment);
   return orThrow(mayAllocate() ? std::aligned_alloc(least, roundedUp(size, least)) : nullptr);
 }
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory) noexcept { release(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { release(memory); }
 [[gnu::noinline]] void operator delete(void* memory, const std::nothrow_t&) noexcept {
-  std::free(memory);
+  release(memory);
 }
-[[gnu::noinline]] void operator delete(void* memory, std::align_val_t) noexcept {
-  std::free(memory);
-}
+[[gnu::noinline]] void operator delete(void* memory, std::align_val_t) noexcept { release(memory); }
 [[gnu::noinline]] void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
-  std::free(memory);
+  release(memory);
 }
