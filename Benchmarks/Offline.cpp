@@ -13,7 +13,7 @@ namespace {
 using Seconds = std::chrono::duration<double>;
 
 /// What the compressor alone takes for the attempts of a minute, in milliseconds of a processor. It
-/// pauses between its runs like they do, since its caches are cold then.
+/// pauses before each run as they do, since the caches are cold then.
 double compressorMilliseconds() {
   constexpr double attemptsEachMinute = 30;
   constexpr int runs = 5;
