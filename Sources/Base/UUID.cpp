@@ -5,9 +5,10 @@
 namespace kite {
 namespace {
 
-constexpr bool isHyphenAt(std::size_t position) {
-  return position == 8 || position == 13 || position == 18 || position == 23;
-}
+// Where the two digits of each byte stand; a hyphen is wherever there is a gap.
+constexpr std::array<std::uint8_t, 16> bytePositions = {0,  2,  4,  6,  9,  11, 14, 16,
+                                                        19, 21, 24, 26, 28, 30, 32, 34};
+constexpr std::array<std::uint8_t, 4> hyphenPositions = {8, 13, 18, 23};
 
 constexpr auto hexPairs = [] {
   constexpr std::string_view digits = "0123456789ABCDEF";
@@ -17,39 +18,40 @@ constexpr auto hexPairs = [] {
   return pairs;
 }();
 
-std::optional<int> hexDigit(char character) {
-  if (character >= '0' && character <= '9') return character - '0';
-  if (character >= 'A' && character <= 'F') return character - 'A' + 10;
-  if (character >= 'a' && character <= 'f') return character - 'a' + 10;
-  return std::nullopt;
-}
+/// By character; what is no digit is negative.
+constexpr auto digitValues = [] {
+  std::array<std::int8_t, 256> values{};
+  values.fill(-1);
+  for (const std::string_view digits : {"0123456789ABCDEF", "0123456789abcdef"}) {
+    for (std::size_t value = 0; value < digits.size(); ++value)
+      values[static_cast<unsigned char>(digits[value])] = static_cast<std::int8_t>(value);
+  }
+  return values;
+}();
 
 }  // namespace
 
 std::optional<UUID> UUID::parse(std::string_view text) {
   if (text.size() != UUIDText::length) return std::nullopt;
+  const auto valueAt = [&](std::size_t position) {
+    return int{digitValues[static_cast<unsigned char>(text[position])]};
+  };
   UUID uuid;
-  std::size_t digits = 0;
-  for (std::size_t position = 0; position < UUIDText::length; ++position) {
-    if (isHyphenAt(position)) {
-      if (text[position] != '-') return std::nullopt;
-      continue;
-    }
-    const auto digit = hexDigit(text[position]);
-    if (!digit) return std::nullopt;
-    auto& byte = uuid.bytes[digits++ / 2];
-    byte = static_cast<std::uint8_t>(byte << 4 | *digit);
+  int all = 0;  // negative as soon as one is
+  for (std::size_t i = 0; i < bytePositions.size(); ++i) {
+    const int high = valueAt(bytePositions[i]), low = valueAt(bytePositions[i] + 1U);
+    all |= high | low;
+    uuid.bytes[i] = static_cast<std::uint8_t>(high * 16 + low);
   }
-  return uuid;
+  const bool isHyphenated = std::ranges::all_of(
+      hyphenPositions, [&](std::uint8_t position) { return text[position] == '-'; });
+  return all >= 0 && isHyphenated ? std::optional(uuid) : std::nullopt;
 }
 
 UUIDText::UUIDText(const UUID& uuid) {
-  char* place = _text.data();
-  const std::uint8_t* byte = uuid.bytes.data();
-  for (const int size : {4, 2, 2, 2, 6}) {
-    if (place != _text.data()) *place++ = '-';
-    for (int i = 0; i < size; ++i) place = std::ranges::copy(hexPairs[*byte++], place).out;
-  }
+  for (const auto position : hyphenPositions) _text[position] = '-';
+  for (std::size_t i = 0; i < bytePositions.size(); ++i)
+    std::ranges::copy(hexPairs[uuid.bytes[i]], _text.begin() + bytePositions[i]);
 }
 
 std::string UUID::text() const { return std::string(UUIDText(*this).view()); }

@@ -32,10 +32,13 @@ TEST(UUID, isNotReadFromTextOfAnotherLength) {
 }
 
 TEST(UUID, isNotReadFromOtherCharacters) {
-  for (const char wrong : {'G', 'g', '@', '`', '/', ':', ' ', '\0'}) {
-    std::string text = sample.text();
-    text[35] = wrong;
-    EXPECT_FALSE(UUID::parse(text)) << text;
+  const auto text = sample.text();
+  for (std::size_t position = 0; position < text.size(); ++position) {
+    for (const char wrong : {'G', 'g', '@', '`', '/', ':', ' ', '\0', '\xFF'}) {
+      std::string changed = text;
+      changed[position] = wrong;
+      EXPECT_FALSE(UUID::parse(changed)) << changed;
+    }
   }
 }
 
