@@ -24,19 +24,23 @@ class HeadScanner {
   }
   bool skipString() {
     if (!skip("\"")) return false;
-    while ((_position = _text.find_first_of("\"\\", _position)) != std::string_view::npos) {
+    for (; _position < _text.size(); ++_position) {
       if (_text[_position] == '"') return skip("\"");
-      _position += 2;
+      if (_text[_position] == '\\') ++_position;
     }
     return false;
   }
   bool skipNumber() {
     const auto begin = _position;
-    _position = _text.find_first_not_of("0123456789.+-eE", begin);
-    return _position != std::string_view::npos && _position > begin;
+    while (_position < _text.size() && isOfNumber(_text[_position])) ++_position;
+    return _position < _text.size() && _position > begin;
   }
 
  private:
+  static bool isOfNumber(char c) {
+    return (c >= '0' && c <= '9') || c == '.' || c == '+' || c == '-' || c == 'e' || c == 'E';
+  }
+
   std::string_view _text;
   std::size_t _position = 0;
 };
