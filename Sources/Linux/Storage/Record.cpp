@@ -3,7 +3,6 @@
 #include <libdeflate.h>
 
 #include <algorithm>
-#include <array>
 
 namespace kite::Linux {
 
@@ -30,27 +29,15 @@ std::uint32_t shortAt(std::string_view bytes, std::size_t offset) {
   return static_cast<std::uint32_t>(numberAt(bytes, offset, 4));
 }
 
-void appendOnce(std::string& out, const Record& record, std::uint32_t seed) {
-  const auto begin = out.size();
-  out += magic;
-  appendNumber(out, static_cast<std::uint8_t>(record.kind), 4);
-  appendNumber(out, record.list, 4);
-  appendNumber(out, record.payload.size(), 4);
-  appendNumber(out, record.edit, 8);
-  appendNumber(out, record.ordinal, 8);
-  out.append(reinterpret_cast<const char*>(record.tag.bytes.data()), record.tag.bytes.size());
-  appendNumber(out, checksum(seed, record.payload), checksumSize);
-  const auto header = std::string_view(out).substr(begin);
-  appendNumber(out, checksum(seed, header), checksumSize);
-  out += record.payload;
+void put(char* place, std::uint64_t number, std::size_t bytes) {
+  for (std::size_t i = 0; i < bytes; ++i, number >>= 8) place[i] = static_cast<char>(number & 0xFF);
 }
 
 }  // namespace
 
 void appendNumber(std::string& out, std::uint64_t number, std::size_t bytes) {
-  std::array<char, sizeof number> text;
-  for (std::size_t i = 0; i < bytes; ++i, number >>= 8) text[i] = static_cast<char>(number & 0xFF);
-  out.append(text.data(), bytes);
+  out.resize(out.size() + bytes);
+  put(out.data() + out.size() - bytes, number, bytes);
 }
 
 std::uint64_t numberAt(std::string_view bytes, std::size_t offset, std::size_t size) {
@@ -66,9 +53,22 @@ std::uint32_t seedFor(std::uint64_t store) {
   return checksum(0, bytes);
 }
 
+void writeHeader(char* place, const Record& record, std::uint32_t seed) {
+  magic.copy(place, magic.size());
+  put(place + kindOffset, static_cast<std::uint8_t>(record.kind), 4);
+  put(place + listOffset, record.list, 4);
+  put(place + lengthOffset, record.payload.size(), 4);
+  put(place + editOffset, record.edit, 8);
+  put(place + ordinalOffset, record.ordinal, 8);
+  std::ranges::copy(record.tag.bytes, place + tagOffset);
+  put(place + payloadChecksumOffset, checksum(seed, record.payload), checksumSize);
+  put(place + headerChecksumOffset, checksum(seed, {place, headerChecksumOffset}), checksumSize);
+}
+
 void append(std::string& out, const Record& record, std::uint32_t seed) {
-  appendOnce(out, record, seed);
-  if (isWrittenTwice(record.kind)) appendOnce(out, record, seed);
+  const auto begin = out.size();
+  appendRecord(out, record, seed, [&] { out += record.payload; });
+  if (isWrittenTwice(record.kind)) out.append(out, begin);
 }
 
 bool RecordScanner::readHeader(std::size_t position, Record& record) const {

@@ -52,6 +52,21 @@ inline bool isWrittenTwice(Record::Kind kind) {
 /// What both checksums of a store's records begin with.
 std::uint32_t seedFor(std::uint64_t store);
 
+/// Writes `headerSize` bytes.
+void writeHeader(char* place, const Record& record, std::uint32_t seed);
+
+/// Once. The payload is what `appendPayload()` appends to `out`.
+template <class AppendPayload>
+void appendRecord(std::string& out, Record record, std::uint32_t seed,
+                  AppendPayload appendPayload) {
+  const auto begin = out.size();
+  out.resize(begin + Record::headerSize);
+  appendPayload();
+  record.payload = std::string_view(out).substr(begin + Record::headerSize);
+  writeHeader(out.data() + begin, record, seed);
+}
+
+/// As often as records of its kind are written.
 void append(std::string& out, const Record& record, std::uint32_t seed);
 
 void appendNumber(std::string& out, std::uint64_t number, std::size_t bytes);

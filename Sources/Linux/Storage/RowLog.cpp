@@ -20,6 +20,12 @@ bool areAscending(const std::vector<Larder::Row>& rows, std::uint64_t first) {
   return true;
 }
 
+std::size_t textBytes(const std::vector<Larder::Row>& rows) {
+  std::size_t bytes = 0;
+  for (const auto& row : rows) bytes += row.text->size();
+  return bytes;
+}
+
 }  // namespace
 
 void RowLog::Segment::note(std::uint32_t list, std::uint64_t ordinal) {
@@ -112,12 +118,10 @@ RowLog::Outcome RowLog::edit(std::string_view key, const Larder::ListEdit& edit,
     list.removed.addAll(payload);
     batch.addChange({.kind = Record::Kind::rowsRemoved, .payload = payload});
   }
-  std::string text;
+  batch.expectRows(edit.appended.size(), textBytes(edit.appended));
   for (const auto& row : edit.appended) {
-    text.clear();
-    row.text->appendTo(text);
-    batch.addRow(
-        {.kind = Record::Kind::row, .ordinal = row.ordinal, .tag = row.tag, .payload = text});
+    batch.addRow({.kind = Record::Kind::row, .ordinal = row.ordinal, .tag = row.tag},
+                 [&](std::string& out) { row.text->appendTo(out); });
     list.next = row.ordinal + 1;
   }
   if (!edit.note.empty()) {

@@ -3,6 +3,7 @@
 #include "Base/CatchingBadAlloc.h"
 #include "Linux/Storage/RowLog.h"
 
+#include <algorithm>
 #include <string>
 
 namespace kite::Linux {
@@ -38,14 +39,23 @@ class RowLog::Batch {
     _log._written.changes.push_back({change.kind, change.list, std::string(change.payload)});
     add(change);
   }
-  void addRow(Record row) {
+  /// Makes room for rows whose texts have so many bytes.
+  void expectRows(std::size_t count, std::size_t textBytes) {
+    _piece.reserve(std::min(pieceSize, _piece.size() + count * Record::headerSize + textBytes));
+  }
+  /// A row of the text that `appendText(out)` appends.
+  template <class AppendText>
+  void addRow(Record row, AppendText appendText) {
     if (row.list == 0) row.list = _list;
-    const auto offset = _log._active->size() + _piece.size();
-    const auto size = static_cast<std::uint32_t>(Record::headerSize + row.payload.size());
+    row.edit = _log._lastEdit + 1;
+    const auto begin = _piece.size();
+    appendRecord(_piece, row, _seed, [&] { appendText(_piece); });
+    const auto offset = _log._active->size() + begin;
+    const auto size = static_cast<std::uint32_t>(_piece.size() - begin);
     _log._written.rows.push_back({row.list, size, row.ordinal, offset, row.tag});
     _placed.push_back({row.ordinal, row.tag, {_segment.file, offset, size}});
     _segment.note(row.list, row.ordinal);
-    add(row);
+    writeIfMuch();
   }
   bool finish() {
     add({.kind = Record::Kind::editEnd, .list = _list});
@@ -67,6 +77,9 @@ class RowLog::Batch {
   void add(Record record) {
     record.edit = _log._lastEdit + 1;
     append(_piece, record, _seed);
+    writeIfMuch();
+  }
+  void writeIfMuch() {
     if (_piece.size() >= pieceSize) write();
   }
   void write() {

@@ -71,11 +71,9 @@ bool RowLog::move(std::uint64_t number, Placed& placed) {
   const auto error = file->read(places, [&](std::optional<std::string_view> text) {
     const auto& entry = *row++;
     if (!text) return;
-    batch.addRow({.kind = Record::Kind::row,
-                  .list = entry.list,
-                  .ordinal = entry.ordinal,
-                  .tag = entry.tag,
-                  .payload = *text});
+    batch.addRow(
+        {.kind = Record::Kind::row, .list = entry.list, .ordinal = entry.ordinal, .tag = entry.tag},
+        [&](std::string& out) { out += *text; });
   });
   if (error || !batch.finish()) return false;
   if (!_active->sync() || !_disk->sync()) return false;
