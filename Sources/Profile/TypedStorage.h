@@ -2,7 +2,7 @@
 
 #include <Kite/Platform/Larder.h>
 
-#include "Base/Guarded.h"
+#include "Base/Published.h"
 #include "JSON/JSONCoding.h"
 #include "JSON/JSONDecoder.h"
 #include "JSON/JSONWriter.h"
@@ -36,20 +36,19 @@ class RememberedRecord {
  public:
   std::shared_ptr<const T> load(const Larder::Storage& storage, Larder::Key<T> key) {
     const auto revision = storage.revision();
-    auto known = _known.with(
-        [&](const Known& last) { return last.revision == revision ? last.record : nullptr; });
-    if (known) return known;
-    known = kite::load(storage, key);
-    _known.set({revision, known});
-    return known;
+    if (const auto known = _known.read(); known && known->revision == revision)
+      return known->record;
+    auto record = kite::load(storage, key);
+    if (record) _known.set(Known{revision, record});
+    return record;
   }
 
  private:
   struct Known {
-    std::uint64_t revision = 0;
+    std::uint64_t revision;
     std::shared_ptr<const T> record;
   };
-  Guarded<Known> _known;
+  Published<Known> _known;
 };
 
 /// Stores the record. One that has no JSON form is silently not stored, and the old one stays.

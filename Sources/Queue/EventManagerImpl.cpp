@@ -20,36 +20,23 @@ void EventManagerImpl::start(EventManagerDependencies dependencies) {
 
 Shared<User> EventManagerImpl::kiteUser() { return origin(*_dependencies.get())->user; }
 
-// The info is read before the identifiers. It is not read again while its store is unchanged.
+// The info is read before the identifiers, and not again while its store is unchanged. Threads that
+// come here at the same time may each make an origin; the next call keeps to the last one.
 std::shared_ptr<const EventOrigin> EventManagerImpl::origin(const Running& running) {
   auto& secrets = *running.secretsStorage;
   const auto revision = secrets.revision();
-  const bool isKnown = running.revision == revision;
-  const auto info = isKnown ? nullptr : UserInfoStore::userInfo(secrets);
-  const auto ids = running.idProvider->ids();
-  auto origin = originMadeOf(running, revision, info, ids);
-  // Another thread has cached an older info in the meantime: read it again.
-  if (!origin) origin = originMadeOf(running, revision, UserInfoStore::userInfo(secrets), ids);
+  const auto known = running.user.read();
+  const bool isInfoKnown = known && known->revision == revision;
+  const auto read = isInfoKnown ? nullptr : UserInfoStore::userInfo(secrets);
+  const auto& info = isInfoKnown ? known->info : read;
+  auto ids = running.idProvider->ids();
+  const bool isSameUser = known && known->info == info && known->ids == ids;
+  if (isInfoKnown && isSameUser) return known->origin;
+  auto origin = isSameUser ? known->origin
+                           : std::make_shared<const EventOrigin>(EventOrigin{
+                                 running.lumoID, User{.info = info->data, .ids = allIds(*ids)}});
+  running.user.set(KnownUser{revision, info, std::move(ids), origin});
   return origin;
-}
-
-/// Without `info`, of the one that is cached for this revision; null when there is none.
-std::shared_ptr<const EventOrigin> EventManagerImpl::originMadeOf(
-    const Running& running, std::uint64_t revision, std::shared_ptr<const UserInfo> info,
-    const std::shared_ptr<const Usher::Ids>& ids) {
-  return running.user.with([&](auto& known) -> std::shared_ptr<const EventOrigin> {
-    const bool isInfoKnown = known && (info ? known->info == info : known->revision == revision);
-    if (!info && !isInfoKnown) return nullptr;
-    if (!isInfoKnown || known->ids != ids) {
-      if (!info) info = known->info;
-      const User user{.info = info->data, .ids = allIds(*ids)};
-      auto origin = std::make_shared<const EventOrigin>(EventOrigin{running.lumoID, user});
-      known.emplace(KnownUser{revision, std::move(info), ids, std::move(origin)});
-    }
-    known->revision = revision;
-    running.revision = revision;
-    return known->origin;
-  });
 }
 
 // `makeEvent` runs after the user has been read.

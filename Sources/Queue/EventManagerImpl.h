@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Base/Guarded.h"
+#include "Base/Published.h"
 #include "Base/Started.h"
 #include "Events/TrackedEvent.h"
 #include "Queue/EventManager.h"
@@ -9,10 +9,8 @@
 #include <concepts>
 #include <cstdint>
 #include <functional>
-#include <limits>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 
 namespace kite {
@@ -49,18 +47,13 @@ class EventManagerImpl final : public EventManager {
 
   /// One start's stores and the user that was read from them.
   struct Running : EventManagerDependencies {
-    mutable Guarded<std::optional<KnownUser>> user{};
-    mutable std::atomic<std::uint64_t> revision{unknown};  // of the user's info
-    static constexpr auto unknown = std::numeric_limits<std::uint64_t>::max();
+    mutable Published<KnownUser> user{};
   };
 
   /// `isInForeground`: known to be so; then the event may wait before it is queued.
   template <class MakeEvent>
   void track(MakeEvent makeEvent, bool isInForeground = false);
   static std::shared_ptr<const EventOrigin> origin(const Running& running);
-  static std::shared_ptr<const EventOrigin> originMadeOf(
-      const Running& running, std::uint64_t revision, std::shared_ptr<const UserInfo> info,
-      const std::shared_ptr<const Usher::Ids>& ids);
 
   Started<Running> _dependencies{"Call start before using the event manager",
                                  {"EventManagerImpl", "", 14}};

@@ -75,36 +75,34 @@ void Manager::start(UsherDependencies given) {
   _state.set(std::move(kept), std::move(provided));
 }
 
-std::shared_ptr<const Manager::Answers> Manager::lastAnswers(const State& state) {
-  return state.last.with([&](auto& last) {
-    if (!last)
-      last = std::make_shared<const Answers>(
-          Answers{state.kept, std::vector<const std::string*>(state.provided.size())});
-    return last;
-  });
-}
+Manager::State::State(Ids known, CustomIdentifiers given)
+    : kept(std::move(known)),
+      provided(std::move(given)),
+      last(Answers{std::make_shared<const Ids>(kept),
+                   std::vector<const std::string*>(provided.size())}) {}
 
 // Asks the host for every identifier, once. While each is what it was, nothing is copied.
 std::shared_ptr<const Ids> Manager::ids() const {
   const auto state = _state.get();
-  const auto last = lastAnswers(*state);
-  std::shared_ptr<Answers> changed;
+  const auto last = state->last.read();
+  std::shared_ptr<Ids> changed;
   auto known = last->provided.begin();
   for (const auto& [name, provider] : state->provided) {
     const std::string* const before = *known++;
     auto value = provider();
     if (before ? value == *before : !value) continue;
-    if (!changed) changed = std::make_shared<Answers>(Answers{last->ids});
-    changed->ids.erase(name);
-    if (value) changed->ids.emplace(name, Id{*std::move(value)});
+    if (!changed) changed = std::make_shared<Ids>(*last->ids);
+    changed->erase(name);
+    if (value) changed->emplace(name, Id{*std::move(value)});
   }
-  if (!changed) return {last, &last->ids};
+  if (!changed) return last->ids;
+  Answers answers{changed, {}};
   for (const auto& [name, provider] : state->provided) {
-    const auto found = changed->ids.find(name);
-    changed->provided.push_back(found == changed->ids.end() ? nullptr : &found->second.value);
+    const auto found = changed->find(name);
+    answers.provided.push_back(found == changed->end() ? nullptr : &found->second.value);
   }
-  state->last.set(changed);
-  return {changed, &changed->ids};
+  state->last.set(std::move(answers));
+  return changed;
 }
 
 Id Manager::userDefaultsId() const { return _state->kept.find(userDefaultsName)->second; }

@@ -3,7 +3,7 @@
 #include <Kite/Platform/System.h>
 #include <Kite/Platform/Usher.h>
 
-#include "Base/Guarded.h"
+#include "Base/Published.h"
 #include "Base/Started.h"
 
 #include <memory>
@@ -26,16 +26,16 @@ class Manager final : public UsherManager {
 
  private:
   struct Answers {
-    Ids ids;
-    std::vector<const std::string*> provided{};  // those of `ids` that the host gave, or null
+    std::shared_ptr<const Ids> ids;
+    std::vector<const std::string*> provided;  // those of `ids` that the host gave, or null
   };
   struct State {
-    Ids kept;
-    CustomIdentifiers provided;  // by names that `kept` does not have
-    mutable Guarded<std::shared_ptr<const Answers>> last{};
-  };
+    State(Ids known, CustomIdentifiers given);
 
-  static std::shared_ptr<const Answers> lastAnswers(const State& state);
+    const Ids kept;
+    const CustomIdentifiers provided;  // by names that `kept` does not have
+    mutable Published<Answers> last;
+  };
 
   System _system;
   Started<State> _state{"Call start before using the UsherManager", {}};
